@@ -275,7 +275,7 @@ constexpr std::size_t kNlsSettingSize = 80;  // characters of "NLS_LANG=" and th
 // array is missing, or it has not the room (InternalError `too_long`), and is left as it was.
 jint copy_to_array(JNIEnv* env, jbyteArray to, const char* from, std::size_t size,
                    const char* too_long) {
-  if (!argument_given(env, to, "JNIEnv")) return 0;
+  if (!env_and_object(env, to)) return 0;
   PinnedBytes bytes(env, to, Pin::CopyBack);
   if (!pinned(env, bytes)) return 0;
   if (static_cast<std::size_t>(bytes.length()) < size) {
@@ -346,7 +346,7 @@ JNIEXPORT jint JNICALL Java_trevalon_db_oci_OciConnection_native_1builddate(JNIE
                                                                             jbyteArray HBldBuf) {
   static constexpr char kBuilt[] = __DATE__ " " __TIME__;
   TRACE("*** OciConnection builddate ***");
-  if (!argument_given(env, HBldBuf, "JNIEnv")) return 0;
+  if (!env_and_object(env, HBldBuf)) return 0;
   PinnedBytes bytes(env, HBldBuf, Pin::CopyBack);
   if (!pinned(env, bytes)) return 0;
   // The terminating zero byte goes along where there is room for it.
