@@ -1,0 +1,235 @@
+// The column record, the accessors of OciColumn, and the mapping of Oracle's types.
+#include <algorithm>
+
+#include "jvm_test.h"
+
+namespace {
+
+using Getter = jint (*)(JNIEnv*, jobject);
+using Setter = void (*)(JNIEnv*, jobject, jint);
+
+bool all_zero(const void* memory, std::size_t size) {
+  const auto* first = static_cast<const char*>(memory);
+  return std::all_of(first, first + size, [](char c) { return c == 0; });
+}
+
+class Column : public JvmTest {};
+
+TEST_F(Column, ByteBufferGrowsInWordsAndNeverShrinks) {
+  columndata column(0);
+  const struct {
+    sb4 asked;
+    sb4 length;
+    std::size_t zeroed;  // bytes of a buffer that must be new; 0: the old one is kept
+  } steps[] = {{5, 5, 8}, {3, 5, 0}, {-1, 5, 0}, {5, 5, 0}, {6, 6, 12},   {7, 7, 12},
+               {0, 0, 0}, {0, 0, 0}, {1, 1, 4},  {2, 2, 8}, {10, 10, 16}, {128, 128, 132}};
+  for (const auto& step : steps) {
+    SCOPED_TRACE(step.asked);
+    column.allocByteArray(step.asked);
+    EXPECT_EQ(column.byte_arrlen, step.length);
+    if (step.length == 0) continue;
+    if (step.zeroed == 0) {
+      EXPECT_EQ(column.byte_arr[0], 'x');
+      continue;
+    }
+    EXPECT_TRUE(all_zero(column.byte_arr, step.zeroed));
+    std::fill_n(column.byte_arr, step.zeroed, 'x');
+  }
+}
+
+TEST_F(Column, FetchArraysAreReplacedWhole) {
+  columndata column(3);
+  for (const int size : {3, 100, 2, 0, 1}) {
+    column.allocFetchArrays(size);
+    EXPECT_EQ(column.vectsize, size);
+    const auto n = static_cast<std::size_t>(size);
+    if (size == 0) continue;
+    EXPECT_TRUE(all_zero(column.indpvect, n * 2) && all_zero(column.retlenvect, n * 2) &&
+                all_zero(column.retcodevect, n * 2) && all_zero(column.long_arr, n * 4) &&
+                all_zero(column.double_arr, n * 8));
+    std::fill_n(column.double_arr, n, 1.0);
+    std::fill_n(column.long_arr, n, 1);
+    std::fill_n(column.indpvect, n, sb2{1});
+  }
+}
+
+TEST_F(Column, LifeOfTheRecord) {
+  const jobject column = allocate("OciColumn");
+  COLUMN(initialize)(env, column, 2, 33);
+  columndata* const made = column_of(column);
+  ASSERT_NE(made, nullptr);
+  COLUMN(initialize)(env, column, -1, 33);
+  EXPECT_NE(raised(), "") << "no record has a negative number of rows";
+  EXPECT_EQ(column_of(column), made);
+  EXPECT_EQ(column_of(column)->min_bind_size, 33);
+  EXPECT_EQ(column_of(column)->vectsize, 2);
+  const Getter getters[] = {COLUMN(position),    COLUMN(internalType), COLUMN(length),
+                            COLUMN(precision),   COLUMN(scale),        COLUMN(level),
+                            COLUMN(overloading), COLUMN(radix),        COLUMN(iomode)};
+  std::vector<jint> values;
+  for (Getter getter : getters) values.push_back(getter(env, column));
+  EXPECT_THAT(values, testing::ElementsAre(-1, -1, 0, 0, 0, 0, 0, 0, 0));
+  EXPECT_EQ(COLUMN(hasDefault)(env, column), JNI_FALSE);
+  const jbyteArray untouched = bytes("..");
+  EXPECT_EQ(COLUMN(name)(env, column, untouched), 0);
+  EXPECT_EQ(contents(untouched), "..");
+  column_of(column)->allocByteArray(10);
+  EXPECT_EQ(traced([&] {
+              COLUMN(native_1finalize)
+              (env, column);
+            }),
+            "\n===============  ~columndata destructor  col:=-1\n"
+            "*** allocByteArray ***\n"
+            "\n===============  ~columndata destructor  allocByteArray(0) done\n"
+            "\n===============  ~columndata destructor  allocFetchArrays(0) done\n"
+            "\n===============  ~columndata destructor: done\n");
+  EXPECT_EQ(get_int(column, "coldata32"), 0);
+  COLUMN(native_1finalize)(env, column);
+}
+
+TEST_F(Column, DestructorWarnsOfLongDataLeftBehindWhileTracing) {
+  longdata_node piece;
+  const auto destroy = [&piece] {
+    columndata column(1);
+    column.longbuf_head = column.longbuf_tail = &piece;
+  };
+  expect_in_order(traced(destroy), {"\n\n\n\n ========== NOTE NOTE NOTE !!  in columndata "
+                                    "destructor: longbuf_tail is NOT NULL\n\n\n"});
+  Capture capture;
+  destroy();
+  EXPECT_EQ(capture.text(), "");
+}
+
+TEST_F(Column, SettersStoreTheirWidthAndGettersReadItBack) {
+  const struct {
+    Setter set;
+    Getter get;
+    jint value;
+    jint result;
+  } cases[] = {{COLUMN(setPosition), COLUMN(position), 70000, 70000},
+               {COLUMN(setPosition), COLUMN(position), -5, -5},
+               {COLUMN(setDbType), COLUMN(internalType), 65538, 2},
+               {COLUMN(setDbType), COLUMN(internalType), -1, -1},
+               {COLUMN(setLength), COLUMN(length), 70000, 70000},
+               {COLUMN(setLength), COLUMN(length), -1, -1},
+               {COLUMN(setPrecision), COLUMN(precision), 40000, -25536},
+               {COLUMN(setScale), COLUMN(scale), -127, -127},
+               {COLUMN(setScale), COLUMN(scale), 40000, -25536}};
+  const jobject column = new_column();
+  for (const auto& c : cases) {
+    c.set(env, column, c.value);
+    EXPECT_EQ(c.get(env, column), c.result) << c.value;
+  }
+  for (const int nullok : {0, 1, 2, -1, 65536}) {
+    COLUMN(setNullOK)(env, column, nullok);
+    EXPECT_EQ(COLUMN(nullAllowed)(env, column), (nullok & 0xFFFF) != 0) << nullok;
+  }
+  columndata* record = column_of(column);
+  record->overloading = record->level = 0xFFFF;
+  record->radix = record->hasdefault = record->iomode = 0xFF;
+  for (const Getter getter : {COLUMN(overloading), COLUMN(level)}) {
+    EXPECT_EQ(getter(env, column), 65535);
+  }
+  for (const Getter getter : {COLUMN(radix), COLUMN(iomode)}) EXPECT_EQ(getter(env, column), 255);
+  EXPECT_EQ(COLUMN(hasDefault)(env, column), JNI_TRUE);
+}
+
+TEST_F(Column, ExternalTypeFollowsTheInternalTypeUntilSet) {
+  const jobject column = new_column(1, SQLT_NUM);
+  COLUMN(setPrecision)(env, column, 5);
+  EXPECT_EQ(COLUMN(externalType)(env, column), SQLT_INT);
+  COLUMN(setScale)(env, column, -127);
+  EXPECT_EQ(COLUMN(externalType)(env, column), SQLT_FLT);
+  column_of(column)->external_dbtype = SQLT_STR;
+  COLUMN(setDbType)(env, column, SQLT_DAT);
+  EXPECT_EQ(COLUMN(externalType)(env, column), SQLT_STR);
+  EXPECT_EQ(COLUMN(actualExternalType)(env, column), SQLT_DAT);
+}
+
+TEST_F(Column, NamesAreCutToTheirRoom) {
+  const jobject column = new_column();
+  const std::string long_name(200, 'n');
+  const struct {
+    std::string set;
+    std::string room;
+    jint result;
+    std::string expected;
+  } cases[] = {{"EMPNO", "....", 4, "EMPN"},
+               {"EMPNO", "..........", 5, "EMPNO....."},
+               {"EMPNO", "", 0, ""},
+               {"", "..", 0, ".."},
+               {long_name, std::string(130, '.'), 128, std::string(128, 'n') + ".."},
+               {std::string("AB\0CD", 5), "....", 2, "AB.."}};
+  for (const auto& c : cases) {
+    const jbyteArray given = bytes(c.set);
+    COLUMN(setName)(env, column, given);
+    EXPECT_EQ(contents(given), c.set);
+    const jbyteArray array = bytes(c.room);
+    EXPECT_EQ(COLUMN(name)(env, column, array), c.result);
+    EXPECT_EQ(contents(array), c.expected);
+  }
+  EXPECT_EQ(traced([&] {
+              COLUMN(setName)(env, column, bytes("X"));
+              COLUMN(name)(env, column, bytes(".."));
+            }),
+            "*** setName ***\n*** OciColumn name ***\n");
+}
+
+TEST_F(Column, TypeMapping) {
+  // Length 10 throughout. Columns: select type, select length, exchange type, bind length, name.
+  const struct {
+    int type;
+    int prec;
+    int scale;
+    int select_type;
+    int select_length;
+    int type_seen;
+    int bind_length;
+    const char* type_name;
+    const char* trace;
+  } cases[] = {
+      {1, 0, 0, 5, 31, 5, 11, "VARCHAR2_TYPE", "    getSelectLength: string type len=30"},
+      {2, 0, 0, 5, 129, 4, 8, "NUMBER_TYPE", "    getSelectLength: number type (2) len=129"},
+      {2, 5, 0, 5, 129, 3, 4, "NUMBER_TYPE", "    getSelectLength: number type (2) len=129"},
+      {2, 10, 2, 5, 129, 4, 8, "NUMBER_TYPE", "    getSelectLength: number type (2) len=129"},
+      {2, 0, -127, 5, 129, 4, 8, "NUMBER_TYPE", "    getSelectLength: number type (2) len=129"},
+      {2, 65536, 0, 5, 129, 4, 8, "NUMBER_TYPE", "    getSelectLength: number type (2) len=129"},
+      {2, 5, 65536, 5, 129, 3, 4, "NUMBER_TYPE", "    getSelectLength: number type (2) len=129"},
+      {3, 0, 0, 5, 129, 3, 4, "INTEGER_TYPE", "    getSelectLength: number type (2) len=129"},
+      {4, 5, 0, 5, 129, 4, 8, "FLOAT_TYPE", "    getSelectLength: number type (2) len=129"},
+      {5, 0, 0, 5, 31, 5, 11, "STRING_TYPE", "    getSelectLength: string type len=30"},
+      {8, 0, 0, 8, 10, 8, 10, "LONG_TYPE", "    getSelectLength: long type=10"},
+      {11, 0, 0, 5, 24, 5, 24, "ROWID_TYPE", "    getSelectLength: rowid type=24"},
+      {12, 0, 0, 12, 7, 12, 7, "DATE_TYPE", "date type=7"},
+      {23, 0, 0, 23, 10, 23, 10, "RAW_TYPE", "    getSelectLength: raw type len=10"},
+      {24, 0, 0, 24, 10, 24, 10, "LONGRAW_TYPE", "    getSelectLength: long type=10"},
+      {96, 0, 0, 5, 31, 5, 11, "CHAR_TYPE", "    getSelectLength: string type len=30"},
+      {104, 0, 0, 5, 24, 5, 24, "ROWID_TYPE(SQLT_RDD)", "    getSelectLength: rowid type=24"},
+      {105, 0, 0, 5, 20, 5, 20, "MLSLABEL_TYPE", "    getSelectLength: mlslabel type=20"},
+      {112, 0, 0, 112, -1, 0, 4, "UKNOWN_TYPE", "    getSelectLength: BLOB/CLOB type len -1"},
+      {113, 0, 0, 113, -1, 0, 4, "UKNOWN_TYPE", "    getSelectLength: BLOB/CLOB type len -1"},
+      {0, 0, 0, 0, 0, 0, 0, "UKNOWN_TYPE", "switch fell through len=0"},
+      {7, 0, 0, 0, 0, 0, 0, "UKNOWN_TYPE", "switch fell through len=0"},
+      {116, 0, 0, 0, 0, 0, 0, "UKNOWN_TYPE", "switch fell through len=0"},
+      {-1, 0, 0, 0, 0, 0, 0, "UKNOWN_TYPE", "switch fell through len=0"},
+      {65535, 0, 0, 0, 0, 0, 0, "UKNOWN_TYPE", "switch fell through len=0"},
+      {65537, 0, 0, 5, 31, 5, 11, "UKNOWN_TYPE", "    getSelectLength: string type len=30"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(testing::Message() << c.type << " (" << c.prec << ", " << c.scale << ")");
+    EXPECT_EQ(int2extSelectOciType(c.type, c.prec, c.scale), c.select_type);
+    EXPECT_EQ(getSelectLength(c.type, c.prec, c.scale, 10), c.select_length);
+    EXPECT_EQ(int2extOciType(c.type, c.prec, c.scale), c.type_seen);
+    EXPECT_EQ(getParamLength(c.type, c.prec, c.scale, 10, 0), c.bind_length);
+    EXPECT_STREQ(typeName(c.type), c.type_name);
+    EXPECT_EQ(traced([&] {
+                getSelectLength(c.type, c.prec, c.scale, 10);
+                int2extSelectOciType(c.type, c.prec, c.scale);
+                int2extOciType(c.type, c.prec, c.scale);
+                getParamLength(c.type, c.prec, c.scale, 10, 0);
+              }),
+              std::string(c.trace) + "\n*** getParamLength ***\n");
+  }
+}
+
+}  // namespace

@@ -1,0 +1,428 @@
+// Session records, pools, and the entry points of OciConnection.
+#include <cstdlib>
+#include <limits>
+#include <thread>
+
+#include "jvm_test.h"
+
+using oci_double::name;
+using oci_double::state;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+class Connection : public JvmTest {
+ protected:
+  Connection() { ldapool[0].authp = nullptr; }
+
+  static jboolean login(jobject connection, const std::string& user = "scott",
+                        const std::string& password = "tiger", const std::string& server = "db") {
+    return CONNECTION(native_1loginwithblock)(env, connection, bytes(user), bytes(password),
+                                              bytes(server), JNI_TRUE);
+  }
+};
+
+TEST_F(Connection, LoadBuildsBothPoolsBeforeAnythingElse) {
+  const int size = CONNECTION(lda_1pool_1size)(env, nullptr);
+  EXPECT_EQ(size, ldapool_holder::pool_size_from_str("TV_ORA_CONN_HANDLES"));
+  Lines expected;
+  for (int i = 1; i <= 2 * size; ++i) {
+    const std::string environment = "env" + std::to_string(i);
+    expected.push_back("OCIEnvInit(" + environment + ",0,0,-)");
+    for (const char* type : {"2", "8", "3"}) {
+      expected.push_back("OCIHandleAlloc(" + environment + "," + type + ",0,-)");
+    }
+  }
+  EXPECT_EQ(load_calls, expected);
+  EXPECT_EQ(name(xaldapool[0].envhp), "env" + std::to_string(size + 1));
+  EXPECT_EQ(CONNECTION(cda_1pool_1size)(env, nullptr), 4096);
+}
+
+TEST_F(Connection, PoolSizeRule) {
+  const struct {
+    const char* value;
+    int size;
+  } cases[] = {{"", 512},  {"0", 512},    {"-3", 512},  {"abc", 512}, {"1", 1},
+               {"16", 16}, {"16abc", 16}, {"  16", 16}, {"+7", 7},    {"x16", 512}};
+  for (const auto& c : cases) {
+    setenv("ORALAYER_TEST_SIZE", c.value, 1);
+    EXPECT_EQ(ldapool_holder::pool_size_from_str("ORALAYER_TEST_SIZE"), c.size) << c.value;
+  }
+  unsetenv("ORALAYER_TEST_SIZE");
+  EXPECT_EQ(ldapool_holder::pool_size_from_str("ORALAYER_TEST_SIZE"), 512);
+  EXPECT_EQ(ldapool_holder::pool_size_from_str(nullptr), 512);
+}
+
+TEST_F(Connection, APoolTracesItsSizeAndGoesWithoutACall) {
+  setenv("ORALAYER_TEST_SIZE", "2", 1);
+  const std::string output = traced([] {
+    const ldapool_holder pool("ORALAYER_TEST_SIZE");
+    EXPECT_EQ(calls().size(), 8u);
+  });
+  EXPECT_EQ(output,
+            "ldapool allocated - size=2\n"
+            "ldapool env var =ORALAYER_TEST_SIZE\n");
+  EXPECT_THAT(calls(), IsEmpty());
+}
+
+TEST_F(Connection, InitializeOnceThenOnlyHandsOutRecords) {
+  forget_initialisation();
+  unsetenv("NLS_LANG");
+  const jobject connection = allocate("OciConnection");
+  const std::string output = traced([&] {
+    CONNECTION(native_1initialize)
+    (env, connection, 1, bytes("A.B"), JNI_FALSE);
+  });
+  expect_in_order(without_addresses(output),
+                  {"*** tv_init_fid: initializing JNI IDs and Handles\n", "set NLS_LANG=A.B\n",
+                   "*** native_initialize - isXA:", ", elem:1, ldadata:PTR\n"});
+  EXPECT_THAT(calls(), ElementsAre("OCIInitialize(1,-)"));
+  EXPECT_STREQ(getenv("NLS_LANG"), "A.B");
+  EXPECT_EQ(session_of(connection), &ldapool[1]);
+
+  CONNECTION(native_1initialize)(env, connection, 2, bytes("C.D"), JNI_TRUE);
+  EXPECT_THAT(calls(), IsEmpty());
+  EXPECT_STREQ(getenv("NLS_LANG"), "A.B");
+  EXPECT_EQ(oci_debug, 0) << "the trace is switched on by the first call or never";
+  EXPECT_EQ(session_of(connection), &ldapool[2]);
+  EXPECT_EQ(session_of(new_connection(2, true)), &xaldapool[2]);
+}
+
+TEST_F(Connection, FirstInitializeTurnsTheTraceOnAndNothingTurnsItOff) {
+  forget_initialisation();
+  const jobject connection = allocate("OciConnection");
+  Capture capture;
+  CONNECTION(native_1initialize)(env, connection, 0, nullptr, JNI_TRUE);
+  CONNECTION(native_1initialize)(env, connection, 0, nullptr, JNI_FALSE);
+  EXPECT_EQ(oci_debug, 1);
+  oci_debug = 0;
+  EXPECT_THAT(capture.text(), testing::StartsWith("*** tv_init_fid"));
+}
+
+TEST_F(Connection, TwoFirstInitializeCallsInitializeOnce) {
+  for (int round = 0; round < 10; ++round) {
+    forget_initialisation();
+    std::atomic<int> ready = 0;
+    const auto first_call = [&] {
+      JNIEnv* own = nullptr;
+      the_vm->AttachCurrentThread(reinterpret_cast<void**>(&own), nullptr);
+      const jobject connection = own->AllocObject(own->FindClass("trevalon/db/oci/OciConnection"));
+      for (++ready; ready < 2;) std::this_thread::yield();
+      CONNECTION(native_1initialize)(own, connection, 0, nullptr, JNI_FALSE);
+      EXPECT_FALSE(own->ExceptionCheck());
+      EXPECT_EQ(own->GetIntField(connection, logondata32iD) == 0, false);
+      the_vm->DetachCurrentThread();
+    };
+    std::thread one(first_call), two(first_call);
+    one.join();
+    two.join();
+    ASSERT_THAT(calls(), ElementsAre("OCIInitialize(1,-)"));
+  }
+}
+
+TEST_F(Connection, AnElementOutsideThePoolIsRefused) {
+  const jobject connection = new_connection(1);
+  const int size = ldapool.get_pool_size();
+  for (int elem :
+       {-1, size, size + 1, std::numeric_limits<int>::max(), std::numeric_limits<int>::min()}) {
+    CONNECTION(native_1initialize)(env, connection, elem, nullptr, JNI_FALSE);
+    EXPECT_NE(raised(), "") << elem;
+    EXPECT_EQ(session_of(connection), &ldapool[1]);
+  }
+}
+
+TEST_F(Connection, NlsSettingOf71BytesIsTheLongest) {
+  const struct {
+    std::size_t length;
+    const char* exception;
+  } cases[] = {{71, ""}, {72, "java.lang.InternalError: NLS_LANG setting is too long"}};
+  for (const auto& c : cases) {
+    forget_initialisation();
+    setenv("NLS_LANG", "before", 1);
+    const std::string setting(c.length, 'n');
+    const jobject connection = allocate("OciConnection");
+    CONNECTION(native_1initialize)(env, connection, 0, bytes(setting), JNI_FALSE);
+    EXPECT_EQ(raised(), c.exception);
+    EXPECT_EQ(getenv("NLS_LANG"), *c.exception ? "before" : setting);
+    EXPECT_THAT(calls(), ElementsAre("OCIInitialize(1,-)")) << "goes on after raising";
+    EXPECT_EQ(oci_debug, 0);
+    EXPECT_EQ(session_of(connection), &ldapool[0]);
+  }
+  forget_initialisation();
+  unsetenv("NLS_LANG");
+  expect_in_order(traced([] { new_connection(); }), {"+++ NLS_LANG=null\n"});
+  setenv("NLS_LANG", "X.Y", 1);
+  expect_in_order(traced([] { tv_init_nls(env, allocate("OciConnection"), nullptr); }),
+                  {"+++ NLS_LANG=X.Y\n"});
+  tv_init_nls(env, allocate("OciConnection"), bytes(std::string("cut\0off", 7)));
+  EXPECT_STREQ(getenv("NLS_LANG"), "cut");
+}
+
+TEST_F(Connection, ClientTexts) {
+  using Query = jint (*)(JNIEnv*, jobject, jbyteArray);
+  const jobject connection = allocate("OciConnection");
+  setenv("NLS_LANG", "LANG567890", 1);
+  setenv("NLS_NCHAR", "CHAR567890", 1);
+  const struct {
+    Query query;
+    int room;
+    int result;
+    const char* text;
+    const char* exception;
+  } cases[] = {
+      {CONNECTION(native_1oci_1api_1version), 4, 4, "OCI8", ""},
+      {CONNECTION(native_1oci_1api_1version), 3, 0, "...",
+       "java.lang.InternalError: oci_api_version setting is too long"},
+      {CONNECTION(native_1get_1nls_1lang), 11, 10, "LANG567890.", ""},
+      {CONNECTION(native_1get_1nls_1lang), 9, 0, ".........",
+       "java.lang.InternalError: NLS_LANG setting is too long"},
+      {CONNECTION(native_1get_1nls_1nchar), 10, 10, "CHAR567890", ""},
+      {CONNECTION(native_1get_1nls_1nchar), 9, 0, ".........",
+       "java.lang.InternalError: NLS_NCHAR setting is too long"},
+  };
+  for (const auto& c : cases) {
+    const jbyteArray array = bytes(std::string(static_cast<std::size_t>(c.room), '.'));
+    EXPECT_EQ(c.query(env, connection, array), c.result) << c.text;
+    EXPECT_EQ(raised(), c.exception);
+    EXPECT_EQ(contents(array), c.text);
+  }
+  unsetenv("NLS_LANG");
+  unsetenv("NLS_NCHAR");
+  const jbyteArray untouched = bytes("..");
+  EXPECT_EQ(CONNECTION(native_1get_1nls_1lang)(env, connection, untouched), 0);
+  EXPECT_EQ(CONNECTION(native_1get_1nls_1nchar)(env, connection, untouched), 0);
+  EXPECT_EQ(contents(untouched), "..");
+  EXPECT_EQ(CONNECTION(native_1clibversion)(env, connection), 30);
+  EXPECT_EQ(CONNECTION(ociMajorVersion)(env, nullptr), 8);
+}
+
+TEST_F(Connection, BuildDateIsTwentyCharactersCutToTheArray) {
+  const jobject connection = allocate("OciConnection");
+  const jbyteArray whole = bytes(std::string(25, '.'));
+  EXPECT_EQ(CONNECTION(native_1builddate)(env, connection, whole), 20);
+  EXPECT_THAT(contents(whole).substr(0, 20),
+              testing::MatchesRegex("[A-Z][a-z][a-z] [ 0-3][0-9] [0-9]{4} [0-9:]{8}"));
+  EXPECT_EQ(contents(whole).substr(20), std::string("\0....", 5));
+  const jbyteArray part = bytes("........");
+  EXPECT_EQ(CONNECTION(native_1builddate)(env, connection, part), 20);
+  EXPECT_EQ(contents(part), contents(whole).substr(0, 8));
+}
+
+TEST_F(Connection, LoginWithPassword) {
+  const jobject connection = new_connection();
+  ldapool[0].autocommit = 1;
+  EXPECT_EQ(login(connection), JNI_FALSE);
+  EXPECT_THAT(
+      calls(),
+      ElementsAre("OCIServerAttach(srv1,err1,db,2,0)", "OCIAttrSet(svc1,3,srv1,0,6,err1)",
+                  "OCIHandleAlloc(env1,9,0,-)", "OCIAttrSet(ses1,9,scott,5,22,err1)",
+                  "OCIAttrSet(ses1,9,tiger,5,23,err1)", "OCISessionBegin(svc1,err1,ses1,1,0)",
+                  "OCIAttrSet(svc1,3,ses1,0,7,err1)", "OCIErrorGet(err1,1,-,-,0,2)"));
+  EXPECT_EQ(ldapool[0].autocommit, 0);
+  EXPECT_EQ(ldapool[0].status, 0);
+  CONNECTION(native_1logout)(env, connection);
+}
+
+TEST_F(Connection, OnlyASlashLogsInWithExternalCredentials) {
+  const struct {
+    const char* user;
+    const char* begin;
+  } cases[] = {{"/", "OCISessionBegin(svc1,err1,ses1,2,0)"},
+               {"", "OCISessionBegin(svc1,err1,ses2,1,0)"},
+               {"/x", "OCISessionBegin(svc1,err1,ses3,1,0)"}};
+  for (const auto& c : cases) {
+    login(new_connection(), c.user, "");
+    EXPECT_THAT(calls(), testing::Contains(c.begin));
+  }
+}
+
+TEST_F(Connection, CredentialsAreCutAt255BytesAndAtAZero) {
+  login(new_connection(), std::string(300, 'u'), std::string("pw\0x", 4), std::string(256, 's'));
+  EXPECT_THAT(calls(), testing::IsSupersetOf(
+                           {"OCIServerAttach(srv1,err1," + std::string(255, 's') + ",255,0)",
+                            "OCIAttrSet(ses1,9," + std::string(255, 'u') + ",255,22,err1)",
+                            std::string("OCIAttrSet(ses1,9,pw,2,23,err1)")}));
+}
+
+TEST_F(Connection, FailedLoginIsReportedOnStandardOutputAndInTheObject) {
+  for (const sword status : {OCI_ERROR, OCI_SUCCESS_WITH_INFO}) {
+    const jobject connection = new_connection();
+    set_int(connection, "oserrcode", 7);
+    state().reply("OCISessionBegin", status, 1017);
+    Capture capture;
+    EXPECT_EQ(login(connection), JNI_TRUE);
+    EXPECT_EQ(capture.text(), "\n\n----------  LOGIN ERROR CODE: 1017\n");
+    EXPECT_EQ(ldapool[0].status, status);
+    EXPECT_EQ(get_int(connection, "ldaerrcode"), 1017);
+    EXPECT_EQ(get_int(connection, "oserrcode"), 0);
+    EXPECT_THAT(calls(), testing::Each(testing::Not(testing::HasSubstr(",7,err1"))));
+    EXPECT_EQ(CONNECTION(native_1logout)(env, connection), JNI_FALSE);
+    EXPECT_THAT(calls(), testing::Contains("OCIServerDetach(srv1,err1,0)"));
+  }
+}
+
+TEST_F(Connection, XaLoginAndLogoutMakeNoCallOfTheirOwn) {
+  const jobject connection = new_connection(0, true);
+  const std::string error_handle = name(xaldapool[0].errhp);
+  calls();
+  xaldapool[0].status = 55;
+  for (auto action : {+[](jobject c) { return login(c); },
+                      +[](jobject c) { return CONNECTION(native_1logout)(env, c); }}) {
+    xaldapool[0].autocommit = 1;
+    EXPECT_EQ(action(connection), JNI_FALSE);
+    EXPECT_THAT(calls(), ElementsAre("OCIErrorGet(" + error_handle + ",1,-,-,0,2)"));
+    EXPECT_EQ(xaldapool[0].autocommit, 0);
+    EXPECT_EQ(xaldapool[0].authp, nullptr);
+    EXPECT_EQ(xaldapool[0].status, 55);
+  }
+}
+
+TEST_F(Connection, LogoutEndsTheSessionAndKeepsTheRecord) {
+  const jobject fresh = new_connection(3);
+  EXPECT_EQ(CONNECTION(native_1logout)(env, fresh), JNI_FALSE);
+  EXPECT_THAT(calls(), ElementsAre("OCIServerDetach(srv4,err4,0)", "OCIErrorGet(err4,1,-,-,0,2)"));
+  login(fresh);
+  calls();
+  ldapool[3].autocommit = 1;
+  state().reply("OCISessionEnd", OCI_ERROR, 3113);
+  EXPECT_EQ(CONNECTION(native_1logout)(env, fresh), JNI_FALSE);
+  EXPECT_THAT(calls(), ElementsAre("OCISessionEnd(svc4,err4,ses1,0)",
+                                   "OCIServerDetach(srv4,err4,0)", "OCIErrorGet(err4,1,-,-,0,2)"));
+  EXPECT_EQ(ldapool[3].autocommit, 0);
+  EXPECT_EQ(name(ldapool[3].authp), "ses1");
+  CONNECTION(native_1finalize)(env, fresh);
+  EXPECT_EQ(session_of(fresh), &ldapool[3]);
+  EXPECT_THAT(calls(), IsEmpty());
+}
+
+TEST_F(Connection, GetErrorReturnsTheTextOfRecordOne) {
+  const jobject connection = new_connection();
+  state().message = "ORA-01017: invalid username/password; logon denied\n";
+  state().error = 1017;
+  const jbyteArray whole = bytes(std::string(100, '.'));
+  EXPECT_EQ(CONNECTION(native_1getError)(env, connection, 5, JNI_TRUE, whole), 51);
+  EXPECT_EQ(contents(whole).substr(0, 51), state().message);
+  EXPECT_THAT(calls(), ElementsAre("OCIErrorGet(err1,1,-,+,100,2)"));
+  const jbyteArray ten = bytes("..........");
+  EXPECT_EQ(CONNECTION(native_1getError)(env, connection, 0, JNI_FALSE, ten), 9);
+  EXPECT_EQ(contents(ten), std::string("ORA-01017\0", 10));
+  state().error = 0;
+  const jbyteArray kept = bytes("as it was");
+  EXPECT_EQ(CONNECTION(native_1getError)(env, connection, 0, JNI_FALSE, kept), 9);
+  EXPECT_EQ(CONNECTION(native_1getError)(env, connection, 0, JNI_FALSE, bytes("")), 0);
+}
+
+TEST_F(Connection, TransactionAndCallControl) {
+  using Method = jboolean (*)(JNIEnv*, jobject);
+  const struct {
+    Method method;
+    const char* call;
+    const char* reply_key;
+    bool assigns;
+  } cases[] = {
+      {CONNECTION(native_1commit), "OCITransCommit(svc1,err1,0)", "OCITransCommit", false},
+      {CONNECTION(native_1rollback), "OCITransRollback(svc1,err1,0)", "OCITransRollback", true},
+      {CONNECTION(native_1obreak), "OCIBreak(svc1,err1)", "OCIBreak", false},
+      {CONNECTION(native_1setNonBlockingMode), "OCIAttrSet(srv1,8,1,0,3,err1)", "OCIAttrSet:3",
+       true},
+      {CONNECTION(native_1setBlockingMode), "OCIAttrSet(srv1,8,0,0,3,err1)", "OCIAttrSet:3", true},
+  };
+  const jobject connection = new_connection();
+  for (const auto& c : cases) {
+    for (const sword status : {OCI_SUCCESS, OCI_ERROR, OCI_SUCCESS_WITH_INFO}) {
+      SCOPED_TRACE(std::string(c.call) + " " + std::to_string(status));
+      const int error = status == OCI_SUCCESS ? 0 : 3114;
+      state().reply(c.reply_key, status, error);
+      set_int(connection, "ldaerrcode", 7);
+      EXPECT_EQ(c.method(env, connection), status != OCI_SUCCESS);
+      EXPECT_EQ(get_int(connection, "ldaerrcode"), c.assigns ? error : 7);
+      Lines expected = {c.call};
+      if (c.assigns) expected.emplace_back("OCIErrorGet(err1,1,-,-,0,2)");
+      EXPECT_EQ(calls(), expected);
+    }
+  }
+}
+
+TEST_F(Connection, BlockingModeIsNonBlockingOnlyForExactlyOne) {
+  const jobject connection = new_connection();
+  const struct {
+    ub1 mode;
+    sword status;
+    jboolean result;
+  } cases[] = {{1, OCI_SUCCESS, 1}, {0, OCI_SUCCESS, 0}, {2, OCI_SUCCESS, 0}, {1, OCI_ERROR, 0}};
+  for (const auto& c : cases) {
+    state().nonblocking = c.mode;
+    state().reply("OCIAttrGet:3", c.status, c.status == OCI_SUCCESS ? 0 : 3114);
+    EXPECT_EQ(CONNECTION(native_1isNonBlockingMode)(env, connection), c.result);
+    EXPECT_THAT(calls(), ElementsAre("OCIAttrGet(srv1,8,-,3,err1)", "OCIErrorGet(err1,1,-,-,0,2)"));
+  }
+  EXPECT_EQ(get_int(connection, "ldaerrcode"), 3114);
+}
+
+TEST_F(Connection, AutocommitSwitches) {
+  const jobject connection = new_connection();
+  set_int(connection, "ldaerrcode", 7);
+  EXPECT_EQ(CONNECTION(native_1autoCommitOn)(env, connection), JNI_FALSE);
+  EXPECT_EQ(ldapool[0].autocommit, 1);
+  EXPECT_EQ(get_int(connection, "ldaerrcode"), 7);
+  EXPECT_EQ(CONNECTION(native_1autoCommitOff)(env, connection), JNI_FALSE);
+  EXPECT_EQ(ldapool[0].autocommit, 0);
+  EXPECT_EQ(get_int(connection, "ldaerrcode"), 0);
+  EXPECT_THAT(calls(), ElementsAre("OCIErrorGet(err1,1,-,-,0,2)"));
+}
+
+TEST_F(Connection, LoginWithoutBlockFails) {
+  const jobject connection = new_connection();
+  EXPECT_EQ(traced([&] {
+              EXPECT_EQ(
+                  CONNECTION(native_1loginnoblock)(env, connection, nullptr, nullptr, nullptr),
+                  JNI_TRUE);
+            }),
+            "*** loginnoblock ***\n"
+            "      uses old OCI7 call orlon.  No replacement for OCI8 \n"
+            "        quitting \n");
+  EXPECT_THAT(calls(), IsEmpty());
+}
+
+TEST_F(Connection, TraceOfASession) {
+  const jobject connection = new_connection();
+  const std::string output = traced([&] {
+    CONNECTION(lda_1pool_1size)(env, nullptr);
+    login(connection);
+    CONNECTION(native_1autoCommitOn)(env, connection);
+    CONNECTION(native_1commit)(env, connection);
+    CONNECTION(native_1rollback)(env, connection);
+    CONNECTION(native_1obreak)(env, connection);
+    state().error = 942;
+    state().message = "ORA-00942: table or view does not exist\n";
+    CONNECTION(native_1getError)(env, connection, 0, JNI_FALSE, bytes(std::string(60, '\0')));
+    CONNECTION(native_1builddate)(env, connection, bytes(""));
+    CONNECTION(native_1logout)(env, connection);
+    state().reply("OCISessionBegin", OCI_ERROR, 1017);
+    login(connection);
+  });
+  expect_in_order(output,
+                  {"returning poolsize of =" + std::to_string(ldapool.get_pool_size()) + "\n",
+                   "*** loginwithblock ***\n",
+                   "LOGIN",
+                   "    back from login, retvali=0\n",
+                   "LD->STATUS=0\n",
+                   "ERRCODE=0\n",
+                   "*** Setting autocommit flag to 1 ***\n",
+                   "*** OCITransCommit ***\n",
+                   "*** OCITransRollback ***\n",
+                   "rollback result=0\n",
+                   "*** Connection:  OCIBreak ***\n",
+                   "*** OciConnection getError ***\n",
+                   "ERRCODE=942\n",
+                   "ERRMESG=ORA-00942: table or view does not exist\n",
+                   "*** OciConnection builddate ***\n",
+                   "LOGOFF",
+                   "DETACH FROM SERVER\n",
+                   "*** OCISessionBegin failed",
+                   "\n\n----------  LOGIN ERROR CODE: 1017\n",
+                   "    back from login, retvali=-1\n"});
+}
+
+}  // namespace

@@ -1,0 +1,466 @@
+// Cursor life cycle, parse and describe, definition of the select list, execution.
+#include "jvm_test.h"
+
+using oci_double::name;
+using oci_double::state;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+const char* const kFreed = "OCIHandleFree(stmt1,4)";
+
+longdata_node* piece_of(columndata* column, LongdataBufPool* pool, sb4 size) {
+  longdata_node* node =
+      longdata_node::queue(&column->longbuf_head, &column->longbuf_tail, 16, pool);
+  node->buf_size = size;
+  return node;
+}
+
+void add_long_column(cdadata* cda, columndata* column) {
+  auto* node = new longcol_node;
+  node->coldata = column;
+  longcol_node::queue(&cda->lc_head, &cda->lc_tail, node);
+}
+
+class Cursor : public JvmTest {
+ protected:
+  static jboolean parse(jobject cursor, const std::string& sql) {
+    return CURSOR(parse)(env, cursor, bytes(sql), JNI_FALSE);
+  }
+};
+
+TEST_F(Cursor, OpenAllocatesAStatementOfTheSession) {
+  const jobject cursor = new_cursor(false);
+  const jobject connection = new_connection(2);
+  calls();
+  const std::string output =
+      traced([&] { EXPECT_EQ(CURSOR(open)(env, cursor, connection), JNI_FALSE); });
+  expect_in_order(output, {"*** open ***\n", "    cdaerrorcode=0\n"});
+  EXPECT_EQ(calls().front(), "OCIHandleAlloc(env3,4,100,+)");
+  const cdadata* cda = cda_of(cursor);
+  EXPECT_EQ(cda->lda, &ldapool[2]);
+  EXPECT_EQ(name(cda->svchp), "svc3");
+  EXPECT_EQ(name(cda->errhp), "err3");
+  EXPECT_EQ(name(cda->stmthp), "stmt1");
+  state().reply("OCIHandleAlloc", OCI_ERROR, 1012);
+  EXPECT_EQ(CURSOR(open)(env, new_cursor(false), connection), JNI_TRUE);
+}
+
+TEST_F(Cursor, CodesReachTheObjectAndAFailedQueryLeavesZero) {
+  const jobject cursor = new_cursor();
+  state().sqlfncode = 65535;
+  state().row_count = 0x80000001U;
+  state().fncode = 28;
+  state().error = 942;
+  const char* const fields[] = {"cdaerrorcode", "rowsprocessed", "parsererroffset", "sqlfunccode",
+                                "ocifunccode",  "oserrcode",     "warnflags"};
+  const auto values = [&] {
+    std::vector<jint> all;
+    for (const char* field : fields) all.push_back(get_int(cursor, field));
+    return all;
+  };
+  for (const char* field : fields) set_int(cursor, field, 7);
+  assignCdaCodes(env, cursor);
+  EXPECT_THAT(calls(), testing::ElementsAreArray(plus_cursor_codes({})));
+  EXPECT_THAT(values(), ElementsAre(942, jint(0x80000001U), 0, 65535, 28, 0, 0));
+  for (const char* attribute : {"OCIAttrGet:10", "OCIAttrGet:9", "OCIAttrGet:1"}) {
+    state().reply(attribute, OCI_ERROR, 1012);
+  }
+  assignCdaCodes(env, cursor);
+  EXPECT_THAT(values(), ElementsAre(942, 0, 0, 0, 0, 0, 0));
+
+  for (const char* field : fields) set_int(cursor, field, 7);
+  clearCdaErrorCodes(env, cursor);
+  EXPECT_THAT(values(), ElementsAre(0, 7, 0, 7, 7, 0, 0));
+}
+
+TEST_F(Cursor, LobCodes) {
+  const jobject lob = allocate("OciLob");
+  const jobject connection = new_connection();
+  state().error = 22275;
+  assignLobCodes(env, lob, nullptr);
+  expect_raised("NullPointerException", "assignLobCodes: CONN is null");
+  assignLobCodes(env, lob, allocate("OciConnection"));
+  expect_raised("NullPointerException", "assignLobCodes: LDA is null");
+  EXPECT_EQ(get_int(lob, "loberrcode"), 0);
+  expect_in_order(traced([&] { assignLobCodes(env, lob, connection); }),
+                  {"    loberrorcode=22275\n"});
+  EXPECT_EQ(get_int(lob, "loberrcode"), 22275);
+  clearLobErrorCodes(env, lob);
+  EXPECT_EQ(get_int(lob, "loberrcode"), 0);
+}
+
+TEST_F(Cursor, CancelBreaksTheSession) {
+  const jobject cursor = new_cursor();
+  cda_of(cursor)->svchp = nullptr;
+  EXPECT_EQ(CURSOR(cancel)(env, cursor), JNI_FALSE);
+  EXPECT_EQ(calls().front(), "OCIBreak(svc1,err1)") << "the session's own service context";
+  state().reply("OCIBreak", OCI_ERROR, 3114);
+  expect_in_order(traced([&] { EXPECT_EQ(CURSOR(cancel)(env, cursor), JNI_TRUE); }),
+                  {"*** Cursor:  OCIBreak ***\n"});
+  EXPECT_EQ(get_int(cursor, "cdaerrorcode"), 3114);
+}
+
+TEST_F(Cursor, CloseFreesTheStatementOnceAndMayReopen) {
+  const jobject cursor = new_cursor();
+  parse(cursor, "SELECT 1 FROM dual");
+  cdadata* cda = cda_of(cursor);
+  cda->long_count = cda->need_data = 1;
+  calls();
+  const std::string output = traced([&] { EXPECT_EQ(CURSOR(close)(env, cursor), JNI_FALSE); });
+  EXPECT_EQ(calls().front(), kFreed);
+  expect_in_order(output,
+                  {"*** close ***\n", "*********  clean_longinsert_chain  invoked ***\n",
+                   "*** OCIHandleFree (OCI_HTYPE_STMT) ***\n", "    OCIHandleFree result=0\n"});
+  EXPECT_EQ(cda->described + cda->long_count + cda->need_data, 0);
+  EXPECT_STREQ(reinterpret_cast<char*>(cda->sqlstr), "SELECT 1 FROM dual");
+  CURSOR(close)(env, cursor);
+  raised();
+  EXPECT_THAT(calls(), testing::Each(testing::Not(testing::HasSubstr("freed:"))));
+  cda->described = 1;
+  EXPECT_EQ(CURSOR(open)(env, cursor, new_connection()), JNI_FALSE);
+  EXPECT_EQ(name(cda->stmthp), "stmt2");
+  EXPECT_EQ(cda->described, 0);
+  state().reply("OCIHandleFree", OCI_INVALID_HANDLE);
+  EXPECT_EQ(CURSOR(close)(env, cursor), JNI_TRUE);
+  CURSOR(native_1finalize)(env, cursor);
+  EXPECT_EQ(get_int(cursor, "cursordata32"), 0);
+  CURSOR(native_1finalize)(env, cursor);
+}
+
+TEST_F(Cursor, CloseReleasesLongDataAndTheGlobalReference) {
+  const jobject cursor = new_cursor();
+  const jobject column = new_column(1, SQLT_LNG);
+  cdadata* cda = cda_of(cursor);
+  cda->longdata_bufpool = new LongdataBufPool;
+  add_long_column(cda, column_of(column));
+  piece_of(column_of(column), cda->longdata_bufpool, 3);
+  cda->jocicursor = env->NewGlobalRef(cursor);
+  static int deleted_globals = 0;
+  JniTable table;
+  table.copy.DeleteGlobalRef = [](JNIEnv* e, jobject reference) {
+    ++deleted_globals;
+    JniTable::real->DeleteGlobalRef(e, reference);
+  };
+  EXPECT_EQ(CURSOR(close)(env, cursor), JNI_FALSE);
+  EXPECT_EQ(deleted_globals, 1);
+  EXPECT_EQ(cda->jocicursor, nullptr);
+  EXPECT_EQ(cda->longdata_bufpool, nullptr);
+  EXPECT_EQ(cda->lc_tail, nullptr);
+  EXPECT_EQ(column_of(column)->longbuf_tail, nullptr);
+}
+
+TEST_F(Cursor, InconsistentChainsAreReportedAndCloseGoesOn) {
+  const struct {
+    void (*spoil)(cdadata*, columndata*);
+    const char* message;
+  } cases[] = {
+      {[](cdadata*, columndata* column) { column->longbuf_head = nullptr; },
+       "in OciCursor_close longbuf_tail is not null but longbuf_head is NULL !"},
+      {[](cdadata* cda, columndata*) { cda->longdata_bufpool = nullptr; },
+       "in OciCursor_close the longdata_bufpool is NULL"},
+      {[](cdadata* cda, columndata*) { cda->lc_head = nullptr; },
+       "in OciCursor_close lc_tail is not null but lc_head is NULL !"},
+  };
+  for (const auto& c : cases) {
+    const jobject cursor = new_cursor();
+    const std::string statement = name(cda_of(cursor)->stmthp);
+    columndata column(1);
+    LongdataBufPool* const pool = cda_of(cursor)->longdata_bufpool = new LongdataBufPool;
+    add_long_column(cda_of(cursor), &column);
+    piece_of(&column, pool, 3);
+    c.spoil(cda_of(cursor), &column);
+    set_int(cursor, "cdaerrorcode", 7);
+    EXPECT_EQ(CURSOR(close)(env, cursor), JNI_FALSE);
+    expect_raised("InternalError", c.message);
+    EXPECT_EQ(calls().front(), "OCIHandleFree(" + statement + ",4)");
+    EXPECT_EQ(get_int(cursor, "cdaerrorcode"), 0);
+  }
+}
+
+TEST_F(Cursor, InsertChainIsUnpinnedAndEmptied) {
+  const jobject cursor = new_cursor();
+  cdadata* cda = cda_of(cursor);
+  columndata column(1);
+  column.colpos = 3;
+  const jbyteArray array = bytes("0123456789ab");
+  column.ctx = new colctx{env, &column, cda, array,
+                          reinterpret_cast<sb1*>(env->GetByteArrayElements(array, nullptr))};
+  auto* node = new longcol_node;
+  node->coldata = &column;
+  longcol_node::queue(&cda->li_head, &cda->li_tail, node);
+  static std::vector<jint> release_modes;
+  JniTable table;
+  table.copy.ReleaseByteArrayElements = [](JNIEnv* e, jbyteArray a, jbyte* elements, jint mode) {
+    release_modes.push_back(mode);
+    JniTable::real->ReleaseByteArrayElements(e, a, elements, mode);
+  };
+  expect_in_order(
+      traced([&] { clean_longinsert_chain(env, cda); }),
+      {"*********  clean_longinsert_chain  invoked ***\n",
+       "---------- got columndata for col: =3\n",
+       "+++ exec  - UNPIN ctx->buf from ctx->jbytes +++  col:",
+       "    +++  first 10 bytes ctx->buf  (10 bytes)\n", "+++ exec  - DELETE col->ctx\n",
+       "+++ exec  - DELETE and DEQUEUE longcol_node from INSERT CHAIN\n"});
+  EXPECT_THAT(release_modes, ElementsAre(JNI_ABORT));
+  EXPECT_EQ(column.ctx, nullptr);
+  EXPECT_EQ(cda->li_tail, nullptr);
+  EXPECT_EQ(cda->li_head, nullptr);
+  clean_longinsert_chain(env, nullptr);
+}
+
+TEST_F(Cursor, FinalizeFreesAPoolThatCloseHasNot) {
+  const jobject cursor = new_cursor();
+  cda_of(cursor)->longdata_bufpool = new LongdataBufPool;
+  expect_in_order(traced([&] {
+                    CURSOR(native_1finalize)
+                    (env, cursor);
+                  }),
+                  {" !!!! Rather SEVERE warning !!  we are deleting longdata_bufpool in cursordata "
+                   "destructor !\n",
+                   "          the longdata_bufpool should have been deleted in cursor.close()\n",
+                   "BufPool: now delete the bufPool object\n"});
+}
+
+TEST_F(Cursor, ParseDescribesAQueryOnce) {
+  const jobject cursor = new_cursor();
+  cda_of(cursor)->long_count = 5;
+  const std::string output = traced([&] { EXPECT_EQ(parse(cursor, "SELECT 1"), JNI_FALSE); });
+  EXPECT_EQ(cda_of(cursor)->long_count, 0);
+  EXPECT_EQ(calls(), plus_cursor_codes({"OCIStmtPrepare(stmt1,err1,SELECT 1,1,0)",
+                                        "OCIAttrGet(stmt1,4,-,24,err1)",
+                                        "OCIStmtExecute(svc1,stmt1,err1,0,0,-,-,16)"}));
+  expect_in_order(output, {"*** parse ***\n",
+                           "*** OCIStmtPrepare ***\n    sqlstr (8 bytes)\n    bytes:\n"
+                           "    53 45 4C 45 43 54 20 31 \n    text:\n    SELECT 1\n",
+                           "    prepare succeeded\n", "    stmttype=1", "    cd->described: 0\n",
+                           "*** OCIStmtExecute (describe only) ***\n",
+                           "--- OCIStmtExecute (describe only) --  OCIStmtExecute completed\n"});
+  cda_of(cursor)->long_count = 2;
+  EXPECT_EQ(parse(cursor, std::string("SELECT 2\0 cut", 13)), JNI_FALSE);
+  EXPECT_EQ(calls(), plus_cursor_codes({"OCIStmtPrepare(stmt1,err1,SELECT 2,1,0)",
+                                        "OCIAttrGet(stmt1,4,-,24,err1)"}));
+  EXPECT_EQ(cda_of(cursor)->long_count, 2);
+}
+
+TEST_F(Cursor, ParseOfOtherStatementsOnlyPrepares) {
+  for (const ub2 type : {0, 2, 5, 8}) {
+    const jobject cursor = new_cursor();
+    state().serials.clear();
+    state().stmt_type = type;
+    EXPECT_EQ(parse(cursor, ""), JNI_FALSE);
+    EXPECT_THAT(calls(), testing::Not(testing::Contains(testing::HasSubstr("OCIStmtExecute"))));
+    EXPECT_EQ(cda_of(cursor)->described, 0);
+  }
+}
+
+TEST_F(Cursor, FailuresOfParse) {
+  const struct {
+    const char* fails;
+    const char* trace;
+  } cases[] = {{"OCIStmtPrepare", "   prepare failed\n"},
+               {"OCIStmtExecute", "    Describe FAILED\n"}};
+  for (const auto& c : cases) {
+    const jobject cursor = new_cursor();
+    state().reply(c.fails, OCI_ERROR, 900);
+    expect_in_order(traced([&] { EXPECT_EQ(parse(cursor, "SELECT"), JNI_TRUE); }), {c.trace});
+    EXPECT_EQ(get_int(cursor, "cdaerrorcode"), 900);
+    EXPECT_EQ(cda_of(cursor)->described, 0);
+  }
+  const jobject cursor = new_cursor();
+  state().reply("OCIAttrGet:24", OCI_ERROR, 1012);
+  EXPECT_EQ(parse(cursor, "SELECT"), JNI_FALSE) << "an unknown type is only prepared";
+  EXPECT_EQ(cda_of(cursor)->described, 0);
+}
+
+TEST_F(Cursor, DescribeFillsTheColumn) {
+  using namespace std::string_literals;
+  state().columns = {{SQLT_NUM, 22, "SAL", 7, "\x02"s},
+                     {SQLT_NUM, 65535, std::string(130, 'N'), 0, "\x81"s},
+                     {SQLT_NUM, 22, "", 0, "\x81\xFF"s},
+                     {SQLT_CHR, 10, "ENAME", 0, "\0"s}};
+  const jint scales[] = {2, -127, -127, 0};
+  const jobject cursor = new_cursor();
+  for (jint position = 1; position <= 4; ++position) {
+    const auto& expected = state().columns[static_cast<std::size_t>(position - 1)];
+    const jobject column = new_column(1, -1, position);
+    COLUMN(setNullOK)(env, column, 1);
+    EXPECT_EQ(CURSOR(describe)(env, cursor, column), JNI_FALSE);
+    const std::string par = "par" + std::to_string(position);
+    EXPECT_EQ(calls(),
+              plus_cursor_codes(
+                  {"OCIParamGet(stmt1,4,err1," + std::to_string(position) + ")",
+                   "OCIAttrGet(" + par + ",53,-,2,err1)", "OCIAttrGet(" + par + ",53,-,1,err1)",
+                   "OCIAttrGet(" + par + ",53,+,4,err1)", "OCIAttrGet(" + par + ",53,-,5,err1)",
+                   "OCIAttrGet(" + par + ",53,-,6,err1)"}));
+    EXPECT_EQ(COLUMN(internalType)(env, column), expected.type);
+    EXPECT_EQ(COLUMN(length)(env, column), expected.size);
+    EXPECT_EQ(COLUMN(precision)(env, column), expected.prec);
+    EXPECT_EQ(COLUMN(scale)(env, column), scales[position - 1]);
+    EXPECT_EQ(COLUMN(nullAllowed)(env, column), JNI_TRUE);
+    EXPECT_EQ(reinterpret_cast<char*>(column_of(column)->columnname), expected.name.substr(0, 128));
+  }
+  expect_in_order(traced([&] {
+                    CURSOR(describe)
+                    (env, cursor, new_column());
+                  }),
+                  {"*** OCIParamGet (describe) ***", " colpos=1\n", "    internal_dbtype=2\n",
+                   "    dbsize=22\n"});
+}
+
+TEST_F(Cursor, DescribeStopsAtTheFirstFailure) {
+  state().columns = {{SQLT_CHR, 10, "ENAME", 3, "\x02"}};
+  const char* const steps[] = {"OCIParamGet",  "OCIAttrGet:2", "OCIAttrGet:1",
+                               "OCIAttrGet:4", "OCIAttrGet:5", "OCIAttrGet:6"};
+  for (std::size_t i = 0; i < std::size(steps); ++i) {
+    SCOPED_TRACE(steps[i]);
+    const jobject cursor = new_cursor();
+    const jobject column = new_column(1, 77);
+    state().reply(steps[i], OCI_ERROR, 24334);
+    EXPECT_EQ(CURSOR(describe)(env, cursor, column), JNI_TRUE);
+    EXPECT_EQ(calls().size(), i + 1 + 4);
+    EXPECT_EQ(get_int(cursor, "cdaerrorcode"), 24334);
+    EXPECT_EQ(COLUMN(internalType)(env, column), i == 0 ? 77 : i == 1 ? -1 : SQLT_CHR);
+    EXPECT_EQ(COLUMN(length)(env, column), i > 2 ? 10 : 0);
+    EXPECT_EQ(COLUMN(precision)(env, column), i > 4 ? 3 : 0);
+  }
+}
+
+TEST_F(Cursor, KindsOfColumn) {
+  const jobject cursor = new_cursor();
+  for (const int type : {1, 2, 8, 12, 23, 24, 112, 113, -1}) {
+    const jobject column = new_column(1, type);
+    EXPECT_EQ(CURSOR(isBlobColumn)(env, cursor, column), type == 8 || type == 24) << type;
+    EXPECT_EQ(CURSOR(isOCI8ILOBColumn)(env, cursor, column), type == 112 || type == 113) << type;
+  }
+  EXPECT_EQ(CURSOR(oopt)(env, cursor, 1), JNI_FALSE);
+  expect_raised("NullPointerException", "The functionality of oopt does not exist in OCI8");
+  EXPECT_THAT(calls(), IsEmpty());
+}
+
+TEST_F(Cursor, DefineByKindOfColumn) {
+  enum Value { kBuffer, kNothing, kLocator };
+  // All described with size 10; LONG pieces are 4 bytes; 3 rows.
+  const struct {
+    int type;
+    const char* define;
+    Value value;
+    sword buflen;
+    sb4 buffer;  // bytes asked for
+    const char* banner;
+  } cases[] = {
+      {1, "31,5,0)", kBuffer, 31, 93, "*** OCIDefineByPos ***"},
+      {96, "31,5,0)", kBuffer, 31, 93, "*** OCIDefineByPos ***"},
+      {2, "129,5,0)", kBuffer, 129, 387, "*** OCIDefineByPos ***"},
+      {3, "129,5,0)", kBuffer, 129, 387, "*** OCIDefineByPos ***"},
+      {4, "129,5,0)", kBuffer, 129, 387, "*** OCIDefineByPos ***"},
+      {5, "31,5,0)", kNothing, 31, 0, "*** OCIDefineByPos ***"},
+      {104, "24,5,0)", kBuffer, 24, 72, "*** OCIDefineByPos ***"},
+      {11, "24,5,0)", kBuffer, 24, 72, "*** OCIDefineByPos ***"},
+      {12, "7,12,0)", kBuffer, 7, 21, "*** OCIDefineByPos ***"},
+      {23, "10,23,0)", kBuffer, 10, 30, "*** OCIDefineByPos ***"},
+      {105, "20,5,0)", kBuffer, 20, 60, "*** OCIDefineByPos ***"},
+      {8, "2147483647,8,2)", kNothing, 4, 12, "*** OCIDefineByPos for LONG, LONGRAW  ***"},
+      {24, "2147483647,24,2)", kNothing, 4, 12, "*** OCIDefineByPos for LONG, LONGRAW  ***"},
+      {112, "-1,112,0)", kLocator, -1, 0, "*** OCIDefineByPos for BLOB, CLOB, NCLOB ***"},
+      {113, "-1,113,0)", kLocator, -1, 0, "*** OCIDefineByPos for BLOB, CLOB, NCLOB ***"},
+      {7, "0,0,0)", kNothing, 0, 0, "*** OCIDefineByPos ***"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.type);
+    oci_double::state() = {};
+    const jobject cursor = new_cursor();
+    const jobject column = new_column(1, c.type, 2);
+    COLUMN(setLength)(env, column, 10);
+    const std::string output =
+        traced([&] { EXPECT_EQ(CURSOR(bindSelectItem)(env, cursor, column, 3), JNI_FALSE); });
+    expect_in_order(output, {"*** bindSelectItem ***\n", c.banner, "    retvali=0\n"});
+    const char* value = c.value == kNothing ? "-," : "+,";
+    EXPECT_EQ(calls(), plus_cursor_codes(
+                           {std::string("OCIDefineByPos(stmt1,null,err1,2,") + value + c.define}));
+    columndata* record = column_of(column);
+    const oci_double::Define& define = state().defines.at(0);
+    const void* const values[] = {record->byte_arr, nullptr, &record->lobloc};
+    EXPECT_EQ(define.value, values[c.value]);
+    EXPECT_EQ(define.ind, record->indpvect);
+    EXPECT_EQ(define.rlen, record->retlenvect);
+    EXPECT_EQ(define.rcode, record->retcodevect);
+    EXPECT_EQ(record->vectsize, 3);
+    EXPECT_EQ(record->buflen, c.buflen);
+    EXPECT_EQ(record->byte_arrlen, c.buffer);
+    EXPECT_EQ(record->bufptr, c.buffer == 0 ? nullptr : record->byte_arr);
+    EXPECT_EQ(COLUMN(externalType)(env, column), define.type);
+    EXPECT_EQ(cda_of(cursor)->long_count, c.type == 8 || c.type == 24);
+  }
+}
+
+TEST_F(Cursor, LongColumnsAreQueuedInOrderEvenWhenTheirDefineFails) {
+  const jobject cursor = new_cursor();
+  const jobject first = new_column(1, SQLT_LNG, 1);
+  const jobject second = new_column(1, SQLT_LBI, 2);
+  EXPECT_EQ(CURSOR(bindSelectItem)(env, cursor, first, 1), JNI_FALSE);
+  state().reply("OCIDefineByPos", OCI_ERROR, 1007);
+  EXPECT_EQ(CURSOR(bindSelectItem)(env, cursor, second, 1), JNI_TRUE);
+  EXPECT_EQ(get_int(cursor, "cdaerrorcode"), 1007);
+  const cdadata* cda = cda_of(cursor);
+  EXPECT_EQ(cda->long_count, 2);
+  EXPECT_EQ(cda->lc_tail->coldata, column_of(first));
+  EXPECT_EQ(cda->lc_head->coldata, column_of(second));
+  EXPECT_EQ(cda->lc_tail->next, cda->lc_head);
+}
+
+TEST_F(Cursor, ExecCommitsWithAutocommitAndCleansUpAfterwards) {
+  for (const int autocommit : {0, 1}) {
+    for (const sword status : {OCI_SUCCESS, OCI_SUCCESS_WITH_INFO, OCI_ERROR, OCI_NEED_DATA}) {
+      oci_double::state() = {};
+      const jobject cursor = new_cursor();
+      ldapool[0].autocommit = autocommit;
+      columndata column(1);
+      auto* node = new longcol_node;
+      node->coldata = &column;
+      longcol_node::queue(&cda_of(cursor)->li_head, &cda_of(cursor)->li_tail, node);
+      const int error = status == OCI_SUCCESS ? 0 : 1400;
+      state().reply("OCIStmtExecute", status, error);
+      const std::string output =
+          traced([&] { EXPECT_EQ(CURSOR(exec)(env, cursor), status != OCI_SUCCESS); });
+      EXPECT_EQ(calls(),
+                plus_cursor_codes({autocommit ? "OCIStmtExecute(svc1,stmt1,err1,1,0,-,-,32)"
+                                              : "OCIStmtExecute(svc1,stmt1,err1,1,0,-,-,0)"}));
+      expect_in_order(output, {"*** OCIStmtExecute 1 *** \n",
+                               "    OCIStmtExecute result=" + std::to_string(status) + "\n",
+                               "    cdaerrorcode=" + std::to_string(error) + "\n",
+                               "*********  clean_longinsert_chain  invoked ***\n"});
+      EXPECT_EQ(cda_of(cursor)->li_tail, nullptr);
+    }
+  }
+  ldapool[0].autocommit = 0;
+}
+
+TEST_F(Cursor, CallsOnACursorThatIsNotOpenDoNotReachTheInterface) {
+  const jobject column = new_column();
+  using Call = jlong (*)(jobject cursor, jobject column);
+  const Call all_calls[] = {
+      [](jobject c, jobject) -> jlong { return CURSOR(cancel)(env, c); },
+      [](jobject c, jobject) -> jlong { return CURSOR(close)(env, c); },
+      [](jobject c, jobject) -> jlong { return CURSOR(exec)(env, c); },
+      [](jobject c, jobject) -> jlong { return CURSOR(fetch)(env, c); },
+      [](jobject c, jobject) -> jlong { return CURSOR(execAndFetch)(env, c, 1); },
+      [](jobject c, jobject) -> jlong { return CURSOR(arrayFetch)(env, c, 1); },
+      [](jobject c, jobject col) -> jlong { return CURSOR(describe)(env, c, col); },
+      [](jobject c, jobject col) -> jlong { return CURSOR(bindSelectItem)(env, c, col, 1); },
+      [](jobject c, jobject) -> jlong { return CURSOR(parse)(env, c, bytes("SELECT"), 0); },
+  };
+  for (const bool closed_before : {false, true}) {
+    for (const Call call : all_calls) {
+      const jobject cursor = new_cursor(closed_before);
+      if (closed_before) CURSOR(close)(env, cursor);
+      calls();
+      call(cursor, column);
+      raised();
+      EXPECT_THAT(calls(), testing::Each(testing::Not(testing::HasSubstr("freed:"))));
+    }
+  }
+}
+
+}  // namespace

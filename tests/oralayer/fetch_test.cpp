@@ -1,0 +1,475 @@
+// Fetching rows and pieces, and reading the values.
+#include <limits>
+
+#include "jvm_test.h"
+
+using oci_double::state;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+constexpr oci_double::Reply kMore = {OCI_NEED_DATA, 3130};
+constexpr oci_double::Reply kDone = {OCI_SUCCESS, 0};
+const char* const kErrorQuery = "OCIErrorGet(err1,1,-,-,0,2)";
+
+class Fetch : public JvmTest {
+ protected:
+  // A cursor with LONG columns, defined, whose first fetch will ask for pieces.
+  jobject long_cursor(std::size_t columns) {
+    const jobject cursor = new_cursor();
+    longs.clear();
+    for (std::size_t i = 0; i < columns; ++i) {
+      const jobject column = new_column(1, SQLT_LNG, static_cast<int>(i + 1));
+      CURSOR(bindSelectItem)(env, cursor, column, 1);
+      longs.push_back(column);
+    }
+    calls();
+    return cursor;
+  }
+
+  static jboolean fetch_row(jobject cursor, std::deque<oci_double::Piece> pieces) {
+    state().reply("OCIStmtFetch", OCI_NEED_DATA, 3130);
+    state().pieces = std::move(pieces);
+    return CURSOR(arrayFetch)(env, cursor, 1);
+  }
+
+  static std::string value_of(jobject column) {
+    std::string value;
+    for (const longdata_node* node = column_of(column)->longbuf_tail; node; node = node->next) {
+      value.append(reinterpret_cast<char*>(node->buf_ptr),
+                   static_cast<std::size_t>(node->buf_size));
+      value += '|';
+    }
+    return value;
+  }
+
+  std::vector<jobject> longs;
+};
+
+TEST_F(Fetch, FetchBringsOneRow) {
+  const jobject cursor = new_cursor();
+  EXPECT_EQ(CURSOR(fetch)(env, cursor), JNI_FALSE);
+  EXPECT_EQ(calls(), plus_cursor_codes({"OCIStmtFetch(stmt1,err1,1,2,0)"}));
+  state().reply("OCIStmtFetch", OCI_NO_DATA, 1403);
+  EXPECT_EQ(traced([&] { EXPECT_EQ(CURSOR(fetch)(env, cursor), JNI_TRUE); }),
+            "*** OCIStmtFetch 1 ***\n    cdaerrorcode=1403\n");
+  EXPECT_EQ(get_int(cursor, "cdaerrorcode"), 1403);
+}
+
+TEST_F(Fetch, ExecAndFetchBringsTheFirstArray) {
+  const struct {
+    jint fetchsize;
+    sword status;
+    int error;
+    bool failed;
+  } cases[] = {{20, OCI_NO_DATA, 1403, false},
+               {20, OCI_SUCCESS, 0, false},
+               {0, OCI_SUCCESS, 0, false},
+               {20, OCI_ERROR, 942, true},
+               {20, OCI_SUCCESS_WITH_INFO, 24345, true}};
+  for (const auto& c : cases) {
+    oci_double::state() = {};
+    const jobject cursor = new_cursor();
+    state().reply("OCIStmtExecute", c.status, c.error);
+    state().row_count = 5;
+    const std::string output =
+        traced([&] { EXPECT_EQ(CURSOR(execAndFetch)(env, cursor, c.fetchsize), c.failed); });
+    const std::string size = std::to_string(c.fetchsize);
+    Lines expected = plus_cursor_codes({"OCIAttrSet(stmt1,4," + size + ",0,11,err1)"});
+    expected.push_back("OCIStmtExecute(svc1,stmt1,err1," + size + ",0,-,-,0)");
+    EXPECT_EQ(calls(), plus_cursor_codes(expected));
+    EXPECT_EQ(get_int(cursor, "cdaerrorcode"), c.error);
+    EXPECT_EQ(get_int(cursor, "rowsprocessed"), 5);
+    Lines lines = {"   hasLong is false, Set Statement Prefetch Rows Attribute to " + size + "\n",
+                   "*** OCIStmtExecute 2 ***   fetchsize=" + size + "\n"};
+    if (c.status == OCI_NO_DATA) {
+      lines.emplace_back("    no LONG columns: retvali was 100: OCI_NO_DATA, setting to 0\n");
+    }
+    expect_in_order(output, lines);
+  }
+}
+
+TEST_F(Fetch, ArrayFetchWithoutLongColumns) {
+  const struct {
+    sword status;
+    int error;
+    bool failed;
+    int code;
+    const char* trace;
+  } cases[] = {
+      {OCI_SUCCESS, 0, false, 0, "*** ArrayFetch  OCIStmtFetch  *** \n"},
+      {OCI_NO_DATA, 1403, true, 1403, "---  OCI_NO_DATA on entry to ArrayFetch..  exiting\n"},
+      {OCI_ERROR, 1002, true, 1002, "    cdaerrorcode=1002\n"},
+      {OCI_SUCCESS_WITH_INFO, 24345, true, 24345, "    cdaerrorcode=24345\n"},
+      {OCI_NEED_DATA, 3130, false, 0,
+       "***  OCIStmtExecute 2:  caught ORA-03130  buffer for next piece req'd, swallowing\n"}};
+  for (const auto& c : cases) {
+    oci_double::state() = {};
+    const jobject cursor = new_cursor();
+    state().reply("OCIStmtFetch", c.status, c.error);
+    expect_in_order(traced([&] { EXPECT_EQ(CURSOR(arrayFetch)(env, cursor, 20), c.failed); }),
+                    {c.trace});
+    Lines expected = plus_cursor_codes({"OCIStmtFetch(stmt1,err1,20,2,0)"});
+    expected.emplace_back(kErrorQuery);
+    EXPECT_EQ(calls(), expected);
+    EXPECT_EQ(get_int(cursor, "cdaerrorcode"), c.code);
+    EXPECT_EQ(cda_of(cursor)->need_data, c.status == OCI_NEED_DATA);
+  }
+}
+
+TEST_F(Fetch, NoMoreRowsAreAskedForThanTheColumnsHold) {
+  const jobject cursor = new_cursor();
+  CURSOR(bindSelectItem)(env, cursor, new_column(1, SQLT_CHR, 1), 20);
+  CURSOR(bindSelectItem)(env, cursor, new_column(1, SQLT_CHR, 2), 2);
+  calls();
+  for (const jint rows : {3, 20, -1}) {
+    CURSOR(execAndFetch)(env, cursor, rows);
+    raised();
+    CURSOR(arrayFetch)(env, cursor, rows);
+    raised();
+  }
+  EXPECT_THAT(calls(), testing::Each(testing::Not(testing::ContainsRegex("Execute|Fetch"))));
+  EXPECT_EQ(CURSOR(arrayFetch)(env, cursor, 2), JNI_FALSE);
+}
+
+TEST_F(Fetch, LongValueInThreePieces) {
+  const jobject cursor = long_cursor(1);
+  state().reply("OCIStmtFetch", OCI_NEED_DATA, 3130);
+  state().pieces = {{0, OCI_FIRST_PIECE, "abcd", kMore},
+                    {0, OCI_NEXT_PIECE, "efgh", kMore},
+                    {0, OCI_LAST_PIECE, "ij", kDone}};
+  state().row_count = 1;
+  expect_in_order(
+      traced([&] { EXPECT_EQ(CURSOR(execAndFetch)(env, cursor, 20), JNI_FALSE); }),
+      {"     reset fetchsize to zero, longCount = 1\n", "*** OCIStmtExecute 2 ***   fetchsize=0\n",
+       "*** ArrayFetch  OCIStmtFetch  *** \n", "    cdaerrorcode=3130\n",
+       "***  OCIStmtExecute 2:  caught ORA-03130  buffer for next piece req'd, swallowing\n",
+       "BufPool:getbuf: bufPoolSP = 0, return new char buf\n", " longdata_node num=0   size=4",
+       "     data:  (4 bytes)\n    bytes:\n    61 62 63 64 \n    text:\n    abcd\n"});
+  Lines expected = plus_cursor_codes(
+      {"OCIStmtExecute(svc1,stmt1,err1,0,0,-,-,0)", "OCIStmtFetch(stmt1,err1,1,2,0)"});
+  expected.emplace_back(kErrorQuery);
+  for (const char* piece : {"1", "2", "3"}) {
+    expected.insert(expected.end(),
+                    {"OCIStmtGetPieceInfo(stmt1,err1,6)",
+                     std::string("OCIStmtSetPieceInfo(def1,6,err1,4,") + piece + ",-,-)",
+                     "OCIStmtFetch(stmt1,err1,1,2,0)"});
+  }
+  EXPECT_EQ(calls(), expected);
+  EXPECT_EQ(value_of(longs[0]), "abcd|efgh|ij|");
+  EXPECT_EQ(column_of(longs[0])->indpvect[0], 0);
+  EXPECT_EQ(get_int(cursor, "cdaerrorcode"), 0) << "3130 is no error";
+  EXPECT_EQ(get_int(cursor, "rowsprocessed"), 1);
+  EXPECT_EQ(cda_of(cursor)->need_data, 1);
+
+  // The next row takes the buffers of this one, the last released first.
+  const std::vector<const void*> first_row = std::exchange(state().piece_buffers, {});
+  fetch_row(cursor, {{0, OCI_FIRST_PIECE, "1234", kMore},
+                     {0, OCI_NEXT_PIECE, "5678", kMore},
+                     {0, OCI_LAST_PIECE, "", kDone}});
+  EXPECT_EQ(value_of(longs[0]), "1234|5678||");
+  EXPECT_THAT(state().piece_buffers, ElementsAre(first_row[2], first_row[1], first_row[0]));
+  CURSOR(close)(env, cursor);
+}
+
+TEST_F(Fetch, SeveralLongColumnsInOrderOfDefinition) {
+  const jobject cursor = long_cursor(2);
+  EXPECT_EQ(fetch_row(cursor, {{0, OCI_ONE_PIECE, "abc", kMore},
+                               {1, OCI_FIRST_PIECE, "defg", kMore},
+                               {1, OCI_LAST_PIECE, "h", kDone}}),
+            JNI_FALSE);
+  EXPECT_EQ(value_of(longs[0]), "abc|");
+  EXPECT_EQ(value_of(longs[1]), "defg|h|");
+  EXPECT_EQ(fetch_row(cursor, {{0, OCI_ONE_PIECE, "x", kMore}, {1, OCI_ONE_PIECE, "y", kDone}}),
+            JNI_FALSE);
+  EXPECT_EQ(value_of(longs[0]) + value_of(longs[1]), "x|y|");
+  EXPECT_EQ(cda_of(cursor)->longdata_bufpool->bufPoolSP, 1);
+  EXPECT_EQ(fetch_row(cursor, {{0, OCI_ONE_PIECE, "1", kMore},
+                               {1, OCI_ONE_PIECE, "2", kMore},
+                               {0, OCI_ONE_PIECE, "not ours", kDone}}),
+            JNI_FALSE)
+      << "a request beyond the defined columns ends the row";
+  EXPECT_EQ(value_of(longs[0]) + value_of(longs[1]), "1|2|");
+  CURSOR(close)(env, cursor);
+}
+
+TEST_F(Fetch, EndsOfThePieceLoop) {
+  const struct {
+    oci_double::Reply end;
+    bool failed;
+    int code;
+    sb2 indicator;
+    const char* trace;
+  } cases[] = {
+      {{OCI_SUCCESS, 0}, false, 0, 0, ""},
+      {{OCI_NO_DATA, 1403}, false, 0, 0, ""},
+      {{OCI_ERROR, 1405}, false, 0, -1, "OCIStmtFetch got ORA-1405: fetched column value is NULL"},
+      {{OCI_ERROR, 1013}, true, 1013, 0, " OCIStmtFetch returned OCI_ERROR\n"}};
+  for (const auto& c : cases) {
+    oci_double::state() = {};
+    const jobject cursor = long_cursor(1);
+    const std::string output = traced([&] {
+      EXPECT_EQ(fetch_row(cursor, {{0, OCI_ONE_PIECE, "ab", c.end}}), c.failed) << c.end.error;
+    });
+    expect_in_order(output, {c.trace});
+    if (c.indicator == -1) {
+      expect_in_order(without_addresses(output), {"thus setting null ind to true for col at PTR"});
+    }
+    EXPECT_EQ(get_int(cursor, "cdaerrorcode"), c.code);
+    EXPECT_EQ(column_of(longs[0])->indpvect[0], c.indicator);
+    const bool empty = c.end.status == OCI_NO_DATA;
+    EXPECT_EQ(value_of(longs[0]), empty ? "|" : "ab|");
+    CURSOR(close)(env, cursor);
+  }
+}
+
+TEST_F(Fetch, EachRowClearsTheIndicatorOfTheOneBefore) {
+  const jobject cursor = long_cursor(1);
+  fetch_row(cursor, {{0, OCI_ONE_PIECE, "", {OCI_ERROR, 1405}}});
+  EXPECT_EQ(CURSOR(getIndicator)(env, cursor, longs[0], 0), -1);
+  fetch_row(cursor, {{0, OCI_ONE_PIECE, "v", kDone}});
+  EXPECT_EQ(CURSOR(getIndicator)(env, cursor, longs[0], 0), 0);
+  CURSOR(close)(env, cursor);
+}
+
+TEST_F(Fetch, ChainShorterThanTheRequests) {
+  jobject cursor = long_cursor(1);
+  cda_of(cursor)->long_count = 2;
+  EXPECT_EQ(fetch_row(cursor, {{0, OCI_ONE_PIECE, "a", kMore}, {0, OCI_ONE_PIECE, "b", kDone}}),
+            JNI_FALSE);
+  expect_raised("InternalError", "in LONG fetch, got NULL longcol_node pointer !");
+  CURSOR(close)(env, cursor);
+  oci_double::state() = {};
+  cursor = long_cursor(1);
+  columndata* column = std::exchange(cda_of(cursor)->lc_tail->coldata, nullptr);
+  EXPECT_EQ(fetch_row(cursor, {{0, OCI_ONE_PIECE, "a", kDone}}), JNI_FALSE);
+  expect_raised("InternalError", "in LONG fetch, got NULL column data from longcol_node pointer !");
+  cda_of(cursor)->lc_tail->coldata = column;
+  CURSOR(close)(env, cursor);
+}
+
+TEST_F(Fetch, PieceLengthMayChangeBetweenFetches) {
+  const jobject cursor = long_cursor(1);
+  for (const int length : {4, 8 << 20, 16}) {
+    set_int(cursor, "selPieceLength", length);
+    fetch_row(cursor, {{0, OCI_ONE_PIECE, std::string(4, 'x'), kDone}});
+    EXPECT_EQ(value_of(longs[0]), "xxxx|");
+    EXPECT_THAT(calls(), testing::Contains("OCIStmtSetPieceInfo(def1,6,err1," +
+                                           std::to_string(length) + ",0,-,-)"));
+  }
+  CURSOR(close)(env, cursor);
+}
+
+TEST_F(Fetch, UselessPieceLengthsAndFailingPieceCallsDoNotCrash) {
+  for (const jint length : {0, -1, std::numeric_limits<jint>::min()}) {
+    const jobject cursor = long_cursor(1);
+    set_int(cursor, "selPieceLength", length);
+    fetch_row(cursor, {{0, OCI_ONE_PIECE, "abc", kDone}});
+    raised();
+  }
+  for (const char* call : {"OCIStmtGetPieceInfo", "OCIStmtSetPieceInfo"}) {
+    oci_double::state() = {};
+    const jobject cursor = long_cursor(1);
+    state().reply(call, OCI_ERROR, 24334);
+    fetch_row(cursor, {});
+    raised();
+    CURSOR(close)(env, cursor);
+  }
+}
+
+class Values : public JvmTest {
+ protected:
+  void SetUp() override {
+    JvmTest::SetUp();
+    cursor = new_cursor();
+  }
+
+  // A column as fetched: rows of `buflen` bytes.
+  static jobject fetched(const Lines& rows, sword buflen, int type = SQLT_CHR) {
+    const jobject column = new_column(static_cast<int>(rows.size()), type);
+    columndata* record = column_of(column);
+    record->buflen = buflen;
+    record->allocByteArray(buflen * static_cast<sword>(rows.size()));
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+      std::copy(rows[i].begin(), rows[i].end(),
+                record->byte_arr + i * static_cast<std::size_t>(buflen));
+      record->retlenvect[i] = static_cast<ub2>(rows[i].size());
+    }
+    return column;
+  }
+
+  jobject cursor = nullptr;
+};
+
+TEST_F(Values, TextFitsOrIsRefused) {
+  const jobject column = fetched({"a", "bb", "ccc", ""}, 31);
+  column_of(column)->indpvect[1] = -1;
+  const struct {
+    jint row;
+    const char* room;
+    jint result;
+    const char* expected;
+    const char* exception;
+  } cases[] = {{2, "..........", 3, "ccc.......", ""},
+               {2, "...", 3, "ccc", ""},
+               {2, "..", 0, "..", "java.lang.NullPointerException: Null array"},
+               {0, ".", 1, "a", ""},
+               {1, "....", -1, "....", ""},
+               {3, "....", 0, "....", ""}};
+  for (const auto& c : cases) {
+    const jbyteArray array = bytes(c.room);
+    EXPECT_EQ(CURSOR(getStringValue)(env, cursor, column, c.row, array), c.result);
+    EXPECT_EQ(raised(), c.exception);
+    EXPECT_EQ(contents(array), c.expected);
+  }
+  expect_in_order(
+      traced([&] {
+        CURSOR(getStringValue)
+        (env, cursor, column, 2, bytes("...."));
+      }),
+      {"*** OciCursor getStringValue *** ", "    bytes (3 bytes)\n    bytes:\n    63 63 63 \n"});
+}
+
+TEST_F(Values, BytesAreCutToTheArray) {
+  const std::string raw(100, 'r');
+  const jobject column = fetched({std::string("\0\1\2", 3), raw}, 100, SQLT_BIN);
+  jbyteArray array = bytes(std::string(40, '.'));
+  EXPECT_EQ(CURSOR(getByteValue)(env, cursor, column, 1, array), 40);
+  EXPECT_EQ(contents(array), raw.substr(0, 40));
+  array = bytes("....");
+  EXPECT_EQ(CURSOR(getByteValue)(env, cursor, column, 0, array), 3);
+  EXPECT_EQ(contents(array), std::string("\0\1\2.", 4));
+  column_of(column)->indpvect[0] = -1;
+  EXPECT_EQ(CURSOR(getByteValue)(env, cursor, column, 0, array), 0);
+  const jobject large = fetched({"x"}, 65536, SQLT_BIN);
+  EXPECT_EQ(CURSOR(getByteValue)(env, cursor, large, 0, bytes(std::string(70000, '.'))), 65536)
+      << "a returned length has only 16 bits";
+  const jobject just_below = fetched({"x"}, 65535, SQLT_BIN);
+  EXPECT_EQ(CURSOR(getByteValue)(env, cursor, just_below, 0, bytes("..")), 1);
+}
+
+TEST_F(Values, NumbersDatesIndicatorsAndReturnCodes) {
+  const jobject column = fetched({"1234567", "7654321"}, 7, SQLT_DAT);
+  columndata* record = column_of(column);
+  record->indpvect[1] = -1;
+  record->indpvect[0] = 5;
+  record->retcodevect[0] = 1406;
+  record->retcodevect[1] = 65535;
+  record->long_arr[0] = -42;
+  record->double_arr[0] = 2.5;
+  const jint indicators[] = {5, -1};
+  const jint codes[] = {1406, 65535};
+  const jint integers[] = {-42, 0};
+  const double doubles[] = {2.5, -1.0};
+  const char* const dates[] = {"1234567.", "7654321."};
+  for (jint row : {0, 1}) {
+    EXPECT_EQ(CURSOR(getIndicator)(env, cursor, column, row), indicators[row]);
+    EXPECT_EQ(CURSOR(getReturnCode)(env, cursor, column, row), codes[row]);
+    EXPECT_EQ(CURSOR(getIntegerValue)(env, cursor, column, row), integers[row]);
+    EXPECT_EQ(CURSOR(getDoubleValue)(env, cursor, column, row), doubles[row]);
+    const jbyteArray date = bytes("........");
+    EXPECT_EQ(CURSOR(getDateValue)(env, cursor, column, row, date), 1);
+    EXPECT_EQ(contents(date), dates[row]);
+  }
+  const jbyteArray small = bytes("......");
+  CURSOR(getDateValue)(env, cursor, column, 0, small);
+  EXPECT_NE(raised(), "") << "seven bytes do not fit";
+  EXPECT_EQ(contents(small), "......");
+  expect_in_order(without_addresses(traced([&] {
+                    CURSOR(getIndicator)(env, cursor, column, 1);
+                    CURSOR(getReturnCode)(env, cursor, column, 0);
+                  })),
+                  {"*** OciCursor getIndicator *** col at PTR", " recnum = 1", " returning -1\n",
+                   "*** OciCursor getReturnCode *** for recnum 0", " returning: 1406\n"});
+  EXPECT_THAT(calls(), IsEmpty()) << "getters make no call";
+}
+
+TEST_F(Values, RowsOutsideTheColumnAndColumnsWithoutABuffer) {
+  const jobject good = fetched({"a", "b"}, 10);
+  const jobject of_long = new_column(2, SQLT_LNG);
+  const jobject of_lob = new_column(2, SQLT_CLOB);
+  const jobject without_rows = new_column(0);
+  column_of(of_lob)->buflen = -1;
+  using ArrayGetter = jint (*)(JNIEnv*, jobject, jobject, jint, jbyteArray);
+  const ArrayGetter getters[] = {CURSOR(getStringValue), CURSOR(getByteValue),
+                                 CURSOR(getDateValue)};
+  const struct {
+    jobject column;
+    jint row;
+    bool must_raise;
+  } cases[] = {{good, -1, true},
+               {good, 2, true},
+               {good, std::numeric_limits<jint>::max(), true},
+               {good, std::numeric_limits<jint>::min(), true},
+               {without_rows, 0, true},
+               {of_long, 0, false},
+               {of_lob, 0, false},
+               {of_lob, 1, false}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.row);
+    for (const ArrayGetter getter : getters) {
+      const jbyteArray array = bytes("..........");
+      const jint result = getter(env, cursor, c.column, c.row, array);
+      EXPECT_TRUE(raised() != "" || (!c.must_raise && result <= 0));
+      EXPECT_EQ(contents(array), "..........");
+    }
+    if (!c.must_raise) continue;
+    CURSOR(getIndicator)(env, cursor, c.column, c.row);
+    EXPECT_NE(raised(), "");
+    CURSOR(getReturnCode)(env, cursor, c.column, c.row);
+    EXPECT_NE(raised(), "");
+    CURSOR(getIntegerValue)(env, cursor, c.column, c.row);
+    EXPECT_NE(raised(), "");
+    CURSOR(getDoubleValue)(env, cursor, c.column, c.row);
+    EXPECT_NE(raised(), "");
+  }
+}
+
+TEST_F(Values, LongPiecesAreHandedOverOnce) {
+  using PieceGetter = jint (*)(JNIEnv*, jobject, jobject, jint, jbyteArray);
+  const struct {
+    PieceGetter getter;
+    const char* name;
+  } cases[] = {{CURSOR(getLongByteValue), "getLongByteValue"},
+               {CURSOR(getLongStringValue), "getLongStringValue"}};
+  cdadata* cda = cda_of(cursor);
+  LongdataBufPool* pool = cda->longdata_bufpool = new LongdataBufPool;
+  for (const auto& c : cases) {
+    const jobject column = new_column(1, SQLT_LNG, 4);
+    columndata* record = column_of(column);
+    EXPECT_EQ(CURSOR(getLongDataLength)(env, cursor, column), 0);
+    for (const sb4 size : {4, 4, 1}) {
+      auto* node = longdata_node::queue(&record->longbuf_head, &record->longbuf_tail, 8, pool);
+      node->buf_size = size;
+      std::fill_n(node->buf_ptr, size, static_cast<ub1>('0' + size));
+    }
+    EXPECT_EQ(CURSOR(getLongDataLength)(env, cursor, column), 9);
+    jbyteArray array = bytes("......");
+    const std::string output =
+        traced([&] { EXPECT_EQ(c.getter(env, cursor, column, 77, array), 4); });
+    const std::string name = c.name;
+    expect_in_order(output, {"*** OciCursor " + name + " *** ", "    offset = 77\n",
+                             "    " + name + " data (4 bytes)\n    bytes:\n    34 34 34 34 \n"});
+    EXPECT_EQ(contents(array), "4444..");
+    EXPECT_EQ(CURSOR(getLongDataLength)(env, cursor, column), 5);
+    array = bytes("...");
+    c.getter(env, cursor, column, 0, array);
+    expect_raised("InternalError", " in " + name + ": data buffer larger than passed in buffer ");
+    EXPECT_EQ(contents(array), "...");
+    array = bytes("....");
+    while (c.getter(env, cursor, column, 0, array) != 0) continue;
+    EXPECT_EQ(contents(array).front(), '1');
+    EXPECT_EQ(CURSOR(getLongDataLength)(env, cursor, column), 0);
+    EXPECT_EQ(pool->bufPoolSP, 3);
+  }
+  EXPECT_EQ(CURSOR(getLongDataLength)(env, cursor, new_column(1, SQLT_NUM)), -10);
+  EXPECT_EQ(traced([&] {
+              CURSOR(getLongDataLength)
+              (env, cursor, new_column(1, SQLT_LBI));
+            }),
+            "*** OciCursor getLongDataLength *** \n");
+  CURSOR(close)(env, cursor);
+}
+
+}  // namespace

@@ -1,0 +1,183 @@
+#include "jvm_test.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <iostream>
+
+JavaVM* the_vm = nullptr;
+JNIEnv* env = nullptr;
+Lines load_calls;
+const JNINativeInterface_* JniTable::real = nullptr;
+
+namespace {
+
+// Checked JNI, with its warnings on standard error, out of reach of captures. The JVM leaves
+// signals alone, so that a crash in the library ends the test at once.
+class JvmEnvironment : public testing::Environment {
+ public:
+  void SetUp() override {
+    load_calls = calls();
+    const std::string class_path = std::string("-Djava.class.path=") + ORALAYER_JAR;
+    std::vector<JavaVMOption> options;
+    for (const char* option : {class_path.c_str(), "-Xcheck:jni", "-Xrs", "-Xmx64m",
+                               "-XX:+UseSerialGC", "-XX:+DisplayVMOutputToStderr"}) {
+      options.push_back({const_cast<char*>(option), nullptr});
+    }
+    JavaVMInitArgs arguments{JNI_VERSION_1_8, static_cast<jint>(options.size()), options.data(),
+                             JNI_FALSE};
+    ASSERT_EQ(JNI_CreateJavaVM(&the_vm, reinterpret_cast<void**>(&env), &arguments), JNI_OK);
+  }
+};
+
+const testing::Environment* const jvm_environment =
+    testing::AddGlobalTestEnvironment(new JvmEnvironment);
+
+std::string string_of(jobject object, const char* method) {
+  const jmethodID id =
+      env->GetMethodID(env->GetObjectClass(object), method, "()Ljava/lang/String;");
+  const auto string = static_cast<jstring>(env->CallObjectMethod(object, id));
+  if (env->ExceptionCheck() || string == nullptr) return "null";
+  const char* chars = env->GetStringUTFChars(string, nullptr);
+  const std::string result = chars;
+  env->ReleaseStringUTFChars(string, chars);
+  return result;
+}
+
+}  // namespace
+
+Capture::Capture() : saved_(dup(1)), file_(fileno(std::tmpfile())) {
+  std::cout << std::flush;
+  std::fflush(stdout);
+  dup2(file_, 1);
+}
+
+std::string Capture::text() {
+  if (saved_ < 0) return text_;
+  std::cout << std::flush;
+  std::fflush(stdout);
+  text_.resize(static_cast<std::size_t>(lseek(file_, 0, SEEK_END)));
+  EXPECT_EQ(pread(file_, text_.data(), text_.size(), 0), static_cast<ssize_t>(text_.size()));
+  dup2(saved_, 1);
+  close(saved_);
+  close(file_);
+  saved_ = -1;
+  return text_;
+}
+
+std::string without_addresses(std::string output) {
+  for (std::size_t at = 0; (at = output.find("0x", at)) != std::string::npos; at += 3) {
+    output.replace(at, output.find_first_not_of("0123456789abcdef", at + 2) - at, "PTR");
+  }
+  return output;
+}
+
+void expect_in_order(const std::string& output, const Lines& texts) {
+  std::size_t from = 0;
+  for (const std::string& wanted : texts) {
+    const std::size_t found = output.find(wanted, from);
+    ASSERT_NE(found, std::string::npos) << "not found here: [" << wanted << "] in\n" << output;
+    from = found + wanted.size();
+  }
+}
+
+jclass find_class(const std::string& name) {
+  return env->FindClass(name.c_str());
+}
+
+jobject allocate(const std::string& simple_name) {
+  return env->AllocObject(find_class("trevalon/db/oci/" + simple_name));
+}
+
+jint get_int(jobject object, const char* field) {
+  return env->GetIntField(object, env->GetFieldID(env->GetObjectClass(object), field, "I"));
+}
+
+void set_int(jobject object, const char* field, jint value) {
+  env->SetIntField(object, env->GetFieldID(env->GetObjectClass(object), field, "I"), value);
+}
+
+jbyteArray bytes(const std::string& values) {
+  const auto length = static_cast<jsize>(values.size());
+  const jbyteArray array = env->NewByteArray(length);
+  env->SetByteArrayRegion(array, 0, length, reinterpret_cast<const jbyte*>(values.data()));
+  return array;
+}
+
+std::string contents(jbyteArray array) {
+  std::string result(static_cast<std::size_t>(env->GetArrayLength(array)), '\0');
+  env->GetByteArrayRegion(array, 0, static_cast<jsize>(result.size()),
+                          reinterpret_cast<jbyte*>(result.data()));
+  return result;
+}
+
+std::string raised() {
+  const jthrowable pending = env->ExceptionOccurred();
+  if (pending == nullptr) return "";
+  env->ExceptionClear();
+  const jobject its_class = env->GetObjectClass(pending);
+  const std::string name = string_of(its_class, "getName");
+  return name + ": " + string_of(pending, "getMessage");
+}
+
+jobject new_connection(int elem, bool xa) {
+  const jobject connection = allocate("OciConnection");
+  const jfieldID is_xa = env->GetFieldID(env->GetObjectClass(connection), "isXA", "Z");
+  env->SetBooleanField(connection, is_xa, xa);
+  CONNECTION(native_1initialize)(env, connection, elem, nullptr, JNI_FALSE);
+  return connection;
+}
+
+jobject new_column(int rows, int internal_type, int position) {
+  const jobject column = allocate("OciColumn");
+  COLUMN(initialize)(env, column, rows, 0);
+  COLUMN(setPosition)(env, column, position);
+  COLUMN(setDbType)(env, column, internal_type);
+  return column;
+}
+
+jobject new_cursor(bool open) {
+  const jobject cursor = allocate("OciCursor");
+  CURSOR(initialize)(env, cursor, 0);
+  set_int(cursor, "selPieceLength", 4);
+  if (open) CURSOR(open)(env, cursor, new_connection());
+  calls();
+  return cursor;
+}
+
+void forget_initialisation() {
+  for (jfieldID* id : {&logondata32iD,    &logondata64iD,     &ldaerrcodeiD,    &oserrcodeiDconn,
+                       &isXAID,           &inputStreamTypeID, &coldata32iD,     &coldata64iD,
+                       &selPieceLengthID, &cdadata32iD,       &cdadata64iD,     &cdaerrorcodeiD,
+                       &rowsprocessediD,  &parsererroffsetiD, &sqlfunccodeiD,   &ocifunccodeiD,
+                       &oserrcodeiD,      &warnflagsiD,       &lobdata32iD,     &lobdata64iD,
+                       &loberrcodeiD,     &AsciiStreamID,     &UnicodeStreamID, &BinaryStreamID,
+                       &CharacterStreamID}) {
+    *id = nullptr;
+  }
+  inited = 0;
+}
+
+Lines calls() {
+  return std::exchange(oci_double::state().calls, {});
+}
+
+Lines plus_cursor_codes(Lines before) {
+  before.insert(before.end(), {"OCIErrorGet(err1,1,-,-,0,2)", "OCIAttrGet(stmt1,4,-,10,err1)",
+                               "OCIAttrGet(stmt1,4,-,9,err1)", "OCIAttrGet(stmt1,4,-,1,err1)"});
+  return before;
+}
+
+void JvmTest::SetUp() {
+  ASSERT_EQ(env->PushLocalFrame(4000), 0);
+  oci_double::state() = {};
+  oci_debug = 0;
+  if (inited == 0) new_connection();
+  calls();
+}
+
+void JvmTest::TearDown() {
+  EXPECT_EQ(raised(), "") << "left pending";
+  env->PopLocalFrame(nullptr);
+}

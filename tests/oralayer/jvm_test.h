@@ -1,0 +1,121 @@
+// The fixture of the tests that run inside a JVM, and what they share: Java objects of the peer
+// classes, exceptions, captured standard output, faults in the JNI function table.
+#ifndef ORALAYER_JVM_TEST_H
+#define ORALAYER_JVM_TEST_H
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "oci_double.h"
+#include "oralayer8.h"
+#include "trace.h"
+#include "trevalon_db_oci_OciColumn.h"
+#include "trevalon_db_oci_OciConnection.h"
+#include "trevalon_db_oci_OciCursor.h"
+
+#define CONNECTION(method) Java_trevalon_db_oci_OciConnection_##method
+#define CURSOR(method) Java_trevalon_db_oci_OciCursor_##method
+#define COLUMN(method) Java_trevalon_db_oci_OciColumn_##method
+
+using Lines = std::vector<std::string>;
+
+extern JavaVM* the_vm;
+extern JNIEnv* env;  // of the main thread
+/// The calls that the library made while it was loaded.
+extern Lines load_calls;
+
+/// Standard output of the process between construction and text().
+class Capture {
+ public:
+  Capture();
+  ~Capture() { text(); }
+  std::string text();
+
+ private:
+  int saved_;
+  int file_;
+  std::string text_;
+};
+
+/// Runs `action` with the trace on; what it wrote, addresses replaced by PTR.
+template <typename Action>
+std::string traced(Action action) {
+  oci_debug = 1;
+  Capture capture;
+  action();
+  oci_debug = 0;
+  return capture.text();
+}
+std::string without_addresses(std::string output);
+/// Expects the texts in this order in the output, other text between them.
+void expect_in_order(const std::string& output, const Lines& texts);
+
+/// A copy of the JNI function table in place of the thread's own, for its lifetime.
+class JniTable {
+ public:
+  JniTable() : copy(*env->functions) {
+    real = env->functions;
+    env->functions = &copy;
+  }
+  ~JniTable() { env->functions = real; }
+  JniTable(const JniTable&) = delete;
+  JniTable& operator=(const JniTable&) = delete;
+
+  JNINativeInterface_ copy;
+  static const JNINativeInterface_* real;
+};
+
+jclass find_class(const std::string& name);
+/// An object of a class of the package, made without its constructor.
+jobject allocate(const std::string& simple_name);
+jint get_int(jobject object, const char* field);
+void set_int(jobject object, const char* field, jint value);
+jbyteArray bytes(const std::string& contents);
+std::string contents(jbyteArray array);
+
+/// The class (with dots) and message of the pending exception, "Class: message", or "". Clears it.
+std::string raised();
+inline void expect_raised(const std::string& simple_class, const std::string& message) {
+  EXPECT_EQ(raised(), "java.lang." + simple_class + ": " + message);
+}
+
+template <typename Record>
+Record* record(jobject object, const char* field) {
+  return reinterpret_cast<Record*>(
+      std::uintptr_t{static_cast<std::uint32_t>(get_int(object, field))});
+}
+inline columndata* column_of(jobject column) {
+  return record<columndata>(column, "coldata32");
+}
+inline cdadata* cda_of(jobject cursor) {
+  return record<cdadata>(cursor, "cursordata32");
+}
+inline ldadata* session_of(jobject connection) {
+  return record<ldadata>(connection, "logondata32");
+}
+
+/// A connection object with the record of a slot.
+jobject new_connection(int elem = 0, bool xa = false);
+/// A column object with a record of `rows` rows.
+jobject new_column(int rows = 1, int internal_type = SQLT_CHR, int position = 1);
+/// A cursor object, open on a new connection unless told otherwise.
+jobject new_cursor(bool open = true);
+
+/// Makes the library as it is before the first native_initialize.
+void forget_initialisation();
+
+/// The calls since the last look.
+Lines calls();
+/// The calls by which the error state of cursor "stmt1" on "err1" reaches Java.
+Lines plus_cursor_codes(Lines before);
+
+class JvmTest : public testing::Test {
+ protected:
+  void SetUp() override;
+  void TearDown() override;
+};
+
+#endif

@@ -1,0 +1,332 @@
+#include "oci_double.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstring>
+#include <memory>
+#include <mutex>
+#include <sstream>
+#include <thread>
+
+namespace oci_double {
+namespace {
+
+// Registered handles stay for the life of the process, so that a use after release has a name.
+struct Handle {
+  std::string name;
+  std::string number;
+  char user_memory[128];
+};
+
+std::map<const void*, std::unique_ptr<Handle>>& handles() {
+  static std::map<const void*, std::unique_ptr<Handle>> all;
+  return all;
+}
+
+void* make_handle(const std::string& kind, const std::string& number) {
+  auto handle = std::make_unique<Handle>();
+  handle->name = kind + number;
+  handle->number = number;
+  void* address = handle.get();
+  handles()[address] = std::move(handle);
+  return address;
+}
+
+void* next_handle(const std::string& kind) {
+  return make_handle(kind, std::to_string(++state().serials[kind]));
+}
+
+template <typename... Arguments>
+void record(const char* function, const Arguments&... arguments) {
+  static std::mutex lock;
+  std::ostringstream line;
+  const char* separator = "";
+  line << function << '(';
+  ((line << separator << arguments, separator = ","), ...);
+  line << ')';
+  const std::lock_guard<std::mutex> held(lock);
+  state().calls.push_back(line.str());
+}
+
+Reply next_reply(const std::string& call) {
+  std::deque<Reply>& queue = state().replies[call];
+  if (queue.empty()) return {};
+  const Reply reply = queue.front();
+  queue.pop_front();
+  return reply;
+}
+
+// Every call but the queries leaves its own error, or none, in the error handle.
+sword answer(const void* handle, const std::string& call) {
+  if (!handles().contains(handle) || name(handle).starts_with("freed:")) return OCI_INVALID_HANDLE;
+  const Reply reply = next_reply(call);
+  state().error = reply.error;
+  return reply.status;
+}
+
+const char* given(const void* pointer) {
+  return pointer == nullptr ? "-" : "+";
+}
+
+template <typename T>
+void put(void* target, T value) {
+  std::memcpy(target, &value, sizeof value);
+}
+
+void read_statement(ub4 attribute, void* target) {
+  const State& s = state();
+  switch (attribute) {
+    case OCI_ATTR_STMT_TYPE:
+      return put(target, s.stmt_type);
+    case OCI_ATTR_ROW_COUNT:
+      return put(target, s.row_count);
+    case OCI_ATTR_SQLFNCODE:
+      return put(target, s.sqlfncode);
+    case OCI_ATTR_FNCODE:
+      return put(target, s.fncode);
+  }
+}
+
+void read_parameter(const Column& column, ub4 attribute, void* target, ub4* size) {
+  switch (attribute) {
+    case OCI_ATTR_DATA_TYPE:
+      return put(target, column.type);
+    case OCI_ATTR_DATA_SIZE:
+      return put(target, column.size);
+    case OCI_ATTR_PRECISION:
+      return put(target, column.prec);
+    case OCI_ATTR_SCALE:
+      std::memcpy(target, column.scale.data(), column.scale.size());
+      return;
+    case OCI_ATTR_NAME:
+      put(target, column.name.data());
+      *size = static_cast<ub4>(column.name.size());
+  }
+}
+
+std::string attribute_value(const void* value, ub4 size, ub4 attribute) {
+  const char* chars = static_cast<const char*>(value);
+  switch (attribute) {
+    case OCI_ATTR_USERNAME:
+    case OCI_ATTR_PASSWORD:
+      return std::string(chars, size);
+    case OCI_ATTR_NONBLOCKING_MODE:
+      return std::to_string(*static_cast<const ub1*>(value));
+    case OCI_ATTR_PREFETCH_ROWS:
+      return std::to_string(*static_cast<const ub4*>(value));
+  }
+  return name(value);
+}
+
+// The piece that SetPieceInfo has been given and the next fetch fills.
+struct Offer {
+  void* buffer = nullptr;
+  ub4* length = nullptr;
+};
+Offer offered;
+
+sword fill_offer() {
+  const Piece piece = state().pieces.front();
+  state().pieces.pop_front();
+  const auto length = std::min<std::size_t>(piece.data.size(), *offered.length);
+  std::memcpy(offered.buffer, piece.data.data(), length);
+  *offered.length = static_cast<ub4>(length);
+  offered = {};
+  state().error = piece.fetch.error;
+  return piece.fetch.status;
+}
+
+}  // namespace
+
+State& state() {
+  static State the_state;
+  return the_state;
+}
+
+std::string name(const void* handle) {
+  if (handle == nullptr) return "null";
+  const auto found = handles().find(handle);
+  return found == handles().end() ? "?" : found->second->name;
+}
+
+}  // namespace oci_double
+
+using namespace oci_double;
+
+sword OCIInitialize(ub4 mode, void* ctxp, void* (*malocfp)(void*, size_t),
+                    void* (*ralocfp)(void*, void*, size_t), void (*mfreefp)(void*, void*)) {
+  const bool plain = !ctxp && !malocfp && !ralocfp && !mfreefp;
+  record("OCIInitialize", mode, plain ? "-" : "+");
+  // Time for a second thread to walk into an initialisation that is not guarded.
+  std::this_thread::sleep_for(std::chrono::milliseconds(2));
+  return OCI_SUCCESS;
+}
+
+sword OCIEnvInit(OCIEnv** envhpp, ub4 mode, size_t xtramem_sz, void** usrmempp) {
+  static int serial = 0;
+  *envhpp = static_cast<OCIEnv*>(make_handle("env", std::to_string(++serial)));
+  record("OCIEnvInit", name(*envhpp), mode, xtramem_sz, given(usrmempp));
+  return OCI_SUCCESS;
+}
+
+sword OCIHandleAlloc(const void* parenth, void** hndlpp, ub4 type, size_t xtramem_sz,
+                     void** usrmempp) {
+  static const std::map<ub4, const char*> kinds = {{OCI_HTYPE_ERROR, "err"},
+                                                   {OCI_HTYPE_SVCCTX, "svc"},
+                                                   {OCI_HTYPE_SERVER, "srv"},
+                                                   {OCI_HTYPE_STMT, "stmt"},
+                                                   {OCI_HTYPE_SESSION, "ses"}};
+  record("OCIHandleAlloc", name(parenth), type, xtramem_sz, given(usrmempp));
+  const sword status = answer(parenth, "OCIHandleAlloc");
+  if (status != OCI_SUCCESS) return status;
+  const bool of_environment = type != OCI_HTYPE_STMT && type != OCI_HTYPE_SESSION;
+  *hndlpp = of_environment ? make_handle(kinds.at(type), handles().at(parenth)->number)
+                           : next_handle(kinds.at(type));
+  if (usrmempp != nullptr) *usrmempp = handles().at(*hndlpp)->user_memory;
+  return OCI_SUCCESS;
+}
+
+sword OCIHandleFree(void* hndlp, ub4 type) {
+  record("OCIHandleFree", name(hndlp), type);
+  const sword status = answer(hndlp, "OCIHandleFree");
+  if (status == OCI_SUCCESS) handles().at(hndlp)->name.insert(0, "freed:");
+  return status;
+}
+
+sword OCIAttrGet(const void* trgthndlp, ub4 trghndltyp, void* attributep, ub4* sizep, ub4 attrtype,
+                 OCIError* errhp) {
+  record("OCIAttrGet", name(trgthndlp), trghndltyp, given(sizep), attrtype, name(errhp));
+  const Reply reply = next_reply("OCIAttrGet:" + std::to_string(attrtype));
+  if (reply.status != OCI_SUCCESS) {
+    state().error = reply.error;
+    return reply.status;
+  }
+  if (!handles().contains(trgthndlp)) return OCI_INVALID_HANDLE;
+  if (trghndltyp == OCI_HTYPE_SERVER) {
+    put(attributep, state().nonblocking);
+  } else if (trghndltyp == OCI_HTYPE_STMT) {
+    read_statement(attrtype, attributep);
+  } else {
+    const auto position = std::stoul(handles().at(trgthndlp)->number);
+    read_parameter(state().columns.at(position - 1), attrtype, attributep, sizep);
+  }
+  return OCI_SUCCESS;
+}
+
+sword OCIAttrSet(void* trgthndlp, ub4 trghndltyp, void* attributep, ub4 size, ub4 attrtype,
+                 OCIError* errhp) {
+  record("OCIAttrSet", name(trgthndlp), trghndltyp, attribute_value(attributep, size, attrtype),
+         size, attrtype, name(errhp));
+  return answer(trgthndlp, "OCIAttrSet:" + std::to_string(attrtype));
+}
+
+sword OCIParamGet(const void* hndlp, ub4 htype, OCIError* errhp, void** parmdpp, ub4 pos) {
+  record("OCIParamGet", name(hndlp), htype, name(errhp), pos);
+  const sword status = answer(hndlp, "OCIParamGet");
+  if (status == OCI_SUCCESS) *parmdpp = make_handle("par", std::to_string(pos));
+  return status;
+}
+
+sword OCIErrorGet(void* hndlp, ub4 recordno, text* sqlstate, sb4* errcodep, text* bufp, ub4 bufsiz,
+                  ub4 type) {
+  record("OCIErrorGet", name(hndlp), recordno, given(sqlstate), given(bufp), bufsiz, type);
+  if (state().error == 0) return OCI_NO_DATA;
+  *errcodep = state().error;
+  if (bufp == nullptr || bufsiz == 0) return OCI_SUCCESS;
+  const auto length = std::min<std::size_t>(state().message.size(), bufsiz - 1);
+  std::memcpy(bufp, state().message.data(), length);
+  bufp[length] = 0;
+  return OCI_SUCCESS;
+}
+
+sword OCIServerAttach(OCIServer* srvhp, OCIError* errhp, const text* dblink, sb4 dblink_len,
+                      ub4 mode) {
+  const std::string link(reinterpret_cast<const char*>(dblink), static_cast<size_t>(dblink_len));
+  record("OCIServerAttach", name(srvhp), name(errhp), link, dblink_len, mode);
+  return answer(srvhp, "OCIServerAttach");
+}
+
+sword OCIServerDetach(OCIServer* srvhp, OCIError* errhp, ub4 mode) {
+  record("OCIServerDetach", name(srvhp), name(errhp), mode);
+  return answer(srvhp, "OCIServerDetach");
+}
+
+sword OCISessionBegin(OCISvcCtx* svchp, OCIError* errhp, OCISession* usrhp, ub4 credt, ub4 mode) {
+  record("OCISessionBegin", name(svchp), name(errhp), name(usrhp), credt, mode);
+  return answer(svchp, "OCISessionBegin");
+}
+
+sword OCISessionEnd(OCISvcCtx* svchp, OCIError* errhp, OCISession* usrhp, ub4 mode) {
+  record("OCISessionEnd", name(svchp), name(errhp), name(usrhp), mode);
+  return answer(svchp, "OCISessionEnd");
+}
+
+sword OCITransCommit(OCISvcCtx* svchp, OCIError* errhp, ub4 flags) {
+  record("OCITransCommit", name(svchp), name(errhp), flags);
+  return answer(svchp, "OCITransCommit");
+}
+
+sword OCITransRollback(OCISvcCtx* svchp, OCIError* errhp, ub4 flags) {
+  record("OCITransRollback", name(svchp), name(errhp), flags);
+  return answer(svchp, "OCITransRollback");
+}
+
+sword OCIBreak(void* hndlp, OCIError* errhp) {
+  record("OCIBreak", name(hndlp), name(errhp));
+  return answer(hndlp, "OCIBreak");
+}
+
+sword OCIStmtPrepare(OCIStmt* stmtp, OCIError* errhp, const text* stmt, ub4 stmt_len, ub4 language,
+                     ub4 mode) {
+  state().prepared.assign(reinterpret_cast<const char*>(stmt), stmt_len);
+  record("OCIStmtPrepare", name(stmtp), name(errhp), state().prepared, language, mode);
+  return answer(stmtp, "OCIStmtPrepare");
+}
+
+sword OCIStmtExecute(OCISvcCtx* svchp, OCIStmt* stmtp, OCIError* errhp, ub4 iters, ub4 rowoff,
+                     const OCISnapshot* snap_in, OCISnapshot* snap_out, ub4 mode) {
+  record("OCIStmtExecute", name(svchp), name(stmtp), name(errhp), iters, rowoff, given(snap_in),
+         given(snap_out), mode);
+  return answer(stmtp, "OCIStmtExecute");
+}
+
+sword OCIDefineByPos(OCIStmt* stmtp, OCIDefine** defnpp, OCIError* errhp, ub4 position,
+                     void* valuep, sb4 value_sz, ub2 dty, void* indp, ub2* rlenp, ub2* rcodep,
+                     ub4 mode) {
+  record("OCIDefineByPos", name(stmtp), name(*defnpp), name(errhp), position, given(valuep),
+         value_sz, dty, mode);
+  *defnpp = static_cast<OCIDefine*>(next_handle("def"));
+  state().defines.push_back({*defnpp, position, valuep, value_sz, dty, indp, rlenp, rcodep, mode});
+  return answer(stmtp, "OCIDefineByPos");
+}
+
+sword OCIStmtFetch(OCIStmt* stmtp, OCIError* errhp, ub4 nrows, ub2 orientation, ub4 mode) {
+  record("OCIStmtFetch", name(stmtp), name(errhp), nrows, orientation, mode);
+  return offered.buffer == nullptr ? answer(stmtp, "OCIStmtFetch") : fill_offer();
+}
+
+sword OCIStmtGetPieceInfo(OCIStmt* stmtp, OCIError* errhp, void** hndlpp, ub4* typep, ub1* in_outp,
+                          ub4* iterp, ub4* idxp, ub1* piecep) {
+  record("OCIStmtGetPieceInfo", name(stmtp), name(errhp), *typep);
+  const sword status = answer(stmtp, "OCIStmtGetPieceInfo");
+  if (status != OCI_SUCCESS || state().pieces.empty()) return status;
+  const Piece& piece = state().pieces.front();
+  *hndlpp = state().defines.at(piece.define).handle;
+  *piecep = piece.piece;
+  *in_outp = OCI_PARAM_OUT;
+  *iterp = *idxp = 0;
+  return status;
+}
+
+sword OCIStmtSetPieceInfo(void* hndlp, ub4 type, OCIError* errhp, const void* bufp, ub4* alenp,
+                          ub1 piece, const void* indp, ub2* rcodep) {
+  record("OCIStmtSetPieceInfo", name(hndlp), type, name(errhp), *alenp, int{piece}, given(indp),
+         given(rcodep));
+  const sword status = answer(hndlp, "OCIStmtSetPieceInfo");
+  if (state().pieces.empty()) return status;
+  // The interface may write all the room that it is told of: let that show.
+  offered = {const_cast<void*>(bufp), alenp};
+  std::memset(offered.buffer, 0xEE, *alenp);
+  state().piece_buffers.push_back(bufp);
+  return status;
+}

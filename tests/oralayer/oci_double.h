@@ -1,0 +1,85 @@
+// A client library that records every call as one line of text and answers as a test has scripted.
+//
+// Handles are named by kind and number: environments, and the handles made from them when the
+// library loads, by their pool slot from 1 ("env1", "err1", "srv1", "svc1"); statements, sessions,
+// defines and parameters by order within the test ("stmt1"). A handle used after its release shows
+// as "freed:stmt1".
+#ifndef ORALAYER_OCI_DOUBLE_H
+#define ORALAYER_OCI_DOUBLE_H
+
+#include <deque>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "oci.h"
+
+namespace oci_double {
+
+/// What a call returns, and the error number that it leaves in record 1.
+struct Reply {
+  sword status = OCI_SUCCESS;
+  sb4 error = 0;
+};
+
+struct Column {
+  ub2 type = SQLT_CHR;
+  ub2 size = 10;
+  std::string name = "NAME";
+  sb2 prec = 0;
+  std::string scale = std::string(1, '\0');  // the bytes that are written, one or two
+};
+
+struct Define {
+  void* handle;
+  ub4 position;
+  void* value;
+  sb4 size;
+  ub2 type;
+  void* ind;
+  ub2* rlen;
+  ub2* rcode;
+  ub4 mode;
+};
+
+/// One round of the piece protocol: which define is asked for which piece, and what the fetch
+/// after it delivers.
+struct Piece {
+  std::size_t define;
+  ub1 piece;
+  std::string data;
+  Reply fetch;
+};
+
+struct State {
+  std::vector<std::string> calls;
+  /// Taken from the front; success where there is none. Keyed by the function's name, attribute
+  /// calls by name and attribute number ("OCIAttrGet:24").
+  std::map<std::string, std::deque<Reply>> replies;
+  sb4 error = 0;
+  std::string message;
+  ub2 stmt_type = OCI_STMT_SELECT;
+  ub4 row_count = 0;
+  ub2 sqlfncode = 0;
+  ub4 fncode = 0;
+  ub1 nonblocking = 0;
+  std::vector<Column> columns;
+  std::vector<Define> defines;
+  std::deque<Piece> pieces;
+  std::vector<const void*> piece_buffers;
+  std::string prepared;
+  std::map<std::string, int> serials;
+
+  void reply(const std::string& call, sword status, sb4 code = 0) {
+    replies[call].push_back({status, code});
+  }
+};
+
+/// The one state. Usable during static initialisation, when the session pools are built.
+State& state();
+/// The name of a handle, "null", or "?" for an address that is no handle.
+std::string name(const void* handle);
+
+}  // namespace oci_double
+
+#endif

@@ -1,0 +1,188 @@
+// LONG chains, the buffer pool, dumps and names.
+#include "jvm_test.h"
+
+namespace {
+
+class Support : public JvmTest {};
+
+TEST_F(Support, ColumnChainKeepsOrderAndNumbers) {
+  longcol_node* head = nullptr;
+  longcol_node* tail = nullptr;
+  longcol_node nodes[3];
+  for (longcol_node& node : nodes) longcol_node::queue(&head, &tail, &node);
+  EXPECT_EQ(tail, &nodes[0]);
+  EXPECT_EQ(head, &nodes[2]);
+  EXPECT_EQ(tail->next, &nodes[1]);
+  EXPECT_EQ(head->prev, &nodes[1]);
+  EXPECT_EQ(tail->prev, nullptr);
+  EXPECT_EQ(head->next, nullptr);
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(nodes[i].buf_num, i);
+    EXPECT_EQ(longcol_node::dequeue(&head, &tail), &nodes[i]);
+    if (tail != nullptr) {
+      EXPECT_EQ(tail->prev, nullptr);
+    }
+  }
+  EXPECT_EQ(longcol_node::dequeue(&head, &tail), nullptr);
+  EXPECT_EQ(head, nullptr);
+}
+
+TEST_F(Support, ChainWithAHeadAloneCountsAsEmpty) {
+  const char* const dequeue_text = " --  longcol_node::dequeue:  tail is NULL but head is NOT !!\n";
+  const char* const destroy_text = " --  destroychain:  tail is NULL but head is NOT !!\n";
+  longcol_node column;
+  longdata_node piece;
+  LongdataBufPool pool;
+  longcol_node* columns = &column;
+  longcol_node* no_column = nullptr;
+  EXPECT_EQ(traced([&] { longcol_node::dequeue(&columns, &no_column); }), dequeue_text);
+  EXPECT_EQ(columns, nullptr);
+  columns = &column;
+  EXPECT_EQ(traced([&] { longcol_node::destroychain(&columns, &no_column); }), destroy_text);
+  EXPECT_EQ(columns, nullptr);
+  longdata_node* pieces = &piece;
+  longdata_node* no_piece = nullptr;
+  EXPECT_EQ(longdata_node::dequeue(&pieces, &no_piece), nullptr);
+  EXPECT_EQ(pieces, &piece) << "the head is not looked at";
+  EXPECT_EQ(traced([&] { longdata_node::releasechain(&pieces, &no_piece, &pool); }), destroy_text);
+  EXPECT_EQ(pieces, nullptr);
+  EXPECT_EQ(pool.bufPoolSP, 0);
+}
+
+TEST_F(Support, PiecesGoToThePoolAndComeBackNewestFirst) {
+  LongdataBufPool pool;
+  longdata_node* head = nullptr;
+  longdata_node* tail = nullptr;
+  std::vector<longdata_node*> nodes;
+  EXPECT_EQ(traced([&] {
+              for (const sb4 size : {4, 4, 2}) {
+                nodes.push_back(longdata_node::queue(&head, &tail, 4, &pool));
+                EXPECT_EQ(nodes.back()->buf_size, 0);
+                nodes.back()->buf_size = size;
+              }
+            }),
+            "BufPool:getbuf: bufPoolSP = 0, return new char buf\n"
+            "BufPool:getbuf: bufPoolSP = 0, return new char buf\n"
+            "BufPool:getbuf: bufPoolSP = 0, return new char buf\n");
+  EXPECT_EQ(longdata_node::getlongsize(tail), 10);
+  EXPECT_EQ(longdata_node::getlongsize(nullptr), 0);
+  EXPECT_EQ(nodes[2]->buf_num, 2);
+  EXPECT_EQ(traced([&] { longdata_node::releasechain(&head, &tail, &pool); }),
+            "--- longdata_node::releasechain release number: 0\n"
+            "BufPool:releaseBuf: bufPoolSP = 0, push char buf onto stack and add one\n"
+            "--- longdata_node::releasechain release number: 1\n"
+            "BufPool:releaseBuf: bufPoolSP = 1, push char buf onto stack and add one\n"
+            "--- longdata_node::releasechain release number: 2\n"
+            "BufPool:releaseBuf: bufPoolSP = 2, push char buf onto stack and add one\n");
+  EXPECT_EQ(head, nullptr);
+  EXPECT_EQ(tail, nullptr);
+  EXPECT_EQ(pool.bufPoolSP, 3);
+  EXPECT_EQ(traced([&] { EXPECT_EQ(LongdataBufPool::getBuf(4, &pool), nodes[2]); }),
+            "BufPool:getbuf: bufPoolSP = 3, subtract one and return char buf from stack\n");
+  EXPECT_EQ(nodes[2]->buf_size, 0);
+  EXPECT_EQ(longdata_node::queue(&head, &tail, 4, &pool), nodes[1]);
+  EXPECT_EQ(nodes[1]->buf_num, 0) << "a reused node starts the new chain";
+  EXPECT_EQ(pool.bufPool[1], nullptr);
+  longdata_node::release(longdata_node::dequeue(&head, &tail), &pool);
+  longdata_node::release(nodes[2], &pool);
+  longdata_node::release(nullptr, &pool);
+  EXPECT_EQ(pool.bufPoolSP, 3);
+}
+
+TEST_F(Support, DestroyedThingsSaySo) {
+  longcol_node* head = nullptr;
+  longcol_node* tail = nullptr;
+  longcol_node::queue(&head, &tail, new longcol_node);
+  longcol_node::queue(&head, &tail, new longcol_node);
+  EXPECT_EQ(traced([&] { longcol_node::destroychain(&head, &tail); }),
+            "--- longcol_node::destroychain  destroy number: 0\n"
+            "--- longcol_node::destroychain  destroy number: 1\n");
+  auto* pool = new LongdataBufPool;
+  longdata_node::release(LongdataBufPool::getBuf(8, pool), pool);
+  EXPECT_EQ(without_addresses(traced([&] { delete pool; })),
+            "BufPool: checking bufPool entry: 0\n"
+            "BufPool: deleteing bufPool entry: 0  PTR\n"
+            "-- longdata_node destructor, free buffer for buffer: =0\n"
+            "BufPool: now delete the bufPool object\n");
+}
+
+TEST_F(Support, AFullPoolDestroysWhatItIsGiven) {
+  LongdataBufPool pool;
+  std::vector<longdata_node*> nodes;
+  for (int i = 0; i < 513; ++i) nodes.push_back(LongdataBufPool::getBuf(1, &pool));
+  for (int i = 0; i < 512; ++i) longdata_node::release(nodes[static_cast<std::size_t>(i)], &pool);
+  EXPECT_EQ(pool.bufPoolSP, 512);
+  EXPECT_EQ(traced([&] { LongdataBufPool::releaseBuf(nodes[512], &pool); }),
+            "-- longdata_node destructor, free buffer for buffer: =0\n");
+  LongdataBufPool::releaseBuf(nullptr, &pool);
+  EXPECT_EQ(pool.bufPoolSP, 512);
+}
+
+TEST_F(Support, AStackedBufferIsNeverHandedOutForMoreThanItHolds) {
+  LongdataBufPool pool;
+  longdata_node::release(LongdataBufPool::getBuf(16, &pool), &pool);
+  constexpr int large = 8 << 20;
+  longdata_node* node = LongdataBufPool::getBuf(large, &pool);
+  ASSERT_NE(node, nullptr);
+  std::fill_n(node->buf_ptr, large, ub1{1});
+  longdata_node::release(node, &pool);
+  EXPECT_EQ(LongdataBufPool::getBuf(16, &pool), node) << "a larger buffer serves a smaller need";
+  longdata_node::release(node, &pool);
+}
+
+TEST_F(Support, DumpFormat) {
+  std::string all;
+  for (int i = 0; i < 71; ++i) all += static_cast<char>(i < 25 ? 'a' : 'b');
+  const std::string hex24 =
+      "\n    61 61 61 61 61 61 61 61 61 61 61 61 61 61 61 61 61 61 61 61 61 "
+      "61 61 61 ";
+  const struct {
+    const char* data;
+    int length;
+    std::string expected;
+  } cases[] = {
+      {"abc", 3, "    sqlstr (3 bytes)\n    bytes:\n    61 62 63 \n    text:\n    abc\n"},
+      {nullptr, 7, "    sqlstr (7 bytes)\n    NULL\n"},
+      {"abc", 0, "    sqlstr (0 bytes)\n    bytes:\n    text:\n"},
+      {"\n\0\x7F\xE9 ~", 6,
+       "    sqlstr (6 bytes)\n    bytes:\n    0A 00 7F E9 20 7E \n    text:\n    ???? ~\n"},
+      {all.c_str(), 25,
+       "    sqlstr (25 bytes)\n    bytes:" + hex24 + "\n    61 \n    text:\n    " +
+           std::string(25, 'a') + "\n"},
+  };
+  for (const auto& c : cases) {
+    Capture capture;
+    dump_bytes("sqlstr", reinterpret_cast<const text*>(c.data), c.length);
+    EXPECT_EQ(capture.text(), c.expected);
+  }
+  Capture capture;
+  dump_bytes("d", reinterpret_cast<const text*>(all.c_str()), 71);
+  EXPECT_THAT(capture.text(),
+              testing::EndsWith("    text:\n    " + all.substr(0, 70) + "\n    b\n"));
+}
+
+TEST_F(Support, DumpOfUnits) {
+  const utext units[] = {'A', 0x0A, 0xE9, 0x20AC, 'z'};
+  Capture capture;
+  dump_utext("u", units, 5);
+  dump_utext("n", nullptr, 2);
+  const std::string output = capture.text();
+  EXPECT_THAT(output, testing::StartsWith("    u (5 bytes)\n    chars:\n    41 0A E9 20AC 7A \n"
+                                          "    text:\n    A??"));
+  EXPECT_THAT(output, testing::EndsWith("z\n    n (2 bytes)\n    NULL\n"));
+}
+
+TEST_F(Support, ConstantNames) {
+  const char* const pieces[] = {"OCI_ONE_PIECE", "OCI_FIRST_PIECE", "OCI_NEXT_PIECE",
+                                "OCI_LAST_PIECE", "UNKNOWN PIECE TYPE"};
+  for (int i = 0; i < 5; ++i) EXPECT_STREQ(pieceName(i), pieces[i]);
+  EXPECT_STREQ(pieceName(-1), "UNKNOWN PIECE TYPE");
+  EXPECT_STREQ(bindTypeName(5), "OCI_HTYPE_BIND");
+  EXPECT_STREQ(bindTypeName(6), "OCI_HTYPE_DEFINE");
+  EXPECT_STREQ(bindTypeName(0), "UNKNOWN BIND TYPE");
+  EXPECT_STREQ(paramTypeName(1), "OCI_PARAM_IN");
+  EXPECT_STREQ(paramTypeName(2), "OCI_PARAM_OUT");
+  EXPECT_STREQ(paramTypeName(3), "UNKNOWN PARAM TYPE");
+}
+
+}  // namespace
