@@ -1,0 +1,57 @@
+package trevalon.db.console;
+
+import java.lang.reflect.InvocationTargetException;
+import java.lang.reflect.Proxy;
+
+/** Ctrl-C: breaks the statement that runs, and ends the program when none does. */
+final class BreakKey {
+    private static final int EXIT_INTERRUPTED = 130;
+
+    private Runnable running;
+
+    BreakKey() {
+        install();
+    }
+
+    /** Names what Ctrl-C shall stop from now on; null when nothing runs. */
+    synchronized void setRunning(Runnable breakAction) {
+        running = breakAction;
+    }
+
+    private synchronized void pressed() {
+        if (running == null) {
+            Runtime.getRuntime().exit(EXIT_INTERRUPTED);
+        }
+        running.run();
+    }
+
+    /**
+     * Signals are no part of the Java platform, though every JVM of interest has this class; on one
+     * that has not, Ctrl-C keeps its usual meaning.
+     */
+    private void install() {
+        try {
+            Class<?> signal = Class.forName("sun.misc.Signal");
+            Class<?> handler = Class.forName("sun.misc.SignalHandler");
+            Object onSignal =
+                    Proxy.newProxyInstance(
+                            BreakKey.class.getClassLoader(),
+                            new Class<?>[] {handler},
+                            (proxy, method, arguments) -> {
+                                if (method.getName().equals("handle")) {
+                                    pressed();
+                                }
+                                return null;
+                            });
+            Object interrupt = signal.getConstructor(String.class).newInstance("INT");
+            signal.getMethod("handle", signal, handler).invoke(null, interrupt, onSignal);
+        } catch (ClassNotFoundException
+                | NoSuchMethodException
+                | InstantiationException
+                | IllegalAccessException
+                | InvocationTargetException e) {
+            // Without signals there is nothing to install, and nothing that the user could do.
+            return;
+        }
+    }
+}

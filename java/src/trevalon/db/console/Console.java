@@ -1,0 +1,162 @@
+package trevalon.db.console;
+
+import java.io.BufferedOutputStream;
+import java.io.BufferedReader;
+import java.io.FileDescriptor;
+import java.io.FileInputStream;
+import java.io.FileOutputStream;
+import java.io.IOException;
+import java.io.InputStreamReader;
+import java.io.PrintStream;
+import java.io.UnsupportedEncodingException;
+import java.nio.charset.StandardCharsets;
+import java.nio.file.Files;
+import java.nio.file.Path;
+import java.nio.file.Paths;
+import java.sql.SQLException;
+
+import trevalon.db.oci.OciConnection;
+
+/** The command line: a SQL prompt, a script, or the sample database. */
+public final class Console {
+    private static final int OK = 0;
+    private static final int FAILED = 1;
+    private static final int USAGE = 2;
+    private static final int OUTPUT_BUFFER = 64 * 1024;
+
+    private static final String USAGE_TEXT =
+            "Usage: run                          loads and shows the sample database\n"
+                    + "       run USER/PASSWORD@NAME       a SQL prompt, or a script from a pipe\n"
+                    + "       run USER/PASSWORD@NAME FILE  runs a script";
+
+    /** Which of the descriptors 0, 1 and 2 are terminals; the starting script knows it. */
+    private static final String TERMINALS_PROPERTY = "oralayer.terminals";
+
+    private static final String SAMPLE_FOLDER_PROPERTY = "oralayer.sample";
+    private static final String SAMPLE_LOGIN_PROPERTY = "oralayer.sample.login";
+
+    private final PrintStream out;
+    private final PrintStream errors;
+
+    private Console() throws UnsupportedEncodingException {
+        // The JVM's own streams follow the locale, and lose characters in the C locale.
+        out =
+                new PrintStream(
+                        new BufferedOutputStream(
+                                new FileOutputStream(FileDescriptor.out), OUTPUT_BUFFER),
+                        isTerminal(1),
+                        "UTF-8");
+        errors = new PrintStream(new FileOutputStream(FileDescriptor.err), true, "UTF-8");
+    }
+
+    public static void main(String[] arguments) throws UnsupportedEncodingException {
+        Console console = new Console();
+        int exitCode = console.run(arguments);
+        console.out.flush();
+        System.exit(exitCode);
+    }
+
+    private int run(String[] arguments) {
+        try {
+            switch (arguments.length) {
+                case 0:
+                    return sample();
+                case 1:
+                    return isTerminal(0)
+                            ? prompt(arguments[0])
+                            : script(arguments[0], standardInput(), "standard input");
+                case 2:
+                    return script(arguments[0], open(Paths.get(arguments[1])), arguments[1]);
+                default:
+                    errors.println(USAGE_TEXT);
+                    return USAGE;
+            }
+        } catch (SQLException e) {
+            errors.println("ERROR:\n" + e.getMessage());
+            return FAILED;
+        } catch (UnsatisfiedLinkError e) {
+            errors.println("The native library cannot be loaded: " + e.getMessage());
+            return FAILED;
+        } catch (UsageException e) {
+            errors.println(e.getMessage() + "\n" + USAGE_TEXT);
+            return USAGE;
+        } catch (IOException e) {
+            errors.println(e.getClass().getSimpleName() + ": " + e.getMessage());
+            return FAILED;
+        }
+    }
+
+    private int sample() throws SQLException, IOException, UsageException {
+        String login = System.getProperty(SAMPLE_LOGIN_PROPERTY);
+        String folder = System.getProperty(SAMPLE_FOLDER_PROPERTY);
+        String data = System.getenv("OCI8_DATA");
+        if (login == null || folder == null || data == null) {
+            throw new UsageException(
+                    "The sample needs -D" + SAMPLE_LOGIN_PROPERTY + ", -D" + SAMPLE_FOLDER_PROPERTY
+                            + " and the environment variable OCI8_DATA");
+        }
+        Progress progress = new Progress(isTerminal(2) ? errors : null);
+        try (OciConnection connection = connect(login)) {
+            out.println("Connected: " + connection.clientVersion());
+            Sample sample =
+                    new Sample(
+                            connection, Paths.get(folder), Paths.get(data), out, errors, progress);
+            return sample.run() ? OK : FAILED;
+        }
+    }
+
+    private int prompt(String login) throws SQLException, IOException, UsageException {
+        try (OciConnection connection = connect(login)) {
+            out.println("Connected: " + connection.clientVersion() + "\nHELP tells more.\n");
+            new Script(connection, out, errors, new BreakKey())
+                    .interact(new StatementReader(standardInput(), this::showPrompt));
+        }
+        return OK;
+    }
+
+    private void showPrompt(int lineOfStatement) {
+        out.print(lineOfStatement == 1 ? "SQL> " : String.format("%3d  ", lineOfStatement));
+        out.flush();
+    }
+
+    private int script(String login, BufferedReader input, String name)
+            throws SQLException, IOException, UsageException {
+        try (BufferedReader in = input;
+                OciConnection connection = connect(login)) {
+            Script script = new Script(connection, out, errors, new BreakKey());
+            return script.run(new StatementReader(in, line -> {}), name) ? OK : FAILED;
+        }
+    }
+
+    private OciConnection connect(String text) throws SQLException, UsageException {
+        LoginString login = LoginString.parse(text);
+        String password = login.password == null ? askPassword() : login.password;
+        return OciConnection.open(login.user, password, login.server);
+    }
+
+    private static String askPassword() throws UsageException {
+        java.io.Console console = System.console();
+        char[] typed = console == null ? null : console.readPassword("Password: ");
+        if (typed == null) {
+            throw new UsageException("The password is missing");
+        }
+        return new String(typed);
+    }
+
+    private static BufferedReader open(Path file) throws IOException {
+        return Files.newBufferedReader(file, StandardCharsets.UTF_8);
+    }
+
+    private static BufferedReader standardInput() {
+        return new BufferedReader(
+                new InputStreamReader(
+                        new FileInputStream(FileDescriptor.in), StandardCharsets.UTF_8));
+    }
+
+    private static boolean isTerminal(int descriptor) {
+        String terminals = System.getProperty(TERMINALS_PROPERTY);
+        return terminals == null
+                ? System.console() != null
+                : terminals.contains(Integer.toString(descriptor));
+    }
+}

@@ -1,0 +1,146 @@
+package trevalon.db.console;
+
+import java.io.BufferedReader;
+import java.io.IOException;
+import java.io.OutputStream;
+import java.io.PrintStream;
+import java.nio.charset.StandardCharsets;
+import java.nio.file.Files;
+import java.nio.file.Path;
+import java.sql.SQLException;
+import java.time.LocalDate;
+
+import trevalon.db.oci.OciConnection;
+import trevalon.db.oci.OciException;
+import trevalon.db.oci.OciStatement;
+
+/** The sample database: loaded once, shown, and checked against what the program works out. */
+final class Sample {
+    private static final int NO_SUCH_TABLE = 942;
+    private static final String[] TABLES = {
+        "sample_loaded", "letter", "calendar", "person", "studio"
+    };
+
+    private final OciConnection connection;
+    private final Path content;
+    private final Path data;
+    private final PrintStream out;
+    private final PrintStream errors;
+    private final Progress progress;
+    private final BreakKey breakKey = new BreakKey();
+
+    /**
+     * @param content the folder of the sample's scripts and CSV files
+     * @param data a folder where the calendar's CSV file may be written
+     */
+    Sample(
+            OciConnection connection,
+            Path content,
+            Path data,
+            PrintStream out,
+            PrintStream errors,
+            Progress progress) {
+        this.connection = connection;
+        this.content = content;
+        this.data = data;
+        this.out = out;
+        this.errors = errors;
+        this.progress = progress;
+    }
+
+    /** Loads the sample if it is missing, prints its tables, and checks it; true if all is well. */
+    boolean run() throws IOException, SQLException {
+        if (isLoaded()) {
+            out.println("The sample is loaded already.");
+        } else {
+            load();
+        }
+        if (!runScript("tour.sql", out)) {
+            return false;
+        }
+        out.println();
+        CsvFile people = CsvFile.read(content.resolve("people.csv"));
+        boolean good = new SampleChecks(connection, out).run(people);
+        out.println(good ? "All checks passed." : "CHECKS FAILED: the sample is not as expected.");
+        return good;
+    }
+
+    /** The mark is made by the transaction that loads, so half a load does not count as one. */
+    private boolean isLoaded() throws SQLException {
+        try (OciStatement query = connection.createStatement()) {
+            query.execute("SELECT finished FROM sample_loaded");
+            return query.next();
+        } catch (OciException e) {
+            if (e.code() == NO_SUCH_TABLE) {
+                return false;
+            }
+            throw e;
+        }
+    }
+
+    private void load() throws IOException, SQLException {
+        // What an interrupted load has left behind: tables commit by themselves, rows do not.
+        for (String table : TABLES) {
+            dropIfThere(table);
+        }
+        PrintStream silent = new PrintStream(new NoOutput(), false, "UTF-8");
+        if (!runScript("schema.sql", silent)) {
+            throw new IOException("The tables of the sample could not be created");
+        }
+        // The file is written and then read, so that the load works on a real file of some size.
+        Path calendar = data.resolve("calendar.csv");
+        SampleContent.writeCalendar(calendar);
+        long start = System.nanoTime();
+        CsvLoader loader = new CsvLoader(connection, progress);
+        CsvFile days = CsvFile.read(calendar);
+        loader.load("studio", CsvFile.read(content.resolve("studios.csv")));
+        loader.load("person", CsvFile.read(content.resolve("people.csv")));
+        loader.load("calendar", days);
+        loadLetters();
+        connection.commit();
+        out.printf(
+                "Loaded %,d days from %s in %.1f s.%n",
+                days.rows.size(), calendar, (System.nanoTime() - start) / 1e9);
+    }
+
+    private void dropIfThere(String table) throws SQLException {
+        try (OciStatement statement = connection.createStatement()) {
+            statement.execute("DROP TABLE " + table);
+        } catch (OciException e) {
+            if (e.code() != NO_SUCH_TABLE) {
+                throw e;
+            }
+        }
+    }
+
+    private void loadLetters() throws SQLException {
+        try (OciStatement statement = connection.createStatement()) {
+            for (SampleContent.Letter letter : SampleContent.letters()) {
+                String body = letter.body == null ? "NULL" : CsvLoader.quote(letter.body);
+                statement.execute(
+                        "INSERT INTO letter (letter_id, title, written, body) VALUES ("
+                                + letter.id + ", " + CsvLoader.quote(letter.title)
+                                + ", TO_DATE('" + LocalDate.of(1976, 12, 30 - letter.id)
+                                + " 18:45:30', 'YYYY-MM-DD HH24:MI:SS'), " + body + ")");
+            }
+            statement.execute("INSERT INTO sample_loaded (finished) VALUES (SYSDATE)");
+        }
+    }
+
+    private boolean runScript(String name, PrintStream output) throws IOException, SQLException {
+        Path file = content.resolve(name);
+        try (BufferedReader in = Files.newBufferedReader(file, StandardCharsets.UTF_8)) {
+            return new Script(connection, output, errors, breakKey)
+                    .run(new StatementReader(in, line -> {}), name);
+        }
+    }
+
+    /** Takes the feedback of the schema's script, which nobody needs to read. */
+    private static final class NoOutput extends OutputStream {
+        @Override
+        public void write(int b) {}
+
+        @Override
+        public void write(byte[] bytes, int offset, int length) {}
+    }
+}

@@ -1,0 +1,103 @@
+package trevalon.db.console;
+
+import java.io.IOException;
+import java.nio.charset.StandardCharsets;
+import java.nio.file.Files;
+import java.nio.file.Path;
+import java.time.LocalDate;
+import java.time.format.TextStyle;
+import java.time.temporal.IsoFields;
+import java.util.ArrayList;
+import java.util.HashMap;
+import java.util.List;
+import java.util.Locale;
+import java.util.Map;
+
+/** What the sample database holds and the program itself can work out: a calendar, and letters. */
+final class SampleContent {
+    static final LocalDate FIRST_DAY = LocalDate.of(1970, 1, 1);
+    static final LocalDate LAST_DAY = LocalDate.of(2000, 12, 31);
+    static final String CALENDAR_HEADING = "day,weekday,day_of_year,iso_week,remark";
+
+    private static final Map<LocalDate, String> REMARKS = new HashMap<>();
+
+    static {
+        REMARKS.put(FIRST_DAY, "first day of the calendar");
+        REMARKS.put(LocalDate.of(1971, 3, 15), "the kiln is lit");
+        REMARKS.put(LocalDate.of(1984, 2, 29), "a leap day at the press");
+        REMARKS.put(LocalDate.of(1999, 12, 31), "fireworks, a year too early");
+        REMARKS.put(LocalDate.of(2000, 2, 29), "the leap day that comes in 400 years");
+        REMARKS.put(LAST_DAY, "the century ends");
+    }
+
+    /** A letter; its body is some of the calendar in words, or missing. */
+    static final class Letter {
+        final int id;
+        final String title;
+        final String body;
+
+        private Letter(int id, String title, String body) {
+            this.id = id;
+            this.title = title;
+            this.body = body;
+        }
+    }
+
+    private SampleContent() {}
+
+    static List<LocalDate> days() {
+        List<LocalDate> days = new ArrayList<>();
+        for (LocalDate day = FIRST_DAY; !day.isAfter(LAST_DAY); day = day.plusDays(1)) {
+            days.add(day);
+        }
+        return days;
+    }
+
+    static String weekday(LocalDate day) {
+        return day.getDayOfWeek().getDisplayName(TextStyle.FULL, Locale.ENGLISH);
+    }
+
+    /** The day's row as it stands in the CSV file. */
+    static String calendarLine(LocalDate day) {
+        String remark = REMARKS.getOrDefault(day, "");
+        return day + "," + weekday(day) + "," + day.getDayOfYear() + ","
+                + day.get(IsoFields.WEEK_OF_WEEK_BASED_YEAR) + ","
+                + (remark.contains(",") ? '"' + remark + '"' : remark);
+    }
+
+    static int remarks() {
+        return REMARKS.size();
+    }
+
+    /** Writes the calendar as a CSV file. */
+    static void writeCalendar(Path file) throws IOException {
+        List<String> lines = new ArrayList<>();
+        lines.add(CALENDAR_HEADING);
+        days().forEach(day -> lines.add(calendarLine(day)));
+        Files.write(file, lines, StandardCharsets.UTF_8);
+    }
+
+    static List<Letter> letters() {
+        List<Letter> letters = new ArrayList<>();
+        letters.add(new Letter(1, "A short note", "Nothing new; the clay is good. — Adela"));
+        letters.add(new Letter(2, "Never written", null));
+        for (LocalDate start = LocalDate.of(1972, 1, 1);
+                start.getYear() < 1974;
+                start = start.plusMonths(3)) {
+            String title = "The quarter from " + start + ", day by day";
+            letters.add(new Letter(letters.size() + 1, title, almanac(start)));
+        }
+        return letters;
+    }
+
+    /** A quarter of a year in words: about as much as one SQL literal takes. */
+    private static String almanac(LocalDate start) {
+        StringBuilder text = new StringBuilder();
+        LocalDate end = start.plusMonths(3);
+        for (LocalDate day = start; day.isBefore(end); day = day.plusDays(1)) {
+            text.append(day).append(" is ").append(weekday(day)).append(", day ");
+            text.append(day.getDayOfYear()).append(" of ").append(day.lengthOfYear()).append('\n');
+        }
+        return text.toString();
+    }
+}

@@ -1,0 +1,80 @@
+package trevalon.db.console;
+
+import java.io.IOException;
+import java.io.PrintStream;
+import java.sql.SQLException;
+
+import trevalon.db.oci.OciConnection;
+
+/** Runs what a reader gives: a script to its first error, a prompt to its end. */
+final class Script {
+    private final OciConnection connection;
+    private final SqlSession session;
+    private final PrintStream out;
+    private final PrintStream errors;
+
+    Script(OciConnection connection, PrintStream out, PrintStream errors, BreakKey breakKey) {
+        this.connection = connection;
+        this.out = out;
+        this.errors = errors;
+        session = new SqlSession(connection, out, breakKey);
+    }
+
+    /** Runs statements until the end of the input; an error is shown, and the prompt goes on. */
+    void interact(StatementReader input) throws IOException {
+        boolean more = true;
+        while (more) {
+            StatementReader.Statement statement = input.next();
+            if (statement == null) {
+                // The end-of-input key leaves the cursor behind the prompt.
+                out.println();
+                return;
+            }
+            more = runShowingErrors(statement);
+        }
+    }
+
+    private boolean runShowingErrors(StatementReader.Statement statement) {
+        try {
+            return session.run(statement);
+        } catch (SQLException e) {
+            report(statement, null, e);
+            return true;
+        }
+    }
+
+    /**
+     * Runs a script. Its first error ends it, and takes back what was not committed.
+     *
+     * @param source the script's name in error messages
+     * @return whether all statements succeeded
+     */
+    boolean run(StatementReader input, String source) throws IOException, SQLException {
+        boolean more = true;
+        while (more) {
+            StatementReader.Statement statement = input.next();
+            if (statement == null) {
+                break;
+            }
+            try {
+                more = session.run(statement);
+            } catch (SQLException e) {
+                report(statement, source, e);
+                connection.rollback();
+                return false;
+            }
+        }
+        out.flush();
+        return true;
+    }
+
+    private void report(StatementReader.Statement statement, String source, SQLException error) {
+        // Both streams may end on one terminal: what came before the error shall stand before it.
+        out.flush();
+        errors.println(session.errorText(statement.text, error));
+        if (source != null) {
+            errors.println("In " + source + ", statement of line " + statement.line);
+        }
+        errors.flush();
+    }
+}

@@ -1,0 +1,71 @@
+package trevalon.db.console;
+
+import java.util.ArrayList;
+import java.util.List;
+import java.util.regex.Matcher;
+import java.util.regex.Pattern;
+
+/** A token of SQL text: what the console needs to know of SQL, which is not its meaning. */
+final class SqlToken {
+    /**
+     * Comments first, since their first characters are symbols too. A doubled quote inside a
+     * literal makes two neighbouring literals here, which nobody in this package minds.
+     */
+    private static final Pattern TOKEN =
+            Pattern.compile(
+                    "(?<comment>--[^\\n]*+|/\\*.*?(?:\\*/|\\z))"
+                            + "|(?<literal>'[^']*+(?:'|\\z))"
+                            + "|\"(?<name>[^\"]*+)(?:\"|\\z)"
+                            + "|(?<word>[\\p{L}_][\\p{L}\\p{N}_$#]*+)"
+                            + "|\\S",
+                    Pattern.DOTALL);
+
+    /** The token as written; a quoted name without its quotes. */
+    final String text;
+
+    /** Index of the token's first character in the SQL text. */
+    final int start;
+
+    /** A quoted name keeps its case; any other word has none. */
+    final boolean quoted;
+
+    private final boolean isName;
+
+    private SqlToken(String text, int start, boolean isName, boolean quoted) {
+        this.text = text;
+        this.start = start;
+        this.isName = isName;
+        this.quoted = quoted;
+    }
+
+    /** At most `limit` tokens of the text, comments left out. */
+    static List<SqlToken> scan(String sql, int limit) {
+        List<SqlToken> tokens = new ArrayList<>();
+        Matcher matcher = TOKEN.matcher(sql);
+        while (tokens.size() < limit && matcher.find()) {
+            if (matcher.group("comment") != null) {
+                continue;
+            }
+            String name = matcher.group("name");
+            boolean isName = name != null || matcher.group("word") != null;
+            String text = name != null ? name : matcher.group();
+            tokens.add(new SqlToken(text, matcher.start(), isName, name != null));
+        }
+        return tokens;
+    }
+
+    /** True for this keyword or symbol, in any case. */
+    boolean is(String keyword) {
+        return !quoted && text.equalsIgnoreCase(keyword);
+    }
+
+    /** True where the token can name a table or column; keywords are not told apart. */
+    boolean isName() {
+        return isName;
+    }
+
+    /** True when the token names what the server calls `name`. */
+    boolean names(String name) {
+        return isName && (quoted ? text.equals(name) : text.equalsIgnoreCase(name));
+    }
+}

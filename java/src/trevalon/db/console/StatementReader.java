@@ -1,0 +1,205 @@
+package trevalon.db.console;
+
+import java.io.BufferedReader;
+import java.io.IOException;
+import java.util.Arrays;
+import java.util.HashSet;
+import java.util.List;
+import java.util.Locale;
+import java.util.Set;
+
+/**
+ * Cuts lines of input into statements: each ends at a semicolon, or at a line with only a slash. A
+ * block of PL/SQL holds semicolons of its own, and so ends at the slash alone.
+ */
+final class StatementReader {
+    /** Commands of the console itself; they take one line and need no semicolon. */
+    private static final Set<String> COMMANDS =
+            new HashSet<>(
+                    Arrays.asList("DESC", "DESCRIBE", "EXIT", "HELP", "PROMPT", "QUIT", "REM"));
+
+    private static final Set<String> STORED_CODE =
+            new HashSet<>(Arrays.asList("FUNCTION", "PROCEDURE", "TRIGGER", "PACKAGE", "TYPE"));
+
+    /** CREATE OR REPLACE and the kind of object: what decides about a block. */
+    private static final int DECIDING_TOKENS = 4;
+
+    /** A statement, and the line of the input that it starts on (from 1). */
+    static final class Statement {
+        final String text;
+        final int line;
+        final boolean command;
+
+        private Statement(String text, int line, boolean command) {
+            this.text = text;
+            this.line = line;
+            this.command = command;
+        }
+    }
+
+    /** Asks for a line; the argument counts the lines of the statement from 1. */
+    interface Prompt {
+        void show(int lineOfStatement);
+    }
+
+    private enum State {
+        CODE,
+        LITERAL,
+        QUOTED_NAME,
+        COMMENT
+    }
+
+    private final BufferedReader in;
+    private final Prompt prompt;
+    private final StringBuilder text = new StringBuilder();
+    private State state = State.CODE;
+    private boolean hasCode;
+    private int lineNumber;
+    private int startLine;
+    private int linesOfStatement;
+    private String restOfLine;
+
+    StatementReader(BufferedReader in, Prompt prompt) {
+        this.in = in;
+        this.prompt = prompt;
+    }
+
+    /**
+     * The next statement without its terminator, null at the end of the input. The last statement
+     * of the input needs no terminator.
+     */
+    Statement next() throws IOException {
+        startStatement();
+        for (String line = nextLine(); line != null; line = nextLine()) {
+            if (state == State.CODE && line.trim().equals("/")) {
+                if (hasCode) {
+                    return statement();
+                }
+                continue;
+            }
+            if (!hasCode && state == State.CODE && isCommand(line)) {
+                return new Statement(commandText(line), lineNumber, true);
+            }
+            int end = scan(line);
+            if (end >= 0) {
+                restOfLine = line.substring(end + 1).trim();
+                text.append(line, 0, end);
+                return statement();
+            }
+            if (!hasCode && state == State.CODE) {
+                startStatement();
+            } else {
+                text.append(line).append('\n');
+            }
+        }
+        return hasCode ? statement() : null;
+    }
+
+    private void startStatement() {
+        text.setLength(0);
+        state = State.CODE;
+        hasCode = false;
+        linesOfStatement = 0;
+    }
+
+    private Statement statement() {
+        int end = text.length();
+        while (end > 0 && Character.isWhitespace(text.charAt(end - 1))) {
+            end--;
+        }
+        return new Statement(text.substring(0, end), startLine, false);
+    }
+
+    private String nextLine() throws IOException {
+        String line = restOfLine;
+        restOfLine = null;
+        if (line == null) {
+            prompt.show(linesOfStatement + 1);
+            line = in.readLine();
+            lineNumber++;
+        }
+        if (text.length() == 0) {
+            startLine = lineNumber;
+        }
+        linesOfStatement++;
+        return line;
+    }
+
+    private static boolean isCommand(String line) {
+        List<SqlToken> tokens = SqlToken.scan(line, 1);
+        return !tokens.isEmpty() && COMMANDS.contains(tokens.get(0).text.toUpperCase(Locale.ROOT));
+    }
+
+    private static String commandText(String line) {
+        String command = line.trim();
+        return command.endsWith(";") ? command.substring(0, command.length() - 1).trim() : command;
+    }
+
+    /** Follows quotes and comments through the line; the index of an ending semicolon, or -1. */
+    private int scan(String line) {
+        for (int i = 0; i < line.length(); i++) {
+            char c = line.charAt(i);
+            boolean pair = i + 1 < line.length();
+            switch (state) {
+                case LITERAL:
+                    state = c == '\'' ? State.CODE : state;
+                    break;
+                case QUOTED_NAME:
+                    state = c == '"' ? State.CODE : state;
+                    break;
+                case COMMENT:
+                    if (c == '*' && pair && line.charAt(i + 1) == '/') {
+                        state = State.CODE;
+                        i++;
+                    }
+                    break;
+                default:
+                    if (c == '-' && pair && line.charAt(i + 1) == '-') {
+                        return -1;
+                    }
+                    if (c == ';' && !isBlock(line, i)) {
+                        return hasCode ? i : skipEmpty(line, i);
+                    }
+                    enter(c, pair ? line.charAt(i + 1) : ' ');
+            }
+        }
+        return -1;
+    }
+
+    /** A semicolon without a statement before it is passed over. */
+    private int skipEmpty(String line, int at) {
+        restOfLine = line.substring(at + 1).trim();
+        text.setLength(0);
+        return -1;
+    }
+
+    private void enter(char c, char following) {
+        if (c == '/' && following == '*') {
+            state = State.COMMENT;
+            return;
+        }
+        hasCode |= !Character.isWhitespace(c);
+        if (c == '\'') {
+            state = State.LITERAL;
+        } else if (c == '"') {
+            state = State.QUOTED_NAME;
+        }
+    }
+
+    private boolean isBlock(String line, int end) {
+        List<SqlToken> tokens =
+                SqlToken.scan(text + line.substring(0, end), DECIDING_TOKENS);
+        if (tokens.isEmpty()) {
+            return false;
+        }
+        if (tokens.get(0).is("BEGIN") || tokens.get(0).is("DECLARE")) {
+            return true;
+        }
+        if (!tokens.get(0).is("CREATE")) {
+            return false;
+        }
+        int kind = tokens.size() > 1 && tokens.get(1).is("OR") ? 3 : 1;
+        return kind < tokens.size()
+                && STORED_CODE.contains(tokens.get(kind).text.toUpperCase(Locale.ROOT));
+    }
+}

@@ -1,0 +1,170 @@
+package trevalon.db.console;
+
+import java.io.IOException;
+import java.io.InputStreamReader;
+import java.io.PrintStream;
+import java.io.Reader;
+import java.nio.charset.StandardCharsets;
+import java.sql.SQLException;
+import java.time.LocalDateTime;
+import java.time.LocalTime;
+import java.time.format.DateTimeFormatter;
+import java.util.ArrayList;
+import java.util.List;
+
+import trevalon.db.oci.OciColumn;
+import trevalon.db.oci.OciStatement;
+import trevalon.db.oci.OciType;
+
+/** Prints the rows of a query as a table, with memory that does not grow with the rows. */
+final class TablePrinter {
+    /** Rows that are looked at together to size the columns. */
+    private static final int BATCH = 500;
+
+    /** Widest column, and the part of a LONG that is shown. */
+    private static final int MAX_WIDTH = 80;
+
+    private static final DateTimeFormatter DAY = DateTimeFormatter.ofPattern("uuuu-MM-dd");
+    private static final DateTimeFormatter MOMENT =
+            DateTimeFormatter.ofPattern("uuuu-MM-dd HH:mm:ss");
+
+    private final PrintStream out;
+    private final OciStatement query;
+    private final List<OciColumn> columns;
+    private final int[] widths;
+    private boolean headed;
+
+    private TablePrinter(PrintStream out, OciStatement query) {
+        this.out = out;
+        this.query = query;
+        columns = query.columns();
+        widths = new int[columns.size()];
+        for (int i = 0; i < widths.length; i++) {
+            widths[i] = Math.min(MAX_WIDTH, DisplayText.width(columns.get(i).name()));
+        }
+    }
+
+    /** Prints the executed query's remaining rows, and returns how many there were. */
+    static long print(OciStatement query, PrintStream out) throws SQLException {
+        return new TablePrinter(out, query).printAll();
+    }
+
+    private long printAll() throws SQLException {
+        long rows = 0;
+        List<String[]> batch = new ArrayList<>();
+        while (query.next()) {
+            batch.add(readRow());
+            rows++;
+            if (batch.size() == BATCH) {
+                printBatch(batch);
+                batch.clear();
+            }
+        }
+        if (!batch.isEmpty()) {
+            printBatch(batch);
+        }
+        return rows;
+    }
+
+    private String[] readRow() throws SQLException {
+        String[] row = new String[widths.length];
+        for (int i = 0; i < row.length; i++) {
+            row[i] = DisplayText.cut(DisplayText.printable(value(i + 1)), MAX_WIDTH);
+        }
+        return row;
+    }
+
+    private String value(int position) throws SQLException {
+        if (query.isNull(position)) {
+            return "";
+        }
+        switch (columns.get(position - 1).internalType()) {
+            case OciType.DATE:
+                LocalDateTime moment = query.getDateTime(position);
+                boolean midnight = moment.toLocalTime().equals(LocalTime.MIDNIGHT);
+                return (midnight ? DAY : MOMENT).format(moment);
+            case OciType.LONG:
+                return startOfLong(position);
+            case OciType.LONG_RAW:
+                return startOfLongRaw(position);
+            default:
+                return query.getString(position);
+        }
+    }
+
+    /** One character more than fits, so that the cut is seen. */
+    private String startOfLong(int position) throws SQLException {
+        char[] start = new char[MAX_WIDTH + 1];
+        Reader in = new InputStreamReader(query.longStream(position), StandardCharsets.UTF_8);
+        try {
+            int length = 0;
+            for (int count = 0; count >= 0 && length < start.length; ) {
+                length += count;
+                count = in.read(start, length, start.length - length);
+            }
+            return new String(start, 0, length);
+        } catch (IOException e) {
+            throw new SQLException("Reading a LONG value", e);
+        }
+    }
+
+    private String startOfLongRaw(int position) throws SQLException {
+        StringBuilder text = new StringBuilder();
+        try {
+            for (int i = 0; i <= MAX_WIDTH / 2; i++) {
+                int value = query.longStream(position).read();
+                if (value < 0) {
+                    break;
+                }
+                text.append(String.format("%02X", value));
+            }
+        } catch (IOException e) {
+            throw new SQLException("Reading a LONG RAW value", e);
+        }
+        return text.toString();
+    }
+
+    /** Rows in columns; the heading comes again where a column had to grow. */
+    private void printBatch(List<String[]> batch) {
+        boolean grown = false;
+        for (String[] row : batch) {
+            for (int i = 0; i < row.length; i++) {
+                int width = DisplayText.width(row[i]);
+                grown |= width > widths[i];
+                widths[i] = Math.max(widths[i], width);
+            }
+        }
+        if (!headed || grown) {
+            printHeading();
+        }
+        for (String[] row : batch) {
+            printRow(row);
+        }
+    }
+
+    private void printHeading() {
+        String[] names = new String[widths.length];
+        String[] lines = new String[widths.length];
+        for (int i = 0; i < widths.length; i++) {
+            names[i] = DisplayText.cut(columns.get(i).name(), MAX_WIDTH);
+            lines[i] = DisplayText.repeat('-', widths[i]);
+        }
+        printRow(names);
+        printRow(lines);
+        headed = true;
+    }
+
+    private void printRow(String[] values) {
+        StringBuilder line = new StringBuilder();
+        for (int i = 0; i < values.length; i++) {
+            String padding = DisplayText.repeat(' ', widths[i] - DisplayText.width(values[i]));
+            boolean right = columns.get(i).internalType() == OciType.NUMBER;
+            line.append(right ? padding + values[i] : values[i] + padding).append(' ');
+        }
+        int end = line.length();
+        while (end > 0 && line.charAt(end - 1) == ' ') {
+            end--;
+        }
+        out.println(line.substring(0, end));
+    }
+}

@@ -1,0 +1,104 @@
+package trevalon.db.oci;
+
+/**
+ * One select-list column or bind variable, and the owner of its native record.
+ *
+ * <p>The record exists from construction to {@link #close}. A cursor that has this column in its
+ * select list refers to the record, so the cursor's native close comes first.
+ */
+public final class OciColumn implements AutoCloseable {
+    private int input_stream_type;
+    private int coldata32;
+    private long coldata64;
+
+    /**
+     * Creates the column and its native record.
+     *
+     * @param position 1-based position in the select list or among the bind variables
+     * @param name the column's name, or null where a describe will set it
+     */
+    OciColumn(int position, String name) {
+        initialize(OciLimits.BIND_ROWS, OciLimits.BIND_SIZE);
+        setPosition(position);
+        if (name != null) {
+            setName(OciText.encode(name));
+        }
+    }
+
+    /** The column's name as the server described it. */
+    public String name() {
+        byte[] buffer = new byte[OciLimits.COLUMN_NAME];
+        return OciText.decode(buffer, name(buffer));
+    }
+
+    /** The declared type as it would be written in a CREATE TABLE. */
+    public String typeText() {
+        return OciType.describe(internalType(), length(), precision(), scale());
+    }
+
+    /** The kind of stream that feeds this bind variable: a constant of {@link OciCursor}. */
+    int inputStreamType() {
+        return input_stream_type;
+    }
+
+    void setInputStreamType(int streamType) {
+        input_stream_type = streamType;
+    }
+
+    /** Frees the native record; a second call does nothing. */
+    @Override
+    public void close() {
+        native_finalize();
+    }
+
+    native void initialize(int vectsize, int min_bind_size);
+
+    native void native_finalize();
+
+    /** 1-based position in the select list. */
+    public native int position();
+
+    /** Decimal precision of a NUMBER, 0 where none was declared. */
+    public native int precision();
+
+    /** Decimal scale of a NUMBER. */
+    public native int scale();
+
+    /** Described maximum length in bytes. */
+    public native int length();
+
+    /** Oracle's internal type code; see {@link OciType}. */
+    public native int internalType();
+
+    native int externalType();
+
+    native int actualExternalType();
+
+    native boolean nullAllowed();
+
+    native boolean hasDefault();
+
+    native int level();
+
+    native int overloading();
+
+    native int radix();
+
+    native int iomode();
+
+    native void setPosition(int position);
+
+    native void setDbType(int dbtype);
+
+    native void setLength(int length);
+
+    native void setNullOK(int nullok);
+
+    native void setPrecision(int precision);
+
+    native void setScale(int scale);
+
+    native int name(byte[] HNameBuf);
+
+    native void setName(byte[] HNameBuf);
+}

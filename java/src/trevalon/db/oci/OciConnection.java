@@ -1,0 +1,264 @@
+package trevalon.db.oci;
+
+import java.util.ArrayList;
+import java.util.LinkedHashSet;
+import java.util.Set;
+
+/**
+ * A session with a database.
+ *
+ * <p>A connection and its statements are used by one thread at a time; {@link #breakCall} may come
+ * from any thread. Different connections are independent of each other.
+ */
+public final class OciConnection implements AutoCloseable {
+    /** Everything that crosses the border as text is UTF-8; the client library must know that. */
+    private static final String NLS_LANG = "AMERICAN_AMERICA.UTF8";
+
+    private static final String DEBUG_PROPERTY = "oralayer.debug";
+
+    private final Set<OciStatement> statements = new LinkedHashSet<>();
+    private final SlotPool slots;
+    private final int slot;
+
+    /** Guards the end of the session against a break that comes from another thread. */
+    private final Object lifeLock = new Object();
+
+    private boolean open;
+
+    private long logondata64;
+    private int logondata32;
+    private int ldaerrcode;
+    private int oserrcode;
+    private boolean isXA;
+
+    private OciConnection(boolean xa) throws OciException {
+        NativeLibrary library = NativeLibrary.get();
+        isXA = xa;
+        slots = library.sessions(xa);
+        slot = slots.take();
+        try {
+            // The first call of the process initialises the library, and it must be alone then.
+            synchronized (library) {
+                boolean debug = Boolean.getBoolean(DEBUG_PROPERTY);
+                native_initialize(slot, OciText.encode(NLS_LANG), debug);
+            }
+        } catch (RuntimeException | Error e) {
+            slots.give(slot);
+            throw e;
+        }
+    }
+
+    /**
+     * Opens a session.
+     *
+     * @param user the account, or "/" for the one that the operating system vouches for
+     * @param server the connect string: a net service name, a path or ":memory:"
+     */
+    public static OciConnection open(String user, String password, String server)
+            throws OciException {
+        return open(user, password, server, false);
+    }
+
+    /** Opens a session on a record of the XA pool or of the ordinary one. */
+    static OciConnection open(String user, String password, String server, boolean xa)
+            throws OciException {
+        OciConnection connection = new OciConnection(xa);
+        try {
+            connection.logIn(user, password, server);
+            return connection;
+        } catch (OciException | RuntimeException e) {
+            connection.release();
+            throw e;
+        }
+    }
+
+    private void logIn(String user, String password, String server) throws OciException {
+        boolean failed =
+                native_loginwithblock(
+                        OciText.encode(user),
+                        OciText.encode(password),
+                        OciText.encode(server),
+                        true);
+        if (failed) {
+            throw failure(ldaerrcode);
+        }
+        open = true;
+    }
+
+    /** A new statement on this session; the session closes it if its owner does not. */
+    public OciStatement createStatement() throws OciException {
+        return createStatement(OciStatement.DEFAULT_PIECE_LENGTH);
+    }
+
+    /** A new statement that fetches LONG values in pieces of so many bytes. */
+    public OciStatement createStatement(int pieceLength) throws OciException {
+        requireOpen();
+        OciStatement statement = new OciStatement(this, pieceLength);
+        statements.add(statement);
+        return statement;
+    }
+
+    void forget(OciStatement statement) {
+        statements.remove(statement);
+    }
+
+    public void commit() throws OciException {
+        requireOpen();
+        check(native_commit());
+    }
+
+    public void rollback() throws OciException {
+        requireOpen();
+        check(native_rollback());
+    }
+
+    /** Whether each successful statement commits by itself. Off in a new session. */
+    public void setAutoCommit(boolean on) throws OciException {
+        requireOpen();
+        check(on ? native_autoCommitOn() : native_autoCommitOff());
+    }
+
+    /**
+     * Stops the call that runs on this session, which then fails with ORA-01013. Any thread; does
+     * nothing on a closed connection.
+     */
+    public void breakCall() {
+        synchronized (lifeLock) {
+            if (open) {
+                native_obreak();
+            }
+        }
+    }
+
+    /** The client interface and the library behind this connection, for people. */
+    public String clientVersion() {
+        byte[] api = new byte[OciLimits.COLUMN_NAME];
+        byte[] built = new byte[OciLimits.COLUMN_NAME];
+        return OciText.decode(api, native_oci_api_version(api))
+                + ", library "
+                + native_clibversion()
+                + " built "
+                + OciText.decode(built, native_builddate(built));
+    }
+
+    public boolean isOpen() {
+        return open;
+    }
+
+    /** Ends the session with all its statements; a second call does nothing. */
+    @Override
+    public void close() {
+        if (!open) {
+            return;
+        }
+        // A copy, because each statement takes itself off the list.
+        for (OciStatement statement : new ArrayList<>(statements)) {
+            statement.close();
+        }
+        release();
+    }
+
+    private void release() {
+        synchronized (lifeLock) {
+            open = false;
+            native_logout();
+            native_finalize();
+            // The record lives on in its pool; this object must not reach its next holder.
+            logondata32 = 0;
+        }
+        // Only now: whoever takes the slot next logs in on the same record.
+        slots.give(slot);
+    }
+
+    void requireOpen() throws OciException {
+        if (!open) {
+            throw new OciException(3114, "ORA-03114: not connected to ORACLE");
+        }
+    }
+
+    private void check(boolean failed) throws OciException {
+        if (failed) {
+            throw failure(ldaerrcode);
+        }
+    }
+
+    OciException failure(int code) {
+        return failure(code, -1);
+    }
+
+    /**
+     * The exception for the session's current error. The text is asked for at once, since the next
+     * call on the session replaces it; where it carries a number, that number counts, because some
+     * calls leave the code fields alone.
+     */
+    OciException failure(int code, int offset) {
+        byte[] buffer = new byte[OciLimits.ERROR_TEXT];
+        String text = OciText.decode(buffer, native_getError(code, false, buffer)).trim();
+        if (text.isEmpty()) {
+            text = String.format("ORA-%05d: the call failed without an error text", code);
+        }
+        return new OciException(codeOf(text, code), text, offset);
+    }
+
+    private static int codeOf(String text, int fallback) {
+        if (!text.matches("(?s)ORA-\\d{5}\\b.*")) {
+            return fallback;
+        }
+        return Integer.parseInt(text.substring(4, 9));
+    }
+
+    /** Oracle's error number and the system's after the last connection call. */
+    int[] errorCodes() {
+        return new int[] {ldaerrcode, oserrcode};
+    }
+
+    /** Slots of this connection's pool that are in use. */
+    int slotsInUse() {
+        return slots.inUse();
+    }
+
+    static native int lda_pool_size();
+
+    static native int cda_pool_size();
+
+    static native int ociMajorVersion();
+
+    native void native_initialize(int elem, byte[] HNlsLangBuf, boolean debug);
+
+    native boolean native_loginwithblock(
+            byte[] username, byte[] password, byte[] server, boolean blocking);
+
+    native boolean native_loginnoblock(byte[] username, byte[] password, byte[] server);
+
+    native boolean native_logout();
+
+    native void native_finalize();
+
+    native int native_getError(int errnum, boolean oerhmsval, byte[] HErrorBuf);
+
+    native boolean native_autoCommitOn();
+
+    native boolean native_autoCommitOff();
+
+    native boolean native_commit();
+
+    native boolean native_rollback();
+
+    native boolean native_obreak();
+
+    native boolean native_setNonBlockingMode();
+
+    native boolean native_setBlockingMode();
+
+    native boolean native_isNonBlockingMode();
+
+    native int native_oci_api_version(byte[] HOciApiVersionBuf);
+
+    native int native_get_nls_lang(byte[] HNlsLangBuf);
+
+    native int native_get_nls_nchar(byte[] HNlsNcharBuf);
+
+    native int native_clibversion();
+
+    native int native_builddate(byte[] HBldBuf);
+}

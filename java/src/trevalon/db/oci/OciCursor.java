@@ -1,0 +1,200 @@
+package trevalon.db.oci;
+
+import java.io.IOException;
+import java.io.UncheckedIOException;
+import java.util.HashMap;
+import java.util.Map;
+
+/**
+ * One statement handle of a session: the thin peer of the native cursor record.
+ *
+ * <p>The native methods keep the library's convention: a boolean result is true when the call
+ * failed, and the error state is then in the fields below. {@link OciStatement} is the class that
+ * programs use; it orders the calls, and turns failures into exceptions. Calls on one cursor must
+ * not overlap, except {@link #cancel}.
+ */
+public final class OciCursor {
+    /** Bytes in the database's character set. */
+    public static final int ASCII_STREAM = 1;
+
+    /** Bytes that hold UTF-16 characters, high byte first. */
+    public static final int UNICODE_STREAM = 2;
+
+    /** Bytes that are stored as they are. */
+    public static final int BINARY_STREAM = 3;
+
+    /** Characters of a Reader. */
+    public static final int CHARACTER_STREAM = 4;
+
+    private final OciConnection connection;
+    private final int elem;
+    private final Map<Integer, PieceSource> streams = new HashMap<>();
+    private int longColumns;
+
+    private int selPieceLength;
+    private int cursordata32;
+    private long cursordata64;
+    private int cdaerrorcode;
+    private int rowsprocessed;
+    private int parsererroffset;
+    private int sqlfunccode;
+    private int ocifunccode;
+    private int oserrcode;
+    private int warnflags;
+
+    /**
+     * Creates the cursor and its native record; no statement handle is allocated yet.
+     *
+     * @param connection the session that the cursor will be opened on
+     * @param elem the cursor slot that the caller took for this cursor and gives back after it
+     * @param selPieceLength bytes of one piece of a LONG value that is being fetched
+     * @param openNow whether to allocate the statement handle at once
+     * @param sql a statement to parse at once (this needs an open cursor), or null
+     */
+    OciCursor(
+            OciConnection connection, int elem, int selPieceLength, boolean openNow, String sql) {
+        this.connection = connection;
+        this.elem = elem;
+        this.selPieceLength = selPieceLength;
+        initialize(elem);
+        if (openNow && !open(connection) && sql != null) {
+            parse(OciText.encode(sql), false);
+        }
+    }
+
+    /** The slot of the cursor pool that this cursor occupies. */
+    int slot() {
+        return elem;
+    }
+
+    OciConnection connection() {
+        return connection;
+    }
+
+    int pieceLength() {
+        return selPieceLength;
+    }
+
+    /** Oracle's error number after the last call, 0 for none. */
+    int errorCode() {
+        return cdaerrorcode;
+    }
+
+    /** Rows fetched so far by a query, or changed by another statement (unsigned 32 bits). */
+    int rowsProcessed() {
+        return rowsprocessed;
+    }
+
+    /** Offset of a parse error in the statement in bytes; 0 also where it is not known. */
+    int parseErrorOffset() {
+        return parsererroffset;
+    }
+
+    /** The statement's SQL function code as the interface numbers them. */
+    int sqlFunctionCode() {
+        return sqlfunccode;
+    }
+
+    int ociFunctionCode() {
+        return ocifunccode;
+    }
+
+    int osErrorCode() {
+        return oserrcode;
+    }
+
+    int warningFlags() {
+        return warnflags;
+    }
+
+    /** Notes how many LONG and LONG RAW columns the select list has. */
+    void setLongColumns(int count) {
+        longColumns = count;
+    }
+
+    /** True when the select list has LONG or LONG RAW columns, which arrive one row a call. */
+    public boolean hasBlobColumn() {
+        return longColumns > 0;
+    }
+
+    /** Names the source of a streamed bind variable; it is read during the next execution. */
+    void registerStream(int position, PieceSource source) {
+        streams.put(position, source);
+    }
+
+    void forgetStreams() {
+        streams.clear();
+    }
+
+    /**
+     * Supplies the next piece of a streamed bind variable; the native side calls this while a
+     * statement executes.
+     *
+     * @param buffer receives the piece from its start
+     * @param position the bind variable's position
+     * @param pieceLength most bytes wanted; the buffer is a little longer
+     * @param streamType one of the stream constants of this class
+     * @return the bytes placed in the buffer, 0 at the end of the value
+     */
+    public int getNextStreamBuffer(byte[] buffer, int position, int pieceLength, int streamType) {
+        PieceSource source = streams.get(position);
+        if (source == null) {
+            throw new IllegalStateException("No stream is registered for variable " + position);
+        }
+        try {
+            return source.fill(buffer, pieceLength);
+        } catch (IOException e) {
+            throw new UncheckedIOException("Reading the stream of variable " + position, e);
+        }
+    }
+
+    native void initialize(int elem);
+
+    native boolean open(OciConnection connobj);
+
+    native boolean cancel();
+
+    native boolean close();
+
+    native void native_finalize();
+
+    native boolean parse(byte[] HSqlBuf, boolean defflg);
+
+    native boolean describe(OciColumn colobj);
+
+    native boolean isBlobColumn(OciColumn colobj);
+
+    native boolean isOCI8ILOBColumn(OciColumn colobj);
+
+    native boolean oopt(int waitopt);
+
+    native boolean exec();
+
+    native boolean bindSelectItem(OciColumn colobj, int fetchsize);
+
+    native boolean fetch();
+
+    native boolean execAndFetch(int fetchsize);
+
+    native boolean arrayFetch(int fetchsize);
+
+    native int getDateValue(OciColumn colobj, int recnum, byte[] HDateBuf);
+
+    native int getReturnCode(OciColumn colobj, int recnum);
+
+    native int getByteValue(OciColumn colobj, int recnum, byte[] HByteBuf);
+
+    native int getLongDataLength(OciColumn colobj);
+
+    native int getLongByteValue(OciColumn colobj, int offset, byte[] HByteBuf);
+
+    native int getLongStringValue(OciColumn colobj, int offset, byte[] HStrBuf);
+
+    native int getIndicator(OciColumn colobj, int recnum);
+
+    native int getStringValue(OciColumn colobj, int recnum, byte[] HStrBuf);
+
+    native int getIntegerValue(OciColumn colobj, int recnum);
+
+    native double getDoubleValue(OciColumn colobj, int recnum);
+}

@@ -1,0 +1,30 @@
+package trevalon.db.oci;
+
+import java.sql.SQLException;
+
+/** A failed Oracle call: the error number, its text, and the place in the statement if known. */
+public final class OciException extends SQLException {
+    private static final long serialVersionUID = 1L;
+    private static final int UNKNOWN = -1;
+
+    private final int offset;
+
+    OciException(int code, String text, int offset) {
+        super(text, null, code);
+        this.offset = offset;
+    }
+
+    OciException(int code, String text) {
+        this(code, text, UNKNOWN);
+    }
+
+    /** Oracle's error number, for example 942. */
+    public int code() {
+        return getErrorCode();
+    }
+
+    /** Offset of the error in the statement in bytes from 0, or -1 where it is not known. */
+    public int offset() {
+        return offset;
+    }
+}

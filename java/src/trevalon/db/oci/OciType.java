@@ -1,0 +1,70 @@
+package trevalon.db.oci;
+
+/** Oracle's internal type codes, as a describe reports them. */
+public final class OciType {
+    public static final int VARCHAR2 = 1;
+    public static final int NUMBER = 2;
+    public static final int LONG = 8;
+    public static final int ROWID = 11;
+    public static final int DATE = 12;
+    public static final int RAW = 23;
+    public static final int LONG_RAW = 24;
+    public static final int CHAR = 96;
+    public static final int ROWID_DESCRIPTOR = 104;
+    public static final int CLOB = 112;
+    public static final int BLOB = 113;
+
+    /** The scale that the server reports for a NUMBER declared as FLOAT. */
+    private static final int FLOAT_SCALE = -127;
+
+    private OciType() {}
+
+    /** True for the types whose values arrive in pieces. */
+    public static boolean isLong(int type) {
+        return type == LONG || type == LONG_RAW;
+    }
+
+    /** True for the types whose values are reached through a locator. */
+    public static boolean isLob(int type) {
+        return type == CLOB || type == BLOB;
+    }
+
+    /** The type with its sizes as a CREATE TABLE would say it; an unknown code in words. */
+    static String describe(int type, int length, int precision, int scale) {
+        switch (type) {
+            case VARCHAR2:
+                return "VARCHAR2(" + length + ")";
+            case CHAR:
+                return "CHAR(" + length + ")";
+            case RAW:
+                return "RAW(" + length + ")";
+            case NUMBER:
+                return number(precision, scale);
+            case LONG:
+                return "LONG";
+            case LONG_RAW:
+                return "LONG RAW";
+            case DATE:
+                return "DATE";
+            case ROWID:
+            case ROWID_DESCRIPTOR:
+                return "ROWID";
+            case CLOB:
+                return "CLOB";
+            case BLOB:
+                return "BLOB";
+            default:
+                return "type " + type;
+        }
+    }
+
+    private static String number(int precision, int scale) {
+        if (precision == 0) {
+            return scale == 0 || scale == FLOAT_SCALE ? "NUMBER" : "NUMBER(38," + scale + ")";
+        }
+        if (scale == FLOAT_SCALE) {
+            return "FLOAT(" + precision + ")";
+        }
+        return "NUMBER(" + precision + (scale == 0 ? "" : "," + scale) + ")";
+    }
+}

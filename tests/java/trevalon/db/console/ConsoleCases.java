@@ -1,0 +1,168 @@
+package trevalon.db.console;
+
+import static trevalon.db.oci.TestRun.same;
+import static trevalon.db.oci.TestRun.yes;
+
+import java.io.BufferedReader;
+import java.io.ByteArrayOutputStream;
+import java.io.File;
+import java.io.IOException;
+import java.io.InputStream;
+import java.io.StringReader;
+import java.nio.charset.StandardCharsets;
+import java.nio.file.Files;
+import java.nio.file.Path;
+import java.util.ArrayList;
+import java.util.Arrays;
+import java.util.List;
+
+import trevalon.db.oci.TestRun;
+
+/** The console: cutting of input, shape of output, and whole runs in a process of their own. */
+public final class ConsoleCases {
+    private static final String LOGIN = "tester/secret@TEST";
+
+    private ConsoleCases() {}
+
+    public static void addTo(TestRun tests) {
+        tests.add("input is cut into statements", () -> statements());
+        tests.add("text is measured and cut in terminal cells", () -> cells());
+        tests.add("logins are taken apart", () -> logins());
+        tests.add("a script that succeeds prints tables and exits with 0", () -> goodScript());
+        tests.add("a script stops at its first error and shows its place", () -> badScript());
+        tests.add("a script from a pipe, and a login that fails", () -> pipeAndLogin());
+        tests.add("the sample loads once, and its checks notice a change", () -> sample());
+    }
+
+    private static void statements() throws Exception {
+        String[][] inputs = {
+            {"a;b ; c", "a", "b", "c"},
+            {"a\nb\n;\n;;\n/\n", "a\nb"},
+            {"select ';' , \"x;\" -- no; \n from t /* ; \n ; */ ;",
+                "select ';' , \"x;\" -- no; \n from t /* ; \n ; */"},
+            {"it's;\n';", "it's;\n'"},
+            {"begin a; b; end;\n/\nc;", "begin a; b; end;", "c"},
+            {"create or replace procedure p is begin a; end;\n/",
+                "create or replace procedure p is begin a; end;"},
+            {"-- only remarks;\n\ndesc t;\nquit\n", "desc t", "quit"},
+            {"select 1\ndesc\n;", "select 1\ndesc"},
+        };
+        for (String[] input : inputs) {
+            List<String> found = new ArrayList<>();
+            StatementReader reader =
+                    new StatementReader(new BufferedReader(new StringReader(input[0])), n -> {});
+            for (StatementReader.Statement s = reader.next(); s != null; s = reader.next()) {
+                found.add(s.text);
+            }
+            same(Arrays.asList(input).subList(1, input.length), found, input[0]);
+        }
+    }
+
+    private static void cells() {
+        same(4, DisplayText.width("京都"), "wide characters");
+        same(1, DisplayText.width("e\u0301"), "combining mark");
+        same("京...", DisplayText.cut("京都大学", 6), "cut between wide characters");
+        same("a b", DisplayText.printable("a\tb"), "control character");
+    }
+
+    private static void logins() throws Exception {
+        LoginString login = LoginString.parse("u/p@ss/w@/path/to.db");
+        same("u", login.user, "user");
+        same("/", LoginString.parse("/@X").user, "external user");
+        same(null, LoginString.parse("u@X").password, "missing password");
+    }
+
+    private static void goodScript() throws Exception {
+        Run run = script("CREATE TABLE shown (n NUMBER(5), t VARCHAR2(9), body LONG);\n"
+                + "INSERT INTO shown VALUES (7, 'seven', '" + DisplayText.repeat('x', 99) + "');\n"
+                + "INSERT INTO shown VALUES (12345, NULL, NULL);\n"
+                + "SELECT n, t FROM shown ORDER BY n;\nSELECT body FROM shown;\nDESC shown\n");
+        same(0, run.exitCode, run.output);
+        run.shows("1 row created.", "    N T", "----- -----", "    7 seven", "12345",
+                "2 rows selected.", DisplayText.repeat('x', 77) + "...", "N     NUMBER(5)");
+    }
+
+    private static void badScript() throws Exception {
+        Run run = script("PROMPT before\nSELECT COUNT(*)\n  FROM dual, nowhere n\n WHERE 1 = 1;\n"
+                + "PROMPT after\n");
+        same(1, run.exitCode, run.output);
+        run.shows("before", "  FROM dual, nowhere n\n             *\nERROR at line 2:\nORA-00942",
+                "statement of line 2");
+        yes(!run.output.contains("after"), "the script went on");
+    }
+
+    private static void pipeAndLogin() throws Exception {
+        Run piped = new Run("SELECT 6 * 7 answer FROM DUAL", LOGIN);
+        same(0, piped.exitCode, piped.output);
+        piped.shows("ANSWER", "42", "1 row selected.");
+        Run refused = new Run("", "tester/wrong@TEST");
+        same(1, refused.exitCode, refused.output);
+        refused.shows("ORA-01017");
+        same(2, new Run("", "nonsense").exitCode, "exit code of a usage error");
+    }
+
+    private static void sample() throws Exception {
+        Run first = new Run("");
+        same(0, first.exitCode, first.output);
+        first.shows("Loaded 11,323 days", "All checks passed.");
+        Run second = new Run("");
+        same(0, second.exitCode, second.output);
+        second.shows("loaded already", "All checks passed.");
+        Run change = new Run("UPDATE calendar SET iso_week = 99 WHERE remark IS NOT NULL;", LOGIN);
+        same(0, change.exitCode, change.output);
+        Run changed = new Run("");
+        same(1, changed.exitCode, changed.output);
+        changed.shows("checksum of the calendar", "WRONG", "CHECKS FAILED");
+    }
+
+    private static Run script(String text) throws Exception {
+        Path file = Files.createTempFile("script", ".sql");
+        try {
+            Files.write(file, text.getBytes(StandardCharsets.UTF_8));
+            return new Run("", LOGIN, file.toString());
+        } finally {
+            Files.delete(file);
+        }
+    }
+
+    /** A console in a JVM of its own, with this one's class path and library. */
+    private static final class Run {
+        final String output;
+        final int exitCode;
+
+        Run(String input, String... arguments) throws IOException, InterruptedException {
+            List<String> command = new ArrayList<>();
+            command.add(System.getProperty("java.home") + File.separator + "bin/java");
+            command.add("-Xcheck:jni");
+            command.add("-Doralayer.sample.login=" + LOGIN);
+            command.add("-Doralayer.terminals=");
+            for (String property : new String[] {"java.library.path", "oralayer.sample"}) {
+                command.add("-D" + property + "=" + System.getProperty(property));
+            }
+            command.add("-cp");
+            command.add(System.getProperty("java.class.path"));
+            command.add(Console.class.getName());
+            command.addAll(Arrays.asList(arguments));
+            Process process = new ProcessBuilder(command).redirectErrorStream(true).start();
+            process.getOutputStream().write(input.getBytes(StandardCharsets.UTF_8));
+            process.getOutputStream().close();
+            ByteArrayOutputStream all = new ByteArrayOutputStream();
+            InputStream from = process.getInputStream();
+            byte[] buffer = new byte[8192];
+            for (int n = from.read(buffer); n >= 0; n = from.read(buffer)) {
+                all.write(buffer, 0, n);
+            }
+            exitCode = process.waitFor();
+            output = new String(all.toByteArray(), StandardCharsets.UTF_8);
+            // What the checker of JNI calls says there must be seen here as well.
+            Arrays.stream(output.split("\n")).filter(l -> l.contains("native method"))
+                    .forEach(System.out::println);
+        }
+
+        void shows(String... parts) {
+            for (String part : parts) {
+                yes(output.contains(part), "<" + part + "> is missing in:\n" + output);
+            }
+        }
+    }
+}

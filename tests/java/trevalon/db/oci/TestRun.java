@@ -1,0 +1,91 @@
+package trevalon.db.oci;
+
+import java.sql.SQLException;
+import java.util.Objects;
+
+/** Runs named cases one after the other, and remembers whether any failed. */
+public final class TestRun {
+    /** A case; it fails by throwing. */
+    public interface Case {
+        void run() throws Exception;
+    }
+
+    private static final String LOGIN_SERVER = "TEST";
+
+    private int failures;
+
+    public void add(String name, Case test) {
+        long start = System.nanoTime();
+        try {
+            test.run();
+            long millis = (System.nanoTime() - start) / 1_000_000;
+            System.out.printf("[  OK  ] %s (%d ms)%n", name, millis);
+        } catch (Throwable e) {
+            failures++;
+            System.out.printf("[FAILED] %s%n", name);
+            e.printStackTrace(System.out);
+        }
+    }
+
+    public int failures() {
+        return failures;
+    }
+
+    public static void same(Object expected, Object found, String what) {
+        if (!Objects.deepEquals(expected, found)) {
+            throw new AssertionError(what + ": expected <" + expected + ">, found <" + found + ">");
+        }
+    }
+
+    public static void yes(boolean condition, String what) {
+        if (!condition) {
+            throw new AssertionError(what);
+        }
+    }
+
+    /** Runs a case that must fail with this Oracle error, and returns the error. */
+    public static OciException oracleError(int code, Case test) throws Exception {
+        try {
+            test.run();
+        } catch (OciException e) {
+            same(code, e.code(), "error of <" + e.getMessage() + ">");
+            return e;
+        }
+        throw new AssertionError("ORA-" + code + " did not come");
+    }
+
+    /** Runs a case that must throw this class; JNI errors show as exceptions, not as crashes. */
+    static void throwing(Class<? extends Throwable> expected, Case test) throws Exception {
+        try {
+            test.run();
+        } catch (Throwable e) {
+            yes(expected.isInstance(e), expected + " expected, but got " + e);
+            return;
+        }
+        throw new AssertionError(expected + " was not thrown");
+    }
+
+    static OciConnection connect() throws SQLException {
+        return OciConnection.open("tester", "secret", LOGIN_SERVER);
+    }
+
+    /** Executes statements that return no rows. */
+    static void execute(OciConnection connection, String... statements) throws SQLException {
+        try (OciStatement statement = connection.createStatement()) {
+            for (String sql : statements) {
+                statement.execute(sql);
+            }
+        }
+    }
+
+    /** The first value of a query's only row. */
+    static String value(OciConnection connection, String sql) throws SQLException {
+        try (OciStatement statement = connection.createStatement()) {
+            statement.execute(sql);
+            yes(statement.next(), "a row of " + sql);
+            String value = statement.getString(1);
+            yes(!statement.next(), "only one row of " + sql);
+            return value;
+        }
+    }
+}
