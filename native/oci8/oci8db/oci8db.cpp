@@ -1,0 +1,191 @@
+// oci8db: creates databases and manages their accounts.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <exception>
+#include <filesystem>
+#include <iostream>
+#include <string>
+
+#include "accounts.h"
+#include "sqlite_catalogue.h"
+#include "sqlite_engine.h"
+#include "sqlite_handle.h"
+
+namespace {
+
+using namespace oci8;
+namespace fs = std::filesystem;
+
+constexpr const char* kUsage =
+    "usage: oci8db create       NAME [USER[/PASSWORD]]\n"
+    "       oci8db add-user     NAME USER[/PASSWORD]\n"
+    "       oci8db set-password NAME USER[/PASSWORD]\n"
+    "       oci8db drop-user    NAME USER\n"
+    "       oci8db list         NAME\n"
+    "NAME is a net service name (the file NAME.db in the folder $OCI8_DATA) or a path with a\n"
+    "slash. A password that is not given is read from standard input; USER/ has none, and only\n"
+    "the operating system's user of that name can log in as OPS$USER.\n";
+
+// Exit codes: scripts tell a wrong call from a failed one.
+constexpr int kFailed = 1;
+constexpr int kBadUsage = 2;
+
+struct Credentials {
+  std::string user;
+  std::string password;
+};
+
+/// What the user has to be told, without an Oracle number.
+struct Complaint {
+  std::string text;
+};
+
+/// Keeps what is typed from the screen; without a terminal does nothing.
+class Unseen {
+ public:
+  Unseen() : terminal_(tcgetattr(STDIN_FILENO, &before_) == 0) {
+    if (!terminal_) return;
+    termios silent = before_;
+    silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+    tcsetattr(STDIN_FILENO, TCSAFLUSH, &silent);
+    std::cerr << "Password: " << std::flush;
+  }
+  ~Unseen() {
+    if (!terminal_) return;
+    tcsetattr(STDIN_FILENO, TCSAFLUSH, &before_);
+    std::cerr << '\n';
+  }
+  Unseen(const Unseen&) = delete;
+  Unseen& operator=(const Unseen&) = delete;
+
+ private:
+  termios before_;
+  const bool terminal_;
+};
+
+std::string read_password() {
+  const Unseen unseen;
+  std::string password;
+  if (!std::getline(std::cin, password) || password.empty()) throw Complaint{"no password given"};
+  return password;
+}
+
+// A password in the arguments can be seen by every user of the machine while the command runs;
+// standard input is the way around that.
+Credentials read_credentials(const std::string& argument) {
+  const size_t slash = argument.find('/');
+  Credentials credentials{argument.substr(0, slash), {}};
+  if (credentials.user.empty()) throw Complaint{"no user name given"};
+  credentials.password = slash == std::string::npos ? read_password() : argument.substr(slash + 1);
+  return credentials;
+}
+
+/// A file that is made under a name of its own and appears under its final name complete or not
+/// at all.
+class NewFile {
+ public:
+  explicit NewFile(std::string path)
+      : final_(std::move(path)), path_(final_ + ".new" + std::to_string(getpid())) {}
+  ~NewFile() { unlink(path_.c_str()); }
+  NewFile(const NewFile&) = delete;
+  NewFile& operator=(const NewFile&) = delete;
+
+  const std::string& path() const { return path_; }
+
+  /// Fails where the final name has come into being meanwhile, unlike a rename.
+  void appear() const {
+    if (link(path_.c_str(), final_.c_str()) != 0) {
+      throw Complaint{final_ + ": " + std::strerror(errno)};
+    }
+  }
+
+ private:
+  const std::string final_;
+  const std::string path_;
+};
+
+std::string database_path(const std::string& name) {
+  std::string path = resolve_connect_string(name);
+  if (path == ":memory:") throw Complaint{"a database in memory has no file"};
+  return path;
+}
+
+// With the path in the message, which the Oracle error of a connect string leaves out.
+SqliteOwner open_existing(const std::string& name) {
+  const std::string path = database_path(name);
+  if (!fs::is_regular_file(path)) throw Complaint{path + ": no such database"};
+  SqliteOwner db = open_file(path, SQLITE_OPEN_READWRITE);
+  if (!has_system_objects(db.get())) throw Complaint{path + ": not made by oci8db"};
+  return db;
+}
+
+// The password is asked for before anything is made: nothing is left behind without one.
+void create(const std::string& name, const char* account) {
+  const std::string path = database_path(name);
+  if (fs::exists(path)) throw Complaint{path + ": already exists"};
+  Credentials credentials;
+  if (account != nullptr) credentials = read_credentials(account);
+  fs::create_directories(fs::path(path).parent_path());
+  // The file holds the hashes of passwords: its owner decides who else may read it.
+  umask(S_IRWXG | S_IRWXO);
+  const NewFile file(path);
+  // Closed before the file gets its name, so that nobody finds it half written.
+  {
+    const SqliteOwner db = open_file(file.path(), SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
+    create_system_objects(db.get());
+    if (account != nullptr) add_account(db.get(), credentials.user, credentials.password);
+  }
+  file.appear();
+  std::cout << "created " << path << '\n';
+}
+
+void change_account(const std::string& command, const std::string& name,
+                    const std::string& account) {
+  const SqliteOwner db = open_existing(name);
+  if (command == "drop-user") return drop_account(db.get(), account);
+  const Credentials credentials = read_credentials(account);
+  const auto change = command == "add-user" ? add_account : set_password;
+  change(db.get(), credentials.user, credentials.password);
+}
+
+void list(const std::string& name) {
+  const SqliteOwner db = open_existing(name);
+  for (const std::string& user : list_accounts(db.get())) std::cout << user << '\n';
+}
+
+int run(int count, char** arguments) {
+  const std::string command = count > 1 ? arguments[1] : "";
+  if (command == "create" && (count == 3 || count == 4)) {
+    create(arguments[2], count == 4 ? arguments[3] : nullptr);
+  } else if (command == "list" && count == 3) {
+    list(arguments[2]);
+  } else if ((command == "add-user" || command == "set-password" || command == "drop-user") &&
+             count == 4) {
+    change_account(command, arguments[2], arguments[3]);
+  } else {
+    std::cerr << kUsage;
+    return kBadUsage;
+  }
+  return 0;
+}
+
+}  // namespace
+
+int main(int count, char** arguments) {
+  try {
+    return run(count, arguments);
+  } catch (const Complaint& complaint) {
+    std::cerr << "oci8db: " << complaint.text << '\n';
+  } catch (const Failure& failure) {
+    std::cerr << "oci8db: " << failure.text;
+  } catch (const std::exception& error) {
+    std::cerr << "oci8db: " << error.what() << '\n';
+  }
+  return kFailed;
+}

@@ -1,0 +1,33 @@
+// Accounts of a database: user names, case-blind, with salted password hashes made by crypt_r.
+#ifndef OCI8_ACCOUNTS_H
+#define OCI8_ACCOUNTS_H
+
+#include <sqlite3.h>
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace oci8 {
+
+/// Creates the (empty) table of accounts, OCI8$ACCOUNTS, if it is not there.
+void create_accounts_table(sqlite3* db);
+
+/// Adds an account, or sets the password of an existing one (set_password: ORA-01918 without one).
+/// An empty password makes an account that only the operating system can log in to.
+void add_account(sqlite3* db, std::string_view user, std::string_view password);
+void set_password(sqlite3* db, std::string_view user, std::string_view password);
+void drop_account(sqlite3* db, std::string_view user);  // ORA-01918
+std::vector<std::string> list_accounts(sqlite3* db);
+/// The number that stands for an account as long as it exists; 0 for an unknown one.
+long long account_number(sqlite3* db, std::string_view user);
+
+/// Returns the account's name in upper case; raises ORA-01017 for an unknown user or a wrong
+/// password, after the same work in both cases.
+std::string check_password(sqlite3* db, std::string_view user, std::string_view password);
+/// The account that stands for the operating system's user ("OPS$" + name), or ORA-01017.
+std::string check_external(sqlite3* db);
+
+}  // namespace oci8
+
+#endif

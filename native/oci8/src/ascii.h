@@ -1,0 +1,40 @@
+// Character classes of ASCII, whatever the process's locale says: names, numbers and format models
+// are ASCII.
+#ifndef OCI8_ASCII_H
+#define OCI8_ASCII_H
+
+#include <algorithm>
+#include <string_view>
+
+namespace oci8 {
+
+inline bool is_digit(char c) {
+  return c >= '0' && c <= '9';
+}
+
+inline bool is_letter(char c) {
+  return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
+}
+
+inline bool is_punctuation(char c) {
+  return c > ' ' && c < 0x7f && !is_digit(c) && !is_letter(c);
+}
+
+inline char upper(char c) {
+  return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
+}
+
+inline char lower(char c) {
+  return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
+/// Case-blind.
+inline bool starts_with(std::string_view text, std::string_view prefix) {
+  return text.size() >= prefix.size() &&
+         std::equal(prefix.begin(), prefix.end(), text.begin(),
+                    [](char a, char b) { return upper(a) == upper(b); });
+}
+
+}  // namespace oci8
+
+#endif

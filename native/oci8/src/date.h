@@ -1,0 +1,51 @@
+// DATE values: the server's seven-byte form and its text by format model.
+#ifndef OCI8_DATE_H
+#define OCI8_DATE_H
+
+#include <array>
+#include <string>
+#include <string_view>
+
+#include "oci.h"
+
+namespace oci8 {
+
+inline constexpr size_t kDateSize = 7;
+inline constexpr std::string_view kDefaultDateFormat = "DD-MON-YY";
+
+/// Century+100, year in century+100, month, day, hour+1, minute+1, second+1. Dates after 1 BC
+/// compare like their bytes.
+using DateBytes = std::array<ub1, kDateSize>;
+
+struct DateFields {
+  int year = 0;  // negative: BC
+  int month = 1, day = 1, hour = 0, minute = 0, second = 0;
+};
+
+DateFields unpack_date(const ub1* bytes);
+/// Raises ORA-01841, 01843, 01847, 01839, 01850, 01851, 01852 for fields out of range.
+DateBytes pack_date(const DateFields& fields);
+/// False for seven bytes that are no date.
+bool valid_date(const ub1* bytes);
+
+/// Days of a month (from 1) of a year that is not 0.
+int days_in_month(int year, int month);
+
+/// Days since 1 January 4712 BC as the server counts them (Julian day number) and back, with the
+/// time of day as a fraction; the result is rounded to whole seconds.
+double date_to_days(const DateFields& fields);
+DateFields days_to_date(double days);
+
+/// TO_CHAR and TO_DATE for a format model (YYYY YY RR MM MON MONTH DD DDD D DY DAY HH HH12 HH24 MI
+/// SS SSSSS AM PM Q WW CC J FM, punctuation, "quoted text"). Raise ORA-01821 for an unknown model
+/// element, ORA-01861, 01830, 01840, 01843, 01847, 01858 and their siblings for text that does not
+/// match.
+std::string format_date(const DateFields& fields, std::string_view format);
+DateFields parse_date(std::string_view text, std::string_view format);
+
+/// The current local date and time, as SYSDATE gives it.
+DateFields current_date();
+
+}  // namespace oci8
+
+#endif

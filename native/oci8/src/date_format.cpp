@@ -1,0 +1,178 @@
+#include <charconv>
+#include <cstdlib>
+#include <utility>
+
+#include "date.h"
+#include "date_model.h"
+
+namespace oci8 {
+namespace {
+
+// Writes one date. The text is short, so that it mostly fits the string's own memory.
+class DateWriter {
+ public:
+  explicit DateWriter(const DateFields& fields) : fields_(fields) {}
+
+  std::string write(std::string_view format);
+
+ private:
+  void number(int value, int width);
+  void name(std::string_view name, std::string_view spelling, int width);
+  void year_item(const DateItem& item);
+  void day_item(const DateItem& item);
+  void time_item(const DateItem& item);
+  void either(std::string_view spelling, std::string_view pair);
+  void item(const DateItem& item);
+
+  const DateFields& fields_;
+  std::string out_;
+  bool fill_ = true;
+};
+
+void DateWriter::number(int value, int width) {
+  char digits[12];
+  const char* end = std::to_chars(digits, digits + sizeof digits, value).ptr;
+  const int size = static_cast<int>(end - digits);
+  if (fill_ && size < width) out_.append(static_cast<size_t>(width - size), '0');
+  out_.append(digits, static_cast<size_t>(size));
+}
+
+// A name follows the case of its element: MON, Mon, mon.
+void DateWriter::name(std::string_view name, std::string_view spelling, int width) {
+  const bool capital = is_letter(spelling[0]) && spelling[0] == upper(spelling[0]);
+  const bool all_capital = capital && spelling[1] == upper(spelling[1]);
+  for (size_t i = 0; i < name.size(); ++i) {
+    const bool raise = all_capital || (capital && i == 0);
+    out_ += raise ? upper(name[i]) : lower(name[i]);
+  }
+  if (fill_ && name.size() < static_cast<size_t>(width)) out_.append(width - name.size(), ' ');
+}
+
+// The model may name either of a pair; its first letter tells the case, its length the points.
+void DateWriter::either(std::string_view spelling, std::string_view pair) {
+  const bool small = spelling[0] == lower(spelling[0]);
+  for (char c : pair) {
+    out_ += small ? lower(c) : c;
+    if (spelling.size() == 4) out_ += '.';
+  }
+}
+
+// The year as its last digits; the era is an element of its own, and only SYYYY has a sign.
+void DateWriter::year_item(const DateItem& item) {
+  const int year = std::abs(fields_.year);
+  switch (item.element) {
+    case DateElement::SignedYear:
+      if (fields_.year < 0 || fill_) out_ += fields_.year < 0 ? '-' : ' ';
+      return number(year, 4);
+    case DateElement::Year3:
+      return number(year % 1000, 3);
+    case DateElement::Year2:
+    case DateElement::RoundYear2:
+      return number(year % 100, 2);
+    case DateElement::Year1:
+      return number(year % 10, 1);
+    case DateElement::Century:
+      return number((year + 99) / 100, 2);
+    default:
+      return number(year, 4);
+  }
+}
+
+// Weeks of the year and of the month begin with the first day, whatever weekday it is; only the ISO
+// week begins on a Monday.
+void DateWriter::day_item(const DateItem& item) {
+  switch (item.element) {
+    case DateElement::DayOfYear:
+      return number(day_of_year(fields_), 3);
+    case DateElement::DayOfMonth:
+      return number(fields_.day, 2);
+    case DateElement::DayOfWeek:
+      return number(weekday(fields_) + 1, 1);
+    case DateElement::WeekOfYear:
+      return number((day_of_year(fields_) - 1) / 7 + 1, 2);
+    case DateElement::WeekOfMonth:
+      return number((fields_.day - 1) / 7 + 1, 1);
+    case DateElement::IsoWeek:
+      return number(iso_week(fields_), 2);
+    case DateElement::DayName:
+      return name(kWeekdays[weekday(fields_)], item.spelling, kWeekdayWidth);
+    default:
+      return name(kWeekdays[weekday(fields_)].substr(0, kShortName), item.spelling, 0);
+  }
+}
+
+// Twelve o'clock is hour 12 of both halves of the day.
+void DateWriter::time_item(const DateItem& item) {
+  switch (item.element) {
+    case DateElement::Hour24:
+      return number(fields_.hour, 2);
+    case DateElement::Hour12:
+      return number((fields_.hour + 11) % 12 + 1, 2);
+    case DateElement::Minute:
+      return number(fields_.minute, 2);
+    case DateElement::Second:
+      return number(fields_.second, 2);
+    case DateElement::SecondOfDay:
+      return number((fields_.hour * 60 + fields_.minute) * 60 + fields_.second, 5);
+    default:
+      return either(item.spelling, fields_.hour >= 12 ? "PM" : "AM");
+  }
+}
+
+void DateWriter::item(const DateItem& item) {
+  switch (item.element) {
+    case DateElement::Literal:
+      out_ += item.spelling;
+      return;
+    case DateElement::Fill:
+      fill_ = !fill_;
+      return;
+    case DateElement::Exact:
+      return;
+    case DateElement::Month:
+      return number(fields_.month, 2);
+    case DateElement::MonthName:
+      return name(kMonths[fields_.month - 1], item.spelling, kMonthWidth);
+    case DateElement::MonthShort:
+      return name(kMonths[fields_.month - 1].substr(0, kShortName), item.spelling, 0);
+    case DateElement::Quarter:
+      return number((fields_.month + 2) / 3, 1);
+    case DateElement::Julian:
+      return number(day_number(fields_), 7);
+    case DateElement::Era:
+      return either(item.spelling, fields_.year < 0 ? "BC" : "AD");
+    case DateElement::DayOfYear:
+    case DateElement::DayOfMonth:
+    case DateElement::DayOfWeek:
+    case DateElement::DayName:
+    case DateElement::DayShort:
+    case DateElement::WeekOfYear:
+    case DateElement::WeekOfMonth:
+    case DateElement::IsoWeek:
+      return day_item(item);
+    case DateElement::Hour24:
+    case DateElement::Hour12:
+    case DateElement::Minute:
+    case DateElement::Second:
+    case DateElement::SecondOfDay:
+    case DateElement::Meridian:
+      return time_item(item);
+    default:
+      return year_item(item);
+  }
+}
+
+std::string DateWriter::write(std::string_view format) {
+  FormatReader reader(format);
+  DateItem next;
+  while (reader.next(next)) item(next);
+  return std::move(out_);
+}
+
+}  // namespace
+
+std::string format_date(const DateFields& fields, std::string_view format) {
+  return DateWriter(fields).write(format);
+}
+
+}  // namespace oci8

@@ -1,0 +1,87 @@
+#include "date_model.h"
+
+#include "error.h"
+
+namespace oci8 {
+namespace {
+
+struct ElementName {
+  std::string_view name;
+  DateElement element;
+};
+
+// A longer name stands before the names that it begins with.
+constexpr ElementName kElements[] = {
+    {"SYYYY", DateElement::SignedYear}, {"YYYY", DateElement::Year4},
+    {"YYY", DateElement::Year3},        {"YY", DateElement::Year2},
+    {"Y", DateElement::Year1},          {"RRRR", DateElement::RoundYear4},
+    {"RR", DateElement::RoundYear2},    {"MONTH", DateElement::MonthName},
+    {"MON", DateElement::MonthShort},   {"MM", DateElement::Month},
+    {"MI", DateElement::Minute},        {"DDD", DateElement::DayOfYear},
+    {"DD", DateElement::DayOfMonth},    {"DAY", DateElement::DayName},
+    {"DY", DateElement::DayShort},      {"D", DateElement::DayOfWeek},
+    {"HH24", DateElement::Hour24},      {"HH12", DateElement::Hour12},
+    {"HH", DateElement::Hour12},        {"SSSSS", DateElement::SecondOfDay},
+    {"SS", DateElement::Second},        {"A.M.", DateElement::Meridian},
+    {"P.M.", DateElement::Meridian},    {"AM", DateElement::Meridian},
+    {"PM", DateElement::Meridian},      {"A.D.", DateElement::Era},
+    {"B.C.", DateElement::Era},         {"AD", DateElement::Era},
+    {"BC", DateElement::Era},           {"Q", DateElement::Quarter},
+    {"IW", DateElement::IsoWeek},       {"WW", DateElement::WeekOfYear},
+    {"W", DateElement::WeekOfMonth},    {"CC", DateElement::Century},
+    {"J", DateElement::Julian},         {"FM", DateElement::Fill},
+    {"FX", DateElement::Exact}};
+
+}  // namespace
+
+// Quoted text and single punctuation marks are literals; a letter or digit that begins no element
+// is an error, never text.
+bool FormatReader::next(DateItem& item) {
+  if (rest_.empty()) return false;
+  if (rest_.front() == '"') {
+    const size_t end = rest_.find('"', 1);
+    if (end == std::string_view::npos) fail(1821);
+    item = {DateElement::Literal, rest_.substr(1, end - 1)};
+    rest_.remove_prefix(end + 1);
+    return true;
+  }
+  for (const ElementName& known : kElements) {
+    if (!starts_with(rest_, known.name)) continue;
+    take(item, known.element, known.name.size());
+    return true;
+  }
+  if (rest_.front() != ' ' && !is_punctuation(rest_.front())) fail(1821);
+  take(item, DateElement::Literal, 1);
+  return true;
+}
+
+bool FormatReader::number_follows() const {
+  FormatReader ahead(rest_);
+  DateItem item;
+  if (!ahead.next(item)) return false;
+  return item.element != DateElement::Literal && item.element != DateElement::MonthName &&
+         item.element != DateElement::MonthShort && item.element != DateElement::DayName &&
+         item.element != DateElement::DayShort && item.element != DateElement::Meridian &&
+         item.element != DateElement::Era;
+}
+
+int day_number(const DateFields& fields) {
+  return static_cast<int>(date_to_days({fields.year, fields.month, fields.day, 0, 0, 0}));
+}
+
+int day_of_year(const DateFields& fields) {
+  return day_number(fields) - day_number({fields.year, 1, 1, 0, 0, 0}) + 1;
+}
+
+// Julian day 0 was a Monday.
+int weekday(const DateFields& fields) {
+  return (day_number(fields) + 1) % 7;
+}
+
+// The week belongs to the year that its Thursday is in.
+int iso_week(const DateFields& fields) {
+  const int thursday = day_number(fields) - (weekday(fields) + 6) % 7 + 3;
+  return (day_of_year(days_to_date(thursday)) - 1) / 7 + 1;
+}
+
+}  // namespace oci8

@@ -1,0 +1,89 @@
+// Date format models, split into their elements; shared by the writing and the reading of dates.
+#ifndef OCI8_DATE_MODEL_H
+#define OCI8_DATE_MODEL_H
+
+#include <string_view>
+
+#include "ascii.h"
+#include "date.h"
+
+namespace oci8 {
+
+enum class DateElement : ub1 {
+  Literal,  // punctuation or quoted text
+  SignedYear,
+  Year4,
+  Year3,
+  Year2,
+  Year1,
+  RoundYear4,
+  RoundYear2,
+  MonthName,
+  MonthShort,
+  Month,
+  DayOfYear,
+  DayName,
+  DayShort,
+  DayOfMonth,
+  DayOfWeek,
+  Hour24,
+  Hour12,
+  Minute,
+  SecondOfDay,
+  Second,
+  Meridian,
+  Era,
+  Quarter,
+  IsoWeek,
+  WeekOfYear,
+  WeekOfMonth,
+  Century,
+  Julian,
+  Fill,  // FM
+  Exact,  // FX
+};
+
+inline constexpr std::string_view kMonths[] = {"January",   "February", "March",    "April",
+                                               "May",       "June",     "July",     "August",
+                                               "September", "October",  "November", "December"};
+inline constexpr std::string_view kWeekdays[] = {"Sunday",   "Monday", "Tuesday", "Wednesday",
+                                                 "Thursday", "Friday", "Saturday"};
+inline constexpr int kMonthWidth = 9;
+inline constexpr int kWeekdayWidth = 9;
+inline constexpr size_t kShortName = 3;
+
+struct DateItem {
+  DateElement element = DateElement::Literal;
+  std::string_view spelling;  // of a literal: its text, without quotes
+};
+
+// Walks through a format model; a model is used once and never worth keeping.
+class FormatReader {
+ public:
+  explicit FormatReader(std::string_view format) : rest_(format) {}
+
+  bool next(DateItem& item);
+  /// Whether an element follows at once, with no literal between.
+  bool element_follows() const { return !rest_.empty() && is_letter(rest_.front()); }
+  /// Whether the element that follows takes digits.
+  bool number_follows() const;
+
+ private:
+  void take(DateItem& item, DateElement element, size_t size) {
+    item = {element, rest_.substr(0, size)};
+    rest_.remove_prefix(size);
+  }
+
+  std::string_view rest_;
+};
+
+/// Whole days of a date, as date_to_days counts them.
+int day_number(const DateFields& fields);
+int day_of_year(const DateFields& fields);
+/// 0 is Sunday.
+int weekday(const DateFields& fields);
+int iso_week(const DateFields& fields);
+
+}  // namespace oci8
+
+#endif

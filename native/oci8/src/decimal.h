@@ -1,0 +1,46 @@
+// Numbers as decimal digits: the form in which NUMBER values are rounded, compared with a declared
+// precision and written, so that no binary fraction ever decides about a decimal place.
+#ifndef OCI8_DECIMAL_H
+#define OCI8_DECIMAL_H
+
+#include <string_view>
+
+#include "number.h"
+
+namespace oci8 {
+
+/// 0.DIGITS times ten to the power of `point`, without leading or trailing zero digits; no digits
+/// is zero.
+struct Decimal {
+  // More than any accepted value has, so that text with surplus decimals can still be rounded.
+  static constexpr int kMaxDigits = 60;
+
+  bool negative = false;
+  int size = 0;
+  int point = 0;
+  char digits[kMaxDigits] = {};  // '0' to '9'
+
+  std::string_view view() const { return {digits, static_cast<size_t>(size)}; }
+};
+
+enum class Rounding { HalfAwayFromZero, TowardsZero };
+
+/// Reads decimal text as parse_number does, without asking whether the value can be kept; false
+/// for text that is no number.
+bool read_decimal(std::string_view text, Decimal& out);
+Decimal decimal_of(const Number& value);
+/// False for a value that no Number keeps exactly.
+bool number_of(const Decimal& decimal, Number& out);
+
+/// Keeps `scale` digits behind the point (negative: before it).
+void round_decimal(Decimal& decimal, int scale, Rounding rounding);
+/// Rounds to a column's declaration (see fit_number); false where the digits before the point are
+/// too many for it.
+bool fit_decimal(Decimal& decimal, int precision, int scale);
+
+/// Writes as number_to_text does.
+size_t decimal_to_text(const Decimal& decimal, char* out);
+
+}  // namespace oci8
+
+#endif

@@ -1,0 +1,175 @@
+#include "declared_type.h"
+
+#include <charconv>
+
+namespace oci8 {
+namespace {
+
+// The words decide the engine's affinity by what they contain: CHAR and TEXT keep text as text,
+// BLOB keeps every value as it is, a name without any of the engine's words is numeric. Nothing
+// here may contain INT, REAL, FLOA or DOUB, which would turn values into 64-bit numbers; and none
+// is INTEGER, which would make a primary key an alias of the row number.
+enum class Arguments : ub1 { None, Size, PrecisionScale };
+
+struct Spelling {
+  ub2 type;
+  std::string_view word;
+  Arguments arguments;
+  ub2 fixed_size;
+};
+
+constexpr Spelling kSpellings[] = {
+    {SQLT_CHR, "VARCHAR2", Arguments::Size, 0},
+    {SQLT_AFC, "CHAR", Arguments::Size, 0},
+    {SQLT_NUM, "NUMBER", Arguments::PrecisionScale, 22},
+    {SQLT_LNG, "LONG_TEXT", Arguments::None, 0},
+    {SQLT_RID, "ROWID_TEXT", Arguments::None, 18},
+    {SQLT_DAT, "DATE_BLOB", Arguments::None, 7},
+    {SQLT_BIN, "RAW_BLOB", Arguments::Size, 0},
+    {SQLT_LBI, "LONG_RAW_BLOB", Arguments::None, 0},
+    {SQLT_CLOB, "BLOB_UNICODE", Arguments::None, 86},
+    {SQLT_BLOB, "BLOB", Arguments::None, 86},
+};
+
+constexpr sb1 kNoScale = -127;
+constexpr std::string_view kNotNull = " NOT NULL";
+
+// The engine's schema is a file that anybody may have written to: nothing in it is taken on trust.
+bool read_integer(std::string_view& from, int& value) {
+  const auto [end, error] = std::from_chars(from.data(), from.data() + from.size(), value);
+  if (error != std::errc()) return false;
+  from.remove_prefix(static_cast<size_t>(end - from.data()));
+  return true;
+}
+
+bool take(std::string_view& from, std::string_view mark) {
+  if (!from.starts_with(mark)) return false;
+  from.remove_prefix(mark.size());
+  return true;
+}
+
+// Sizes beyond what can be declared were never written by spell_type.
+bool read_size(std::string_view& from, ColumnInfo& column) {
+  int size = 0;
+  if (!take(from, "(") || !read_integer(from, size) || !take(from, ")")) return false;
+  if (size < 1 || size > 4000) return false;
+  column.size = static_cast<ub2>(size);
+  return true;
+}
+
+// FLOAT is spelled with its binary precision and the scale that says so, because the word FLOAT
+// would give the column the engine's floating-point affinity.
+bool read_precision(std::string_view& from, ColumnInfo& column) {
+  column.precision = 0;
+  column.scale = kNoScale;
+  if (!take(from, "(")) return true;
+  int precision = 0;
+  int scale = 0;
+  if (!read_integer(from, precision) || !take(from, ",") || !read_integer(from, scale) ||
+      !take(from, ")")) {
+    return false;
+  }
+  if (precision < 1 || precision > 126 || scale < kNoScale || scale > 127) return false;
+  column.precision = static_cast<sb2>(precision);
+  column.scale = static_cast<sb1>(scale);
+  return true;
+}
+
+// Reads one spelling and leaves what follows it.
+bool take_type(std::string_view& from, ColumnInfo& column) {
+  const std::string_view word = from.substr(0, from.find_first_of("(, *"));
+  for (const Spelling& known : kSpellings) {
+    if (known.word != word) continue;
+    from.remove_prefix(word.size());
+    column.type = known.type;
+    column.size = known.fixed_size;
+    column.precision = 0;
+    column.scale = 0;
+    if (known.arguments == Arguments::Size) return read_size(from, column);
+    if (known.arguments == Arguments::PrecisionScale) return read_precision(from, column);
+    return true;
+  }
+  return false;
+}
+
+// A name in double quotes, a quote inside doubled.
+bool take_name(std::string_view& from, std::string& name) {
+  if (!take(from, "\"")) return false;
+  name.clear();
+  while (!from.empty()) {
+    if (!from.starts_with('"')) {
+      name += from.front();
+      from.remove_prefix(1);
+    } else if (take(from, "\"\"")) {
+      name += '"';
+    } else {
+      return take(from, "\"");
+    }
+  }
+  return false;
+}
+
+}  // namespace
+
+std::string quote_name(std::string_view name) {
+  std::string quoted = "\"";
+  for (const char c : name) {
+    if (c == '"') quoted += '"';
+    quoted += c;
+  }
+  return quoted += '"';
+}
+
+// A type that is not in the table cannot be declared; its values would be kept as they come.
+std::string spell_type(const ColumnInfo& column) {
+  for (const Spelling& known : kSpellings) {
+    if (known.type != column.type) continue;
+    std::string spelling(known.word);
+    if (known.arguments == Arguments::Size) {
+      spelling += '(' + std::to_string(column.size) + ')';
+    } else if (known.arguments == Arguments::PrecisionScale && column.precision > 0) {
+      spelling += '(' + std::to_string(column.precision) + ',' + std::to_string(column.scale) + ')';
+    }
+    return spelling;
+  }
+  return "BLOB";
+}
+
+bool read_type(std::string_view spelling, ColumnInfo& column) {
+  return take_type(spelling, column) && spelling.empty();
+}
+
+// In front of AS, where the engine keeps the text as it stands. Names go outside the comment, which
+// one of them could end.
+std::string view_heading(const std::string& name, const std::vector<ColumnInfo>& columns) {
+  std::string names;
+  std::string types;
+  for (const ColumnInfo& column : columns) {
+    names += (names.empty() ? "" : ",") + quote_name(column.name);
+    types += (types.empty() ? "" : ",") + spell_type(column);
+    if (!column.nullable) types += kNotNull;
+  }
+  return "CREATE VIEW " + quote_name(name) + "(" + names + ") /* " + types + " */ AS ";
+}
+
+// All or nothing: columns are touched only when the whole heading could be read.
+bool read_view(std::string_view create_text, std::vector<ColumnInfo>& columns) {
+  std::vector<ColumnInfo> read;
+  std::string name;
+  if (!take(create_text, "CREATE VIEW ") || !take_name(create_text, name)) return false;
+  if (!take(create_text, "(")) return false;
+  do {
+    if (!take_name(create_text, read.emplace_back().name)) return false;
+  } while (take(create_text, ","));
+  if (!take(create_text, ") /* ")) return false;
+  for (ColumnInfo& column : read) {
+    if (&column != &read.front() && !take(create_text, ",")) return false;
+    if (!take_type(create_text, column)) return false;
+    column.nullable = !take(create_text, kNotNull);
+  }
+  if (!take(create_text, " */")) return false;
+  columns = std::move(read);
+  return true;
+}
+
+}  // namespace oci8

@@ -1,0 +1,36 @@
+// Declared column types, as the engine's own schema keeps them. A type is spelled so that the
+// engine's affinity rules lose nothing (text for character types and LONG, none for RAW and DATE,
+// numeric for NUMBER) and so that the declaration can be read back from it: the engine's schema is
+// the one catalogue of types, and follows every DROP, rename and rollback by itself.
+#ifndef OCI8_DECLARED_TYPE_H
+#define OCI8_DECLARED_TYPE_H
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "engine.h"
+
+namespace oci8 {
+
+/// The spelling for `type`, `size`, `precision` and `scale` of a column.
+std::string spell_type(const ColumnInfo& column);
+
+/// Reads a spelling back into the type fields of `column`; false for one that spell_type never
+/// writes (a table that somebody else made).
+bool read_type(std::string_view spelling, ColumnInfo& column);
+
+/// A name in double quotes, as it stands in engine SQL: any byte may be inside.
+std::string quote_name(std::string_view name);
+
+/// The beginning of a view's definition up to and with "AS ". The engine knows no types for the
+/// expressions of a view: a comment that it keeps with the definition carries them.
+std::string view_heading(const std::string& name, const std::vector<ColumnInfo>& columns);
+
+/// Reads names and types back from a view's definition as the engine's schema keeps it; false
+/// for a text that does not begin with a view_heading.
+bool read_view(std::string_view create_text, std::vector<ColumnInfo>& columns);
+
+}  // namespace oci8
+
+#endif

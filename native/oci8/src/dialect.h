@@ -1,0 +1,60 @@
+// From the server's SQL to the engine's: a statement's tokens in, engine SQL and a typed select
+// list out. Tokens and a small expression parser decide, never string search.
+#ifndef OCI8_DIALECT_H
+#define OCI8_DIALECT_H
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "engine.h"
+#include "sql_text.h"
+
+namespace oci8 {
+
+/// What the dialect asks of the database while it translates.
+class Schema {
+ public:
+  virtual ~Schema() = default;
+  /// Columns of a table or view, in order; nothing where there is none of that name. `name` is in
+  /// the case that the database keeps (upper case unless it was quoted).
+  virtual std::optional<std::vector<ColumnInfo>> columns_of(std::string_view name) = 0;
+  /// Select list of a query in engine SQL as the engine describes it: a type where it stems from a
+  /// declared column, otherwise nothing. Raises what the engine's preparation raises.
+  virtual std::vector<std::optional<ColumnInfo>> probe(const std::string& engine_query) = 0;
+  /// The session's user in upper case, as an owner qualifier may name it.
+  virtual std::string_view user() const = 0;
+};
+
+/// What running the translated statement means for the transaction.
+enum class Action : ub1 {
+  Query,
+  Change,    // INSERT, UPDATE, DELETE: begins a transaction where none is open
+  Define,    // DDL: commits before and after itself; `sql` may hold several engine statements
+  Commit,
+  Rollback,
+  Control,   // SAVEPOINT, ROLLBACK TO, LOCK TABLE ...: engine SQL (may be empty) in the transaction
+};
+
+/// Where a run of engine SQL came from, for error offsets.
+struct SourceMark {
+  ub4 engine_offset;
+  ub4 source_offset;
+};
+
+struct Translation {
+  Action action = Action::Query;
+  std::string sql;                  // engine SQL; placeholders as ?1, ?2, ... by position
+  std::vector<ColumnInfo> columns;  // select list of a query
+  std::vector<SourceMark> marks;    // ascending by engine_offset
+  std::string object;               // the table or other object that the statement names, for messages
+};
+
+/// Translates one statement. Raises Failure with a source offset for text that is no statement
+/// (ORA-00900 and its siblings) or not supported. An anonymous block is not translated here.
+Translation translate(const SqlText& text, Schema& schema);
+
+}  // namespace oci8
+
+#endif

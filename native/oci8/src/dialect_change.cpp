@@ -1,0 +1,214 @@
+// INSERT, UPDATE, DELETE.
+#include <algorithm>
+#include <utility>
+
+#include "declared_type.h"
+#include "dialect_statement.h"
+
+namespace oci8 {
+namespace {
+
+// The table that a statement changes. Its columns decide how each value is stored.
+struct Target {
+  std::string name;
+  std::vector<ColumnInfo> columns;
+};
+
+// Columns that values go into are those of the one table; no scope around it can offer others.
+const ColumnInfo& column_named(const Target& target, const std::string& name, ub4 offset) {
+  const auto found = std::ranges::find(target.columns, name, &ColumnInfo::name);
+  if (found == target.columns.end()) {
+    fail(904, "\"" + name + "\"", static_cast<int>(offset));
+  }
+  return *found;
+}
+
+// Reads the table that a statement changes, and its alias, into the scope. INSERT takes no alias:
+// behind its table a word can only be VALUES or SELECT.
+Target target_table(Context& context, Scope& scope, Fragment& sql, bool with_alias) {
+  Tokens& tokens = context.tokens;
+  const ub4 offset = tokens.offset();
+  if (tokens.is_symbol("(")) tokens.fail_here(3001);
+  Target target;
+  target.name = tokens.object_name(context.schema.user(), 903);
+  target.columns = table_columns(context, target.name, offset);
+  Fragment name = fragment(quote_name(target.name), offset);
+  std::string alias = target.name;
+  if (with_alias && tokens.at_name()) {
+    alias = tokens.name(933);
+    name.add(" AS " + quote_name(alias));
+  }
+  scope.sources.push_back(table_source(alias, target.columns));
+  sql.add(name);
+  return target;
+}
+
+// [table.]column of the target.
+const ColumnInfo& target_column(Context& context, const Target& target) {
+  Tokens& tokens = context.tokens;
+  const ub4 offset = tokens.offset();
+  std::string name = tokens.name(1747);
+  while (tokens.accept_symbol(".")) name = tokens.name(1747);
+  return column_named(target, name, offset);
+}
+
+// Pointers into the target, which outlives the lists; a column twice would have two values.
+std::vector<const ColumnInfo*> column_list(Context& context, const Target& target) {
+  std::vector<const ColumnInfo*> columns;
+  Tokens& tokens = context.tokens;
+  do {
+    const ub4 offset = tokens.offset();
+    const ColumnInfo& column = target_column(context, target);
+    if (std::ranges::find(columns, &column) != columns.end()) {
+      fail(957, {}, static_cast<int>(offset));
+    }
+    columns.push_back(&column);
+  } while (tokens.accept_symbol(","));
+  tokens.expect_symbol(")", tokens.at_name() ? 917 : 907);
+  return columns;
+}
+
+// The server tells both cases apart, and clients test for the codes.
+void check_count(size_t values, size_t columns, ub4 offset) {
+  if (values > columns) fail(913, {}, static_cast<int>(offset));
+  if (values < columns) fail(947, {}, static_cast<int>(offset));
+}
+
+// The columns of a query as they are stored into columns of a table.
+Fragment store_query(const Query& inner, const std::vector<const ColumnInfo*>& columns) {
+  std::vector<Fragment> values;
+  for (size_t i = 0; i < columns.size(); ++i) {
+    values.push_back(store(column_of(inner, i), *columns[i]));
+  }
+  return select_from(inner, values);
+}
+
+// VALUES sees no table: a name there is a mistake with an error of its own (a word in place of a
+// literal, most often), not an unknown column.
+Fragment insert_values(Context& context, const std::vector<const ColumnInfo*>& columns) {
+  Tokens& tokens = context.tokens;
+  const ub4 offset = tokens.offset();
+  Scope nothing(nullptr);
+  tokens.expect_symbol("(", 906);
+  std::vector<Fragment> values;
+  do {
+    values.push_back(expression(context, nothing));
+  } while (tokens.accept_symbol(","));
+  tokens.expect_symbol(")", 917);
+  check_count(values.size(), columns.size(), offset);
+  for (size_t i = 0; i < values.size(); ++i) values[i] = store(values[i], *columns[i]);
+  return call(" VALUES ", values, offset);
+}
+
+// A WHERE clause; with a row limit, which the engine has for queries only, as a query of rows.
+void add_where(Context& context, Scope& scope, Fragment& sql) {
+  if (!context.tokens.accept_word("WHERE")) return;
+  std::vector<Fragment> parts = conjuncts(context, scope);
+  const std::string limit = take_limit(parts);
+  for (const Fragment& part : parts) {
+    if (part.outer != 0) fail(1719, {}, static_cast<int>(part.offset));
+  }
+  const Fragment whole = join_conditions(parts, " AND ");
+  if (limit.empty()) {
+    sql.add(" WHERE ").add(whole);
+    return;
+  }
+  const Source& source = scope.sources.front();
+  sql.add(" WHERE " + source.rowid + " IN (SELECT " + source.rowid + " FROM ");
+  sql.add(quote_name(context.object) + " AS " + quote_name(source.name));
+  sql.add(" WHERE ").add(whole).add(" LIMIT " + limit + ")");
+}
+
+// (a, b) = (SELECT ...)
+Fragment assign_row(Context& context, Scope& scope, const Target& target) {
+  Tokens& tokens = context.tokens;
+  const std::vector<const ColumnInfo*> columns = column_list(context, target);
+  tokens.expect_symbol("=", 927);
+  const ub4 offset = tokens.offset();
+  tokens.expect_symbol("(", 906);
+  if (!at_query(tokens)) tokens.fail_here(928);
+  Query inner = query(context, &scope, Naming::Positions);
+  tokens.expect_symbol(")", 907);
+  check_count(inner.columns.size(), columns.size(), offset);
+  std::vector<Fragment> values;
+  for (size_t i = 0; i < columns.size(); ++i) {
+    const Fragment one = call("ora_single", {column_of(inner, i)}, offset);
+    values.push_back(store(one, *columns[i]));
+  }
+  Fragment result = fragment("(", offset);
+  for (size_t i = 0; i < columns.size(); ++i) {
+    result.add(i > 0 ? "," : "").add(quote_name(columns[i]->name));
+  }
+  return result.add(") = (").add(select_from(inner, values)).add(")");
+}
+
+// Right sides read the row as it was, also where a column is assigned before: so does the engine.
+Fragment assignment(Context& context, Scope& scope, const Target& target) {
+  Tokens& tokens = context.tokens;
+  if (tokens.accept_symbol("(")) return assign_row(context, scope, target);
+  const ub4 offset = tokens.offset();
+  const ColumnInfo& column = target_column(context, target);
+  tokens.expect_symbol("=", 927);
+  Fragment result = fragment(quote_name(column.name) + " = ", offset);
+  return result.add(store(expression(context, scope), column));
+}
+
+}  // namespace
+
+// The column list is written out even where the statement has none, so that a column added to the
+// table between preparation and run is an error rather than a shift of values.
+Fragment insert_statement(Context& context) {
+  Tokens& tokens = context.tokens;
+  tokens.skip();
+  tokens.expect_word("INTO", 925);
+  Scope scope(nullptr);
+  Fragment sql = fragment("INSERT INTO ", 0);
+  const Target target = target_table(context, scope, sql, false);
+  std::vector<const ColumnInfo*> columns;
+  if (tokens.is_symbol("(") && !at_query(tokens)) {
+    tokens.skip();
+    columns = column_list(context, target);
+  } else {
+    for (const ColumnInfo& column : target.columns) columns.push_back(&column);
+  }
+  for (size_t i = 0; i < columns.size(); ++i) {
+    sql.add(i > 0 ? "," : "(").add(quote_name(columns[i]->name));
+  }
+  sql.add(")");
+  if (tokens.accept_word("VALUES")) return sql.add(insert_values(context, columns));
+  if (!at_query(tokens)) tokens.fail_here(926);
+  const ub4 offset = tokens.offset();
+  const Query inner = query(context, nullptr, Naming::Positions);
+  check_count(inner.columns.size(), columns.size(), offset);
+  return sql.add(" ").add(store_query(inner, columns));
+}
+
+// The alias goes along, because sources are named by it in every expression that follows.
+Fragment update_statement(Context& context) {
+  Tokens& tokens = context.tokens;
+  tokens.skip();
+  Scope scope(nullptr);
+  Fragment sql = fragment("UPDATE ", 0);
+  const Target target = target_table(context, scope, sql, true);
+  tokens.expect_word("SET", 971);
+  std::string separator = " SET ";
+  do {
+    sql.add(separator).add(assignment(context, scope, target));
+    separator = ", ";
+  } while (tokens.accept_symbol(","));
+  add_where(context, scope, sql);
+  return sql;
+}
+
+// FROM may be missing.
+Fragment delete_statement(Context& context) {
+  context.tokens.skip();
+  context.tokens.accept_word("FROM");
+  Scope scope(nullptr);
+  Fragment sql = fragment("DELETE FROM ", 0);
+  target_table(context, scope, sql, true);
+  add_where(context, scope, sql);
+  return sql;
+}
+
+}  // namespace oci8

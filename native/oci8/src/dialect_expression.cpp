@@ -1,0 +1,529 @@
+#include "dialect_expression.h"
+
+#include <algorithm>
+
+#include "dialect_query.h"
+#include "dialect_types.h"
+#include "number.h"
+
+namespace oci8 {
+namespace {
+
+// Below this every integer result of the engine's own arithmetic is exact, as integer and as
+// double.
+constexpr double kExactBound = 9e15;
+
+Fragment either(Context& context, Scope& scope);
+
+Fragment numeric(const Fragment& value) {
+  // What a placeholder holds is seen at run time only: it may be a date beside a number of days.
+  if (value.type.value_class() == ValueClass::Unknown) return value;
+  return coerce(value, ValueClass::Number);
+}
+
+// A whole select-list item may be read from a group key: then no column in it stands alone.
+Fragment settle(const Scope& scope, Fragment value) {
+  if (value.bare >= 0 && std::ranges::find(scope.group_keys, value.sql) != scope.group_keys.end()) {
+    value.bare = -1;
+  }
+  return value;
+}
+
+// --- Operators -----------------------------------------------------------------------------------
+
+// One of the server's operators as a function call.
+Fragment operate(std::string_view function, const Fragment& left, const Fragment& right,
+                 const StaticType& type) {
+  Fragment result = call(function, {left, right}, left.offset);
+  result.type = type;
+  return result;
+}
+
+// The engine's own operator serves where integers stay far from its limits; all else goes through
+// functions, which keep decimals exact and know dates.
+Fragment add_or_subtract(const Fragment& left, const Fragment& right, bool add) {
+  const double bound = left.type.bound + right.type.bound;
+  if (left.type.bound > 0 && right.type.bound > 0 && bound < kExactBound) {
+    Fragment result = infix(left, add ? " + " : " - ", right);
+    result.type = integer_type(bound);
+    return result;
+  }
+  const bool left_date = left.type.value_class() == ValueClass::Date;
+  const bool right_date = right.type.value_class() == ValueClass::Date;
+  if (left_date && right_date && add) fail(975, {}, static_cast<int>(left.offset));
+  const bool is_date = left_date != right_date && (left_date || add);
+  return operate(add ? "ora_add" : "ora_sub", left_date ? left : numeric(left),
+                 right_date ? right : numeric(right), is_date ? date_type() : number_type());
+}
+
+// Two factors without digits behind the point stay with the engine as long as their product is
+// sure to be exact.
+Fragment multiply(const Fragment& left, const Fragment& right) {
+  const double bound = left.type.bound * right.type.bound;
+  if (bound > 0 && bound < kExactBound) {
+    Fragment result = infix(left, " * ", right);
+    result.type = integer_type(bound);
+    return result;
+  }
+  return operate("ora_mul", numeric(left), numeric(right), number_type());
+}
+
+// A negative literal stays a literal: positions, limits and defaults look for one.
+Fragment negate(const Fragment& value, ub4 offset) {
+  if (value.integer) {
+    Fragment result = fragment(std::to_string(-*value.integer), offset);
+    result.type = value.type;
+    result.integer = -*value.integer;
+    return result;
+  }
+  Fragment zero = fragment("0", offset);
+  zero.type = integer_type(1);
+  return add_or_subtract(zero, numeric(value), false);
+}
+
+// --- Literals and names --------------------------------------------------------------------------
+
+// Without a type of its own: it takes on that of whatever stands beside it.
+Fragment null_literal(ub4 offset) {
+  Fragment result = fragment("NULL", offset);
+  result.null = true;
+  return result;
+}
+
+// A literal that would lose digits is refused as a stored value would be; rounding it silently
+// would make comparisons with it wrong.
+Fragment number_literal(Context& context) {
+  const ub4 offset = context.tokens.offset();
+  const std::string_view digits = context.tokens.spelling();
+  Number value;
+  if (parse_number(digits, value) != NumberParse::Ok) context.tokens.fail_here(1438);
+  context.tokens.skip();
+  // A decimal is read by the function that reads stored values, for the same bits: the engine's
+  // own reading may differ in the last one.
+  Fragment result = fragment(
+      value.is_integer ? std::to_string(value.integer) : "ora_number(" + quote_text(digits) + ")",
+      offset);
+  result.type = number_type();
+  result.nullable = false;
+  if (value.is_integer) {
+    result.integer = value.integer;
+    // Zero, too, is an integer of a known bound.
+    result.type.bound = std::max(1.0, static_cast<double>(value.integer));
+  }
+  return result;
+}
+
+// The characters that a literal stands for.
+std::string literal_value(std::string_view quoted) {
+  std::string value;
+  for (size_t i = 1; i + 1 < quoted.size(); ++i) {
+    value += quoted[i];
+    if (quoted[i] == '\'') ++i;
+  }
+  return value;
+}
+
+// Literals are fixed-length character data on the server: 'a' = 'a ' holds, and DESCRIBE says so.
+Fragment string_literal(Context& context) {
+  const ub4 offset = context.tokens.offset();
+  std::string value = literal_value(context.tokens.spelling());
+  if (value.size() > 4000) context.tokens.fail_here(1704);
+  context.tokens.skip();
+  if (value.empty()) return null_literal(offset);
+  Fragment result = fragment(quote_text(value), offset);
+  result.type = {SQLT_AFC, static_cast<ub2>(value.size()), 0, 0, 0};
+  result.nullable = false;
+  result.text = std::move(value);
+  return result;
+}
+
+// DATE 'YYYY-MM-DD', whatever the session's date format is.
+Fragment date_literal(Context& context) {
+  const ub4 offset = context.tokens.offset();
+  context.tokens.skip();
+  Fragment day = string_literal(context);
+  Fragment format = fragment("'YYYY-MM-DD'", offset);
+  Fragment result = call("to_date", {day, format}, offset);
+  result.type = date_type();
+  return result;
+}
+
+// By number, because clauses are not written in the order in which they stand in the text.
+Fragment placeholder(Context& context) {
+  Fragment result =
+      fragment("?" + std::to_string(context.tokens.placeholder()), context.tokens.offset());
+  context.tokens.skip();
+  return result;
+}
+
+// A sequence is looked up by name when the value is drawn: there is nothing to resolve before.
+Fragment sequence_value(Context& context, const Scope& scope, const std::string& sequence,
+                        ub4 offset) {
+  if (!scope.sequences) fail(2287, {}, static_cast<int>(offset));
+  const bool next = context.tokens.is_word("NEXTVAL");
+  context.tokens.skip();
+  Fragment result = fragment(
+      (next ? "sequence_nextval(" : "sequence_currval(") + quote_text(sequence) + ")", offset);
+  result.type = number_type();
+  return result;
+}
+
+void outer_mark(Context& context, Fragment& column) {
+  Tokens& tokens = context.tokens;
+  if (!tokens.is_symbol("(") || !tokens.is_symbol("+", 1) || !tokens.is_symbol(")", 2)) return;
+  // A column of a query around this one is constant here, with no bit: its mark says nothing.
+  column.outer = column.sources;
+  tokens.skip(3);
+}
+
+// The parts of [[owner.]table.]column, or of sequence.NEXTVAL, before the last one.
+struct Qualifier {
+  std::string table;
+  size_t parts = 0;
+};
+
+// Owners are checked and dropped: one schema is all that there is. What is not the user's own is
+// not found, as if it were not granted.
+Qualifier qualifier(Context& context) {
+  Tokens& tokens = context.tokens;
+  Qualifier result;
+  while (tokens.is_symbol(".", 1)) {
+    const size_t first = tokens.position();
+    std::string part = tokens.name(936);
+    if (result.parts > 0 && result.table != context.schema.user()) {
+      tokens.seek(first);
+      tokens.fail_here(result.parts > 1 ? 1747 : 904, result.table);
+    }
+    ++result.parts;
+    result.table = std::move(part);
+    tokens.skip();
+  }
+  return result;
+}
+
+[[noreturn]] void no_such_column(const Qualifier& before, const std::string& column, ub4 offset) {
+  const std::string name =
+      before.parts > 0 ? "\"" + before.table + "\".\"" + column + "\"" : "\"" + column + "\"";
+  fail(904, name, static_cast<int>(offset));
+}
+
+// Aliases of the select list are known in ORDER BY only, and columns go before them.
+Fragment alias_or_fail(Scope& scope, const Qualifier& before, const std::string& column,
+                       ub4 offset) {
+  for (const auto& [alias, value] : scope.aliases) {
+    if (before.parts == 0 && alias == column) return value;
+  }
+  // Where no table is in sight no column is meant to be (VALUES, DEFAULT).
+  if (scope.sources.empty() && scope.outer == nullptr) fail(984, {}, static_cast<int>(offset));
+  no_such_column(before, column, offset);
+}
+
+// A column called NEXTVAL of a table in sight goes before a sequence of the table's name.
+Fragment column_reference(Context& context, Scope& scope) {
+  Tokens& tokens = context.tokens;
+  const ub4 offset = tokens.offset();
+  const Qualifier before = qualifier(context);
+  if (tokens.accept_word("ROWID")) {
+    std::optional<Fragment> rowid = find_rowid(scope, before.table, offset);
+    if (!rowid) no_such_column(before, "ROWID", offset);
+    return *rowid;
+  }
+  if (before.parts == 0 && tokens.kind() == TokenKind::Word && tokens.is_symbol("(", 1) &&
+      !tokens.is_symbol("+", 2)) {
+    std::string name = tokens.name(904);
+    tokens.skip();
+    return function_call(context, scope, name, offset);
+  }
+  const bool sequence = tokens.is_word("NEXTVAL") || tokens.is_word("CURRVAL");
+  const size_t at = tokens.position();
+  const std::string column = tokens.name(before.parts > 0 ? 1747 : 936);
+  std::optional<Fragment> found = find_column(scope, before.table, column, offset);
+  if (!found && sequence && before.parts > 0) {
+    tokens.seek(at);
+    return sequence_value(context, scope, before.table, offset);
+  }
+  if (!found) return alias_or_fail(scope, before, column, offset);
+  outer_mark(context, *found);
+  return *found;
+}
+
+// As a value ROWNUM counts what passes, which a window over everything does. In a WHERE clause it
+// would have to count rows that the very condition lets through: only bounds work there.
+Fragment row_number(Context& context, const Scope& scope) {
+  if (!scope.select_list) context.tokens.fail_here(3001);
+  Fragment result = fragment("row_number() OVER ()", context.tokens.offset());
+  context.tokens.skip();
+  result.type = number_type();
+  deepen(result, 4);
+  return result;
+}
+
+// --- CASE and CAST -------------------------------------------------------------------------------
+
+// Tests and results in order; the ELSE result is the last one.
+struct CaseParts {
+  std::vector<Fragment> tests;
+  std::vector<Fragment> results;
+  bool has_else = false;
+};
+
+CaseParts case_parts(Context& context, Scope& scope, bool simple) {
+  Tokens& tokens = context.tokens;
+  CaseParts parts;
+  while (tokens.accept_word("WHEN")) {
+    parts.tests.push_back(simple ? expression(context, scope) : condition(context, scope));
+    tokens.expect_word("THEN");
+    parts.results.push_back(expression(context, scope));
+  }
+  if (parts.tests.empty()) tokens.fail_here(905);
+  parts.has_else = tokens.accept_word("ELSE");
+  if (parts.has_else) parts.results.push_back(expression(context, scope));
+  tokens.expect_word("END");
+  return parts;
+}
+
+// All results take the class of the first, as the column that they make has one type.
+Fragment case_expression(Context& context, Scope& scope) {
+  const ub4 offset = context.tokens.offset();
+  context.tokens.skip();
+  const bool simple = !context.tokens.is_word("WHEN");
+  Fragment operand = simple ? expression(context, scope) : fragment("", offset);
+  CaseParts parts = case_parts(context, scope, simple);
+  if (simple) {
+    std::vector<Fragment*> compared = {&operand};
+    for (Fragment& test : parts.tests) compared.push_back(&test);
+    make_comparable(compared);
+  }
+  std::vector<Fragment*> results;
+  for (Fragment& result : parts.results) results.push_back(&result);
+  const StaticType type = unify(results);
+  Fragment whole = fragment("CASE ", offset);
+  whole.add(operand);
+  for (size_t i = 0; i < parts.tests.size(); ++i) {
+    whole.add(" WHEN ").add(parts.tests[i]).add(" THEN ").add(parts.results[i]);
+  }
+  if (parts.has_else) whole.add(" ELSE ").add(parts.results.back());
+  whole.add(" END");
+  deepen(whole, 5);
+  whole.type = type;
+  return whole;
+}
+
+// A cast is what storing into a column of that type would do.
+Fragment cast_expression(Context& context, Scope& scope) {
+  context.tokens.skip(2);
+  const Fragment value = expression(context, scope);
+  context.tokens.expect_word("AS");
+  const ColumnInfo type = declared_type(context.tokens);
+  context.tokens.expect_symbol(")", 907);
+  return store(value, type);
+}
+
+// --- The grammar, from the tightest binding to the loosest ---------------------------------------
+
+// Parentheses are not written again: each operation brings its own, and the engine's parser has
+// room for a limited number of them.
+Fragment parenthesis(Context& context, Scope& scope) {
+  Tokens& tokens = context.tokens;
+  const ub4 offset = tokens.offset();
+  tokens.skip();
+  if (tokens.is_word("SELECT")) return scalar_subquery(context, scope);
+  Fragment first = either(context, scope);
+  if (!tokens.is_symbol(",")) {
+    tokens.expect_symbol(")", 907);
+    return first;
+  }
+  Fragment row = fragment("(", offset);
+  row.row.push_back(std::move(first));
+  while (tokens.accept_symbol(",")) row.row.push_back(expression(context, scope));
+  tokens.expect_symbol(")", 907);
+  return row;
+}
+
+// Reserved words that stand for values; all other reserved words end in "missing expression".
+Fragment keyword_value(Context& context, Scope& scope) {
+  Tokens& tokens = context.tokens;
+  const ub4 offset = tokens.offset();
+  const bool parentheses = tokens.is_symbol("(", 1);
+  if (tokens.is_word("CASE") && !tokens.is_symbol(".", 1)) return case_expression(context, scope);
+  if (tokens.is_word("CAST") && parentheses) return cast_expression(context, scope);
+  if (tokens.is_word("DATE") && tokens.kind(1) == TokenKind::String) return date_literal(context);
+  if (tokens.accept_word("NULL")) return null_literal(offset);
+  if (tokens.is_word("ROWNUM")) return row_number(context, scope);
+  if (tokens.is_word("PRIOR") || tokens.is_word("LEVEL")) tokens.fail_here(3001);
+  for (const std::string_view name : {"SYSDATE", "USER", "UID"}) {
+    if (tokens.accept_word(name)) return known_function(std::string(name), {}, offset);
+  }
+  return column_reference(context, scope);
+}
+
+Fragment primary(Context& context, Scope& scope) {
+  switch (context.tokens.kind()) {
+    case TokenKind::Number:
+      return number_literal(context);
+    case TokenKind::String:
+      return string_literal(context);
+    case TokenKind::Placeholder:
+      return placeholder(context);
+    case TokenKind::Word:
+      return keyword_value(context, scope);
+    case TokenKind::QuotedName:
+      return column_reference(context, scope);
+    default:
+      if (!context.tokens.is_symbol("(")) context.tokens.fail_here(936);
+      return parenthesis(context, scope);
+  }
+}
+
+// Operands of arithmetic are single values.
+Fragment value_only(Fragment value) {
+  if (value.condition) fail(936, {}, static_cast<int>(value.offset));
+  if (!value.row.empty()) fail(907, {}, static_cast<int>(value.offset));
+  return value;
+}
+
+// Signs nest, so each one counts as a level.
+Fragment factor(Context& context, Scope& scope) {
+  const Nesting nesting(context);
+  const ub4 offset = context.tokens.offset();
+  if (context.tokens.accept_symbol("+")) return numeric(value_only(factor(context, scope)));
+  if (context.tokens.accept_symbol("-")) {
+    return negate(value_only(factor(context, scope)), offset);
+  }
+  return settle(scope, primary(context, scope));
+}
+
+// Division always goes through a function: the engine would cut integers and give NULL for 1/0.
+Fragment product(Context& context, Scope& scope) {
+  Fragment left = factor(context, scope);
+  while (context.tokens.is_symbol("*") || context.tokens.is_symbol("/")) {
+    const bool times = context.tokens.is_symbol("*");
+    context.tokens.skip();
+    left = value_only(std::move(left));
+    const Fragment right = value_only(factor(context, scope));
+    left = settle(scope, times ? multiply(left, right)
+                               : operate("ora_div", numeric(left), numeric(right), number_type()));
+  }
+  return left;
+}
+
+// || binds as + and - do. Its operands are gathered, for one call that joins them all.
+Fragment sum(Context& context, Scope& scope) {
+  Tokens& tokens = context.tokens;
+  Fragment left = product(context, scope);
+  while (tokens.is_symbol("+") || tokens.is_symbol("-") || tokens.is_symbol("||")) {
+    left = value_only(std::move(left));
+    if (tokens.is_symbol("||")) {
+      std::vector<Fragment> parts = {std::move(left)};
+      while (tokens.accept_symbol("||")) {
+        parts.push_back(value_only(product(context, scope)));
+      }
+      left = settle(scope, concatenation(parts));
+      continue;
+    }
+    const bool plus = tokens.is_symbol("+");
+    tokens.skip();
+    const Fragment right = value_only(product(context, scope));
+    left = settle(scope, add_or_subtract(left, right, plus));
+  }
+  return left;
+}
+
+// The place of the error is where the comparison is missing: behind the value.
+Fragment condition_only(Fragment value, const Tokens& tokens) {
+  if (!value.condition) tokens.fail_here(920);
+  return value;
+}
+
+// Only a member of a WHERE clause's own AND list can limit rows or join outward.
+void require_plain(const Fragment& part) {
+  if (!part.plain()) fail(part.limit.empty() ? 1719 : 3001, {}, static_cast<int>(part.offset));
+}
+
+Fragment negation(Context& context, Scope& scope) {
+  const Nesting nesting(context);
+  const ub4 offset = context.tokens.offset();
+  if (!context.tokens.accept_word("NOT")) return comparison(context, scope);
+  const Fragment inner = condition_only(negation(context, scope), context.tokens);
+  require_plain(inner);
+  Fragment result = fragment("(NOT ", offset);
+  result.add(inner).add(")");
+  deepen(result, 2);
+  result.condition = true;
+  return result;
+}
+
+// A list of two or more is closed in parentheses; a single condition goes up as it came, with its
+// ROWNUM bound or outer-join mark if it has one.
+Fragment both(Context& context, Scope& scope) {
+  Fragment first = negation(context, scope);
+  if (!context.tokens.is_word("AND")) return first;
+  std::vector<Fragment> parts = {condition_only(std::move(first), context.tokens)};
+  while (context.tokens.accept_word("AND")) {
+    parts.push_back(condition_only(negation(context, scope), context.tokens));
+  }
+  for (const Fragment& part : parts) require_plain(part);
+  return join_conditions(parts, " AND ");
+}
+
+// Behind the first operand of an OR list, which may be no list at all.
+Fragment or_list(Context& context, Scope& scope, Fragment first) {
+  if (!context.tokens.is_word("OR")) return first;
+  std::vector<Fragment> parts = {condition_only(std::move(first), context.tokens)};
+  while (context.tokens.accept_word("OR")) {
+    parts.push_back(condition_only(both(context, scope), context.tokens));
+  }
+  for (const Fragment& part : parts) require_plain(part);
+  return join_conditions(parts, " OR ");
+}
+
+Fragment either(Context& context, Scope& scope) {
+  const Nesting nesting(context);
+  return or_list(context, scope, both(context, scope));
+}
+
+}  // namespace
+
+Fragment expression(Context& context, Scope& scope) {
+  const Nesting nesting(context);
+  return value_only(sum(context, scope));
+}
+
+Fragment operand(Context& context, Scope& scope) {
+  return sum(context, scope);
+}
+
+Fragment condition(Context& context, Scope& scope) {
+  Fragment result = condition_only(either(context, scope), context.tokens);
+  require_plain(result);
+  return result;
+}
+
+std::vector<Fragment> conjuncts(Context& context, Scope& scope) {
+  std::vector<Fragment> parts;
+  do {
+    parts.push_back(condition_only(negation(context, scope), context.tokens));
+  } while (context.tokens.accept_word("AND"));
+  if (!context.tokens.is_word("OR")) return parts;
+  for (const Fragment& part : parts) require_plain(part);
+  Fragment whole = or_list(context, scope, join_conditions(parts, " AND "));
+  std::vector<Fragment> only;
+  only.push_back(std::move(whole));
+  return only;
+}
+
+Fragment join_conditions(const std::vector<Fragment>& parts, std::string_view operation) {
+  if (parts.empty()) return fragment("1", 0);
+  if (parts.size() == 1) return parts.front();
+  Fragment whole = fragment("(", parts.front().offset);
+  for (size_t i = 0; i < parts.size(); ++i) {
+    if (i > 0) whole.add(operation);
+    whole.add(parts[i]);
+  }
+  whole.add(")");
+  deepen(whole, 3);
+  whole.condition = true;
+  return whole;
+}
+
+}  // namespace oci8

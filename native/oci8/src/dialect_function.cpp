@@ -1,0 +1,366 @@
+// SQL functions: which there are, how many arguments they take, and of what type their results are.
+#include <algorithm>
+
+#include "dialect_expression.h"
+
+namespace oci8 {
+namespace {
+
+enum class Result : ub1 {
+  Number,
+  Date,
+  DateOrNumber,  // as the first argument: ROUND, TRUNC
+  Text,  // of any length
+  TextOfFirst,  // never longer than the first argument
+  TextBySize,  // as long as the second argument says: LPAD, RPAD
+  Part,  // as long as the third argument says: SUBSTR
+  Formatted,  // TO_CHAR
+  Character,  // CHR
+  Name,  // USER
+  Hex,
+  Raw,
+  Common,  // all arguments are of one class: NVL, GREATEST
+  Second  // all arguments but the first are of one class: NVL2
+};
+
+// Number and classes of arguments, and the result's type: all that the dialect knows of a function.
+struct Function {
+  std::string_view name;
+  int least, most;
+  // Class of each argument, the last one for the rest: t text, n number, d date, - as it is.
+  std::string_view arguments;
+  Result result;
+};
+
+constexpr int kAny = 120;  // the engine passes at most 127 arguments
+
+// Ascending: looked up by halving. The engine has more functions; only these are the server's.
+constexpr Function kFunctions[] = {
+    {"ABS", 1, 1, "n", Result::Number},          {"ADD_MONTHS", 2, 2, "dn", Result::Date},
+    {"ASCII", 1, 1, "t", Result::Number},        {"CEIL", 1, 1, "n", Result::Number},
+    {"CHR", 1, 1, "n", Result::Character},       {"COS", 1, 1, "n", Result::Number},
+    {"EXP", 1, 1, "n", Result::Number},          {"FLOOR", 1, 1, "n", Result::Number},
+    {"GREATEST", 1, kAny, "-", Result::Common},  {"HEXTORAW", 1, 1, "t", Result::Raw},
+    {"INITCAP", 1, 1, "t", Result::TextOfFirst}, {"INSTR", 2, 4, "ttnn", Result::Number},
+    {"LAST_DAY", 1, 1, "d", Result::Date},       {"LEAST", 1, kAny, "-", Result::Common},
+    {"LENGTH", 1, 1, "t", Result::Number},       {"LN", 1, 1, "n", Result::Number},
+    {"LOG", 2, 2, "n", Result::Number},          {"LOWER", 1, 1, "t", Result::TextOfFirst},
+    {"LPAD", 2, 3, "tnt", Result::TextBySize},   {"LTRIM", 1, 2, "t", Result::TextOfFirst},
+    {"MOD", 2, 2, "n", Result::Number},          {"MONTHS_BETWEEN", 2, 2, "d", Result::Number},
+    {"NEXT_DAY", 2, 2, "dt", Result::Date},      {"NVL", 2, 2, "-", Result::Common},
+    {"NVL2", 3, 3, "-", Result::Second},         {"POWER", 2, 2, "n", Result::Number},
+    {"RAWTOHEX", 1, 1, "-", Result::Hex},        {"REPLACE", 2, 3, "t", Result::Text},
+    {"ROUND", 1, 2, "-", Result::DateOrNumber},  {"RPAD", 2, 3, "tnt", Result::TextBySize},
+    {"RTRIM", 1, 2, "t", Result::TextOfFirst},   {"SIGN", 1, 1, "n", Result::Number},
+    {"SIN", 1, 1, "n", Result::Number},          {"SQRT", 1, 1, "n", Result::Number},
+    {"SUBSTR", 2, 3, "tnn", Result::Part},       {"SYSDATE", 0, 0, "-", Result::Date},
+    {"TAN", 1, 1, "n", Result::Number},          {"TO_CHAR", 1, 2, "-", Result::Formatted},
+    {"TO_DATE", 1, 2, "-", Result::Date},        {"TO_NUMBER", 1, 2, "-", Result::Number},
+    {"TRANSLATE", 3, 3, "t", Result::Text},      {"TRIM", 1, 1, "t", Result::TextOfFirst},
+    {"TRUNC", 1, 2, "-", Result::DateOrNumber},  {"UID", 0, 0, "-", Result::Number},
+    {"UPPER", 1, 1, "t", Result::TextOfFirst},   {"USER", 0, 0, "-", Result::Name},
+    {"VSIZE", 1, 1, "-", Result::Number},
+};
+static_assert(std::ranges::is_sorted(kFunctions, {}, &Function::name));
+
+// Sizes are bytes, counts in arguments are characters of at most this many bytes.
+constexpr size_t kCharacterBytes = 4;
+constexpr size_t kAnyText = 4000;
+// A date format's result: element names spelled out, as in "MONTH" or "YEAR".
+constexpr size_t kFormattedSize = 75;
+
+// Registered in lower case, after the engine's habit.
+std::string engine_name(std::string_view name) {
+  std::string result(name);
+  for (char& c : result) {
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+  }
+  return result;
+}
+
+// Conversions that the functions do themselves are left to them: only what they cannot tell apart
+// at run time is decided here.
+Fragment argument_of_class(const Fragment& argument, char wanted) {
+  const ValueClass from = argument.type.value_class();
+  switch (wanted) {
+    case 'n':
+      return from == ValueClass::Unknown ? argument : coerce(argument, ValueClass::Number);
+    case 'd':
+      return coerce(argument, ValueClass::Date);
+    case 't':
+      // At run time DATE and RAW look alike; numbers and placeholders show what they are.
+      if (from == ValueClass::Date || from == ValueClass::Raw || from == ValueClass::Lob ||
+          from == ValueClass::Long) {
+        return coerce(argument, ValueClass::Text);
+      }
+      return argument;
+    default:
+      return argument;
+  }
+}
+
+// Where a literal says how many characters come out, the size follows; a computed count leaves
+// the bound that holds anyway.
+StaticType sized_by(const std::vector<Fragment>& arguments, size_t index, size_t otherwise) {
+  if (index >= arguments.size() || !arguments[index].integer) return text_type(otherwise);
+  const long long count = std::clamp<long long>(*arguments[index].integer, 0, kAnyText);
+  return text_type(static_cast<size_t>(count) * kCharacterBytes);
+}
+
+// Without a format the default text of the value; with a literal one its elements bound the size.
+StaticType formatted_type(const std::vector<Fragment>& arguments) {
+  if (arguments.size() < 2) return text_type(text_size(arguments.front().type));
+  if (!arguments[1].text) return text_type(kAnyText);
+  return text_type(std::max(kFormattedSize, kCharacterBytes * arguments[1].text->size()));
+}
+
+StaticType result_type(Result result, std::vector<Fragment>& arguments) {
+  const size_t first = arguments.empty() ? 0 : text_size(arguments.front().type);
+  switch (result) {
+    case Result::Number:
+      return number_type();
+    case Result::Date:
+      return date_type();
+    case Result::DateOrNumber: {
+      const bool date = arguments.front().type.value_class() == ValueClass::Date;
+      if (!date) arguments.front() = argument_of_class(arguments.front(), 'n');
+      return date ? date_type() : number_type();
+    }
+    case Result::TextOfFirst:
+      return text_type(first);
+    case Result::TextBySize:
+      return sized_by(arguments, 1, kAnyText);
+    case Result::Part: {
+      const StaticType part = sized_by(arguments, 2, first);
+      return text_type(std::min<size_t>(part.size, first));
+    }
+    case Result::Formatted:
+      return formatted_type(arguments);
+    case Result::Character:
+      return text_type(kCharacterBytes);
+    case Result::Name:
+      return text_type(30);
+    case Result::Hex:
+      return text_type(2 * first);
+    case Result::Raw:
+      return {SQLT_BIN, static_cast<ub2>(std::clamp<size_t>(first / 2, 1, 2000)), 0, 0, 0};
+    default:
+      return text_type(kAnyText);
+  }
+}
+
+StaticType unify_from(std::vector<Fragment>& arguments, size_t from) {
+  std::vector<Fragment*> values;
+  for (size_t i = from; i < arguments.size(); ++i) values.push_back(&arguments[i]);
+  return unify(values);
+}
+
+// --- Functions with a syntax of their own --------------------------------------------------------
+
+// Group functions are the engine's own: their numbers come in as integers or short decimals.
+struct Aggregate {
+  std::string_view name;
+  std::string_view engine;
+};
+
+constexpr Aggregate kAggregates[] = {
+    {"COUNT", "count("}, {"SUM", "sum("}, {"AVG", "avg("}, {"MIN", "min("}, {"MAX", "max("}};
+
+// SUM and AVG of text would be 0 for the engine where a number cannot be read, ORA-01722 here.
+Fragment aggregate_argument(Context& context, Scope& scope, std::string_view name) {
+  Fragment value = expression(context, scope);
+  const bool numeric = name == "SUM" || name == "AVG";
+  if (numeric) value = coerce(value, ValueClass::Number);
+  const ValueClass of_value = value.type.value_class();
+  if (of_value == ValueClass::Long || of_value == ValueClass::Lob) {
+    fail(932, {}, static_cast<int>(value.offset));
+  }
+  return value;
+}
+
+// The greatest of a column is a value of the column, a sum is not.
+StaticType aggregate_type(std::string_view name, const StaticType& argument) {
+  if (name == "MIN" || name == "MAX") return argument;
+  return number_type();
+}
+
+// Columns inside do not stand alone any more, whatever the grouping.
+Fragment aggregate(Context& context, Scope& scope, const Aggregate& known, ub4 offset) {
+  Tokens& tokens = context.tokens;
+  if (scope.in_aggregate) fail(935, {}, static_cast<int>(offset));
+  if (!scope.aggregates) fail(934, {}, static_cast<int>(offset));
+  scope.in_aggregate = true;
+  scope.grouped = true;
+  Fragment result = fragment(known.engine, offset);
+  if (known.name == "COUNT" && tokens.accept_symbol("*")) {
+    result.add("*");
+    result.type = number_type();
+  } else {
+    if (tokens.accept_word("DISTINCT")) {
+      result.add("DISTINCT ");
+    } else {
+      tokens.accept_word("ALL");
+    }
+    const Fragment value = aggregate_argument(context, scope, known.name);
+    result.add(value);
+    result.type = aggregate_type(known.name, value.type);
+  }
+  if (tokens.is_symbol(",")) tokens.fail_here(909);
+  tokens.expect_symbol(")", 907);
+  result.add(")");
+  deepen(result, 3);
+  result.aggregate = true;
+  result.bare = -1;
+  scope.in_aggregate = false;
+  return result;
+}
+
+// TRIM([[LEADING | TRAILING | BOTH] [characters] FROM] text)
+Fragment trim(Context& context, Scope& scope, ub4 offset) {
+  Tokens& tokens = context.tokens;
+  const bool leading = tokens.accept_word("LEADING");
+  const bool trailing = !leading && tokens.accept_word("TRAILING");
+  if (!leading && !trailing) tokens.accept_word("BOTH");
+  std::vector<Fragment> arguments;
+  if (!tokens.is_word("FROM")) arguments.push_back(expression(context, scope));
+  if (tokens.accept_word("FROM")) {
+    arguments.insert(arguments.begin(), expression(context, scope));
+  }
+  tokens.expect_symbol(")", 907);
+  if (trailing) return known_function("RTRIM", std::move(arguments), offset);
+  if (leading) return known_function("LTRIM", std::move(arguments), offset);
+  if (arguments.size() == 1) return known_function("TRIM", std::move(arguments), offset);
+  const Fragment characters = arguments[1];
+  Fragment left = known_function("LTRIM", std::move(arguments), offset);
+  return known_function("RTRIM", {std::move(left), characters}, offset);
+}
+
+// Only what a search may match is evaluated by the server; the engine's CASE does so, too, but
+// finds no NULL, which DECODE does.
+Fragment lazy_decode(const std::vector<Fragment>& arguments, ub4 offset) {
+  Fragment result = fragment("CASE ", offset);
+  result.add(arguments.front());
+  size_t i = 1;
+  for (; i + 1 < arguments.size(); i += 2) {
+    result.add(" WHEN ").add(arguments[i]).add(" THEN ").add(arguments[i + 1]);
+  }
+  if (i < arguments.size()) result.add(" ELSE ").add(arguments[i]);
+  result.add(" END");
+  deepen(result, 5);
+  return result;
+}
+
+// Searches compare among themselves and with the first argument, results among themselves.
+Fragment decode(std::vector<Fragment> arguments, ub4 offset) {
+  if (arguments.size() < 3) fail(938, {}, static_cast<int>(offset));
+  std::vector<Fragment*> searches = {&arguments.front()};
+  std::vector<Fragment*> results;
+  bool finds_null = false;
+  for (size_t i = 1; i < arguments.size(); ++i) {
+    const bool search = i % 2 == 1 && i + 1 < arguments.size();
+    finds_null = finds_null || (search && arguments[i].nullable);
+    (search ? searches : results).push_back(&arguments[i]);
+  }
+  make_comparable(searches);
+  // The first result decides; NULL there stands for character data.
+  if (results.front()->null) {
+    for (Fragment* result : results) *result = coerce(*result, ValueClass::Text);
+  }
+  const StaticType type = unify(results);
+  if (finds_null && arguments.size() > kAny) fail(939, {}, static_cast<int>(offset));
+  Fragment result = finds_null ? call("decode", arguments, offset) : lazy_decode(arguments, offset);
+  result.type = type;
+  return result;
+}
+
+std::vector<Fragment> argument_list(Context& context, Scope& scope) {
+  std::vector<Fragment> arguments;
+  if (context.tokens.accept_symbol(")")) return arguments;
+  do {
+    arguments.push_back(expression(context, scope));
+  } while (context.tokens.accept_symbol(","));
+  context.tokens.expect_symbol(")", 907);
+  return arguments;
+}
+
+}  // namespace
+
+// The first value with a known type decides, as on the server.
+StaticType unify(const std::vector<Fragment*>& values) {
+  ValueClass target = ValueClass::Unknown;
+  for (const Fragment* value : values) {
+    if (target == ValueClass::Unknown) target = value->type.value_class();
+  }
+  StaticType type;
+  for (Fragment* value : values) {
+    *value = coerce(*value, target);
+    if (!value->null) type = common_type(type, value->type);
+  }
+  type.bound = 0;
+  return type;
+}
+
+// One call for the whole chain: calls inside one another would fill the engine's parser stack at
+// some thirty operands, and generated statements have more.
+Fragment concatenation(const std::vector<Fragment>& parts) {
+  std::vector<Fragment> texts;
+  size_t size = 0;
+  bool fixed = true;
+  for (const Fragment& part : parts) {
+    texts.push_back(argument_of_class(part, 't'));
+    if (part.null) continue;
+    size += text_size(part.type);
+    fixed = fixed && part.type.code == SQLT_AFC;
+  }
+  Fragment result;
+  for (size_t at = 0; at < texts.size();) {
+    const size_t count = std::min<size_t>(texts.size() - at, kAny - 1);
+    std::vector<Fragment> some(texts.begin() + static_cast<std::ptrdiff_t>(at),
+                               texts.begin() + static_cast<std::ptrdiff_t>(at + count));
+    if (at > 0) some.insert(some.begin(), std::move(result));
+    result = call("ora_concat", some, parts.front().offset);
+    at += count;
+  }
+  result.type = text_type(size);
+  if (fixed && size <= 2000 && size > 0) result.type.code = SQLT_AFC;
+  return result;
+}
+
+// A name that is not in the table is no function, whatever the engine has under that name: its own
+// functions do not follow the server's rules, and some reach outside the database.
+Fragment known_function(const std::string& name, std::vector<Fragment> arguments, ub4 offset) {
+  const auto* known = std::ranges::lower_bound(kFunctions, name, {}, &Function::name);
+  if (known == std::end(kFunctions) || known->name != name) {
+    fail(904, "\"" + name + "\"", static_cast<int>(offset));
+  }
+  const int count = static_cast<int>(arguments.size());
+  if (count < known->least) fail(938, {}, static_cast<int>(offset));
+  if (count > known->most) fail(939, {}, static_cast<int>(offset));
+  for (size_t i = 0; i < arguments.size(); ++i) {
+    const size_t rule = std::min(i, known->arguments.size() - 1);
+    arguments[i] = argument_of_class(arguments[i], known->arguments[rule]);
+  }
+  const bool unified = known->result == Result::Common || known->result == Result::Second;
+  const StaticType type = unified ? unify_from(arguments, known->result == Result::Second ? 1 : 0)
+                                  : result_type(known->result, arguments);
+  Fragment result = call(engine_name(name), arguments, offset);
+  result.type = type;
+  return result;
+}
+
+// Those with a syntax of their own go before the table.
+Fragment function_call(Context& context, Scope& scope, const std::string& name, ub4 offset) {
+  for (const Aggregate& known : kAggregates) {
+    if (known.name == name) return aggregate(context, scope, known, offset);
+  }
+  if (name == "TRIM") return trim(context, scope, offset);
+  std::vector<Fragment> arguments = argument_list(context, scope);
+  if (name == "DECODE") return decode(std::move(arguments), offset);
+  if (name == "CONCAT") {
+    if (arguments.size() != 2) fail(909, {}, static_cast<int>(offset));
+    return concatenation(arguments);
+  }
+  return known_function(name, std::move(arguments), offset);
+}
+
+}  // namespace oci8

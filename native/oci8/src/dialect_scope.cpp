@@ -1,0 +1,129 @@
+#include "dialect_scope.h"
+
+#include "declared_type.h"
+
+namespace oci8 {
+namespace {
+
+// Some 40 parentheses or 13 queries inside one another: less than 400 KB of the caller's stack,
+// and about what the engine's own parser takes.
+constexpr int kMaxNesting = 120;
+
+// In the engine's view of case: a quoted lower-case name would reach the same table.
+bool starts_like(std::string_view name, std::string_view prefix) {
+  if (name.size() < prefix.size()) return false;
+  for (size_t i = 0; i < prefix.size(); ++i) {
+    const char c = name[i];
+    if ((c >= 'a' && c <= 'z' ? c - 'a' + 'A' : c) != prefix[i]) return false;
+  }
+  return true;
+}
+
+// The engine's names are case-blind, also where ours are quoted.
+bool is_hidden(std::string_view name) {
+  return starts_like(name, "OCI8$") || starts_like(name, "SQLITE_");
+}
+
+struct Match {
+  size_t source;
+  const ScopeColumn* column;
+};
+
+// The whole scope is searched even after a match, for the second one that makes it ambiguous.
+std::optional<Match> find_in(const Scope& scope, const std::string& table,
+                             const std::string& column, ub4 offset) {
+  std::optional<Match> match;
+  for (size_t i = 0; i < scope.sources.size(); ++i) {
+    const Source& source = scope.sources[i];
+    if (!table.empty() && source.name != table) continue;
+    for (const ScopeColumn& candidate : source.columns) {
+      if (candidate.info.name != column || (table.empty() && candidate.merged)) continue;
+      if (match) fail(918, {}, static_cast<int>(offset));
+      match = Match{i, &candidate};
+    }
+  }
+  return match;
+}
+
+// Bits are counted within one query only: for the query inside, a column of the outer one is as
+// good as a constant.
+void note_use(Scope& innermost, Scope& found, size_t source, Fragment& use) {
+  const std::uint64_t bit = std::uint64_t{1} << source;
+  if (&innermost == &found) {
+    use.sources = bit;
+    use.bare = static_cast<int>(use.offset);
+  } else {
+    found.correlated |= bit;
+  }
+}
+
+}  // namespace
+
+Nesting::Nesting(Context& context) : context_(context) {
+  if (context.depth >= kMaxNesting) context.tokens.fail_here(3001);
+  ++context.depth;
+}
+
+// The system's own tables are not there for users, whatever the engine would say.
+std::vector<ColumnInfo> table_columns(Context& context, const std::string& name, ub4 offset) {
+  if (context.object.empty()) context.object = name;
+  if (!context.defines.empty() && name == context.defines) {
+    fail(1731, {}, static_cast<int>(offset));
+  }
+  std::optional<std::vector<ColumnInfo>> columns;
+  if (!is_hidden(name)) columns = context.schema.columns_of(name);
+  if (!columns) fail(942, {}, static_cast<int>(offset));
+  return std::move(*columns);
+}
+
+// The innermost query that has the column wins, as in the engine, to which the qualified name is
+// written: it comes to the same table by the same rule.
+std::optional<Fragment> find_column(Scope& scope, const std::string& table,
+                                    const std::string& column, ub4 offset) {
+  for (Scope* at = &scope; at != nullptr; at = at->outer) {
+    const std::optional<Match> match = find_in(*at, table, column, offset);
+    if (!match) continue;
+    Fragment use = fragment(match->column->sql, offset);
+    use.type = type_of(match->column->info);
+    use.nullable = match->column->info.nullable;
+    note_use(scope, *at, match->source, use);
+    return use;
+  }
+  return std::nullopt;
+}
+
+// The nearest tables decide, whether or not they have row numbers: a ROWID from a query further out
+// would be a surprise.
+std::optional<Fragment> find_rowid(Scope& scope, const std::string& table, ub4 offset) {
+  for (Scope* at = &scope; at != nullptr; at = at->outer) {
+    for (size_t i = 0; i < at->sources.size(); ++i) {
+      Source& source = at->sources[i];
+      if (!table.empty() && source.name != table) continue;
+      if (table.empty() && at->sources.size() > 1) fail(918, {}, static_cast<int>(offset));
+      if (source.rowid.empty()) return std::nullopt;
+      Fragment use = fragment("rowid_text(" + source.rowid + ")", offset);
+      use.rowid = source.rowid;
+      source.rowid_used = true;
+      use.type = {SQLT_RID, 18, 0, 0, 0};
+      use.nullable = false;
+      deepen(use, 3);
+      note_use(scope, *at, i, use);
+      return use;
+    }
+  }
+  return std::nullopt;
+}
+
+Source table_source(const std::string& name, std::vector<ColumnInfo> columns) {
+  Source source;
+  source.name = name;
+  const std::string prefix = quote_name(name) + ".";
+  for (ColumnInfo& column : columns) {
+    std::string sql = prefix + quote_name(column.name);
+    source.columns.push_back({std::move(column), std::move(sql)});
+  }
+  source.rowid = prefix + "rowid";
+  return source;
+}
+
+}  // namespace oci8

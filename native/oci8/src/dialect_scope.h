@@ -1,0 +1,85 @@
+// What a name in a statement can mean: the tables of the query around it, and of the queries
+// around that.
+#ifndef OCI8_DIALECT_SCOPE_H
+#define OCI8_DIALECT_SCOPE_H
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "dialect_fragment.h"
+#include "dialect_tokens.h"
+
+namespace oci8 {
+
+/// A statement being translated.
+struct Context {
+  Context(const SqlText& sql, Schema& of_session) : tokens(sql), schema(of_session) {}
+
+  Tokens tokens;
+  Schema& schema;
+  int depth = 0;  // how many expressions and queries are open around the current token
+  int names_made = 0;  // for inline views without a name
+  std::string object;  // the first table that the statement names
+  std::string defines;  // the view that the statement defines
+};
+
+/// Counts one nesting level for its own lifetime; ORA-03001 where a statement nests too deeply.
+class Nesting {
+ public:
+  explicit Nesting(Context& context);
+  ~Nesting() { --context_.depth; }
+  Nesting(const Nesting&) = delete;
+  Nesting& operator=(const Nesting&) = delete;
+
+ private:
+  Context& context_;
+};
+
+struct ScopeColumn {
+  ColumnInfo info;
+  std::string sql;  // how engine SQL names it
+  bool merged = false;  // stands for the same column of a table before it (JOIN ... USING)
+};
+
+/// A table, view or inline view of a FROM clause.
+struct Source {
+  std::string name;  // alias, else table name
+  std::vector<ScopeColumn> columns;
+  std::string rowid;  // how engine SQL names the row number; empty where there is none
+  bool rowid_used = false;
+};
+
+struct Scope {
+  explicit Scope(Scope* around) : outer(around) {}
+
+  Scope* outer;
+  std::vector<Source> sources;
+  std::vector<std::pair<std::string, Fragment>> aliases;  // of the select list, for ORDER BY
+  std::vector<std::string> group_keys;
+  std::uint64_t correlated = 0;  // tables that queries inside read, as bits
+  bool select_list = false;  // ROWNUM numbers rows here
+  bool aggregates = false;  // group functions may stand here
+  bool in_aggregate = false;
+  bool grouped = false;  // holds group functions, or has a GROUP BY
+  bool sequences = true;  // NEXTVAL may stand here
+};
+
+/// Columns of the table or view `name`; ORA-00942 where the user sees none of that name.
+std::vector<ColumnInfo> table_columns(Context& context, const std::string& name, ub4 offset);
+
+/// Resolves [table.]column from the innermost scope outwards; nothing where no scope has it.
+/// ORA-00918 where one scope has it twice.
+std::optional<Fragment> find_column(Scope& scope, const std::string& table,
+                                    const std::string& column, ub4 offset);
+
+/// The ROWID pseudo column of `table` (empty: of the only table of the scope).
+std::optional<Fragment> find_rowid(Scope& scope, const std::string& table, ub4 offset);
+
+/// A source for a table of the database under its name or alias.
+Source table_source(const std::string& name, std::vector<ColumnInfo> columns);
+
+}  // namespace oci8
+
+#endif

@@ -1,0 +1,359 @@
+// CREATE TABLE and ALTER TABLE.
+#include <algorithm>
+#include <utility>
+
+#include "declared_type.h"
+#include "dialect_statement.h"
+#include "dialect_types.h"
+#include "number.h"
+
+namespace oci8 {
+namespace {
+
+// Kept until the end, because a constraint further down may make a column NOT NULL.
+struct Definition {
+  ColumnInfo column;
+  bool typed = true;
+  bool constrained = false;  // by more than NOT NULL or CHECK
+  std::optional<Fragment> value;  // DEFAULT
+  Fragment constraints;
+};
+
+// Columns are put into the scope as they are read: a CHECK sees those before it and its own.
+class TableReader {
+ public:
+  TableReader(Context& context, std::string name)
+      : context_(context), name_(std::move(name)), scope_(nullptr) {
+    scope_.sequences = false;
+    scope_.sources.emplace_back().name = name_;
+  }
+
+  Fragment create() {
+    const bool listed = tokens().accept_symbol("(");
+    if (listed) {
+      do {
+        element();
+      } while (tokens().accept_symbol(","));
+      tokens().expect_symbol(")", 907);
+    }
+    skip_storage(tokens());
+    if (tokens().accept_word("AS")) return create_from_query();
+    if (!listed) tokens().fail_here(906);
+    return write();
+  }
+
+  Fragment alter() {
+    if (tokens().accept_word("ADD")) return add_columns();
+    if (tokens().accept_word("RENAME")) {
+      tokens().expect_word("TO");
+      const std::string to = tokens().name(903);
+      return fragment("ALTER TABLE " + quote_name(name_) + " RENAME TO " + quote_name(to), 0);
+    }
+    if (!tokens().accept_word("DROP") || !tokens().accept_word("COLUMN")) {
+      tokens().fail_here(3001);
+    }
+    const ub4 offset = tokens().offset();
+    return fragment("ALTER TABLE " + quote_name(name_) + " DROP COLUMN ", 0)
+        .add(fragment(quote_name(tokens().name(904)), offset));
+  }
+
+ private:
+  Tokens& tokens() { return context_.tokens; }
+
+  void element() {
+    if (at_table_constraint()) {
+      table_constraint();
+    } else {
+      definitions_.push_back(definition());
+    }
+  }
+
+  // PRIMARY and FOREIGN are not reserved and may name columns; the word behind them decides.
+  bool at_table_constraint() {
+    const bool key = tokens().is_word("KEY", 1);
+    return tokens().is_word("CONSTRAINT") || tokens().is_word("UNIQUE") ||
+           tokens().is_word("CHECK") || (key && tokens().is_word("PRIMARY")) ||
+           (key && tokens().is_word("FOREIGN"));
+  }
+
+  // --- Columns -----------------------------------------------------------------------------------
+
+  // CREATE TABLE ... AS lists names without types.
+  Definition definition() {
+    Definition result;
+    const ub4 offset = tokens().offset();
+    const std::string name = tokens().name(904);
+    if (column_of_table(name) != nullptr) fail(957, {}, static_cast<int>(offset));
+    result.typed = !tokens().is_symbol(",") && !tokens().is_symbol(")");
+    if (result.typed) result.column = declared_type(tokens());
+    result.column.name = name;
+    scope_.sources.front().columns.push_back({result.column, quote_name(name)});
+    if (tokens().accept_word("DEFAULT")) result.value = default_value(result.column);
+    while (column_constraint(result)) {
+    }
+    return result;
+  }
+
+  // Checked as it is stored, in the engine, for each row that leaves the column out.
+  Fragment default_value(const ColumnInfo& column) {
+    Scope nothing(nullptr);
+    nothing.sequences = false;
+    const Fragment value = expression(context_, nothing);
+    default_literal_ = value;
+    return store(value, column);
+  }
+
+  ScopeColumn* column_of_table(const std::string& name) {
+    std::vector<ScopeColumn>& columns = scope_.sources.front().columns;
+    const auto found = std::ranges::find_if(
+        columns, [&](const ScopeColumn& column) { return column.info.name == name; });
+    return found == columns.end() ? nullptr : &*found;
+  }
+
+  // Names are kept by the engine with the table, where messages about them come from.
+  std::string constraint_name() {
+    if (!tokens().accept_word("CONSTRAINT")) return {};
+    return " CONSTRAINT " + quote_name(tokens().name(904));
+  }
+
+  // NOT NULL is written with the type, whether it was said or follows from PRIMARY KEY: the engine
+  // alone would let NULL into a primary key.
+  bool column_constraint(Definition& of) {
+    const std::string named = constraint_name();
+    Fragment& sql = of.constraints;
+    if (tokens().accept_word("NOT")) {
+      tokens().expect_word("NULL", 908);
+      of.column.nullable = false;
+    } else if (tokens().accept_word("NULL")) {
+      return true;
+    } else if (tokens().accept_word("PRIMARY")) {
+      tokens().expect_word("KEY");
+      of.column.nullable = false;
+      of.constrained = true;
+      sql.add(named).add(" PRIMARY KEY");
+    } else if (tokens().accept_word("UNIQUE")) {
+      of.constrained = true;
+      sql.add(named).add(" UNIQUE");
+    } else if (tokens().is_word("REFERENCES")) {
+      of.constrained = true;
+      sql.add(named).add(references());
+    } else if (tokens().accept_word("CHECK")) {
+      sql.add(named).add(" CHECK ").add(check_condition());
+    } else {
+      if (!named.empty()) tokens().fail_here(905);
+      return false;
+    }
+    constraint_state();
+    return true;
+  }
+
+  // How and when a constraint is checked is the engine's affair: at once.
+  void constraint_state() {
+    for (;;) {
+      if (tokens().accept_word("USING")) {
+        tokens().expect_word("INDEX");
+        skip_storage(tokens());
+      } else if (tokens().accept_word("INITIALLY")) {
+        tokens().skip();
+      } else if (tokens().is_word("NOT") && tokens().is_word("DEFERRABLE", 1)) {
+        tokens().skip(2);
+      } else if (!tokens().accept_word("DEFERRABLE") && !tokens().accept_word("ENABLE") &&
+                 !tokens().accept_word("VALIDATE")) {
+        return;
+      }
+    }
+  }
+
+  // The engine calls the functions in it on every change, as the server does.
+  Fragment check_condition() {
+    tokens().expect_symbol("(", 906);
+    Fragment result = fragment("(", tokens().offset());
+    result.add(condition(context_, scope_)).add(")");
+    tokens().expect_symbol(")", 907);
+    return result;
+  }
+
+  // Looked up at once, but for a table that refers to itself: the engine would find out at the
+  // first INSERT only. Without columns the parent's primary key is meant, in both dialects.
+  Fragment references() {
+    tokens().skip();
+    const ub4 offset = tokens().offset();
+    const std::string parent = tokens().object_name(context_.schema.user(), 903);
+    if (parent != name_) table_columns(context_, parent, offset);
+    Fragment result = fragment(" REFERENCES ", offset);
+    result.add(quote_name(parent));
+    if (tokens().accept_symbol("(")) {
+      result.add("(");
+      do {
+        result.add(quote_name(tokens().name(904)));
+        result.add(tokens().is_symbol(",") ? "," : ")");
+      } while (tokens().accept_symbol(","));
+      tokens().expect_symbol(")", 907);
+    }
+    if (tokens().accept_word("ON")) {
+      tokens().expect_word("DELETE");
+      tokens().expect_word("CASCADE");
+      result.add(" ON DELETE CASCADE");
+    }
+    return result;
+  }
+
+  // --- Table constraints -------------------------------------------------------------------------
+
+  // Written behind all columns, in order.
+  void table_constraint() {
+    Fragment sql = fragment(constraint_name(), tokens().offset());
+    if (tokens().accept_word("PRIMARY")) {
+      tokens().expect_word("KEY");
+      sql.add(" PRIMARY KEY ").add(constrained_columns(true));
+    } else if (tokens().accept_word("UNIQUE")) {
+      sql.add(" UNIQUE ").add(constrained_columns(false));
+    } else if (tokens().accept_word("FOREIGN")) {
+      tokens().expect_word("KEY");
+      sql.add(" FOREIGN KEY ").add(constrained_columns(false));
+      if (!tokens().is_word("REFERENCES")) tokens().fail_here(905);
+      sql.add(references());
+    } else {
+      tokens().expect_word("CHECK", 904);
+      sql.add(" CHECK ").add(check_condition());
+    }
+    constraint_state();
+    table_constraints_.push_back(std::move(sql));
+  }
+
+  // Must be columns of this very statement.
+  Fragment constrained_columns(bool not_null) {
+    Fragment result = fragment("(", tokens().offset());
+    tokens().expect_symbol("(", 906);
+    do {
+      const ub4 offset = tokens().offset();
+      const std::string name = tokens().name(904);
+      const auto found = std::ranges::find_if(
+          definitions_, [&](const Definition& of) { return of.column.name == name; });
+      if (found == definitions_.end()) {
+        fail(904, "\"" + name + "\"", static_cast<int>(offset));
+      }
+      if (not_null) found->column.nullable = false;
+      result.add(quote_name(name)).add(tokens().is_symbol(",") ? "," : ")");
+    } while (tokens().accept_symbol(","));
+    tokens().expect_symbol(")", 907);
+    return result;
+  }
+
+  // --- Writing -----------------------------------------------------------------------------------
+
+  // The type is spelled so that it can be read back from the engine's schema, see declared_type.h.
+  Fragment write_definition(const Definition& of) {
+    if (!of.typed) tokens().fail_here(902);
+    Fragment sql = fragment(quote_name(of.column.name) + " " + spell_type(of.column), 0);
+    if (of.value) sql.add(" DEFAULT (").add(*of.value).add(")");
+    if (!of.column.nullable) sql.add(" NOT NULL");
+    return sql.add(of.constraints);
+  }
+
+  Fragment write() {
+    Fragment sql = fragment("CREATE TABLE " + quote_name(name_) + " (", 0);
+    for (size_t i = 0; i < definitions_.size(); ++i) {
+      sql.add(i > 0 ? ", " : "").add(write_definition(definitions_[i]));
+    }
+    for (const Fragment& constraint : table_constraints_) sql.add(",").add(constraint);
+    return sql.add(")");
+  }
+
+  // Columns take names (where none are listed) and types from the query.
+  Fragment create_from_query() {
+    const Query inner = query(context_, nullptr, Naming::Positions);
+    if (definitions_.empty()) definitions_.resize(inner.columns.size());
+    if (definitions_.size() != inner.columns.size()) tokens().fail_here(1730);
+    std::vector<Fragment> values;
+    for (size_t i = 0; i < definitions_.size(); ++i) {
+      ColumnInfo& column = definitions_[i].column;
+      if (!column.name.empty() && definitions_[i].typed) tokens().fail_here(1773);
+      std::string name = column.name.empty() ? inner.columns[i].name : column.name;
+      const bool nullable = column.nullable;
+      column = inner.columns[i];
+      column.name = std::move(name);
+      column.nullable = nullable;
+      definitions_[i].typed = true;
+      values.push_back(store(column_of(inner, i), column));
+    }
+    Fragment sql = write();
+    sql.add(";\nINSERT INTO " + quote_name(name_) + " ").add(select_from(inner, values));
+    return sql;
+  }
+
+  // --- ALTER TABLE ... ADD -----------------------------------------------------------------------
+
+  // One engine statement for each column: it adds one at a time.
+  Fragment add_columns() {
+    for (ColumnInfo& column : table_columns(context_, name_, 0)) {
+      std::string sql = quote_name(column.name);
+      scope_.sources.front().columns.push_back({std::move(column), std::move(sql)});
+    }
+    const bool listed = tokens().accept_symbol("(");
+    Fragment sql;
+    do {
+      if (at_table_constraint()) tokens().fail_here(3001);
+      if (tokens().at_name() && column_of_table(unquoted_name()) != nullptr) {
+        tokens().fail_here(1430);
+      }
+      sql.add(sql.sql.empty() ? "" : ";\n").add(added(definition()));
+    } while (listed && tokens().accept_symbol(","));
+    if (listed) tokens().expect_symbol(")", 907);
+    return sql;
+  }
+
+  // The name that comes next, which stays where it is.
+  std::string unquoted_name() {
+    const size_t at = tokens().position();
+    std::string name = tokens().name(904);
+    tokens().seek(at);
+    return name;
+  }
+
+  // The engine takes constants only for the value of a new column in rows that there are.
+  Fragment added(Definition of) {
+    if (of.constrained) tokens().fail_here(3001);
+    if (!of.column.nullable && !of.value) tokens().fail_here(1758);
+    if (of.value) of.value = constant(of.column);
+    Fragment sql = fragment("ALTER TABLE " + quote_name(name_) + " ADD COLUMN ", 0);
+    return sql.add(write_definition(of));
+  }
+
+  // What storing would make of the literal, worked out here.
+  Fragment constant(const ColumnInfo& column) {
+    const Fragment& value = default_literal_;
+    const ValueClass target = type_of(column).value_class();
+    if (value.null) return value;
+    if (value.text && (target == ValueClass::Text || column.type == SQLT_LNG)) {
+      std::string text = *value.text;
+      if (column.type != SQLT_LNG && text.size() > column.size) fail(1401);
+      if (column.type == SQLT_AFC) text.resize(column.size, ' ');
+      return fragment(quote_text(text), value.offset);
+    }
+    if (!value.integer || target != ValueClass::Number) tokens().fail_here(3001);
+    Number number{true, *value.integer, 0};
+    const bool any = column.precision == 0 || column.scale == -127;
+    if (!any && !fit_number(number, column.precision, column.scale)) fail(1438);
+    return fragment(std::to_string(number.integer), value.offset);
+  }
+
+  Context& context_;
+  const std::string name_;
+  Scope scope_;
+  std::vector<Definition> definitions_;
+  std::vector<Fragment> table_constraints_;
+  Fragment default_literal_;  // of the last column, before it is made fit to store
+};
+
+}  // namespace
+
+Fragment create_table(Context& context, const std::string& name) {
+  return TableReader(context, name).create();
+}
+
+Fragment alter_table(Context& context, const std::string& name) {
+  return TableReader(context, name).alter();
+}
+
+}  // namespace oci8

@@ -1,0 +1,99 @@
+// The border to the database engine. Everything that is particular to one engine is behind these
+// three classes; the rest of the client library knows values, columns and Oracle errors only.
+// Operations raise Failure (error.h). A connection and its statements are used by one thread at
+// a time, except Connection::interrupt.
+#ifndef OCI8_ENGINE_H
+#define OCI8_ENGINE_H
+
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "oci.h"
+#include "sql_text.h"
+
+namespace oci8 {
+
+/// A select-list column as the describe reports it.
+struct ColumnInfo {
+  std::string name;
+  ub2 type = SQLT_CHR;  // internal type: 1, 2, 8, 11, 12, 23, 24, 96, 112, 113
+  ub2 size = 0;         // OCI_ATTR_DATA_SIZE: bytes; NUMBER 22, DATE 7, ROWID 18, LONG 0
+  sb2 precision = 0;    // NUMBER: 0 without declared precision
+  sb1 scale = 0;        // NUMBER: -127 without declared precision, and for FLOAT
+  bool nullable = true;
+};
+
+/// One value on the border: a view of bytes that somebody else owns.
+struct Value {
+  enum class Kind : ub1 {
+    Null,
+    Integer,  // NUMBER
+    Real,     // NUMBER
+    Text,     // character data in the database's character set, LONG, ROWID; no terminator
+    Bytes     // RAW, LONG RAW; DATE as its seven bytes
+  };
+  Kind kind = Kind::Null;
+  long long integer = 0;
+  double real = 0;
+  const char* data = nullptr;
+  size_t size = 0;
+};
+
+/// A prepared statement.
+class Statement {
+ public:
+  virtual ~Statement() = default;
+
+  /// The select list; empty for a statement that is no query.
+  virtual const std::vector<ColumnInfo>& columns() const = 0;
+
+  /// Binds a value to the placeholder at `position` (from 1). The bytes stay the caller's and must
+  /// stay in place until the statement has been stepped to its end or reset.
+  virtual void bind(ub4 position, const Value& value) = 0;
+
+  /// Runs to the next row: true when a row stands, false at the end (a statement that is no query
+  /// is then done, and has taken effect as a whole or, having raised, not at all).
+  virtual bool step() = 0;
+
+  /// A value of the current row, column from 0; valid until the next step or reset.
+  virtual Value column(ub4 index) = 0;
+
+  /// Rows that the last run inserted, updated or deleted.
+  virtual ub4 rows_changed() const = 0;
+
+  /// Ends the current run and gives back what it holds; binds are kept.
+  virtual void reset() = 0;
+};
+
+/// A database that a server handle is attached to, with the session that runs on it.
+class Connection {
+ public:
+  virtual ~Connection() = default;
+
+  /// Checks user and password: ORA-01017, after the same work whether or not the user exists.
+  virtual void log_in(std::string_view user, std::string_view password) = 0;
+  /// Checks an account that the operating system vouches for ("OPS$" and the system's user name).
+  virtual void log_in_external() = 0;
+
+  /// Prepares a statement; data changes begin a transaction when they run, DDL commits before and
+  /// after itself. `text` stays the caller's and outlives the statement.
+  virtual std::unique_ptr<Statement> prepare(const SqlText& text) = 0;
+
+  virtual void commit() = 0;
+  virtual void rollback() = 0;
+
+  /// Stops the operation that runs on another thread with ORA-01013; without one, does nothing,
+  /// also not to a later operation. Any thread.
+  virtual void interrupt() noexcept = 0;
+};
+
+/// Opens the database that a connect string names: a net service name ([A-Za-z0-9_.$-]+, the file
+/// NAME.db in the folder of the environment variable OCI8_DATA), ":memory:", or a path with a
+/// slash. ORA-12154 for anything else and for a file that is not there.
+std::unique_ptr<Connection> open_database(std::string_view connect_string);
+
+}  // namespace oci8
+
+#endif

@@ -1,0 +1,196 @@
+// Fetching: rows into arrays, and rows whose long columns are handed over in pieces.
+#include <algorithm>
+#include <cstring>
+
+#include "guard.h"
+#include "statement.h"
+
+namespace oci8 {
+namespace {
+
+constexpr int kFetchOutOfSequence = 1002;
+constexpr int kNoDataFound = 1403;
+constexpr int kPieceBufferRequired = 3130;
+constexpr int kCutWithInfo = 24345;
+
+}  // namespace
+
+// A fetch in the middle of a row in pieces goes on with that row: the interface has the caller
+// repeat the same call with each buffer.
+sword StatementHandle::fetch(ub4 rows, ErrorRecord& record) {
+  if (rows == 0) {
+    close_cursor();
+    return OCI_SUCCESS;
+  }
+  if (piece_.phase == Pieces::BufferOffered) return fill_piece(record);
+  if (piece_.phase == Pieces::BufferDue) fail(kFetchOutOfSequence);
+  check_fetch();
+  if (!has_pieces_) return fetch_rows(rows, record);
+  if (rows > 1) fail(24391);
+  return fetch_in_pieces(record);
+}
+
+void StatementHandle::check_fetch() {
+  if (cursor_ == Cursor::Failed) throw *failure_;
+  if (cursor_ == Cursor::Closed) fail(kFetchOutOfSequence);
+  if (defines_.empty()) fail(24374);
+  if (!armed_) arm();
+}
+
+// Once for all rows: each variable is matched with its column, and gets its conversion.
+void StatementHandle::arm() {
+  const std::vector<ColumnInfo>& all = columns();
+  has_pieces_ = false;
+  for (DefineHandle* define : defines_) {
+    if (define->position > all.size()) fail(1007);
+    const ub2 internal = all[define->position - 1].type;
+    define->convert = find_converter(define->type, define->room, internal);
+    const bool possible = define->in_pieces ? fetchable_in_pieces(define->type, internal)
+                                            : define->convert != nullptr;
+    if (!possible) fail(932);
+    has_pieces_ = has_pieces_ || define->in_pieces;
+  }
+  armed_ = true;
+}
+
+bool StatementHandle::step() {
+  try {
+    if (run_->step()) return true;
+  } catch (const Failure& failure) {
+    // An engine may start again from the first row at the next step: never take that step.
+    remember(failure);
+    throw;
+  }
+  cursor_ = Cursor::AtEnd;
+  run_->reset();
+  return false;
+}
+
+bool StatementHandle::next_row() {
+  if (cursor_ == Cursor::AtEnd) return false;
+  if (cursor_ != Cursor::AtRow && !step()) return false;
+  cursor_ = Cursor::PastRow;
+  row_count.store(row_count.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+  return true;
+}
+
+// An open query keeps its view of the database. Callers that know how many rows there are fetch no
+// further, so the end is found, and the view given back, with the last row.
+void StatementHandle::look_ahead() {
+  try {
+    cursor_ = step() ? Cursor::AtRow : Cursor::AtEnd;
+  } catch (const Failure&) {
+    // The rows so far are good: the failure is kept for the fetch that comes to it.
+  }
+}
+
+// A row with an error is handed over as far as it goes and counts; it is the last one of its call.
+sword StatementHandle::fetch_rows(ub4 rows, ErrorRecord& record) {
+  int information = 0;
+  for (size_t row = 0; row < rows; ++row) {
+    if (!next_row()) return note(record, OCI_NO_DATA, kNoDataFound);
+    const int code = store_row(row);
+    if (code != 0 && code != kCutWithInfo) fail(code);
+    if (code != 0) information = code;
+  }
+  if (prefetch_rows > 0) look_ahead();
+  return information == 0 ? OCI_SUCCESS : note(record, OCI_SUCCESS_WITH_INFO, information);
+}
+
+// The first error of the row, or else the code of a column that was cut, or 0.
+int StatementHandle::store_row(size_t row) {
+  int result = 0;
+  for (const DefineHandle* define : defines_) {
+    if (define->in_pieces) continue;
+    const int code = define->store(run_->column(define->position - 1), row);
+    if (code != 0 && (result == 0 || result == kCutWithInfo)) result = code;
+  }
+  return result;
+}
+
+void StatementHandle::close_cursor() noexcept {
+  piece_.phase = Pieces::None;
+  cursor_ = Cursor::Closed;
+  failure_.reset();
+  if (run_ != nullptr) run_->reset();
+}
+
+// The row counts as soon as it stands, like its ordinary columns, which are in place before the
+// first piece is asked for.
+sword StatementHandle::fetch_in_pieces(ErrorRecord& record) {
+  if (!next_row()) return note(record, OCI_NO_DATA, kNoDataFound);
+  const int code = store_row(0);
+  if (code != 0 && code != kCutWithInfo) fail(code);
+  return begin_pieces(0, record);
+}
+
+// Goes on to the next column in pieces, from defines_[define]; the row is complete without one.
+// The value stays in the engine's memory until its pieces are copied out.
+sword StatementHandle::begin_pieces(size_t define, ErrorRecord& record) {
+  piece_ = PieceState();
+  while (define < defines_.size() && !defines_[define]->in_pieces) ++define;
+  if (define == defines_.size()) return OCI_SUCCESS;
+  const Value value = run_->column(defines_[define]->position - 1);
+  piece_.null = value.kind == Value::Kind::Null;
+  if (!piece_.null && value.kind != Value::Kind::Text && value.kind != Value::Kind::Bytes) {
+    fail(932);
+  }
+  piece_.data = value.data;
+  piece_.left = piece_.total = piece_.null ? 0 : value.size;
+  piece_.define = define;
+  piece_.first = true;
+  piece_.phase = Pieces::BufferDue;
+  return note(record, OCI_NEED_DATA, kPieceBufferRequired);
+}
+
+// A value that ends with the buffer ends with this piece: callers take a further, empty one for the
+// beginning of the next column.
+sword StatementHandle::fill_piece(ErrorRecord& record) {
+  const PieceBuffer& buffer = piece_.buffer;
+  const size_t length = std::min<size_t>(piece_.left, *buffer.length);
+  if (length == 0 && piece_.left > 0) {
+    // Without room the row would never end.
+    piece_.phase = Pieces::None;
+    fail(1459);
+  }
+  if (length > 0) std::memcpy(buffer.data, piece_.data, length);
+  *buffer.length = static_cast<ub4>(length);
+  piece_.data += length;
+  piece_.left -= length;
+  piece_.first = false;
+  if (piece_.left == 0) return end_pieces(record);
+  store_fine(buffer.indicator, nullptr, buffer.code, length);
+  piece_.phase = Pieces::BufferDue;
+  return note(record, OCI_NEED_DATA, kPieceBufferRequired);
+}
+
+// Callers that reset the define's indicator before each piece find it set after the last one.
+sword StatementHandle::end_pieces(ErrorRecord& record) {
+  const DefineHandle& define = *defines_[piece_.define];
+  sb2* indicator = piece_.buffer.indicator != nullptr ? piece_.buffer.indicator : define.indicators;
+  ub2* code = piece_.buffer.code != nullptr ? piece_.buffer.code : define.codes;
+  const int result = piece_.null ? store_null(indicator, define.lengths, code) : 0;
+  if (result != 0) {
+    piece_.phase = Pieces::None;
+    fail(result);
+  }
+  if (!piece_.null) store_fine(indicator, define.lengths, code, piece_.total);
+  return begin_pieces(piece_.define + 1, record);
+}
+
+DefineHandle& StatementHandle::due_piece(bool& first) const {
+  if (piece_.phase == Pieces::None) fail(kFetchOutOfSequence);
+  first = piece_.first;
+  return *defines_[piece_.define];
+}
+
+void StatementHandle::offer_buffer(const DefineHandle& define, const PieceBuffer& buffer) {
+  if (piece_.phase == Pieces::None || defines_[piece_.define] != &define) {
+    fail(kFetchOutOfSequence);
+  }
+  if (buffer.length == nullptr || (buffer.data == nullptr && *buffer.length > 0)) fail(24328);
+  piece_.buffer = buffer;
+  piece_.phase = Pieces::BufferOffered;
+}
+
+}  // namespace oci8

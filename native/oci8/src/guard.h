@@ -1,0 +1,54 @@
+// The border of the interface: what is raised inside becomes the status and the diagnostic of the
+// call. Every exported function goes through here; no exception leaves it.
+#ifndef OCI8_GUARD_H
+#define OCI8_GUARD_H
+
+#include "handles.h"
+
+namespace oci8 {
+
+/// Records `code`, which goes with a status that is no error.
+inline sword note(ErrorRecord& record, sword status, int code) noexcept {
+  record.set(code);
+  return status;
+}
+
+/// Runs `body` (status by return, errors by raising) with its diagnostic in `record`.
+template <class Body>
+sword recorded(ErrorRecord& record, Body&& body) noexcept {
+  try {
+    return body(record);
+  } catch (const InvalidHandle&) {
+    return OCI_INVALID_HANDLE;
+  } catch (const Failure& failure) {
+    record.set(failure);
+  } catch (const std::bad_alloc&) {
+    record.set(4030);
+  } catch (...) {
+    // Nothing else is raised on purpose; the caller must get an answer all the same.
+    record.set(600);
+  }
+  return OCI_ERROR;
+}
+
+/// The same for a call that was given the error handle `address`, whose diagnostic so far is
+/// forgotten.
+template <class Body>
+sword guarded(const void* address, Body&& body) noexcept {
+  ErrorHandle* error = pool<ErrorHandle>.find(address);
+  if (error == nullptr) return OCI_INVALID_HANDLE;
+  error->record.clear();
+  return recorded(error->record, body);
+}
+
+/// The same for a call that may stand between a failed call and the question what went wrong: it
+/// keeps the diagnostic of the call before when it succeeds.
+template <class Body>
+sword guarded_keeping_record(const void* address, Body&& body) noexcept {
+  ErrorHandle* error = pool<ErrorHandle>.find(address);
+  return error == nullptr ? OCI_INVALID_HANDLE : recorded(error->record, body);
+}
+
+}  // namespace oci8
+
+#endif

@@ -1,0 +1,40 @@
+// NUMBER values: the forms that can be kept exactly, and their text as the server writes it.
+#ifndef OCI8_NUMBER_H
+#define OCI8_NUMBER_H
+
+#include <cstddef>
+#include <string_view>
+
+#include "oci.h"
+
+namespace oci8 {
+
+/// A NUMBER that is kept exactly: a 64-bit integer, or a decimal of at most 15 significant digits
+/// in a double (which then reads back as the same decimal).
+struct Number {
+  bool is_integer = true;
+  long long integer = 0;
+  double real = 0;
+};
+
+enum class NumberParse { Ok, Invalid /* ORA-01722 */, Inexact /* cannot be kept exactly */ };
+
+/// Room for any number's text with its terminating zero byte.
+inline constexpr size_t kNumberTextSize = 64;
+
+/// Reads decimal text ("-1.25", ".5", "1e3", leading and trailing blanks allowed).
+NumberParse parse_number(std::string_view text, Number& out);
+
+/// Writes the value as the server does: no leading zero before the point (".5"), no trailing
+/// zeros, no exponent where up to 40 digits hold the value, else "1.0E+99" form. Returns the
+/// length; `out` has room for kNumberTextSize bytes and is not zero-terminated.
+size_t number_to_text(long long value, char* out);
+size_t number_to_text(double value, char* out);
+
+/// The nearest value with `scale` digits behind the point (negative: before it), half away from
+/// zero. False where |value| needs more than `precision` digits then (ORA-01438).
+bool fit_number(Number& value, int precision, int scale);
+
+}  // namespace oci8
+
+#endif

@@ -1,0 +1,95 @@
+#include "sqlite_engine.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cstdlib>
+
+#include "accounts.h"
+#include "sqlite_statement.h"
+
+namespace oci8 {
+namespace {
+
+constexpr std::string_view kMemory = ":memory:";
+
+bool service_name_character(char c) {
+  return std::isalnum(static_cast<unsigned char>(c)) != 0 ||
+         std::string_view("_.$-").find(c) != std::string_view::npos;
+}
+
+// Checked before SQLite sees the name: an attach must never make a file.
+bool is_file(const std::string& path) {
+  struct stat status;
+  return stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
+}
+
+std::string upper(std::string_view name) {
+  std::string result(name);
+  std::ranges::transform(result, result.begin(), [](char c) {
+    return c >= 'a' && c <= 'z' ? static_cast<char>(c - ('a' - 'A')) : c;
+  });
+  return result;
+}
+
+class SqliteConnection final : public Connection {
+ public:
+  explicit SqliteConnection(const std::string& path)
+      : memory_(path == kMemory), session_(std::make_shared<SqliteSession>(path)) {}
+  // Statements that are left keep the session's memory; its transaction ends here.
+  ~SqliteConnection() override { session_->close(); }
+  SqliteConnection(const SqliteConnection&) = delete;
+  SqliteConnection& operator=(const SqliteConnection&) = delete;
+
+  void log_in(std::string_view user, std::string_view password) override {
+    const SqliteSession::Operation running(*session_);
+    // A database in memory is the caller's own and has no accounts: every user is let in.
+    session_->log_in(memory_ ? upper(user) : check_password(session_->db(), user, password));
+  }
+
+  void log_in_external() override {
+    const SqliteSession::Operation running(*session_);
+    session_->log_in(check_external(session_->db()));
+  }
+
+  std::unique_ptr<Statement> prepare(const SqlText& text) override {
+    const SqliteSession::Operation running(*session_);
+    return std::make_unique<SqliteStatement>(session_, text);
+  }
+
+  void commit() override { session_->commit(); }
+  void rollback() override { session_->rollback(); }
+  void interrupt() noexcept override { session_->interrupt(); }
+
+ private:
+  const bool memory_;
+  std::shared_ptr<SqliteSession> session_;
+};
+
+}  // namespace
+
+std::string resolve_connect_string(std::string_view connect_string) {
+  if (connect_string == kMemory) return std::string(kMemory);
+  const bool usable = connect_string.find('\0') == std::string_view::npos;
+  if (usable && connect_string.find('/') != std::string_view::npos) {
+    // SQLite reads some relative names as URIs; one that begins with a dot or slash is a file.
+    const bool absolute = connect_string.front() == '/';
+    return (absolute ? "" : "./") + std::string(connect_string);
+  }
+  // The characters of a name cannot lead out of the folder.
+  const char* folder = std::getenv("OCI8_DATA");
+  const bool named =
+      !connect_string.empty() && std::ranges::all_of(connect_string, service_name_character);
+  if (!named || folder == nullptr || *folder == '\0') fail(12154);
+  const std::string path = std::string(folder) + '/' + std::string(connect_string) + ".db";
+  return path.front() == '/' ? path : "./" + path;
+}
+
+std::unique_ptr<Connection> open_database(std::string_view connect_string) {
+  const std::string path = resolve_connect_string(connect_string);
+  if (path != kMemory && !is_file(path)) fail(12154);
+  return std::make_unique<SqliteConnection>(path);
+}
+
+}  // namespace oci8

@@ -1,0 +1,265 @@
+#include "sqlite_functions.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <limits>
+
+#include "accounts.h"
+#include "decimal.h"
+#include "error.h"
+#include "sqlite_call.h"
+#include "sqlite_errors.h"
+
+namespace oci8 {
+namespace {
+
+// The longest character value of an expression, in bytes.
+constexpr size_t kMaxText = 4000;
+constexpr double kSecondsPerDay = 86400;
+// What a declaration can say: binary digits of FLOAT included.
+constexpr int kMaxPrecision = 126;
+constexpr int kMinScale = -127;
+constexpr int kMaxScale = 127;
+
+// --- Operators -----------------------------------------------------------------------------------
+
+// Date plus days; whole seconds are added, so that no fraction is lost in the days' large number.
+void add_days(Call& call, int date, int days, int sign) {
+  const double seconds = std::round(call.real(days) * kSecondsPerDay) * sign;
+  const double start = std::round(date_to_days(call.date(date)) * kSecondsPerDay);
+  call.give_date(days_to_date((start + seconds) / kSecondsPerDay));
+}
+
+// Both are whole seconds, so that the difference is exact before it is divided.
+void subtract_dates(Call& call) {
+  const double left = std::round(date_to_days(call.date(0)) * kSecondsPerDay);
+  const double right = std::round(date_to_days(call.date(1)) * kSecondsPerDay);
+  call.give_real((left - right) / kSecondsPerDay);
+}
+
+using Checked = bool (*)(long long, long long, long long*);
+using Real = double (*)(double, double);
+
+// Integers stay exact as long as they fit; everything else carries 15 digits.
+void calculate(Call& call, Checked checked, Real real) {
+  const Number left = call.number(0), right = call.number(1);
+  long long exact = 0;
+  if (left.is_integer && right.is_integer && !checked(left.integer, right.integer, &exact)) {
+    return call.give_integer(exact);
+  }
+  call.give_real(real(call.real(0), call.real(1)));
+}
+
+// Days may stand on either side of a date, but two dates have no sum.
+void ora_add(Call& call) {
+  if (call.any_null()) return;
+  const bool left = call.is_date(0), right = call.is_date(1);
+  if (left && right) fail(975);
+  if (left || right) return add_days(call, left ? 0 : 1, left ? 1 : 0, 1);
+  calculate(
+      call,
+      [](long long a, long long b, long long* out) { return __builtin_add_overflow(a, b, out); },
+      [](double a, double b) { return a + b; });
+}
+
+// A date can only be taken from a date: from a number it is refused by Call::number.
+void ora_sub(Call& call) {
+  if (call.any_null()) return;
+  if (call.is_date(0) && call.is_date(1)) return subtract_dates(call);
+  if (call.is_date(0)) return add_days(call, 0, 1, -1);
+  calculate(
+      call,
+      [](long long a, long long b, long long* out) { return __builtin_sub_overflow(a, b, out); },
+      [](double a, double b) { return a - b; });
+}
+
+void ora_mul(Call& call) {
+  if (call.any_null()) return;
+  calculate(
+      call,
+      [](long long a, long long b, long long* out) { return __builtin_mul_overflow(a, b, out); },
+      [](double a, double b) { return a * b; });
+}
+
+// A quotient that needs all 15 digits is one without end, most likely: it keeps what the double
+// knows beyond them, so that 1 / 3 * 3 is 1.
+void give_quotient(Call& call, double quotient) {
+  if (!std::isfinite(quotient)) fail(1426);
+  Number value;
+  value.is_integer = false;
+  value.real = quotient;
+  if (decimal_of(value).size < std::numeric_limits<double>::digits10)
+    return call.give_real(quotient);
+  call.give_number(value);
+}
+
+void ora_div(Call& call) {
+  if (call.any_null()) return;
+  const Number left = call.number(0), right = call.number(1);
+  if (right.is_integer ? right.integer == 0 : right.real == 0) fail(1476);
+  // The smallest integer divided by -1 is the one quotient that does not fit.
+  const bool integers = left.is_integer && right.is_integer && right.integer != -1;
+  if (integers && left.integer % right.integer == 0) {
+    return call.give_integer(left.integer / right.integer);
+  }
+  give_quotient(call, call.real(0) / call.real(1));
+}
+
+// NULL is empty here, and alone among the operators does not make the result NULL.
+void ora_concat(Call& call) {
+  char joined[kMaxText];
+  size_t size = 0;
+  for (int i = 0; i < call.count(); ++i) {
+    const TextArgument part(call, i);
+    if (part.view().size() > kMaxText - size) fail(1489);
+    if (part.view().empty()) continue;
+    std::memcpy(joined + size, part.view().data(), part.view().size());
+    size += part.view().size();
+  }
+  call.give_text({joined, size});
+}
+
+void ora_text(Call& call) {
+  if (call.is_null(0)) return;
+  if (call.type(0) == SQLITE_TEXT) return call.give_argument(0);
+  call.give_text(TextArgument(call, 0).view());
+}
+
+void ora_number(Call& call) {
+  if (!call.is_null(0)) call.give_number(call.number(0));
+}
+
+void ora_date(Call& call) {
+  if (!call.is_null(0)) call.give_date(call.date(0));
+}
+
+// --- Storing -------------------------------------------------------------------------------------
+
+// The declared size in bytes, which the dialect gives as the second argument.
+size_t size_limit(const Call& call) {
+  return static_cast<size_t>(std::max(call.integer(1), 0));
+}
+
+// Text is rounded to the column's scale as digits: it may have more of them than any Number.
+Number fitting_number(const Call& call, int precision, int scale) {
+  Number value;
+  bool fits = false;
+  if (call.type(0) == SQLITE_TEXT) {
+    Decimal decimal;
+    if (!read_decimal(call.bytes(0), decimal)) fail(1722);
+    fits = fit_decimal(decimal, precision, scale) && number_of(decimal, value);
+  } else {
+    value = call.number(0);
+    fits = fit_number(value, precision, scale);
+  }
+  if (!fits) fail(1438);
+  return value;
+}
+
+void store_number(Call& call) {
+  if (call.is_null(0)) return;
+  const int precision = std::clamp(call.integer(1), 0, kMaxPrecision);
+  const int scale = std::clamp(call.integer(2), kMinScale, kMaxScale);
+  call.give_number(fitting_number(call, precision, scale));
+}
+
+// Sizes are bytes, not characters: the server's VARCHAR2(n) of release 8.
+void store_char(Call& call) {
+  if (call.is_null(0)) return;
+  const TextArgument value(call, 0);
+  if (value.view().size() > size_limit(call)) fail(1401);
+  if (call.type(0) == SQLITE_TEXT) return call.give_argument(0);
+  call.give_text(value.view());
+}
+
+// Copied once, into the memory that becomes the value.
+void store_fixed_char(Call& call) {
+  if (call.is_null(0)) return;
+  const TextArgument value(call, 0);
+  const size_t size = value.view().size(), limit = std::min(size_limit(call), kMaxText);
+  if (size > limit) fail(1401);
+  if (size == limit && call.type(0) == SQLITE_TEXT) return call.give_argument(0);
+  TextResult padded(limit);
+  std::memcpy(padded.data(), value.view().data(), size);
+  std::memset(padded.data() + size, ' ', limit - size);
+  padded.give(call, limit);
+}
+
+// A DATE that is one already, as nearly all are, passes without being taken apart.
+void store_date(Call& call) {
+  if (call.is_null(0)) return;
+  if (call.is_date(0)) return call.give_argument(0);
+  call.give_date(call.date(0));
+}
+
+// The size is known before any digit is read, so that a long text costs nothing to refuse.
+void store_bytes(Call& call, size_t limit) {
+  if (call.is_null(0)) return;
+  if (call.is_number(0)) fail(932);
+  const std::string_view value = call.bytes(0);
+  if (call.type(0) == SQLITE_BLOB) {
+    if (value.size() > limit) fail(1401);
+    return call.give_argument(0);
+  }
+  if ((value.size() + 1) / 2 > limit) fail(1401);
+  call.give_bytes(hex_to_bytes(value));
+}
+
+void store_raw(Call& call) {
+  store_bytes(call, size_limit(call));
+}
+
+void store_long_raw(Call& call) {
+  store_bytes(call, std::numeric_limits<size_t>::max());
+}
+
+// --- The session's user --------------------------------------------------------------------------
+
+const std::string& session_user(const Call& call) {
+  return *static_cast<const std::string*>(sqlite3_user_data(call.context()));
+}
+
+void user(Call& call) {
+  call.give_text(session_user(call));
+}
+
+// Asked for so rarely that a lookup does.
+void uid(Call& call) {
+  call.give_integer(account_number(sqlite3_context_db_handle(call.context()), session_user(call)));
+}
+
+constexpr SqlFunction kOperators[] = {
+    {"ora_add", 2, run_call<ora_add>},        {"ora_sub", 2, run_call<ora_sub>},
+    {"ora_mul", 2, run_call<ora_mul>},        {"ora_div", 2, run_call<ora_div>},
+    {"ora_concat", -1, run_call<ora_concat>}, {"concat", 2, run_call<ora_concat>},
+    {"ora_text", 1, run_call<ora_text>},      {"ora_number", 1, run_call<ora_number>},
+    {"ora_date", 1, run_call<ora_date>},      {"store_number", 3, run_call<store_number>},
+    {"store_char", 2, run_call<store_char>},  {"store_fixed_char", 2, run_call<store_fixed_char>},
+    {"store_date", 1, run_call<store_date>},  {"store_raw", 2, run_call<store_raw>},
+    {"store_long", 1, run_call<ora_text>},    {"store_long_raw", 1, run_call<store_long_raw>}};
+
+constexpr SqlFunction kSession[] = {
+    {"sysdate", 0, run_call<sysdate>}, {"user", 0, run_call<user>}, {"uid", 0, run_call<uid>}};
+
+// Innocuous: views and CHECK constraints may call them even where the schema is not trusted.
+void add_functions(sqlite3* db, std::span<const SqlFunction> functions, int flags, void* data) {
+  for (const SqlFunction& function : functions) {
+    check(db, sqlite3_create_function_v2(db, function.name, function.arguments,
+                                         SQLITE_UTF8 | SQLITE_INNOCUOUS | flags, data, function.run,
+                                         nullptr, nullptr, nullptr));
+  }
+}
+
+}  // namespace
+
+void register_functions(sqlite3* db, const std::string* user_name) {
+  for (const auto functions : {std::span<const SqlFunction>(kOperators), text_functions(),
+                               number_functions(), date_functions(), conversion_functions()}) {
+    add_functions(db, functions, SQLITE_DETERMINISTIC, nullptr);
+  }
+  // SQLite hands the pointer back as it is; nothing writes through it.
+  add_functions(db, kSession, 0, const_cast<std::string*>(user_name));
+}
+
+}  // namespace oci8

@@ -1,0 +1,34 @@
+// The server's SQL functions and operators, as functions of a SQLite connection. The dialect
+// rewrites operators whose meaning differs, and every value that is stored into a typed column,
+// into calls of these.
+//
+// Run-time forms of values: NUMBER is INTEGER or REAL, character data and LONG are TEXT, DATE is a
+// BLOB of seven bytes, RAW and LONG RAW are BLOB, NULL and '' are NULL. A function that fails
+// reports an error text "ORA-NNNNN: ..." as the catalogue of error.h writes it.
+//
+//   operators   ora_add(a,b) ora_sub(a,b) ora_mul(a,b) ora_div(a,b) (numbers, and dates with days),
+//               ora_concat(a,b,...), ora_text(v) (implicit conversion to character data),
+//               ora_number(v) (to NUMBER, ORA-01722), ora_date(v) (to DATE, default format)
+//   storing     store_number(v,precision,scale) (1438; precision 0: any), store_char(v,bytes)
+//               (1401), store_fixed_char(v,bytes) (padded with blanks), store_date(v),
+//               store_raw(v,bytes) (text is read as hexadecimal, 1465), store_long(v),
+//               store_long_raw(v)
+//   functions   to_char to_date to_number nvl nvl2 decode substr instr length lpad rpad ltrim rtrim
+//               trim replace translate upper lower initcap ascii chr concat abs ceil floor mod
+//               round trunc sign power sqrt exp ln log sin cos tan greatest least add_months
+//               months_between last_day next_day hextoraw rawtohex vsize sysdate() user() uid()
+#ifndef OCI8_SQLITE_FUNCTIONS_H
+#define OCI8_SQLITE_FUNCTIONS_H
+
+#include <sqlite3.h>
+
+#include <string>
+
+namespace oci8 {
+
+/// Registers all of the above. `user` is read at each call of user() and must outlive `db`.
+void register_functions(sqlite3* db, const std::string* user);
+
+}  // namespace oci8
+
+#endif

@@ -1,0 +1,88 @@
+#include "sqlite_handle.h"
+
+#include <climits>
+
+namespace oci8 {
+namespace {
+
+// Full synchronisation makes a commit survive a power failure as well as a killed process, as
+// callers of a database server expect.
+constexpr std::string_view kSettings =
+    "PRAGMA synchronous = FULL; PRAGMA foreign_keys = ON; PRAGMA case_sensitive_like = ON";
+
+void configure(sqlite3* db) {
+  sqlite3_extended_result_codes(db, 1);
+  // A quoted name that is no column must be an error, never quietly a string.
+  for (const int option : {SQLITE_DBCONFIG_DQS_DML, SQLITE_DBCONFIG_DQS_DDL}) {
+    check(db, sqlite3_db_config(db, option, 0, nullptr));
+  }
+  // No statement may damage the file on purpose, by writing to the schema's own table for example.
+  check(db, sqlite3_db_config(db, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr));
+  execute_sql(db, kSettings);
+}
+
+}  // namespace
+
+// Without SQLite's own mutex: one thread at a time uses a connection, and the break does not go
+// through SQLite at all.
+SqliteOwner open_file(const std::string& path, int flags) {
+  constexpr int kOpeningWaitMs = 5000;  // another process may be recovering or closing the log
+  // A failed open may leave an object too: it carries the message, and has to be closed.
+  sqlite3* opened = nullptr;
+  const int result = sqlite3_open_v2(path.c_str(), &opened, flags | SQLITE_OPEN_NOMUTEX, nullptr);
+  SqliteOwner db(opened);
+  if (opened == nullptr) throw std::bad_alloc();
+  check(opened, result);
+  check(opened, sqlite3_busy_timeout(opened, kOpeningWaitMs));
+  configure(opened);
+  return db;
+}
+
+SqliteStatementOwner prepare_sql(sqlite3* db, std::string_view sql, const ErrorContext& context,
+                                 std::string_view* rest) {
+  // SQLite counts in int: a greater length would be taken for "up to the zero byte".
+  if (sql.size() > INT_MAX) fail(24373);
+  sqlite3_stmt* prepared = nullptr;
+  const char* tail = nullptr;
+  const int result = sqlite3_prepare_v3(db, sql.data(), static_cast<int>(sql.size()),
+                                        SQLITE_PREPARE_PERSISTENT, &prepared, &tail);
+  if (result != SQLITE_OK) throw sqlite_failure(db, result, context);
+  if (rest != nullptr) *rest = sql.substr(static_cast<size_t>(tail - sql.data()));
+  return SqliteStatementOwner(prepared);
+}
+
+void execute_sql(sqlite3* db, std::string_view sql, const ErrorContext& context) {
+  ErrorContext part = context;
+  for (std::string_view rest = sql; !rest.empty();) {
+    part.base = sql.size() - rest.size();
+    const SqliteStatementOwner statement = prepare_sql(db, rest, part, &rest);
+    while (statement != nullptr && step_sql(statement.get(), part)) {
+    }
+  }
+}
+
+void bind_text(sqlite3_stmt* statement, int position, std::string_view text) {
+  check(sqlite3_db_handle(statement), sqlite3_bind_text64(statement, position, text.data(),
+                                                          text.size(), SQLITE_STATIC, SQLITE_UTF8));
+}
+
+bool step_sql(sqlite3_stmt* statement, const ErrorContext& context) {
+  const int result = sqlite3_step(statement);
+  if (result == SQLITE_ROW) return true;
+  if (result == SQLITE_DONE) return false;
+  throw sqlite_failure(sqlite3_db_handle(statement), result, context);
+}
+
+void add_function(sqlite3* db, const char* name, int arguments, SqlCallback function, void* data,
+                  int flags) {
+  check(db, sqlite3_create_function_v2(db, name, arguments, SQLITE_UTF8 | flags, data, function,
+                                       nullptr, nullptr, nullptr));
+}
+
+std::string_view column_text(sqlite3_stmt* statement, int column) {
+  const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(statement, column));
+  if (text == nullptr) return {};
+  return {text, static_cast<size_t>(sqlite3_column_bytes(statement, column))};
+}
+
+}  // namespace oci8

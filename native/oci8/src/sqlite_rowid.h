@@ -1,0 +1,16 @@
+// ROWIDs: SQLite's row numbers in the 18 characters that clients keep and send back.
+//
+//   rowid_text(number)  18 characters
+//   rowid_number(text)  the row number; ORA-01410 for text that rowid_text never writes
+#ifndef OCI8_SQLITE_ROWID_H
+#define OCI8_SQLITE_ROWID_H
+
+#include <sqlite3.h>
+
+namespace oci8 {
+
+void register_rowid_functions(sqlite3* db);
+
+}  // namespace oci8
+
+#endif

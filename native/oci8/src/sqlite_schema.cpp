@@ -1,0 +1,101 @@
+#include "sqlite_schema.h"
+
+#include <algorithm>
+
+#include "declared_type.h"
+
+namespace oci8 {
+namespace {
+
+constexpr std::string_view kTable =
+    "SELECT name, type, \"notnull\" OR pk FROM pragma_table_info(?1)";
+// SQLite takes names that differ in case only for the same, here as everywhere.
+constexpr std::string_view kView =
+    "SELECT sql FROM sqlite_schema WHERE type = 'view' AND name = ?1 COLLATE NOCASE";
+constexpr std::string_view kVersion = "PRAGMA schema_version";
+
+constexpr ub2 kLongestVarchar = 4000;
+constexpr ub2 kNumberSize = 22;
+constexpr sb1 kNoScale = -127;
+
+// Prepared when first used, and kept: the dialect asks for every table of every statement.
+sqlite3_stmt* prepared(sqlite3* db, SqliteStatementOwner& owner, std::string_view sql) {
+  if (owner == nullptr) owner = prepare_sql(db, sql);
+  return owner.get();
+}
+
+// Without regard to case, as SQLite looks at types. `word` is in upper case.
+bool mentions(std::string_view spelling, std::string_view word) {
+  const auto same = [](char left, char right) { return (left & ~0x20) == right; };
+  return std::search(spelling.begin(), spelling.end(), word.begin(), word.end(), same) !=
+         spelling.end();
+}
+
+}  // namespace
+
+void read_column_type(std::string_view spelling, ColumnInfo& column) {
+  if (read_type(spelling, column)) return;
+  const bool text = mentions(spelling, "CHAR") || mentions(spelling, "CLOB") ||
+                    mentions(spelling, "TEXT") || spelling.empty();
+  if (text && !mentions(spelling, "INT")) {
+    column.type = SQLT_CHR;
+    column.size = kLongestVarchar;
+  } else if (mentions(spelling, "BLOB")) {
+    column.type = SQLT_LBI;
+    column.size = 0;
+  } else {
+    column.type = SQLT_NUM;
+    column.size = kNumberSize;
+    column.precision = 0;
+    column.scale = kNoScale;
+  }
+}
+
+bool SqliteSchema::read_view_columns(std::string_view name, std::vector<ColumnInfo>& columns) {
+  sqlite3_stmt* row = prepared(db_, view_, kView);
+  const ResetOnExit reset(row);
+  bind_text(row, 1, name);
+  return step_sql(row) && read_view(column_text(row, 0), columns);
+}
+
+// Views first: SQLite knows the types of those columns of a view only that are plain columns of a
+// table.
+std::optional<std::vector<ColumnInfo>> SqliteSchema::columns_of(std::string_view name) {
+  std::vector<ColumnInfo> columns;
+  if (read_view_columns(name, columns)) return columns;
+  sqlite3_stmt* row = prepared(db_, table_, kTable);
+  const ResetOnExit reset(row);
+  bind_text(row, 1, name);
+  while (step_sql(row)) {
+    ColumnInfo& column = columns.emplace_back();
+    column.name = column_text(row, 0);
+    read_column_type(column_text(row, 1), column);
+    column.nullable = sqlite3_column_int(row, 2) == 0;
+  }
+  if (columns.empty()) return std::nullopt;
+  return columns;
+}
+
+std::vector<std::optional<ColumnInfo>> SqliteSchema::probe(const std::string& engine_query) {
+  const SqliteStatementOwner query = prepare_sql(db_, engine_query);
+  std::vector<std::optional<ColumnInfo>> columns(
+      static_cast<size_t>(sqlite3_column_count(query.get())));
+  for (size_t i = 0; i < columns.size(); ++i) {
+    const int index = static_cast<int>(i);
+    const char* declared = sqlite3_column_decltype(query.get(), index);
+    if (declared == nullptr) continue;
+    ColumnInfo& column = columns[i].emplace();
+    column.name = sqlite3_column_name(query.get(), index);
+    read_column_type(declared, column);
+  }
+  return columns;
+}
+
+int SqliteSchema::version() {
+  sqlite3_stmt* row = prepared(db_, version_, kVersion);
+  const ResetOnExit reset(row);
+  step_sql(row);
+  return sqlite3_column_int(row, 0);
+}
+
+}  // namespace oci8

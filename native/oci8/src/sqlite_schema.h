@@ -1,0 +1,38 @@
+// The database's tables and views as the dialect asks for them.
+#ifndef OCI8_SQLITE_SCHEMA_H
+#define OCI8_SQLITE_SCHEMA_H
+
+#include "dialect.h"
+#include "sqlite_handle.h"
+
+namespace oci8 {
+
+class SqliteSchema final : public Schema {
+ public:
+  /// `user` is read at each call and outlives the schema, as `db` does.
+  SqliteSchema(sqlite3* db, const std::string& user) : db_(db), user_(user) {}
+
+  std::optional<std::vector<ColumnInfo>> columns_of(std::string_view name) override;
+  std::vector<std::optional<ColumnInfo>> probe(const std::string& engine_query) override;
+  std::string_view user() const override { return user_; }
+
+  /// A number that every change of the schema changes, by whichever connection.
+  int version();
+
+ private:
+  bool read_view_columns(std::string_view name, std::vector<ColumnInfo>& columns);
+
+  sqlite3* db_;
+  const std::string& user_;
+  SqliteStatementOwner table_;
+  SqliteStatementOwner view_;
+  SqliteStatementOwner version_;
+};
+
+/// The type of a column that is declared as `spelling`. For tables that somebody else made, what
+/// the engine's affinity rules make of it.
+void read_column_type(std::string_view spelling, ColumnInfo& column);
+
+}  // namespace oci8
+
+#endif

@@ -1,0 +1,102 @@
+#include "sqlite_sequence.h"
+
+#include <optional>
+#include <utility>
+
+#include "sqlite_call.h"
+#include "sqlite_session.h"
+
+namespace oci8 {
+namespace {
+
+constexpr std::string_view kFind =
+    "SELECT next, increment, minimum, maximum, cycle FROM OCI8$SEQUENCES WHERE name = ?1";
+constexpr std::string_view kAdvance = "UPDATE OCI8$SEQUENCES SET next = ?2 WHERE name = ?1";
+
+// The value after `value` of the sequence that stands in `row` (kFind), nothing at its end, which
+// may be that of the 64-bit range.
+std::optional<long long> value_after(sqlite3_stmt* row, long long value) {
+  const long long increment = sqlite3_column_int64(row, 1);
+  const long long minimum = sqlite3_column_int64(row, 2);
+  const long long maximum = sqlite3_column_int64(row, 3);
+  long long after = 0;
+  const bool overflow = __builtin_add_overflow(value, increment, &after);
+  if (!overflow && after >= minimum && after <= maximum) return after;
+  if (sqlite3_column_int(row, 4) == 0) return std::nullopt;
+  return increment > 0 ? minimum : maximum;
+}
+
+template <long long (Sequences::*draw)(std::string_view)>
+void draw_value(Call& call) {
+  auto& sequences = *static_cast<Sequences*>(sqlite3_user_data(call.context()));
+  call.give_integer((sequences.*draw)(call.bytes(0)));
+}
+
+}  // namespace
+
+void Sequences::register_functions() {
+  add_function(session_.db(), "sequence_nextval", 1, run_call<draw_value<&Sequences::next>>, this);
+  add_function(session_.db(), "sequence_currval", 1, run_call<draw_value<&Sequences::current>>,
+               this);
+}
+
+// Prepared once a session: a sequence may be drawn from for every row of a load.
+sqlite3_stmt* Sequences::finder() {
+  if (find_ == nullptr) find_ = prepare_sql(session_.db(), kFind);
+  return find_.get();
+}
+
+long long Sequences::next(std::string_view name) {
+  sqlite3_stmt* row = finder();
+  const ResetOnExit reset(row);
+  bind_text(row, 1, name);
+  if (!step_sql(row)) fail(2289);
+  if (sqlite3_column_type(row, 0) == SQLITE_NULL) fail(8004, name);
+  const long long value = sqlite3_column_int64(row, 0);
+  advance(name, value);
+  if (const auto drawn = drawn_.find(name); drawn != drawn_.end()) {
+    drawn->second = value;
+  } else {
+    drawn_.emplace(name, value);
+  }
+  return value;
+}
+
+// Inside the running query SQLite does not wait for another writer by itself, and afterwards the
+// query's view of the database is older than what that writer left.
+void Sequences::advance(std::string_view name, long long value) {
+  if (advance_ == nullptr) advance_ = prepare_sql(session_.db(), kAdvance);
+  const std::optional<long long> after = value_after(find_.get(), value);
+  bind_text(advance_.get(), 1, name);
+  if (after) {
+    check(session_.db(), sqlite3_bind_int64(advance_.get(), 2, *after));
+  } else {
+    check(session_.db(), sqlite3_bind_null(advance_.get(), 2));
+  }
+  const ResetOnExit reset(advance_.get());
+  int result = sqlite3_step(advance_.get());
+  for (int waits = 0; result == SQLITE_BUSY && session_.pause(waits); ++waits) {
+    sqlite3_reset(advance_.get());
+    result = sqlite3_step(advance_.get());
+  }
+  if (result == SQLITE_DONE) return;
+  outdated_ = result == SQLITE_BUSY_SNAPSHOT;
+  throw sqlite_failure(session_.db(), result);
+}
+
+// The value is the session's own, also when the sequence has been dropped since; the database is
+// asked only to tell the two errors apart.
+long long Sequences::current(std::string_view name) {
+  const auto drawn = drawn_.find(name);
+  if (drawn != drawn_.end()) return drawn->second;
+  sqlite3_stmt* row = finder();
+  const ResetOnExit reset(row);
+  bind_text(row, 1, name);
+  fail(step_sql(row) ? 8002 : 2289, name);
+}
+
+bool Sequences::take_outdated() {
+  return std::exchange(outdated_, false);
+}
+
+}  // namespace oci8

@@ -1,0 +1,216 @@
+#include "sqlite_session.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cstdlib>
+#include <cstring>
+#include <thread>
+
+#include "sqlite_catalogue.h"
+#include "sqlite_control.h"
+#include "sqlite_functions.h"
+#include "sqlite_rowid.h"
+
+namespace oci8 {
+namespace {
+
+using std::chrono::milliseconds;
+
+// Long enough for another session's ordinary transaction, short enough for a person who waits.
+// The environment variable OCI8_LOCK_TIMEOUT (milliseconds) overrides it.
+constexpr milliseconds kLockTimeout{5000};
+// Between two attempts at a lock: a break has to wait for the end of a pause.
+constexpr milliseconds kLongestPause{20};
+
+// Instructions of SQLite's virtual machine between two looks at the break: a fraction of a
+// millisecond, and no measurable cost.
+constexpr int kProgressSteps = 1000;
+
+// How long a change may take to notice by itself that it is to stop; see must_stop.
+constexpr milliseconds kGentleTime{300};
+
+constexpr const char* kControls[] = {"BEGIN IMMEDIATE", "COMMIT", "ROLLBACK"};
+
+milliseconds lock_timeout() {
+  const char* setting = std::getenv("OCI8_LOCK_TIMEOUT");
+  int value = 0;
+  if (setting == nullptr) return kLockTimeout;
+  const auto [end, error] = std::from_chars(setting, setting + std::strlen(setting), value);
+  return error == std::errc() && value >= 0 ? milliseconds(value) : kLockTimeout;
+}
+
+SqliteOwner open_session(const std::string& path) {
+  const bool memory = path == ":memory:";
+  SqliteOwner db = open_file(path, SQLITE_OPEN_READWRITE | (memory ? SQLITE_OPEN_MEMORY : 0));
+  if (memory) {
+    create_system_objects(db.get());
+    return db;
+  }
+  if (!has_system_objects(db.get())) {
+    throw Failure{1251, error_text(1251) + path + " was not made by oci8db\n"};
+  }
+  // Readers go on beside a writer. Kept in the file: not for one that is somebody else's.
+  execute_sql(db.get(), "PRAGMA journal_mode = WAL");
+  return db;
+}
+
+}  // namespace
+
+SqliteSession::SqliteSession(const std::string& path)
+    : db_(open_session(path)),
+      schema_(db(), user_),
+      sequences_(*this),
+      lock_timeout_(lock_timeout()) {
+  register_all();
+  prepare_controls();
+}
+
+SqliteSession::~SqliteSession() {
+  close();
+}
+
+void SqliteSession::register_all() {
+  register_functions(db(), &user_);
+  register_catalogue_functions(db());
+  protect_system_objects(db());
+  register_rowid_functions(db());
+  register_control_functions(db());
+  sequences_.register_functions();
+  check(db(), sqlite3_busy_handler(db(), on_busy, this));
+  sqlite3_progress_handler(db(), kProgressSteps, on_progress, this);
+}
+
+// Once for all transactions: they are most of the statements that run between small changes.
+void SqliteSession::prepare_controls() {
+  static_assert(std::size(kControls) == std::tuple_size_v<decltype(controls_)>);
+  for (size_t i = 0; i < controls_.size(); ++i) controls_[i] = prepare_sql(db(), kControls[i]);
+}
+
+void SqliteSession::log_in(std::string user) {
+  user_ = std::move(user);
+  sequences_.forget();
+}
+
+// Runs also where the client has gone without a word: what it did not commit is not kept.
+void SqliteSession::close() noexcept {
+  if (!closed_ && in_transaction()) run(Control::Rollback);
+  closed_ = true;
+}
+
+void SqliteSession::require_open() const {
+  if (closed_) fail(3114);
+}
+
+// Gives SQLite's result instead of raising, for callers that have to clean up first.
+int SqliteSession::run(Control control) {
+  sqlite3_stmt* statement = controls_[static_cast<size_t>(control)].get();
+  const int stepped = sqlite3_step(statement);
+  sqlite3_reset(statement);
+  return stepped == SQLITE_DONE ? SQLITE_OK : stepped;
+}
+
+// The lock is taken at the transaction's first change, not at its first write to a page: SQLite
+// could otherwise refuse it in the middle of the statement, where waiting does not help any more.
+void SqliteSession::begin() {
+  waited_ = false;
+  int result = run(Control::Begin);
+  // Under an open query of this session SQLite reports a lock without calling the busy handler.
+  for (int waits = 0; result == SQLITE_BUSY && !waited_ && pause(waits); ++waits) {
+    result = run(Control::Begin);
+  }
+  if (result != SQLITE_OK && stopping()) fail(1013);
+  check(db(), result);
+  transaction_schema_ = schema_.version();
+}
+
+// A client that did not read the text of the error that lost its changes must not take the rest
+// of the transaction for all of it.
+void SqliteSession::commit() {
+  if (lost_) {
+    rollback();
+    fail(2091);
+  }
+  if (!in_transaction()) return;
+  const int result = run(Control::Commit);
+  if (result == SQLITE_OK) return;
+  // A transaction that could not be committed (a deferred foreign key, a full disk) never stays
+  // open: the client has been told that it is over.
+  Failure failure = sqlite_failure(db(), result);
+  rollback();
+  throw Failure{2091, error_text(2091) + failure.text};
+}
+
+void SqliteSession::rollback() {
+  lost_ = false;
+  if (!in_transaction()) return;
+  check(db(), run(Control::Rollback));
+}
+
+// Only from Running to Stopping: without an operation there is nothing to change, and the next
+// operation begins with Running whatever was asked before.
+void SqliteSession::interrupt() noexcept {
+  RunState running = RunState::Running;
+  state_.compare_exchange_strong(running, RunState::Stopping);
+}
+
+bool SqliteSession::pause(int waits) {
+  const Clock::time_point now = Clock::now();
+  if (waits == 0) wait_until_ = now + lock_timeout_;
+  if (stopping() || now >= wait_until_) return false;
+  std::this_thread::sleep_for(std::min(milliseconds(1 + waits), kLongestPause));
+  return true;
+}
+
+int SqliteSession::on_busy(void* session, int waits) {
+  auto& self = *static_cast<SqliteSession*>(session);
+  self.waited_ = true;
+  return self.pause(waits) ? 1 : 0;
+}
+
+// SQLite answers the interrupt of a statement that writes by rolling back the whole transaction.
+// Where that would take earlier changes along, the statement first gets the time to stop at the
+// error of a SQL function (see sqlite_stop.h).
+bool SqliteSession::must_stop() {
+  if (!stopping()) return false;
+  if (!gentle_) return true;
+  const Clock::time_point now = Clock::now();
+  if (gentle_until_ == Clock::time_point()) gentle_until_ = now + kGentleTime;
+  return now >= gentle_until_;
+}
+
+int SqliteSession::on_progress(void* session) {
+  return static_cast<SqliteSession*>(session)->must_stop() ? 1 : 0;
+}
+
+SqliteSession::Operation::Operation(SqliteSession& session) : session_(session) {
+  session.state_.store(RunState::Running, std::memory_order_release);
+  run_state_here = &session.state_;
+}
+
+SqliteSession::Operation::~Operation() {
+  session_.stop_listening();
+  run_state_here = nullptr;
+}
+
+SqliteSession::Change::Change(SqliteSession& session)
+    : session_(session), first_(!session.in_transaction()) {
+  if (first_) session.begin();
+  session.gentle_ = !first_;
+  session.gentle_until_ = Clock::time_point();
+}
+
+// Breaks are no longer listened to before anything is rolled back: the cleaning up must not be
+// interrupted itself.
+SqliteSession::Change::~Change() {
+  session_.stop_listening();
+  session_.gentle_ = false;
+  if (lost_transaction()) session_.lost_ = true;
+  if (first_ && !kept_ && session_.in_transaction()) session_.run(Control::Rollback);
+}
+
+void SqliteSession::Change::keep() {
+  session_.stop_listening();
+  kept_ = true;
+}
+
+}  // namespace oci8

@@ -1,0 +1,120 @@
+// A SQLite connection with the state of the session on it: transactions, waits for locks, the
+// break, sequences. Shared by the engine's connection and its statements, so that whichever of
+// them goes last closes the file.
+#ifndef OCI8_SQLITE_SESSION_H
+#define OCI8_SQLITE_SESSION_H
+
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <string>
+
+#include "sqlite_handle.h"
+#include "sqlite_schema.h"
+#include "sqlite_sequence.h"
+#include "sqlite_stop.h"
+
+namespace oci8 {
+
+class SqliteSession {
+ public:
+  /// Opens the file `path`, which exists, or ":memory:". Raises ORA-01251 for a file that is no
+  /// database of this library.
+  explicit SqliteSession(const std::string& path);
+  ~SqliteSession();
+  SqliteSession(const SqliteSession&) = delete;
+  SqliteSession& operator=(const SqliteSession&) = delete;
+
+  sqlite3* db() const { return db_.get(); }
+  SqliteSchema& schema() { return schema_; }
+  Sequences& sequences() { return sequences_; }
+
+  /// Begins a session: `user` in upper case.
+  void log_in(std::string user);
+  /// Rolls back what is open and refuses all further work with ORA-03114.
+  void close() noexcept;
+  void require_open() const;
+
+  bool in_transaction() const { return sqlite3_get_autocommit(db()) == 0; }
+  /// Begins a transaction, where none is open. Takes the lock for writing; waits for another writer
+  /// up to the lock timeout (ORA-00054).
+  void begin();
+  /// The schema's version in the open transaction: the lock keeps others from changing it.
+  int transaction_schema() const { return transaction_schema_; }
+  /// Without a transaction does nothing. ORA-02091 where the transaction could not be committed,
+  /// or where a part of it was lost before; it is rolled back then.
+  void commit();
+  /// Open queries go on where their tables are the same.
+  void rollback();
+
+  /// Stops the operation that runs, if one does. Any thread.
+  void interrupt() noexcept;
+  /// Waits a moment for a lock, longer each time (`waits` counts from 0). False when the lock
+  /// timeout is over or the operation is to stop.
+  bool pause(int waits);
+  bool stopping() const { return state_.load(std::memory_order_relaxed) == RunState::Stopping; }
+
+  /// The scope in which interrupt() reaches an operation; everywhere else it does nothing, so that
+  /// it can neither hit a later operation nor break what cleans up after a failed one.
+  class Operation {
+   public:
+    explicit Operation(SqliteSession& session);
+    ~Operation();
+    Operation(const Operation&) = delete;
+    Operation& operator=(const Operation&) = delete;
+
+   private:
+    SqliteSession& session_;
+  };
+
+  /// The scope of one data change. Begins a transaction where none is open, and leaves none behind
+  /// unless the change is kept. A change that fails later in a transaction is undone by SQLite.
+  class Change {
+   public:
+    explicit Change(SqliteSession& session);
+    ~Change();
+    Change(const Change&) = delete;
+    Change& operator=(const Change&) = delete;
+
+    /// Leaves the change to the transaction.
+    void keep();
+    /// SQLite gave up the whole transaction, with changes that were made before this one.
+    bool lost_transaction() const { return !first_ && !session_.in_transaction(); }
+
+   private:
+    SqliteSession& session_;
+    const bool first_;
+    bool kept_ = false;
+  };
+
+ private:
+  enum class Control : ub1 { Begin, Commit, Rollback };
+  using Clock = std::chrono::steady_clock;
+
+  void stop_listening() { state_.store(RunState::Idle, std::memory_order_release); }
+  int run(Control control);
+  bool must_stop();
+  void prepare_controls();
+  void register_all();
+  static int on_progress(void* session);
+  static int on_busy(void* session, int waits);
+
+  std::string user_;  // read by SQL functions: before the connection
+  SqliteOwner db_;
+  std::array<SqliteStatementOwner, 3> controls_;
+  SqliteSchema schema_;
+  Sequences sequences_;
+  std::chrono::milliseconds lock_timeout_;
+  Clock::time_point wait_until_;
+  Clock::time_point gentle_until_;
+  std::atomic<RunState> state_ = RunState::Idle;
+  int transaction_schema_ = 0;
+  bool gentle_ = false;  // a stop must not cost the transaction
+  bool waited_ = false;  // SQLite has called the busy handler
+  bool lost_ = false;  // changes are gone that the client has not been told to repeat
+  bool closed_ = false;
+};
+
+}  // namespace oci8
+
+#endif

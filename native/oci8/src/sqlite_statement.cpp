@@ -1,0 +1,323 @@
+#include "sqlite_statement.h"
+
+#include <algorithm>
+#include <limits>
+
+namespace oci8 {
+namespace {
+
+constexpr ub2 kUpdate = 6;
+constexpr ub2 kDelete = 7;
+constexpr ub2 kLockTable = 26;
+
+// A query that draws from a sequence is started again this often when other sessions get ahead.
+constexpr int kDrawAttempts = 20;
+
+constexpr std::string_view kForeignKeys = "SELECT \"from\" FROM pragma_foreign_key_list(?1)";
+
+// Without a copy: the caller keeps the bytes in place for the run. Empty values are NULL, as they
+// are for the server.
+int bind_bytes(sqlite3_stmt* statement, int position, const Value& value) {
+  if (value.size == 0) return sqlite3_bind_null(statement, position);
+  if (value.kind == Value::Kind::Bytes) {
+    return sqlite3_bind_blob64(statement, position, value.data, value.size, SQLITE_STATIC);
+  }
+  return sqlite3_bind_text64(statement, position, value.data, value.size, SQLITE_STATIC,
+                             SQLITE_UTF8);
+}
+
+/// The words of an UPDATE that are assigned to: `column =` outside of parentheses, before WHERE.
+bool assigns(const SqlText& text, std::string_view column) {
+  const auto same = [](char left, char right) { return left == right || (left ^ right) == 0x20; };
+  bool setting = false;
+  for (size_t i = 0; i + 1 < text.tokens.size(); ++i) {
+    std::string_view word = text.spelling(text.tokens[i]);
+    setting = setting || std::ranges::equal(word, std::string_view("SET"), same);
+    if (std::ranges::equal(word, std::string_view("WHERE"), same)) return false;
+    if (text.tokens[i].kind == TokenKind::QuotedName) word = word.substr(1, word.size() - 2);
+    const bool assigned = setting && text.spelling(text.tokens[i + 1]) == "=";
+    if (assigned && std::ranges::equal(word, column, same)) return true;
+  }
+  return false;
+}
+
+ub4 rows_of(sqlite3* db) {
+  const sqlite3_int64 most = std::numeric_limits<ub4>::max();
+  return static_cast<ub4>(std::min(sqlite3_changes64(db), most));
+}
+
+}  // namespace
+
+SqliteStatement::SqliteStatement(std::shared_ptr<SqliteSession> session, const SqlText& source)
+    : session_(std::move(session)), text_(source), bound_(source.placeholders.size()) {
+  now_ = translate_text();
+}
+
+// DDL and transaction control are prepared when they run: each of their engine statements may
+// need what the one before it made.
+SqliteStatement::Translated SqliteStatement::translate_text() const {
+  if (text_.tokens.empty()) fail(900);
+  Translated made;
+  made.schema_version = session_->schema().version();
+  made.translation = translate(text_, session_->schema());
+  const Translation& translation = made.translation;
+  if (translation.action != Action::Query && translation.action != Action::Change) return made;
+  made.statement = prepare_sql(session_->db(), translation.sql, {&translation});
+  if (made.statement == nullptr) fail(900);
+  const auto width = static_cast<size_t>(sqlite3_column_count(made.statement.get()));
+  if (translation.action == Action::Query && translation.columns.size() != width) {
+    fail(600, "select list");
+  }
+  return made;
+}
+
+// Another session, or this one, has changed a table since: column lengths and the like that are
+// part of the translation may be out of date. The select list keeps its place in memory and its
+// width, because callers hold on to it.
+void SqliteStatement::translate_again() {
+  Translated made = translate_text();
+  std::vector<ColumnInfo>& described = now_.translation.columns;
+  const bool same = made.translation.columns.size() == described.size() &&
+                    made.translation.action == now_.translation.action;
+  if (!same) fail(1007);
+  std::ranges::move(made.translation.columns, described.begin());
+  made.translation.columns = std::move(described);
+  now_ = std::move(made);
+  for (ub4 i = 0; i < bound_.size(); ++i) bind_value(i + 1, bound_[i]);
+}
+
+// A bind after the end of a run begins the next one, so that arrays need no reset between rows.
+void SqliteStatement::bind(ub4 position, const Value& value) {
+  if (position == 0 || position > bound_.size()) fail(1036);
+  session_->require_open();
+  if (at_end_) reset();
+  bound_[position - 1] = value;
+  bind_value(position, value);
+}
+
+void SqliteStatement::bind_value(ub4 position, const Value& value) {
+  sqlite3_stmt* statement = now_.statement.get();
+  // The dialect may have left out the expression that the placeholder stood in.
+  if (position > static_cast<ub4>(sqlite3_bind_parameter_count(statement))) return;
+  const int index = static_cast<int>(position);
+  int result = SQLITE_OK;
+  switch (value.kind) {
+    case Value::Kind::Null:
+      result = sqlite3_bind_null(statement, index);
+      break;
+    case Value::Kind::Integer:
+      result = sqlite3_bind_int64(statement, index, value.integer);
+      break;
+    case Value::Kind::Real:
+      result = sqlite3_bind_double(statement, index, value.real);
+      break;
+    case Value::Kind::Text:
+    case Value::Kind::Bytes:
+      result = bind_bytes(statement, index, value);
+      break;
+  }
+  check(session_->db(), result);
+}
+
+void SqliteStatement::reset() {
+  sqlite3_reset(now_.statement.get());
+  row_stands_ = false;
+  at_end_ = false;
+}
+
+bool SqliteStatement::step() {
+  session_->require_open();
+  switch (now_.translation.action) {
+    case Action::Query:
+      return step_query();
+    case Action::Change:
+      run_change();
+      break;
+    case Action::Define:
+      run_define();
+      break;
+    case Action::Control:
+      run_control();
+      break;
+    case Action::Commit:
+      session_->commit();
+      break;
+    case Action::Rollback:
+      session_->rollback();
+      break;
+  }
+  return false;
+}
+
+Failure SqliteStatement::failure(int result) {
+  if ((result & 0xff) == SQLITE_BUSY && session_->stopping()) return {1013, error_text(1013)};
+  ErrorContext context{&now_.translation};
+  context.update = text_.function == kUpdate;
+  if (result == SQLITE_CONSTRAINT_FOREIGNKEY) context.foreign_key = violated_side();
+  return sqlite_failure(session_->db(), result, context);
+}
+
+// SQLite does not say which side of a foreign key a statement has hurt.
+int SqliteStatement::violated_side() {
+  constexpr int kNoParent = 2291;
+  constexpr int kChildFound = 2292;
+  if (text_.function == kDelete) return kChildFound;
+  if (text_.function == kUpdate && !sets_foreign_key()) return kChildFound;
+  return kNoParent;
+}
+
+// By the columns of the failed UPDATE: where it sets one of the table's own references, that is
+// what has no parent; otherwise it has changed a key that others refer to.
+bool SqliteStatement::sets_foreign_key() {
+  const SqliteStatementOwner keys = prepare_sql(session_->db(), kForeignKeys);
+  bind_text(keys.get(), 1, now_.translation.object);
+  while (step_sql(keys.get())) {
+    if (assigns(text_, column_text(keys.get(), 0))) return true;
+  }
+  return false;
+}
+
+/// Whether the schema is no longer the one that the text was translated for.
+bool SqliteStatement::outdated() {
+  return session_->schema().version() != now_.schema_version;
+}
+
+// The first step of a query: true for a row, nothing when the translation has to be made again.
+// SQLite prepares a statement again by itself when the schema changes; that, or its failure, is
+// what brings the change up here, so that it costs nothing in all other runs.
+std::optional<bool> SqliteStatement::first_step() {
+  const int result = sqlite3_step(now_.statement.get());
+  const bool good = result == SQLITE_ROW || result == SQLITE_DONE;
+  const bool prepared_again =
+      sqlite3_stmt_status(now_.statement.get(), SQLITE_STMTSTATUS_REPREPARE, 1) != 0;
+  if (good && !(prepared_again && outdated())) return result == SQLITE_ROW;
+  if (good) return std::nullopt;
+  Failure raised = failure(result);
+  const bool maybe_outdated = (result & 0xff) == SQLITE_ERROR;
+  if (maybe_outdated && outdated()) return std::nullopt;
+  throw raised;
+}
+
+// A query that draws from a sequence starts again where another session has drawn in between.
+bool SqliteStatement::start_query() {
+  for (int attempt = 1;; ++attempt) {
+    try {
+      if (const std::optional<bool> row = first_step()) return *row;
+      sqlite3_reset(now_.statement.get());
+      translate_again();
+    } catch (const Failure&) {
+      sqlite3_reset(now_.statement.get());
+      const bool again = session_->sequences().take_outdated() && !session_->in_transaction();
+      if (!again || attempt == kDrawAttempts) throw;
+    }
+  }
+}
+
+bool SqliteStatement::next_row() {
+  const int result = sqlite3_step(now_.statement.get());
+  if (result == SQLITE_ROW) return true;
+  if (result == SQLITE_DONE) return false;
+  throw failure(result);
+}
+
+bool SqliteStatement::step_query() {
+  if (at_end_) return false;
+  const SqliteSession::Operation running(*session_);
+  try {
+    row_stands_ = row_stands_ ? next_row() : start_query();
+  } catch (...) {
+    reset();
+    throw;
+  }
+  if (row_stands_) return true;
+  // Given back at once: an open query keeps its view of the database, and with it this session
+  // from changing what others have changed since.
+  sqlite3_reset(now_.statement.get());
+  at_end_ = true;
+  return false;
+}
+
+// SQLite undoes a failed statement as a whole by itself, errors of SQL functions included; only
+// where it gives up the transaction with it does the client have to be told.
+void SqliteStatement::run_change() {
+  sqlite3_reset(now_.statement.get());
+  changed_ = 0;
+  const SqliteSession::Operation running(*session_);
+  SqliteSession::Change change(*session_);
+  if (session_->transaction_schema() != now_.schema_version) translate_again();
+  const ResetOnExit reset(now_.statement.get());
+  try {
+    while (next_row()) {
+    }
+  } catch (Failure& raised) {
+    if (change.lost_transaction()) raised.text += error_text(2091);
+    throw;
+  }
+  changed_ = rows_of(session_->db());
+  change.keep();
+}
+
+// The commit before is outside of what a break or a failure undoes: the server does it first, and
+// keeps it when the definition turns out to be wrong.
+void SqliteStatement::run_define() {
+  session_->commit();
+  const SqliteSession::Operation running(*session_);
+  SqliteSession::Change change(*session_);
+  ErrorContext context{&now_.translation};
+  context.foreign_key = 2449;  // DROP TABLE of a table that others refer to
+  execute_sql(session_->db(), now_.translation.sql, context);
+  change.keep();
+  session_->commit();
+}
+
+// A savepoint outside of a transaction would begin one of its own that SQLite ends together with
+// it; the server's go on.
+void SqliteStatement::run_control() {
+  // SQLite has one lock for writing, which stands for those of all tables.
+  const bool lock = text_.function == kLockTable;
+  if (now_.translation.sql.empty() && !lock) return;
+  const SqliteSession::Operation running(*session_);
+  const bool first = !session_->in_transaction();
+  if (first) session_->begin();
+  try {
+    execute_sql(session_->db(), now_.translation.sql, {&now_.translation});
+  } catch (...) {
+    if (first) session_->rollback();
+    throw;
+  }
+}
+
+// The value's own type decides, not the column's: text and bytes are handed out where they stand.
+Value SqliteStatement::column(ub4 index) {
+  sqlite3_stmt* statement = now_.statement.get();
+  const int i = static_cast<int>(index);
+  Value value;
+  switch (sqlite3_column_type(statement, i)) {
+    case SQLITE_INTEGER:
+      value.kind = Value::Kind::Integer;
+      value.integer = sqlite3_column_int64(statement, i);
+      return value;
+    case SQLITE_FLOAT:
+      value.kind = Value::Kind::Real;
+      value.real = sqlite3_column_double(statement, i);
+      return value;
+    case SQLITE_TEXT:
+      value.kind = Value::Kind::Text;
+      value.data = reinterpret_cast<const char*>(sqlite3_column_text(statement, i));
+      break;
+    case SQLITE_BLOB:
+      value.kind = Value::Kind::Bytes;
+      value.data = static_cast<const char*>(sqlite3_column_blob(statement, i));
+      break;
+    default:
+      return value;
+  }
+  value.size = static_cast<size_t>(sqlite3_column_bytes(statement, i));
+  // Empty text and bytes are NULL for the server.
+  if (value.size == 0) return {};
+  // Bytes without an address: SQLite had no memory to bring them into place.
+  if (value.data == nullptr) throw std::bad_alloc();
+  return value;
+}
+
+}  // namespace oci8

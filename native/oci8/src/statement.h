@@ -1,0 +1,143 @@
+// The statement handle: a prepared text, its run in a database, where the rows go, and the state
+// of a row that is fetched in pieces.
+#ifndef OCI8_STATEMENT_H
+#define OCI8_STATEMENT_H
+
+#include <atomic>
+#include <memory>
+#include <optional>
+#include <string_view>
+#include <vector>
+
+#include "define.h"
+#include "engine.h"
+#include "handles.h"
+#include "sql_text.h"
+
+namespace oci8 {
+
+/// Codes of the calls, as OCI_ATTR_FNCODE reports the last one on a statement.
+enum class Call : ub4 {
+  Prepare = 13,
+  Execute = 21,
+  Fetch = 28,
+  ParamGet = 57,
+  GetPieceInfo = 58,
+  SetPieceInfo = 61,
+  DefineByPos = 65
+};
+
+/// A select-list column of a described statement, which owns the descriptor.
+struct ParameterHandle {
+  const ColumnInfo* column = nullptr;
+};
+
+/// The buffer that the caller offers for a piece.
+struct PieceBuffer {
+  ub1* data = nullptr;
+  ub4* length = nullptr;  // in: room, out: bytes of the piece
+  sb2* indicator = nullptr;
+  ub2* code = nullptr;
+};
+
+class StatementHandle : public Handle {
+ public:
+  ~StatementHandle();
+
+  /// Takes a copy of the text; defines, descriptors and the run of the text before are gone.
+  void prepare(std::string_view sql);
+  /// Makes the select list known without running.
+  void describe(Attachment& attachment);
+  /// Runs; a query also fetches up to `iterations` rows.
+  sword execute(Attachment& attachment, ub4 iterations, bool commit, ErrorRecord& record);
+
+  /// Defines the output variable at `wanted.position`, in the place of a former one.
+  DefineHandle& define(const DefineHandle& wanted);
+  sword fetch(ub4 rows, ErrorRecord& record);
+
+  /// The column whose next piece is due; `first` tells whether none of it was fetched yet.
+  DefineHandle& due_piece(bool& first) const;
+  void offer_buffer(const DefineHandle& define, const PieceBuffer& buffer);
+
+  /// The descriptor of a column, from 1: ORA-24334 beyond the last one.
+  ParameterHandle& parameter(ub4 position);
+  ub4 parameter_count() const;
+  /// ORA-24337 when nothing is prepared.
+  const SqlText& prepared_text() const;
+  ub2 function() const { return prepared_ ? text_.function : 0; }
+
+  /// Ends the run and leaves the database.
+  void drop_run() noexcept;
+
+  void note_call(Call call) noexcept {
+    last_call.store(static_cast<ub4>(call), std::memory_order_relaxed);
+  }
+
+  // Atomic: callers read them, too, from the thread that breaks a running call.
+  std::atomic<ub4> row_count{0};
+  std::atomic<ub4> last_call{0};
+
+  ub2 parse_error_offset = 0;
+  // However many rows the caller asks for, one is enough here: rows are handed over from the
+  // engine's own memory. 0 stops that one, too.
+  ub4 prefetch_rows = 1;
+
+ private:
+  enum class Cursor : ub1 {
+    Closed,
+    AtRow,  // a row stands that was not handed over
+    PastRow,  // the row that stands was handed over
+    AtEnd,
+    Failed  // failure_ ended it
+  };
+  enum class Pieces : ub1 { None, BufferDue, BufferOffered };
+
+  struct PieceState {
+    Pieces phase = Pieces::None;
+    bool first = false;
+    bool null = false;
+    size_t define = 0;  // index into defines_
+    const char* data = nullptr;
+    size_t left = 0;
+    size_t total = 0;
+    PieceBuffer buffer;
+  };
+
+  void enter(Attachment& attachment);
+  void start(Attachment& attachment, ub4 iterations);
+  void run_changes(ub4 iterations);
+  void remember(const Failure& failure);
+  const std::vector<ColumnInfo>& columns() const;
+
+  bool step();
+  bool next_row();
+  void look_ahead();
+  void check_fetch();
+  void arm();
+  sword fetch_rows(ub4 rows, ErrorRecord& record);
+  int store_row(size_t row);
+  void close_cursor() noexcept;
+
+  sword fetch_in_pieces(ErrorRecord& record);
+  sword begin_pieces(size_t define, ErrorRecord& record);
+  sword fill_piece(ErrorRecord& record);
+  sword end_pieces(ErrorRecord& record);
+
+  void drop_defines() noexcept;
+
+  bool prepared_ = false;
+  bool armed_ = false;  // the defines suit the select list and have their conversions
+  bool has_pieces_ = false;
+  Cursor cursor_ = Cursor::Closed;
+  SqlText text_;
+  Attachment* attachment_ = nullptr;  // with run_
+  std::unique_ptr<Statement> run_;
+  std::optional<Failure> failure_;
+  std::vector<DefineHandle*> defines_;  // by position
+  std::vector<ParameterHandle*> parameters_;
+  PieceState piece_;
+};
+
+}  // namespace oci8
+
+#endif
