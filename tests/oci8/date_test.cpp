@@ -1,0 +1,148 @@
+#include "date.h"
+
+#include <gtest/gtest.h>
+
+#include "error.h"
+
+namespace oci8 {
+namespace {
+
+// The outcome of an action that gives a date: its text, or the error number.
+template <typename Action>
+std::string outcome(Action action) {
+  try {
+    return format_date(action(), "FMSYYYY-MM-DD HH24:MI:SS");
+  } catch (const Failure& failure) {
+    return failure.text.substr(0, 9);
+  }
+}
+
+TEST(Date, BytesAreTheServersForm) {
+  const struct {
+    DateFields fields;
+    DateBytes bytes;
+  } kRows[] = {{{1999, 3, 15, 13, 5, 9}, {119, 199, 3, 15, 14, 6, 10}},
+               {{2040, 4, 1, 0, 0, 0}, {120, 140, 4, 1, 1, 1, 1}},
+               {{-4712, 1, 1, 0, 0, 0}, {53, 88, 1, 1, 1, 1, 1}},
+               {{-44, 3, 15, 12, 0, 0}, {100, 56, 3, 15, 13, 1, 1}},
+               {{9999, 12, 31, 23, 59, 59}, {199, 199, 12, 31, 24, 60, 60}}};
+  for (const auto& row : kRows) {
+    EXPECT_EQ(pack_date(row.fields), row.bytes);
+    EXPECT_EQ(unpack_date(row.bytes.data()).year, row.fields.year);
+    EXPECT_TRUE(valid_date(row.bytes.data()));
+  }
+}
+
+TEST(Date, BytesThatAreNoDateAreRecognised) {
+  const DateBytes kRows[] = {
+      {100, 100, 1, 1, 1, 1, 1}, {120, 100, 13, 1, 1, 1, 1},  {120, 100, 2, 30, 1, 1, 1},
+      {120, 100, 1, 1, 0, 1, 1}, {120, 100, 1, 1, 25, 61, 1}, {52, 50, 1, 1, 1, 1, 1},
+      {101, 90, 1, 1, 1, 1, 1},  {0, 0, 0, 0, 0, 0, 0},       {255, 255, 255, 255, 255, 255, 255}};
+  for (const auto& row : kRows) EXPECT_FALSE(valid_date(row.data())) << int(row[0]);
+}
+
+TEST(Date, DaysCountOnWithoutGapsFromEndToEnd) {
+  EXPECT_EQ(date_to_days({2000, 1, 1, 12, 0, 0}), 2451545.5);
+  EXPECT_EQ(date_to_days({1582, 10, 15, 0, 0, 0}) - date_to_days({1582, 10, 4, 0, 0, 0}), 1);
+  EXPECT_EQ(date_to_days({1, 1, 1, 0, 0, 0}) - date_to_days({-1, 12, 31, 0, 0, 0}), 1);
+  const double first = date_to_days({-4712, 1, 1, 0, 0, 0});
+  const double last = date_to_days({9999, 12, 31, 0, 0, 0});
+  for (double day = first; day <= last; day += 13) {
+    ASSERT_EQ(date_to_days(days_to_date(day)), day);
+    ASSERT_NO_THROW(pack_date(days_to_date(day)));
+  }
+  const auto beyond = [&](double day) { return outcome([&] { return days_to_date(day); }); };
+  EXPECT_EQ(beyond(first - 1), "ORA-01841");
+  EXPECT_EQ(beyond(last + 1), "ORA-01841");
+  EXPECT_EQ(beyond(1e300), "ORA-01841");
+}
+
+TEST(Date, IsWrittenByModel) {
+  const DateFields kDay{1999, 3, 5, 15, 4, 9};
+  const struct {
+    const char* format;
+    const char* expected;
+  } kRows[] = {{"DD-MON-YY", "05-MAR-99"},
+               {"YYYY-MM-DD HH24:MI:SS", "1999-03-05 15:04:09"},
+               {"Month DD", "March     05"},
+               {"FMMonth DD, YYYY", "March 5, 1999"},
+               {"fmDay, DD fmMM", "Friday, 5 03"},
+               {"dy Dy DY|day|", "fri Fri FRI|friday   |"},
+               {"HH:MI AM|hh12 p.m.", "03:04 PM|03 p.m."},
+               {"\"Year: \"YYYY \"Q\"Q", "Year: 1999 Q1"},
+               {"DDD D WW W IW CC J SSSSS", "064 6 10 1 09 20 2451243 54249"},
+               {"SYYYY YYY Y RR RRRR BC", " 1999 999 9 99 1999 AD"},
+               {"XYZ", "ORA-01821"},
+               {"YYYY \"open", "ORA-01821"}};
+  for (const auto& row : kRows) {
+    std::string text;
+    try {
+      text = format_date(kDay, row.format);
+    } catch (const Failure& failure) {
+      text = failure.text.substr(0, 9);
+    }
+    EXPECT_EQ(text, row.expected) << row.format;
+  }
+}
+
+TEST(Date, IsReadByModel) {
+  const struct {
+    const char* text;
+    const char* format;
+    const char* expected;
+  } kRows[] = {
+      {"15-MAR-1999 13:05:09", "DD-MON-YYYY HH24:MI:SS", "1999-3-15 13:5:9"},
+      {"15/mar.99", "DD-MON-RR", "1999-3-15 0:0:0"},
+      {"15-MAR-1999", "DD-MON-YY", "1999-3-15 0:0:0"},
+      {"15-march-49", "DD-MON-RR", "2049-3-15 0:0:0"},
+      {"20240229", "YYYYMMDD", "2024-2-29 0:0:0"},
+      {"20240229", "YYYY-MM-DD", "2024-2-29 0:0:0"},
+      {"2024-2-9", "YYYY-MM-DD", "2024-2-9 0:0:0"},
+      {"  2024-02-09", "YYYY-MM-DD HH24:MI", "2024-2-9 0:0:0"},
+      {"12:30 am 2024-01-01", "HH:MI AM YYYY-MM-DD", "2024-1-1 0:30:0"},
+      {"12:30 P.M. 2024-01-01", "HH12:MI P.M. YYYY-MM-DD", "2024-1-1 12:30:0"},
+      {"2024 060", "YYYY DDD", "2024-2-29 0:0:0"},
+      {"2451545", "J", "2000-1-1 0:0:0"},
+      {"2024-01-01 86399", "YYYY-MM-DD SSSSS", "2024-1-1 23:59:59"},
+      {"44-03-15 BC", "YYYY-MM-DD BC", "-44-3-15 0:0:0"},
+      {"Fri 05-MAR-1999", "DY DD-MON-YYYY", "1999-3-5 0:0:0"},
+      {"2024T01", "YYYY\"T\"MM", "2024-1-1 0:0:0"},
+      {"2024-02-30", "YYYY-MM-DD", "ORA-01839"},
+      {"2023-02-29", "YYYY-MM-DD", "ORA-01839"},
+      {"2024-13-01", "YYYY-MM-DD", "ORA-01843"},
+      {"01-XXX-99", "DD-MON-YY", "ORA-01843"},
+      {"2024-01-32", "YYYY-MM-DD", "ORA-01847"},
+      {"2024-01-00", "YYYY-MM-DD", "ORA-01847"},
+      {"0000-01-01", "YYYY-MM-DD", "ORA-01841"},
+      {"-4713-01-01", "SYYYY-MM-DD", "ORA-01841"},
+      {"24", "HH24", "ORA-01850"},
+      {"13", "HH", "ORA-01849"},
+      {"10:60", "HH24:MI", "ORA-01851"},
+      {"10:00:60", "HH24:MI:SS", "ORA-01852"},
+      {"86400", "SSSSS", "ORA-01853"},
+      {"0", "J", "ORA-01854"},
+      {"10 XM", "HH AM", "ORA-01855"},
+      {"2024-01", "YYYY-MM-DD", "ORA-01840"},
+      {"2024-01-01 x", "YYYY-MM-DD", "ORA-01830"},
+      {"abcd", "YYYY", "ORA-01858"},
+      {"2009-05-01", "DD-MON-RR", "ORA-01861"},
+      {"2024x01", "YYYY\"T\"MM", "ORA-01861"},
+      {"2023 366", "YYYY DDD", "ORA-01848"},
+      {"Mon 05-MAR-1999", "DY DD-MON-YYYY", "ORA-01835"},
+      {"2024 2024", "YYYY YYYY", "ORA-01810"},
+      {"13 PM", "HH24 PM", "ORA-01818"},
+      {"1", "Q", "ORA-01820"},
+      {"1", "?9", "ORA-01821"},
+  };
+  for (const auto& row : kRows) {
+    EXPECT_EQ(outcome([&] { return parse_date(row.text, row.format); }), row.expected)
+        << row.text << " as " << row.format;
+  }
+  const DateFields now = current_date();
+  const DateFields time = parse_date("10:15", "HH24:MI");
+  EXPECT_EQ(time.day, 1) << "an open date is the first of this month";
+  EXPECT_EQ(time.month, now.month);
+}
+
+}  // namespace
+}  // namespace oci8

@@ -1,0 +1,349 @@
+// The dialect, from statement text to what the engine makes of it.
+#include "dialect.h"
+
+#include <gmock/gmock.h>
+
+#include "declared_type.h"
+#include "error.h"
+#include "sqlite_catalogue.h"
+#include "sqlite_control.h"
+#include "sqlite_functions.h"
+#include "sqlite_rowid.h"
+#include "sqlite_schema.h"
+
+namespace oci8 {
+namespace {
+
+using testing::ElementsAre;
+
+// --- Tokens --------------------------------------------------------------------------------------
+
+struct Kind {
+  std::string_view source;
+  ub2 type;
+  ub2 function;
+};
+
+TEST(SqlText, TellsKindsOfStatements) {
+  const Kind kinds[] = {
+      {"select 1 from dual", OCI_STMT_SELECT, 3},
+      {"/* DROP */ -- INSERT\n ((SELECT 1 FROM dual))", OCI_STMT_SELECT, 3},
+      {"WITH a AS (SELECT 1 FROM dual) SELECT * FROM a", OCI_STMT_SELECT, 3},
+      {"Insert into t values (1)", OCI_STMT_INSERT, 2},
+      {"update t set a = 1", OCI_STMT_UPDATE, 6},
+      {"delete t", OCI_STMT_DELETE, 7},
+      {"CREATE TABLE t (a NUMBER)", OCI_STMT_CREATE, 1},
+      {"create or replace view v as select 1 from dual", OCI_STMT_CREATE, 21},
+      {"CREATE UNIQUE INDEX i ON t (a)", OCI_STMT_CREATE, 9},
+      {"CREATE PACKAGE BODY p IS END;", OCI_STMT_CREATE, 97},
+      {"DROP TABLE t", OCI_STMT_DROP, 12},
+      {"ALTER SESSION SET x = 1", OCI_STMT_ALTER, 42},
+      {"TRUNCATE TABLE t", 0, 85},
+      {"COMMIT", 0, 44},
+      {"BEGIN NULL; END;", OCI_STMT_BEGIN, 47},
+      {"<<l>> DECLARE a NUMBER; BEGIN NULL; END;", OCI_STMT_DECLARE, 47},
+      {"set transaction read only", 0, 48},
+      {"'SELECT'", 0, 0},
+      {"", 0, 0},
+  };
+  for (const Kind& expected : kinds) {
+    const SqlText sql = tokenize(expected.source);
+    EXPECT_EQ(sql.type, expected.type) << expected.source;
+    EXPECT_EQ(sql.function, expected.function) << expected.source;
+  }
+}
+
+std::vector<std::string> spellings(std::string_view source) {
+  const SqlText sql = tokenize(source);
+  std::vector<std::string> result;
+  for (const Token& token : sql.tokens) result.emplace_back(sql.spelling(token));
+  return result;
+}
+
+TEST(SqlText, SplitsWhatLooksLikeSomethingElse) {
+  EXPECT_THAT(spellings("a--b\n-c/*'*/||'it''s -- '\"x\"\"y\""),
+              ElementsAre("a", "-", "c", "||", "'it''s -- '", "\"x\"\"y\""));
+  EXPECT_THAT(spellings("1..3 1.5e-3 .5 1e 2.x <=>= :=:b :1"),
+              ElementsAre("1", "..", "3", "1.5e-3", ".5", "1", "e", "2.", "x",
+                          "<=", ">=", ":=", ":b", ":1"));
+}
+
+std::vector<std::string> placeholder_names(std::string_view source) {
+  std::vector<std::string> names;
+  for (const Placeholder& placeholder : tokenize(source).placeholders) {
+    names.push_back(placeholder.name);
+  }
+  return names;
+}
+
+TEST(SqlText, CountsPlaceholdersByOccurrenceInSqlAndByNameInBlocks) {
+  EXPECT_THAT(
+      placeholder_names("SELECT ':x', \":y\" /*:z*/ FROM t WHERE a = :a AND b = :A OR :2 = 1"),
+      ElementsAre("A", "A", "2"));
+  EXPECT_THAT(placeholder_names("BEGIN :a := :b; :A := ':c'; END;"), ElementsAre("A", "B"));
+  EXPECT_THAT(placeholder_names("CREATE TRIGGER t BEFORE INSERT ON x BEGIN :new.a := 1; END;"),
+              ElementsAre());
+}
+
+TEST(DeclaredType, ReadsBackWhatItSpells) {
+  const ColumnInfo columns[] = {{"A", SQLT_CHR, 4000, 0, 0},    {"B", SQLT_AFC, 1, 0, 0},
+                                {"C", SQLT_NUM, 22, 0, -127},   {"D", SQLT_NUM, 22, 38, -84},
+                                {"E", SQLT_NUM, 22, 126, -127}, {"F", SQLT_DAT, 7, 0, 0},
+                                {"G", SQLT_BIN, 2000, 0, 0},    {"H", SQLT_LNG, 0, 0, 0},
+                                {"I", SQLT_LBI, 0, 0, 0},       {"J\"", SQLT_RID, 18, 0, 0, false},
+                                {"K", SQLT_CLOB, 86, 0, 0},     {"L", SQLT_BLOB, 86, 0, 0}};
+  const std::vector<ColumnInfo> all(std::begin(columns), std::end(columns));
+  std::vector<ColumnInfo> read;
+  ASSERT_TRUE(read_view(view_heading("V\"(", all) + "SELECT 1", read));
+  ASSERT_EQ(read.size(), all.size());
+  for (size_t i = 0; i < all.size(); ++i) {
+    EXPECT_EQ(read[i].name, all[i].name);
+    EXPECT_EQ(read[i].type, all[i].type);
+    EXPECT_EQ(read[i].size, all[i].size);
+    EXPECT_EQ(read[i].precision, all[i].precision);
+    EXPECT_EQ(read[i].scale, all[i].scale);
+    EXPECT_EQ(read[i].nullable, all[i].nullable);
+    ColumnInfo alone;
+    EXPECT_TRUE(read_type(spell_type(all[i]), alone));
+    EXPECT_EQ(spell_type(alone), spell_type(all[i]));
+  }
+  for (const char* foreign :
+       {"INTEGER", "VARCHAR2(0)", "VARCHAR2(9999999999)", "NUMBER(5", "TEXT"}) {
+    EXPECT_FALSE(read_type(foreign, read.front())) << foreign;
+  }
+}
+
+// --- Statements on an engine ---------------------------------------------------------------------
+
+class DialectTest : public testing::Test {
+ protected:
+  DialectTest()
+      : db_(open_file(":memory:", SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE)),
+        schema_(db_.get(), user_) {
+    register_functions(db_.get(), &user_);
+    register_control_functions(db_.get());
+    register_rowid_functions(db_.get());
+    register_catalogue_functions(db_.get());
+    create_system_objects(db_.get());
+    for (const char* sql :
+         {"CREATE TABLE dept (deptno NUMBER(2) CONSTRAINT pk PRIMARY KEY, dname VARCHAR2(10),"
+          " loc CHAR(8)) TABLESPACE users STORAGE (INITIAL 10K)",
+          "CREATE TABLE emp (empno NUMBER(4), ename VARCHAR2(10), hired DATE, sal NUMBER(7,2),"
+          " deptno NUMBER(2) REFERENCES dept ON DELETE CASCADE, photo RAW(4),"
+          " CONSTRAINT pk_emp PRIMARY KEY (empno), CHECK (sal > 0))",
+          "INSERT INTO dept VALUES (10, 'SALES', 'DALLAS')",
+          "INSERT INTO dept (dname, deptno) VALUES ('OPS', '20')",
+          "INSERT INTO emp VALUES (1, 'SMITH', DATE '1999-12-17', 800, 10, 'FF00')",
+          "INSERT INTO emp VALUES (2, 'ALLEN', DATE '2001-02-03', 1600.555, 10, NULL)",
+          "INSERT INTO emp (empno, ename, sal) SELECT 3, 'FORD', '3000' FROM dual"}) {
+      EXPECT_EQ(run(sql), "") << sql;
+    }
+  }
+
+  // Rows as "a,b/c,d"; an error as its code and offset: "942@14".
+  std::string run(std::string_view source) {
+    std::string rows;
+    try {
+      const Translation made = translate(tokenize(source), schema_);
+      std::string_view rest = made.sql;
+      while (!rest.empty()) {
+        const SqliteStatementOwner statement = prepare_sql(db_.get(), rest, {}, &rest);
+        if (statement == nullptr) break;
+        sqlite3_bind_text(statement.get(), 1, "10", -1, SQLITE_STATIC);
+        while (step_sql(statement.get())) rows += (rows.empty() ? "" : "/") + row(statement.get());
+      }
+    } catch (const Failure& failure) {
+      return std::to_string(failure.code) + "@" + std::to_string(failure.offset);
+    }
+    return rows;
+  }
+
+  static std::string row(sqlite3_stmt* statement) {
+    std::string result;
+    for (int i = 0; i < sqlite3_column_count(statement); ++i) {
+      result += i > 0 ? "," : "";
+      const bool null = sqlite3_column_type(statement, i) == SQLITE_NULL;
+      result += null ? "-" : std::string(column_text(statement, i));
+    }
+    return result;
+  }
+
+  struct Expected {
+    std::string_view source;
+    std::string_view result;
+  };
+
+  void expect(std::initializer_list<Expected> all) {
+    for (const Expected& each : all) EXPECT_EQ(run(each.source), each.result) << each.source;
+  }
+
+  std::string user_ = "SCOTT";
+  SqliteOwner db_;
+  SqliteSchema schema_;
+};
+
+TEST_F(DialectTest, OperatorsMeanWhatTheyMeanOnTheServer) {
+  expect({
+      {"SELECT 7/2, 6/2, 2+3*4, (2+3)*4, 10-3-2, - -5, -(-3) FROM dual", "3.5,3,14,20,5,5,3"},
+      {"SELECT '1'+'2', 'a'||NULL||1||'' FROM dual", "3,a1"},
+      {"SELECT 1 FROM dual WHERE 0.1+0.2 = 0.3 AND '007' = 7 AND 'a' = 'a  '", "1"},
+      {"SELECT 1 FROM dual WHERE '' = '' OR NULL = NULL OR 'a' LIKE 'A'", ""},
+      {"SELECT empno FROM emp WHERE hired = '03-FEB-01' AND sal ^= '1' AND photo IS NULL", "2"},
+      {"SELECT empno FROM emp WHERE deptno = :d AND hired < '01-JAN-00'", "1"},
+      {"SELECT empno FROM emp WHERE photo = 'FF00' OR hired IN ('03-FEB-01')", "1/2"},
+      {"SELECT deptno FROM dept WHERE loc = 'DALLAS' AND loc IN ('x', 'DALLAS   ')", "10"},
+      {"SELECT empno FROM emp WHERE (deptno, ename) IN ((10, 'SMITH'), ('10', 'x'))", "1"},
+      {"SELECT empno FROM emp WHERE deptno IN (SELECT '10' FROM dual) AND empno <> ALL (1, 3)",
+       "2"},
+      {"SELECT CASE deptno WHEN 10 THEN 'ten' ELSE 'none' END FROM emp", "ten/ten/none"},
+      {"SELECT DECODE(deptno, NULL, 'none', 10, ename) FROM emp", "SMITH/ALLEN/none"},
+      {"SELECT DECODE(empno, 1, 'one', 1/(empno-1)) FROM emp WHERE empno < 3", "one/1"},
+      {"SELECT TRIM(LEADING '0' FROM '007'), TRIM('  x ') FROM dual", "7,x"},
+      {"SELECT hired - 1 - hired, NVL(deptno, '7') FROM emp WHERE empno = 2", "-1,10"},
+      {"SELECT user, USER FROM scott.dual", "SCOTT,SCOTT"},
+  });
+}
+
+TEST_F(DialectTest, RowsAreNumberedBeforeTheyAreSortedOrGrouped) {
+  expect({
+      {"SELECT empno FROM emp WHERE ROWNUM <= 2", "1/2"},
+      {"SELECT empno FROM emp WHERE sal > 0 AND 3 > ROWNUM ORDER BY ename DESC", "1/2"},
+      {"SELECT empno FROM (SELECT * FROM emp WHERE ROWNUM < 3) ORDER BY ename DESC", "1/2"},
+      {"SELECT (SELECT MAX(ename) FROM emp WHERE deptno = d.deptno AND ROWNUM < 2) FROM dept d",
+       "SMITH/-"},
+      {"SELECT empno FROM emp WHERE ROWNUM < 2 UNION ALL SELECT 9 FROM dual ORDER BY 1 DESC",
+       "9/1"},
+      {"SELECT COUNT(*), MAX(ename) FROM emp WHERE ROWNUM < 3", "2,SMITH"},
+      {"SELECT deptno, COUNT(*) FROM emp WHERE ROWNUM < 3 GROUP BY deptno", "10,2"},
+      {"SELECT empno FROM emp WHERE ROWNUM = 1 OR empno = 3", "3001@37"},
+      {"SELECT empno FROM emp WHERE ROWNUM > 1", ""},
+      {"SELECT empno FROM emp WHERE ROWNUM < :1", "1/2/3"},
+      {"SELECT e, r FROM (SELECT a.*, ROWNUM r FROM (SELECT empno e FROM emp ORDER BY e DESC) a"
+       " WHERE ROWNUM <= 2) WHERE r > 1",
+       "2,2"},
+      {"SELECT empno FROM emp WHERE ROWID = (SELECT ROWID FROM emp WHERE ename = 'FORD')", "3"},
+      {"DELETE FROM emp e WHERE ROWNUM <= 1 AND e.empno > 1", ""},
+      {"SELECT empno FROM emp", "1/3"},
+  });
+}
+
+TEST_F(DialectTest, QueriesCombineTables) {
+  expect({
+      {"SELECT d.dname, e.ename FROM emp e, dept d WHERE e.deptno(+) = d.deptno"
+       " AND e.sal(+) > 1000 ORDER BY 1",
+       "OPS,-/SALES,ALLEN"},
+      {"SELECT dname, COUNT(empno) FROM dept LEFT JOIN emp USING (deptno) GROUP BY dname",
+       "OPS,0/SALES,2"},
+      {"SELECT * FROM dept NATURAL JOIN (SELECT deptno, empno FROM emp) WHERE empno = 2",
+       "10,SALES,DALLAS  ,2"},
+      {"SELECT ename FROM emp ORDER BY deptno DESC, LOWER(ename)", "FORD/ALLEN/SMITH"},
+      {"SELECT deptno d FROM emp ORDER BY d", "10/10/-"},
+      {"SELECT e.empno FROM dept d, emp e WHERE d.deptno = e.deptno(+) ORDER BY e.empno", "1/2/-"},
+      {"SELECT deptno FROM dept MINUS SELECT deptno FROM emp", "20"},
+      {"(SELECT deptno FROM dept) UNION ALL SELECT empno FROM emp WHERE ROWNUM < 2 ORDER BY deptno",
+       "1/10/20"},
+      {"SELECT (SELECT dname FROM dept d WHERE d.deptno = e.deptno) FROM emp e", "SALES/SALES/-"},
+      {"SELECT (SELECT dname FROM dept) FROM dual", "1427@-1"},
+      {"SELECT deptno+1, SUM(sal) FROM emp GROUP BY deptno+1 HAVING COUNT(*) > 1", "11,2400.56"},
+      {"SELECT dname FROM dept d WHERE EXISTS (SELECT 1 FROM emp WHERE deptno = d.deptno)"
+       " FOR UPDATE OF dname NOWAIT",
+       "SALES"},
+  });
+}
+
+TEST_F(DialectTest, ChangesStoreWhatTheColumnDeclares) {
+  expect({
+      {"INSERT INTO dept VALUES (100, 'x', 'y')", "1438@-1"},
+      {"INSERT INTO dept VALUES (1, 'elevenchars', 'y')", "1401@-1"},
+      {"UPDATE emp e SET e.sal = sal * 1.1, (ename, deptno) = (SELECT dname, deptno FROM dept"
+       " WHERE deptno = 20) WHERE e.empno = '1'",
+       ""},
+      {"SELECT ename, sal, deptno FROM emp WHERE empno = 1", "OPS,880,20"},
+      {"CREATE TABLE t (l LONG, i INT PRIMARY KEY, d DATE DEFAULT SYSDATE, f FLOAT)", ""},
+      {"INSERT INTO t (l, i, f) VALUES ('007', 12.5, 9007199254740993)", ""},
+      {"SELECT l, i, f FROM t WHERE d > '01-JAN-00'", "007,13,9007199254740993"},
+      {"ALTER TABLE t ADD (n NUMBER(5) DEFAULT 7 NOT NULL, c CHAR(2) DEFAULT 'x')", ""},
+      {"SELECT n, c || '.' FROM t", "7,x ."},
+      {"CREATE OR REPLACE VIEW v (a, b) AS SELECT UPPER(l), i + 1 FROM t", "932@48"},
+      {"CREATE OR REPLACE VIEW v (a, b) AS SELECT ename || 'x', sal FROM emp", ""},
+      {"SELECT b FROM v WHERE a = 'FORDx' AND b = '3000'", "3000"},
+      {"CREATE OR REPLACE VIEW v AS SELECT * FROM v", "1731@42"},
+      {"CREATE TABLE c AS SELECT * FROM emp", ""},
+      {"RENAME c TO c2", ""},
+      {"TRUNCATE TABLE c2", ""},
+      {"SELECT COUNT(*) FROM c2", "0"},
+      {"CREATE SEQUENCE s MAXVALUE 9999999999999999999999999999", ""},
+      {"CREATE SEQUENCE s", "955@-1"},
+      {"DROP SEQUENCE s", ""},
+      {"DROP SEQUENCE s", "2289@-1"},
+  });
+}
+
+TEST_F(DialectTest, ErrorsNameTheirPlace) {
+  const std::string deep = "SELECT " + std::string(5000, '(') + "1 FROM dual";
+  const std::string closed =
+      "SELECT " + std::string(300, '(') + "1" + std::string(300, ')') + " FROM dual";
+  expect({
+      {"FOO", "900@0"},
+      {"SELECT * FROM nope", "942@14"},
+      {"SELECT * FROM bob.emp", "942@14"},
+      {"SELECT * FROM \"OCI8$SEQUENCES\"", "942@14"},
+      {"SELECT * FROM sqlite_schema", "942@14"},
+      {"SELECT \"ename\" FROM emp", "904@7"},
+      {"SELECT e.nope FROM emp e", "904@7"},
+      {"SELECT random() FROM dual", "904@7"},
+      {"SELECT deptno FROM emp, dept", "918@7"},
+      {"SELECT 1", "923@8"},
+      {"SELECT 1 x y FROM dual", "923@11"},
+      {"SELECT FROM dual", "936@7"},
+      {"SELECT 1 FROM dual WHERE 1", "920@26"},
+      {"SELECT 1 FROM dual x y", "933@21"},
+      {"SELECT 1 FROM dual;", "911@18"},
+      {"SELECT 'a FROM dual", "1756@7"},
+      {std::string_view("SELECT 'a\0b' FROM dual", 22), "911@7"},
+      {"SELECT 12345678901234567890 FROM dual", "1438@7"},
+      {"SELECT (1 + 2 x) FROM dual", "907@14"},
+      {"SELECT UPPER() FROM dual", "938@7"},
+      {"SELECT ename, COUNT(*) FROM emp", "937@7"},
+      {"SELECT ename FROM emp GROUP BY deptno", "979@7"},
+      {"SELECT 1 FROM emp WHERE SUM(sal) > 1", "934@24"},
+      {"SELECT hired + hired FROM emp", "975@7"},
+      {"SELECT 1 FROM emp WHERE hired = 5", "932@32"},
+      {"SELECT 1 FROM dual UNION SELECT 1, 2 FROM dual", "1789@25"},
+      {"SELECT 1 FROM dual UNION SELECT 'a' FROM dual", "1790@25"},
+      {"SELECT 1 FROM emp ORDER BY 2", "1785@27"},
+      {"INSERT INTO dept VALUES (1)", "947@24"},
+      {"INSERT INTO dept (deptno) VALUES (1, 2)", "913@33"},
+      {"INSERT INTO dept VALUES (dname, 1, 2)", "984@25"},
+      {"UPDATE dept SET nope = 1", "904@16"},
+      {"CREATE TABLE t (a NUMBER, A DATE)", "957@26"},
+      {"CREATE TABLE t (a VARCHAR2(4001))", "910@31"},
+      {"CREATE TABLE t (a NUMBER) foo", "922@26"},
+      {"CREATE TABLE t AS SELECT :a x FROM dual", "1027@25"},
+      {"CREATE TABLE a123456789012345678901234567890 (a DATE)", "972@13"},
+      {deep, "923@5018"},
+      {closed, "3001@47"},
+  });
+}
+
+TEST_F(DialectTest, DescribesSelectLists) {
+  const Translation made = translate(
+      tokenize("SELECT e.*, sal*2, 'abc', NULL \"n\", ename||'x', SUBSTR(ename, 1, 1), SYSDATE,"
+               " hired-1, COUNT(*) OVERALL, ROWID FROM emp e GROUP BY empno, ename, hired, sal,"
+               " deptno, photo, ROWID"),
+      schema_);
+  std::string described;
+  for (const ColumnInfo& column : made.columns) {
+    described += column.name + ":" + std::to_string(column.type) + "(" +
+                 std::to_string(column.size) + "," + std::to_string(column.precision) + "," +
+                 std::to_string(column.scale) + ")" + (column.nullable ? " " : "! ");
+  }
+  EXPECT_EQ(described,
+            "EMPNO:2(22,4,0)! ENAME:1(10,0,0) HIRED:12(7,0,0) SAL:2(22,7,2) DEPTNO:2(22,2,0) "
+            "PHOTO:23(4,0,0) SAL*2:2(22,0,-127) 'abc':96(3,0,0)! n:1(1,0,0) ENAME||'x':1(11,0,0) "
+            "SUBSTR(ENAME,1,1):1(4,0,0) SYSDATE:12(7,0,0) HIRED-1:12(7,0,0) OVERALL:2(22,0,-127) "
+            "ROWID:11(18,0,0)! ");
+}
+
+}  // namespace
+}  // namespace oci8

@@ -1,0 +1,373 @@
+// The engine through its own interface, on database files in a folder of the test.
+#include "engine.h"
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <thread>
+
+#include "accounts.h"
+#include "error.h"
+#include "sqlite_catalogue.h"
+#include "sqlite_handle.h"
+
+namespace oci8 {
+namespace {
+
+namespace fs = std::filesystem;
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+using ConnectionPtr = std::unique_ptr<Connection>;
+
+/// A statement beside its text, which has to outlive it.
+struct Prepared {
+  Prepared(Connection& connection, std::string_view sql)
+      : source(tokenize(sql)), statement(connection.prepare(source)) {}
+  Statement* operator->() const { return statement.get(); }
+
+  SqlText source;
+  std::unique_ptr<Statement> statement;
+};
+
+ub4 run(Connection& connection, std::string_view sql) {
+  const Prepared prepared(connection, sql);
+  while (prepared->step()) {
+  }
+  return prepared->rows_changed();
+}
+
+std::string text_of(const Value& value) {
+  if (value.kind == Value::Kind::Integer) return std::to_string(value.integer);
+  return value.kind == Value::Kind::Null ? "NULL" : std::string(value.data, value.size);
+}
+
+/// The first column of all rows, blank between.
+std::string query(Connection& connection, std::string_view sql) {
+  const Prepared prepared(connection, sql);
+  std::string rows;
+  while (prepared->step()) rows += (rows.empty() ? "" : " ") + text_of(prepared->column(0));
+  return rows;
+}
+
+template <class Body>
+Failure failure(Body&& body) {
+  try {
+    body();
+  } catch (const Failure& raised) {
+    return raised;
+  }
+  return {};
+}
+
+int code_of(Connection& connection, std::string_view sql) {
+  return failure([&] { run(connection, sql); }).code;
+}
+
+class EngineTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    std::string folder = (fs::temp_directory_path() / "engine_test_XXXXXX").string();
+    ASSERT_NE(mkdtemp(folder.data()), nullptr);
+    folder_ = folder;
+    setenv("OCI8_DATA", folder.c_str(), 1);
+    setenv("OCI8_LOCK_TIMEOUT", "200", 1);
+    const SqliteOwner db =
+        open_file((folder_ / "TEST.db").string(), SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
+    create_system_objects(db.get());
+    add_account(db.get(), "SCOTT", "TIGER");
+  }
+  void TearDown() override {
+    unsetenv("OCI8_DATA");
+    unsetenv("OCI8_LOCK_TIMEOUT");
+    fs::remove_all(folder_);
+  }
+
+  static ConnectionPtr connect() {
+    ConnectionPtr connection = open_database("TEST");
+    connection->log_in("scott", "TIGER");
+    return connection;
+  }
+  /// With a table T(A unique) of the numbers 1 to `rows`, a power of two.
+  static ConnectionPtr connect_with_table(int rows = 1) {
+    ConnectionPtr connection = connect();
+    run(*connection, "CREATE TABLE T(A NUMBER UNIQUE, B VARCHAR2(20))");
+    run(*connection, "INSERT INTO T(A) VALUES (1)");
+    for (int count = 1; count < rows; count *= 2) {
+      run(*connection, "INSERT INTO T(A) SELECT A + " + std::to_string(count) + " FROM T");
+    }
+    connection->commit();
+    return connection;
+  }
+
+  fs::path folder_;
+};
+
+constexpr const char* kCount = "SELECT COUNT(*) FROM T";
+
+TEST_F(EngineTest, ConnectStringsNameDatabases) {
+  std::ofstream(folder_ / "TEXT.db") << std::string(2000, 'x');
+  const SqliteOwner foreign =
+      open_file((folder_ / "FOREIGN.db").string(), SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
+  const std::pair<std::string, int> kCases[] = {
+      {"TEST", 0},
+      {(folder_ / "TEST.db").string(), 0},
+      {":memory:", 0},
+      {"", 12154},
+      {"NOPE", 12154},
+      {"TE ST", 12154},
+      {"TEST;", 12154},
+      {folder_.string(), 12154},
+      {std::string("TEST\0", 5), 12154},
+      {(folder_ / "TEST.db").string() + std::string("\0x", 2), 12154},
+      {"TEXT", 1251},
+      {"FOREIGN", 1251},
+  };
+  for (const auto& [name, code] : kCases) {
+    EXPECT_EQ(failure([&] { open_database(name); }).code, code) << name;
+  }
+  EXPECT_FALSE(fs::exists(folder_ / "NOPE.db"));
+  unsetenv("OCI8_DATA");
+  EXPECT_EQ(failure([] { open_database("TEST"); }).code, 12154);
+  const ConnectionPtr memory = open_database(":memory:");
+  memory->log_in("anyone", "");
+  EXPECT_EQ(query(*memory, "SELECT DUMMY FROM DUAL"), "X");
+}
+
+TEST_F(EngineTest, FailedChangeIsUndoneAloneAndLeavesNoEmptyTransaction) {
+  const ConnectionPtr one = connect_with_table(8);
+  const ConnectionPtr other = connect();
+  EXPECT_EQ(code_of(*one, "UPDATE T SET A = A + 1 WHERE A > 4"), 1);
+  EXPECT_EQ(run(*other, "UPDATE T SET B = 'x' WHERE A = 8"), 1u) << "a lock was left";
+  other->commit();
+  EXPECT_EQ(run(*one, "INSERT INTO T(A) VALUES (100)"), 1u);
+  EXPECT_EQ(code_of(*one, "INSERT INTO T(A) SELECT 102 - A FROM T WHERE A < 4"), 1);
+  EXPECT_EQ(code_of(*one, "UPDATE T SET B = 'y' WHERE 1 / (A - 5) < 9"), 1476);
+  EXPECT_EQ(code_of(*one, "INSERT INTO T(A) SELECT 200 / (A - 5) FROM T WHERE A < 9"), 1476);
+  EXPECT_EQ(code_of(*one, "DELETE FROM T WHERE 1 / (A - 5) < 9"), 1476);
+  one->commit();
+  EXPECT_EQ(query(*other, "SELECT COUNT(*) FROM T WHERE B = 'x' OR B IS NULL"), "9");
+}
+
+TEST_F(EngineTest, TransactionsAreSeenByOthersWhenCommitted) {
+  const ConnectionPtr one = connect_with_table();
+  const ConnectionPtr other = connect();
+  run(*one, "INSERT INTO T(A) VALUES (2)");
+  EXPECT_EQ(query(*other, kCount), "1");
+  one->rollback();
+  EXPECT_EQ(query(*one, kCount), "1");
+  run(*one, "INSERT INTO T(A) VALUES (2)");
+  run(*one, "SAVEPOINT S");
+  run(*one, "INSERT INTO T(A) VALUES (3)");
+  run(*one, "ROLLBACK TO S");
+  EXPECT_EQ(code_of(*one, "ROLLBACK TO NOWHERE"), 1086);
+  run(*one, "COMMIT");
+  EXPECT_EQ(query(*other, kCount), "2");
+  run(*one, "INSERT INTO T(A) VALUES (3)");
+  EXPECT_EQ(code_of(*one, "CREATE TABLE T(B NUMBER)"), 955);
+  EXPECT_EQ(query(*other, kCount), "3") << "DDL commits before itself, also where it fails";
+}
+
+TEST_F(EngineTest, KilledProcessKeepsWhatItCommitted) {
+  connect_with_table();
+  const pid_t child = fork();
+  if (child == 0) {
+    const ConnectionPtr connection = connect();
+    run(*connection, "INSERT INTO T(A) VALUES (2)");
+    connection->commit();
+    run(*connection, "INSERT INTO T(A) VALUES (3)");
+    kill(getpid(), SIGKILL);
+  }
+  int status = 0;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_TRUE(WIFSIGNALED(status));
+  EXPECT_EQ(query(*connect(), kCount), "2");
+}
+
+TEST_F(EngineTest, LockedDatabaseIsReportedAfterTheTimeout) {
+  const ConnectionPtr one = connect_with_table();
+  const ConnectionPtr other = connect();
+  run(*one, "LOCK TABLE T IN EXCLUSIVE MODE");
+  const auto begun = steady_clock::now();
+  EXPECT_EQ(code_of(*other, "INSERT INTO T(A) VALUES (3)"), 54);
+  EXPECT_GE(steady_clock::now() - begun, milliseconds(200));
+  EXPECT_LT(steady_clock::now() - begun, milliseconds(2000));
+  const Prepared open(*other, "SELECT A FROM T");
+  EXPECT_TRUE(open->step());
+  run(*one, "INSERT INTO T(A) VALUES (2)");
+  one->commit();
+  EXPECT_EQ(code_of(*other, "INSERT INTO T(A) VALUES (3)"), 8177) << "an open query is outdated";
+  EXPECT_FALSE(open->step());
+  EXPECT_EQ(code_of(*other, "INSERT INTO T(A) VALUES (3)"), 0);
+}
+
+// Runs `sql` while another thread interrupts it; the time that it took to stop is bounded.
+Failure interrupted(Connection& connection, std::string_view sql) {
+  const Prepared prepared(connection, sql);
+  std::thread breaker([&] {
+    std::this_thread::sleep_for(milliseconds(50));
+    connection.interrupt();
+  });
+  const auto begun = steady_clock::now();
+  const Failure raised = failure([&] {
+    while (prepared->step()) {
+    }
+  });
+  EXPECT_LT(steady_clock::now() - begun, milliseconds(3000)) << sql;
+  breaker.join();
+  return raised;
+}
+
+constexpr const char* kEndless =
+    "SELECT COUNT(*) FROM T A, T B, T C, T D WHERE A.A + B.A + C.A + D.A = 1";
+
+TEST_F(EngineTest, InterruptStopsTheRunningOperationOnly) {
+  const ConnectionPtr one = connect_with_table(1024);
+  EXPECT_EQ(interrupted(*one, kEndless).code, 1013);
+  EXPECT_EQ(query(*one, kCount), "1024");
+  one->interrupt();
+  EXPECT_EQ(query(*one, kCount), "1024") << "an interrupt without an operation hit the next one";
+
+  setenv("OCI8_LOCK_TIMEOUT", "60000", 1);
+  const ConnectionPtr waiting = connect();
+  run(*one, "UPDATE T SET B = 'x'");
+  EXPECT_EQ(interrupted(*waiting, "UPDATE T SET B = 'y'").code, 1013) << "waiting for a lock";
+}
+
+TEST_F(EngineTest, InterruptedChangeIsUndoneAndTheTransactionBeforeItKept) {
+  const ConnectionPtr one = connect_with_table(1024);
+  const std::string endless =
+      "UPDATE T SET B = 'x' WHERE A IN (SELECT A.A FROM T A, T B, T C, T D WHERE A.A + B.A + C.A + "
+      "D.A > 0)";
+  EXPECT_EQ(interrupted(*one, endless).code, 1013);
+  run(*one, "INSERT INTO T(A) VALUES (5000)");
+  const Failure raised = interrupted(*one, endless);
+  EXPECT_EQ(raised.code, 1013);
+  EXPECT_EQ(raised.text, error_text(1013)) << "the transaction was lost";
+  one->commit();
+  EXPECT_EQ(query(*one, "SELECT COUNT(*) FROM T WHERE A = 5000"), "1");
+  EXPECT_EQ(query(*one, "SELECT COUNT(*) FROM T WHERE B = 'x'"), "0");
+}
+
+TEST_F(EngineTest, OpenQueriesSurviveTransactionEndsAndTheConnection) {
+  ConnectionPtr one = connect_with_table(4);
+  const Prepared open(*one, "SELECT A FROM T ORDER BY A");
+  ASSERT_TRUE(open->step());
+  run(*one, "INSERT INTO T(A) VALUES (9)");
+  one->rollback();
+  ASSERT_TRUE(open->step());
+  EXPECT_EQ(text_of(open->column(0)), "2");
+  run(*one, "UPDATE T SET B = 'x'");
+  one->commit();
+  ASSERT_TRUE(open->step());
+  EXPECT_EQ(code_of(*one, "DROP TABLE T"), 54) << "an open query keeps its table";
+  one.reset();
+  EXPECT_EQ(text_of(open->column(0)), "3");
+  EXPECT_EQ(failure([&] { open->step(); }).code, 3114);
+}
+
+TEST_F(EngineTest, StatementFollowsChangesOfItsTable) {
+  const ConnectionPtr one = connect_with_table();
+  const ConnectionPtr other = connect();
+  const Prepared select(*one, "SELECT B FROM T");
+  const Prepared insert(*one, "INSERT INTO T(A, B) VALUES (:1, :2)");
+  const auto add = [&](long long number, std::string_view words) {
+    insert->bind(1, {Value::Kind::Integer, number});
+    insert->bind(2, {Value::Kind::Text, 0, 0, words.data(), words.size()});
+    return failure([&] { insert->step(); }).code;
+  };
+  EXPECT_EQ(add(2, "short"), 0);
+  one->commit();
+  run(*other, "DROP TABLE T");
+  EXPECT_EQ(add(3, "none"), 942);
+  run(*other, "CREATE TABLE T(A NUMBER, B VARCHAR2(40), C DATE)");
+  EXPECT_EQ(add(4, std::string(30, 'x')), 0) << "the new length holds";
+  EXPECT_EQ(add(5, ""), 0);
+  EXPECT_EQ(insert->rows_changed(), 1u);
+  ASSERT_TRUE(select->step());
+  EXPECT_EQ(select->columns().at(0).size, 40);
+  EXPECT_EQ(select->column(0).size, 30u);
+  ASSERT_TRUE(select->step());
+  EXPECT_EQ(text_of(select->column(0)), "NULL") << "empty text is NULL";
+  EXPECT_FALSE(select->step());
+  EXPECT_FALSE(select->step()) << "the end stays the end";
+}
+
+TEST_F(EngineTest, EngineErrorsHaveTheirNumbers) {
+  const ConnectionPtr one = connect_with_table();
+  run(*one, "CREATE TABLE P(ID NUMBER PRIMARY KEY)");
+  run(*one,
+      "CREATE TABLE C(ID NUMBER REFERENCES P(ID), N NUMBER NOT NULL, K NUMBER CHECK (K > 0))");
+  run(*one, "INSERT INTO P VALUES (1)");
+  run(*one, "INSERT INTO C VALUES (1, 1, 1)");
+  const struct {
+    const char* sql;
+    int code;
+    const char* words;
+  } kCases[] = {
+      {"INSERT INTO P VALUES (1)", 1, "P.ID"},
+      {"INSERT INTO C VALUES (1, NULL, 1)", 1400, "\"C\".\"N\""},
+      {"UPDATE C SET N = NULL", 1407, "\"C\".\"N\""},
+      {"INSERT INTO C VALUES (1, 1, 0)", 2290, "check"},
+      {"INSERT INTO C VALUES (2, 1, 1)", 2291, "parent"},
+      {"UPDATE C SET ID = 2", 2291, "parent"},
+      {"DELETE FROM P", 2292, "child"},
+      {"UPDATE P SET ID = 2", 2292, "child"},
+      {"DROP TABLE P", 2449, "foreign"},
+      {"SELECT * FROM NOWHERE", 942, "exist"},
+      {"SELECT NONE FROM P", 904, "NONE"},
+      {"SELECT ID FROM P, C", 918, "ambig"},
+      {"DELETE FROM DUAL", 1031, "privileges"},
+      {"DROP VIEW USER_TABLES", 1031, "privileges"},
+      {"", 900, "SQL"},
+  };
+  for (const auto& wanted : kCases) {
+    const Failure raised = failure([&] { run(*one, wanted.sql); });
+    EXPECT_EQ(raised.code, wanted.code) << wanted.sql << ": " << raised.text;
+    EXPECT_NE(raised.text.find(wanted.words), std::string::npos) << raised.text;
+  }
+}
+
+TEST_F(EngineTest, DataDictionaryShowsTheUsersObjectsOnly) {
+  const ConnectionPtr one = connect_with_table();
+  EXPECT_EQ(query(*one, "SELECT TABLE_NAME FROM USER_TABLES"), "T");
+  EXPECT_EQ(query(*one, "SELECT VIEW_NAME FROM USER_VIEWS"), "");
+  EXPECT_EQ(query(*one, "SELECT OWNER FROM ALL_TABLES"), "SCOTT");
+  EXPECT_EQ(query(*one, "SELECT COLUMN_NAME FROM USER_TAB_COLUMNS ORDER BY COLUMN_ID"), "A B");
+  EXPECT_EQ(query(*one, "SELECT DATA_LENGTH FROM USER_TAB_COLUMNS WHERE COLUMN_NAME = 'B'"), "20");
+  const Prepared described(*one, "SELECT TABLE_NAME, COLUMN_ID FROM USER_TAB_COLUMNS");
+  EXPECT_EQ(described->columns().at(0).size, 30);
+  EXPECT_EQ(described->columns().at(1).type, SQLT_NUM);
+}
+
+TEST_F(EngineTest, SequencesCountForAllSessions) {
+  const ConnectionPtr one = connect();
+  const ConnectionPtr other = connect();
+  run(*one, "CREATE SEQUENCE S START WITH 5 INCREMENT BY 2 MAXVALUE 9");
+  EXPECT_EQ(code_of(*one, "SELECT S.CURRVAL FROM DUAL"), 8002);
+  EXPECT_EQ(query(*one, "SELECT S.NEXTVAL FROM DUAL"), "5");
+  EXPECT_EQ(query(*other, "SELECT S.NEXTVAL FROM DUAL"), "7");
+  EXPECT_EQ(query(*one, "SELECT S.NEXTVAL FROM DUAL"), "9");
+  EXPECT_EQ(query(*one, "SELECT S.CURRVAL FROM DUAL"), "9");
+  EXPECT_EQ(code_of(*other, "SELECT S.NEXTVAL FROM DUAL"), 8004);
+  run(*one, "DROP SEQUENCE S");
+  EXPECT_EQ(code_of(*other, "SELECT S.NEXTVAL FROM DUAL"), 2289);
+}
+
+TEST_F(EngineTest, RowidsLeadBackToTheirRows) {
+  const ConnectionPtr one = connect_with_table(64);
+  const std::string rowid = query(*one, "SELECT ROWID FROM T WHERE A = 64");
+  EXPECT_EQ(rowid, "AAAAAAAAAAAAAAAABA");
+  EXPECT_EQ(query(*one, "SELECT A FROM T WHERE ROWID = '" + rowid + "'"), "64");
+  for (const char* bad : {"x", "AAAAAAAAAAAAAAAAA!", "//////////////////"}) {
+    EXPECT_EQ(code_of(*one, std::string("SELECT A FROM T WHERE ROWID = '") + bad + "'"), 1410);
+  }
+}
+
+}  // namespace
+}  // namespace oci8

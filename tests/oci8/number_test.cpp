@@ -1,0 +1,151 @@
+#include "number.h"
+
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <cmath>
+#include <random>
+#include <string>
+
+namespace oci8 {
+namespace {
+
+std::string show(const Number& value) {
+  char out[kNumberTextSize];
+  const size_t size =
+      value.is_integer ? number_to_text(value.integer, out) : number_to_text(value.real, out);
+  return std::string(out, size) + (value.is_integer ? "" : "r");
+}
+
+// Integers are shown as they are, doubles with an "r" behind them.
+std::string read(std::string_view text) {
+  Number value;
+  switch (parse_number(text, value)) {
+    case NumberParse::Ok:
+      return show(value);
+    case NumberParse::Invalid:
+      return "invalid";
+    default:
+      return "inexact";
+  }
+}
+
+TEST(Number, ReadsWhatItKeepsExactlyAndRefusesTheRest) {
+  const struct {
+    const char* input;
+    const char* expected;
+  } kRows[] = {
+      {"0", "0"},
+      {"-0", "0"},
+      {"-0.000", "0"},
+      {" 007 ", "7"},
+      {"+1.50", "1.5r"},
+      {"-1.25", "-1.25r"},
+      {".5", ".5r"},
+      {"5.", "5"},
+      {"1e3", "1000"},
+      {"1.5E+1", "15"},
+      {"25e-4", ".0025r"},
+      {"9223372036854775807", "9223372036854775807"},
+      {"-9223372036854775808", "-9223372036854775808"},
+      {"9223372036854775808", "inexact"},
+      {"123456789012345678.5", "inexact"},
+      {"0.1234567890123456", "inexact"},
+      {"123456789.012345", "123456789.012345r"},
+      {"100000000000000000000", "100000000000000000000r"},
+      {"1e39", "1000000000000000000000000000000000000000r"},
+      {"1e40", "1.0E+40r"},
+      {"-1.25e-50", "-1.25E-50r"},
+      {"1e-39", ".000000000000000000000000000000000000001r"},
+      {"1e-40", "1.0E-40r"},
+      {"9.99e125", "9.99E+125r"},
+      {"1e126", "inexact"},
+      {"1e-131", "0"},
+      {"1e999999999999", "inexact"},
+      {"1e-999999999999", "0"},
+      {"", "invalid"},
+      {"  ", "invalid"},
+      {".", "invalid"},
+      {"-", "invalid"},
+      {"1.2.3", "invalid"},
+      {"1e", "invalid"},
+      {"1e+", "invalid"},
+      {"e5", "invalid"},
+      {"1 2", "invalid"},
+      {"0x10", "invalid"},
+      {"inf", "invalid"},
+      {"nan", "invalid"},
+  };
+  for (const auto& row : kRows) EXPECT_EQ(read(row.input), row.expected) << row.input;
+  EXPECT_EQ(read(std::string(500, '1')), "inexact");
+  EXPECT_EQ(read("1" + std::string(60, '0') + "1"), "inexact");
+}
+
+TEST(Number, WritesComputedDoublesWithFifteenDigits) {
+  const struct {
+    double value;
+    const char* expected;
+  } kRows[] = {{-0.0, "0r"},
+               {0.1 + 0.2, ".3r"},
+               {1.0 / 3, ".333333333333333r"},
+               {2.0 / 3, ".666666666666667r"},
+               {1e15, "1000000000000000r"},
+               {-1e-7, "-.0000001r"},
+               {0.99999999999999999, "1r"},
+               {HUGE_VAL, "~r"},
+               {-HUGE_VAL, "-~r"}};
+  for (const auto& row : kRows) EXPECT_EQ(show({false, 0, row.value}), row.expected);
+}
+
+// Every decimal of up to 15 digits must come back from its double as it went in.
+TEST(Number, TextSurvivesTheWayThroughADouble) {
+  std::mt19937_64 random(20010125);
+  for (int i = 0; i < 20000; ++i) {
+    std::string text = std::to_string(random() % 999999999999999 + 1);
+    text.insert(random() % (text.size() + 1), ".");
+    while (text.back() == '0') text.pop_back();
+    if (text.back() == '.') continue;
+    text.erase(0, text.find_first_not_of('0'));
+    ASSERT_EQ(read(text), text + "r");
+  }
+}
+
+TEST(Number, FitsColumnsByDecimalRounding) {
+  const struct {
+    const char* value;
+    int precision, scale;
+    const char* expected;
+  } kRows[] = {{"1.005", 5, 2, "1.01r"},
+               {"-1.005", 5, 2, "-1.01r"},
+               {"2.675", 3, 2, "2.68r"},
+               {"999.995", 5, 2, "refused"},
+               {"999.994", 5, 2, "999.99r"},
+               {"1000", 3, 0, "refused"},
+               {"999", 3, 0, "999"},
+               {"99.5", 2, 0, "refused"},
+               {"0.4", 1, 0, "0"},
+               {"-0.5", 1, 0, "-1"},
+               {"1250", 2, -2, "1300"},
+               {"49", 2, -2, "0"},
+               {"50", 2, -2, "100"},
+               {"0.00125", 2, 4, ".0013r"},
+               {"0.01", 2, 4, "refused"},
+               {"1.5", 0, 0, "1.5r"},
+               {"123456789", 8, 0, "refused"},
+               {"0.3333", 10, -127, ".3333r"},
+               {"12345", 10, -127, "12350"},
+               {"9223372036854775807", 38, -1, "refused"},
+               {"9223372036854775807", 38, 0, "9223372036854775807"}};
+  for (const auto& row : kRows) {
+    Number value;
+    ASSERT_EQ(parse_number(row.value, value), NumberParse::Ok);
+    const bool fits = fit_number(value, row.precision, row.scale);
+    EXPECT_EQ(fits ? show(value) : "refused", row.expected) << row.value;
+  }
+  Number third{false, 0, 1.0 / 3};
+  EXPECT_TRUE(fit_number(third, 0, 0));
+  EXPECT_EQ(third.real, 0.333333333333333) << "what is stored must be the decimal that is shown";
+}
+
+}  // namespace
+}  // namespace oci8

@@ -1,0 +1,119 @@
+// A database file with one account, and a session on it by the interface alone.
+#ifndef OCI8_TESTS_OCI_FIXTURE_H
+#define OCI8_TESTS_OCI_FIXTURE_H
+
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <cstring>
+#include <filesystem>
+#include <string>
+
+#include "accounts.h"
+#include "oci.h"
+#include "sqlite_catalogue.h"
+#include "sqlite_handle.h"
+
+inline const text* bytes(const std::string& value) {
+  return reinterpret_cast<const text*>(value.data());
+}
+
+/// The handles of one connection, as callers keep them.
+struct Client {
+  Client() {
+    EXPECT_EQ(OCIEnvInit(&env, OCI_DEFAULT, 0, nullptr), OCI_SUCCESS);
+    err = make<OCIError>(OCI_HTYPE_ERROR);
+    srv = make<OCIServer>(OCI_HTYPE_SERVER);
+    svc = make<OCISvcCtx>(OCI_HTYPE_SVCCTX);
+    stmt = make<OCIStmt>(OCI_HTYPE_STMT);
+  }
+  ~Client() { OCIHandleFree(env, OCI_HTYPE_ENV); }
+  Client(const Client&) = delete;
+  Client& operator=(const Client&) = delete;
+
+  template <class T>
+  T* make(ub4 type) {
+    void* made = nullptr;
+    EXPECT_EQ(OCIHandleAlloc(env, &made, type, 0, nullptr), OCI_SUCCESS);
+    return static_cast<T*>(made);
+  }
+
+  sword log_in(const std::string& database, std::string user = "scott",
+               std::string password = "tiger") {
+    OCIServerAttach(srv, err, bytes(database), static_cast<sb4>(database.size()), OCI_DEFAULT);
+    OCIAttrSet(svc, OCI_HTYPE_SVCCTX, srv, 0, OCI_ATTR_SERVER, err);
+    ses = make<OCISession>(OCI_HTYPE_SESSION);
+    OCIAttrSet(ses, OCI_HTYPE_SESSION, user.data(), static_cast<ub4>(user.size()),
+               OCI_ATTR_USERNAME, err);
+    OCIAttrSet(ses, OCI_HTYPE_SESSION, password.data(), static_cast<ub4>(password.size()),
+               OCI_ATTR_PASSWORD, err);
+    const sword status = OCISessionBegin(svc, err, ses, OCI_CRED_RDBMS, OCI_DEFAULT);
+    if (status == OCI_SUCCESS) OCIAttrSet(svc, OCI_HTYPE_SVCCTX, ses, 0, OCI_ATTR_SESSION, err);
+    return status;
+  }
+
+  sword prepare(const std::string& sql) {
+    return OCIStmtPrepare(stmt, err, bytes(sql), static_cast<ub4>(sql.size()), OCI_NTV_SYNTAX,
+                          OCI_DEFAULT);
+  }
+  sword execute(ub4 iterations, ub4 mode = OCI_DEFAULT) {
+    return OCIStmtExecute(svc, stmt, err, iterations, 0, nullptr, nullptr, mode);
+  }
+  sword run(const std::string& sql, ub4 iterations = 1, ub4 mode = OCI_DEFAULT) {
+    const sword status = prepare(sql);
+    return status == OCI_SUCCESS ? execute(iterations, mode) : status;
+  }
+  sword fetch(ub4 rows) { return OCIStmtFetch(stmt, err, rows, OCI_FETCH_NEXT, OCI_DEFAULT); }
+
+  sword define(ub4 position, void* value, size_t size, ub2 type, sb2* indicator = nullptr,
+               ub2* length = nullptr, ub2* code = nullptr, ub4 mode = OCI_DEFAULT) {
+    OCIDefine* made = nullptr;
+    return OCIDefineByPos(stmt, &made, err, position, value, static_cast<sb4>(size), type,
+                          indicator, length, code, mode);
+  }
+
+  /// The code of the diagnostic, 0 without one.
+  int code() {
+    sb4 found = 0;
+    OCIErrorGet(err, 1, nullptr, &found, nullptr, 0, OCI_HTYPE_ERROR);
+    return found;
+  }
+
+  template <class T>
+  T attribute(ub4 number) {
+    T value{};
+    EXPECT_EQ(OCIAttrGet(stmt, OCI_HTYPE_STMT, &value, nullptr, number, err), OCI_SUCCESS);
+    return value;
+  }
+  ub4 row_count() { return attribute<ub4>(OCI_ATTR_ROW_COUNT); }
+
+  OCIEnv* env = nullptr;
+  OCIError* err = nullptr;
+  OCIServer* srv = nullptr;
+  OCISvcCtx* svc = nullptr;
+  OCISession* ses = nullptr;
+  OCIStmt* stmt = nullptr;
+};
+
+class OciTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    char folder[] = "/tmp/oci8-test-XXXXXX";
+    ASSERT_NE(mkdtemp(folder), nullptr);
+    folder_ = folder;
+    database_ = folder_ + "/TEST.db";
+    const auto db = oci8::open_file(database_, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
+    oci8::create_system_objects(db.get());
+    oci8::add_account(db.get(), "scott", "tiger");
+  }
+  void TearDown() override { std::filesystem::remove_all(folder_); }
+
+  void log_in() { ASSERT_EQ(c.log_in(database_), OCI_SUCCESS) << c.code(); }
+  void must(const std::string& sql) { ASSERT_EQ(c.run(sql), OCI_SUCCESS) << sql << c.code(); }
+
+  std::string folder_;
+  std::string database_;
+  Client c;
+};
+
+#endif

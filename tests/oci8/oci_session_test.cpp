@@ -1,0 +1,168 @@
+#include <atomic>
+#include <chrono>
+#include <thread>
+#include <utility>
+
+#include "oci_fixture.h"
+
+namespace {
+
+using Session = OciTest;
+
+TEST_F(Session, LoginFailuresHaveTheirCodesAndTheHandlesGoOn) {
+  EXPECT_EQ(OCITransCommit(c.svc, c.err, 0), OCI_ERROR);
+  EXPECT_EQ(c.code(), 24324);
+  const struct {
+    std::string database, user, password;
+    int code;
+  } cases[] = {
+      {folder_ + "/NOT_THERE.db", "scott", "tiger", 12154},
+      {"no such name!", "scott", "tiger", 12154},
+      {"", "scott", "tiger", 12154},
+      {database_, "scott", "lion", 1017},
+      {database_, "nobody", "tiger", 1017},
+      {database_, "", "", 1017},
+  };
+  for (const auto& one : cases) {
+    EXPECT_EQ(c.log_in(one.database, one.user, one.password), OCI_ERROR);
+    EXPECT_EQ(c.code(), one.code) << one.database << one.user;
+    EXPECT_EQ(OCISessionEnd(c.svc, c.err, c.ses, 0), OCI_ERROR);
+    EXPECT_EQ(c.code(), 1012);
+  }
+  EXPECT_EQ(c.log_in(database_), OCI_SUCCESS);
+  const std::string again = database_;
+  EXPECT_EQ(OCIServerAttach(c.srv, c.err, bytes(again), static_cast<sb4>(again.size()), 0), -1);
+  EXPECT_EQ(c.code(), 24309);
+  EXPECT_EQ(OCISessionBegin(c.svc, c.err, c.ses, OCI_CRED_RDBMS, 0), OCI_ERROR);
+  EXPECT_EQ(c.code(), 24313);
+  EXPECT_EQ(OCISessionEnd(c.svc, c.err, c.ses, 0), OCI_SUCCESS);
+  EXPECT_EQ(OCITransCommit(c.svc, c.err, 0), OCI_ERROR);
+  EXPECT_EQ(c.code(), 1012);
+  EXPECT_EQ(OCIServerDetach(c.srv, c.err, 0), OCI_SUCCESS);
+  EXPECT_EQ(c.run("select 1 from dual", 0), OCI_ERROR);
+  EXPECT_EQ(c.code(), 3114);
+  EXPECT_EQ(c.log_in(database_), OCI_SUCCESS);
+}
+
+// How each way to end a transaction or a session shows to another session.
+TEST_F(Session, WorkIsKeptOrTakenBackAsTheEndSays) {
+  const struct {
+    const char* name;
+    ub4 mode;
+    void (*end)(Client&);
+    ub4 rows;
+  } cases[] = {
+      {"commit", 0, [](Client& o) { OCITransCommit(o.svc, o.err, 0); }, 1},
+      {"rollback", 0, [](Client& o) { OCITransRollback(o.svc, o.err, 0); }, 0},
+      {"on success", OCI_COMMIT_ON_SUCCESS, [](Client& o) { OCITransRollback(o.svc, o.err, 0); },
+       1},
+      {"session end", 0, [](Client& o) { OCISessionEnd(o.svc, o.err, o.ses, 0); }, 1},
+      {"detach", 0, [](Client& o) { OCIServerDetach(o.srv, o.err, 0); }, 1},
+      {"session freed", 0, [](Client& o) { OCIHandleFree(o.ses, OCI_HTYPE_SESSION); }, 1},
+  };
+  log_in();
+  must("create table t (n number)");
+  for (const auto& one : cases) {
+    must("delete from t");
+    OCITransCommit(c.svc, c.err, 0);
+    Client other;
+    ASSERT_EQ(other.log_in(database_), OCI_SUCCESS);
+    ASSERT_EQ(other.run("insert into t values (1)", 1, one.mode), OCI_SUCCESS) << other.code();
+    EXPECT_EQ(other.row_count(), 1u);
+    one.end(other);
+    int count = -1;
+    ASSERT_EQ(c.run("select count(*) from t", 0), OCI_SUCCESS);
+    ASSERT_EQ(c.define(1, &count, sizeof count, SQLT_INT), OCI_SUCCESS);
+    ASSERT_EQ(c.fetch(1), OCI_SUCCESS);
+    EXPECT_EQ(static_cast<ub4>(count), one.rows) << one.name;
+  }
+}
+
+TEST_F(Session, AStatementMovesToAnotherSessionAndOutlivesIt) {
+  log_in();
+  must("create table t (n number)");
+  must("insert into t values (7)");
+  OCITransCommit(c.svc, c.err, 0);
+  int n = 0;
+  ASSERT_EQ(c.prepare("select n from t"), OCI_SUCCESS);
+  ASSERT_EQ(c.define(1, &n, sizeof n, SQLT_INT), OCI_SUCCESS);
+  ASSERT_EQ(c.execute(0), OCI_SUCCESS);
+  {
+    Client other;
+    ASSERT_EQ(other.log_in(database_), OCI_SUCCESS);
+    ASSERT_EQ(OCIStmtExecute(other.svc, c.stmt, c.err, 0, 0, nullptr, nullptr, 0), OCI_SUCCESS);
+    EXPECT_EQ(c.fetch(1), OCI_SUCCESS);
+    EXPECT_EQ(n, 7);
+  }
+  EXPECT_EQ(c.fetch(1), OCI_ERROR);
+  EXPECT_EQ(c.code(), 1002);
+  EXPECT_EQ(c.execute(1), OCI_SUCCESS);
+}
+
+TEST_F(Session, ACursorWhoseRowsAreAllFetchedHoldsNoOldViewOfTheDatabase) {
+  log_in();
+  must("create table t (n number)");
+  must("insert into t values (1)");
+  OCITransCommit(c.svc, c.err, 0);
+  int n = 0;
+  ASSERT_EQ(c.prepare("select n from t"), OCI_SUCCESS);
+  ASSERT_EQ(c.define(1, &n, sizeof n, SQLT_INT), OCI_SUCCESS);
+  ASSERT_EQ(c.execute(1), OCI_SUCCESS);
+  Client other;
+  ASSERT_EQ(other.log_in(database_), OCI_SUCCESS);
+  ASSERT_EQ(other.run("update t set n = 2", 1, OCI_COMMIT_ON_SUCCESS), OCI_SUCCESS);
+  OCIStmt* second = c.make<OCIStmt>(OCI_HTYPE_STMT);
+  std::swap(c.stmt, second);
+  EXPECT_EQ(c.run("update t set n = 3"), OCI_SUCCESS) << c.code();
+}
+
+TEST_F(Session, ABreakStopsTheRunningCallAndNothingElse) {
+  log_in();
+  must("create table t (n number)");
+  for (int i = 0; i < 100; ++i) must("insert into t values (1)");
+  EXPECT_EQ(OCIBreak(c.svc, c.err), OCI_SUCCESS);
+  EXPECT_EQ(OCIBreak(c.srv, c.err), OCI_SUCCESS);
+  ASSERT_EQ(c.prepare("select count(*) from t a, t b, t c, t d, t e, t f"), OCI_SUCCESS);
+  std::atomic<bool> over{false};
+  std::thread breaker([&] {
+    while (!over) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(20));
+      // What a cancel from another thread does: the break, and then a look at the diagnostics.
+      OCIBreak(c.svc, c.err);
+      c.code();
+      c.row_count();
+      c.attribute<ub2>(OCI_ATTR_SQLFNCODE);
+    }
+  });
+  EXPECT_EQ(c.execute(0), OCI_ERROR);
+  EXPECT_EQ(c.code(), 1013);
+  EXPECT_EQ(c.fetch(1), OCI_ERROR);  // must not start the query again
+  over = true;
+  breaker.join();
+  must("insert into t values (2)");
+  EXPECT_EQ(c.row_count(), 1u);
+  // A break may also come while the server is detached.
+  std::thread late([&] {
+    for (int i = 0; i < 1000; ++i) OCIBreak(c.srv, c.err);
+  });
+  OCIServerDetach(c.srv, c.err, 0);
+  late.join();
+}
+
+TEST_F(Session, TheBlockingModeIsTheOneThatWasAskedFor) {
+  ub1 on = 1, off = 0;
+  const struct {
+    ub1* value;
+    ub1 mode;
+  } steps[] = {{&on, 1}, {&on, 1}, {&off, 0}, {nullptr, 1}, {nullptr, 0}};
+  for (const auto& step : steps) {
+    EXPECT_EQ(OCIAttrSet(c.srv, OCI_HTYPE_SERVER, step.value, 0, OCI_ATTR_NONBLOCKING_MODE, c.err),
+              OCI_SUCCESS);
+    ub1 mode = 0x9d;
+    EXPECT_EQ(OCIAttrGet(c.srv, OCI_HTYPE_SERVER, &mode, nullptr, OCI_ATTR_NONBLOCKING_MODE, c.err),
+              OCI_SUCCESS);
+    EXPECT_EQ(mode, step.mode);
+  }
+}
+
+}  // namespace

@@ -1,0 +1,245 @@
+#include <vector>
+
+#include "oci_fixture.h"
+
+namespace {
+
+using Stmt = OciTest;
+
+TEST_F(Stmt, CallsOutOfOrderAndBadStatementsHaveTheirCodes) {
+  log_in();
+  const struct {
+    const char* sql;  // null: nothing is prepared
+    ub4 iterations;
+    ub4 mode;
+    int code;
+  } cases[] = {
+      {nullptr, 1, OCI_DEFAULT, 24337},
+      {"delete from dual", 0, OCI_DEFAULT, 24333},
+      {"select :a from dual", 0, OCI_DEFAULT, 1008},
+      {"select :a from dual", 0, OCI_DESCRIBE_ONLY, 0},
+      {"begin null; end;", 1, OCI_DEFAULT, 3001},
+      {"select x from nowhere", 0, OCI_DESCRIBE_ONLY, 942},
+      {"select 1 from dual", 1, OCI_DEFAULT, 24374},
+  };
+  for (const auto& one : cases) {
+    Client client;
+    ASSERT_EQ(client.log_in(database_), OCI_SUCCESS);
+    ASSERT_TRUE(one.sql == nullptr || client.prepare(one.sql) == OCI_SUCCESS);
+    EXPECT_EQ(client.execute(one.iterations, one.mode), one.code == 0 ? OCI_SUCCESS : OCI_ERROR);
+    EXPECT_EQ(client.code(), one.code) << one.sql;
+  }
+  ASSERT_EQ(c.run("select x from nowhere", 0), OCI_ERROR);
+  EXPECT_EQ(c.attribute<ub2>(OCI_ATTR_PARSE_ERROR_OFFSET), 14);
+  EXPECT_EQ(c.fetch(1), OCI_ERROR);
+  EXPECT_EQ(c.code(), 942);  // the failed execute again
+  ASSERT_EQ(c.prepare("select 1 from dual"), OCI_SUCCESS);
+  EXPECT_EQ(c.fetch(1), OCI_ERROR);
+  EXPECT_EQ(c.code(), 1002);
+}
+
+TEST_F(Stmt, AttributesTellWhatIsPrepared) {
+  ub2 type = 0;
+  EXPECT_EQ(OCIAttrGet(c.stmt, OCI_HTYPE_STMT, &type, nullptr, OCI_ATTR_STMT_TYPE, c.err), -1);
+  EXPECT_EQ(c.code(), 24337);
+  ASSERT_EQ(c.prepare("update t set n = 1"), OCI_SUCCESS);
+  EXPECT_EQ(c.attribute<ub2>(OCI_ATTR_STMT_TYPE), OCI_STMT_UPDATE);
+  EXPECT_EQ(c.attribute<ub2>(OCI_ATTR_SQLFNCODE), 6);
+  EXPECT_EQ(c.attribute<ub4>(OCI_ATTR_FNCODE), 13u);
+  EXPECT_EQ(c.attribute<ub4>(OCI_ATTR_PREFETCH_ROWS), 1u);
+  EXPECT_EQ(OCIAttrGet(c.stmt, OCI_HTYPE_STMT, &type, nullptr, OCI_ATTR_USERNAME, c.err), -1);
+  EXPECT_EQ(c.code(), 24315);
+}
+
+TEST_F(Stmt, TheSelectListIsDescribed) {
+  log_in();
+  must(
+      "create table t (a varchar2(10) not null, b number(7,2), c number, d date, e raw(4), f "
+      "long)");
+  ASSERT_EQ(c.run("select a, b, c as \"mixed\", d, e, f from t", 0, OCI_DESCRIBE_ONLY),
+            OCI_SUCCESS);
+  const struct {
+    std::string name;
+    ub2 type, size;
+    sb2 precision;
+    sb1 scale;
+  } columns[] = {{"A", SQLT_CHR, 10, 0, 0},        {"B", SQLT_NUM, 22, 7, 2},
+                 {"mixed", SQLT_NUM, 22, 0, -127}, {"D", SQLT_DAT, 7, 0, 0},
+                 {"E", SQLT_BIN, 4, 0, 0},         {"F", SQLT_LNG, 0, 0, 0}};
+  EXPECT_EQ(c.attribute<ub4>(OCI_ATTR_PARAM_COUNT), std::size(columns));
+  ub4 position = 0;
+  for (const auto& column : columns) {
+    void* parameter = nullptr;
+    ASSERT_EQ(OCIParamGet(c.stmt, OCI_HTYPE_STMT, c.err, &parameter, ++position), OCI_SUCCESS);
+    const auto get = [&](ub4 number, auto value, ub4* size = nullptr) {
+      EXPECT_EQ(OCIAttrGet(parameter, OCI_DTYPE_PARAM, &value, size, number, c.err), OCI_SUCCESS);
+      return value;
+    };
+    ub4 length = 0;
+    const char* name = get(OCI_ATTR_NAME, static_cast<const char*>(nullptr), &length);
+    EXPECT_EQ(std::string(name, length), column.name);
+    EXPECT_EQ(get(OCI_ATTR_DATA_TYPE, ub2{0}), column.type) << column.name;
+    EXPECT_EQ(get(OCI_ATTR_DATA_SIZE, ub2{9}), column.size) << column.name;
+    EXPECT_EQ(get(OCI_ATTR_PRECISION, sb2{9}), column.precision) << column.name;
+    EXPECT_EQ(get(OCI_ATTR_IS_NULL, ub1{9}), position == 1 ? 0 : 1) << column.name;
+    // One byte of the caller's two is written.
+    EXPECT_EQ(get(OCI_ATTR_SCALE, ub2{0x5500}), 0x5500 | static_cast<ub1>(column.scale));
+  }
+  void* beyond = nullptr;
+  EXPECT_EQ(OCIParamGet(c.stmt, OCI_HTYPE_STMT, c.err, &beyond, position + 1), OCI_ERROR);
+  EXPECT_EQ(c.code(), 24334);
+  ASSERT_EQ(OCIParamGet(c.stmt, OCI_HTYPE_STMT, c.err, &beyond, 1), OCI_SUCCESS);
+  ASSERT_EQ(c.prepare("select 1 from dual"), OCI_SUCCESS);
+  EXPECT_EQ(OCIAttrGet(beyond, OCI_DTYPE_PARAM, &position, nullptr, OCI_ATTR_DATA_TYPE, c.err),
+            OCI_INVALID_HANDLE);
+}
+
+// One value into one variable: what arrives, with an indicator and a return code to tell it.
+TEST_F(Stmt, ValuesAreConvertedToTheVariablesType) {
+  log_in();
+  must("create table t (s varchar2(10), n number, d date, r raw(4), l long)");
+  must(
+      "insert into t values ('abc', -1.25, to_date('2040-04-01', 'YYYY-MM-DD'), "
+      "hextoraw('0AFF00'), 'long text')");
+  const std::string date("\x78\x8c\x04\x01\x01\x01\x01", 7);
+  using namespace std::string_literals;
+  const struct {
+    const char* column;
+    ub2 type;
+    size_t room;
+    std::string expected;
+    ub2 length;
+    int code;  // of the call, and of the value
+    sb2 indicator = 0;
+  } cases[] = {
+      {"s", SQLT_STR, 4, "abc\0"s, 3, 0},
+      {"s", SQLT_STR, 3, "ab\0"s, 2, 24345, 3},
+      {"s", SQLT_STR, 1, "\0"s, 0, 24345, 3},
+      {"s", SQLT_CHR, 5, "abc##", 3, 0},
+      {"s", SQLT_AFC, 5, "abc  ", 5, 0},
+      {"n", SQLT_STR, 10, "-1.25\0####"s, 5, 0},
+      {"n", SQLT_INT, 4, "\xff\xff\xff\xff", 4, 0},
+      {"n * 1000", SQLT_INT, 2, "\x1e\xfb", 2, 0},
+      {"n * 1000", SQLT_INT, 1, "#", 0, 1455},
+      {"n", SQLT_FLT, 8, "\0\0\0\0\0\0\xf4\xbf"s, 8, 0},
+      {"n", SQLT_FLT, 4, "\0\0\xa0\xbf"s, 4, 0},
+      {"s", SQLT_INT, 4, "####", 0, 1722},
+      {"d", SQLT_DAT, 7, date, 7, 0},
+      {"d", SQLT_STR, 10, "01-APR-40\0"s, 9, 0},
+      {"d", SQLT_INT, 4, "####", 0, 932},
+      {"r", SQLT_BIN, 4, "\x0a\xff\0#"s, 3, 0},
+      {"r", SQLT_BIN, 2, "\x0a\xff", 2, 24345, 3},
+      {"r", SQLT_STR, 6, "0AFF0\0"s, 5, 24345, 6},
+      {"l", SQLT_LNG, 4, "long", 4, 24345, 9},
+      {"l", SQLT_STR, 10, "long text\0"s, 9, 0},
+      {"n", SQLT_BIN, 4, "####", 0, 932},
+  };
+  for (const auto& one : cases) {
+    const std::string name = std::string(one.column) + " as " + std::to_string(one.type);
+    ASSERT_EQ(c.run("select " + std::string(one.column) + " from t", 0), OCI_SUCCESS) << name;
+    std::vector<char> heap(one.room, '#');  // the address checker watches its end
+    sb2 indicator = 0;
+    ub2 length = 0, code = 0;
+    ASSERT_EQ(c.define(1, heap.data(), one.room, one.type, &indicator, &length, &code), 0) << name;
+    c.fetch(1);
+    EXPECT_EQ(c.code(), one.code) << name;
+    EXPECT_EQ(std::string(heap.begin(), heap.end()), one.expected) << name;
+    EXPECT_EQ(length, one.length) << name;
+    EXPECT_EQ(indicator, one.indicator) << name;
+    EXPECT_EQ(code, one.code == 24345 ? 1406 : code) << name;
+  }
+}
+
+TEST_F(Stmt, NullAndCutAreToldWhereThereIsRoomToTellThem) {
+  log_in();
+  const struct {
+    const char* value;
+    bool with_indicator, with_code;
+    sword status;
+    int call_code;
+    sb2 indicator;
+    ub2 code;
+  } cases[] = {
+      {"null", false, false, OCI_ERROR, 1405, 9, 9},
+      {"null", false, true, OCI_ERROR, 1405, 9, 1405},
+      {"null", true, false, OCI_SUCCESS, 0, -1, 9},
+      {"null", true, true, OCI_SUCCESS, 0, -1, 1405},
+      {"'abcd'", false, false, OCI_ERROR, 1406, 9, 9},
+      {"'abcd'", true, false, OCI_ERROR, 1406, 4, 9},
+      {"'abcd'", false, true, OCI_SUCCESS_WITH_INFO, 24345, 9, 1406},
+      {"'abcd'", true, true, OCI_SUCCESS_WITH_INFO, 24345, 4, 1406},
+      {"'abc'", true, true, OCI_SUCCESS, 0, 0, 0},
+  };
+  for (const auto& one : cases) {
+    ASSERT_EQ(c.run("select " + std::string(one.value) + " from dual", 0), OCI_SUCCESS);
+    char buffer[4];
+    sb2 indicator = 9;
+    ub2 code = 9;
+    ASSERT_EQ(
+        c.define(1, buffer, sizeof buffer, SQLT_STR, one.with_indicator ? &indicator : nullptr,
+                 nullptr, one.with_code ? &code : nullptr),
+        OCI_SUCCESS);
+    EXPECT_EQ(c.fetch(1), one.status) << one.value << one.with_indicator << one.with_code;
+    EXPECT_EQ(c.code(), one.call_code);
+    EXPECT_EQ(indicator, one.indicator);
+    EXPECT_EQ(code, one.code);
+  }
+}
+
+TEST_F(Stmt, RowsComeInArrays) {
+  log_in();
+  must("create table t (n number, s varchar2(5))");
+  for (const char* row : {"1, 'a'", "2, null", "3, 'ccc'", "4, 'd'", "5, 'e'"}) {
+    must(std::string("insert into t values (") + row + ")");
+  }
+  std::vector<int> n(3);
+  std::vector<char> s(3 * 6);
+  sb2 present[3];
+  ub2 lengths[3], codes[3];
+  ASSERT_EQ(c.prepare("select n, s from t order by n"), OCI_SUCCESS);
+  ASSERT_EQ(c.define(2, s.data(), 6, SQLT_STR, present, lengths, codes), OCI_SUCCESS);
+  ASSERT_EQ(c.define(1, s.data(), 1, SQLT_INT), OCI_SUCCESS);
+  ASSERT_EQ(c.define(1, n.data(), sizeof(int), SQLT_INT), OCI_SUCCESS);  // replaces the former
+  for (int run = 0; run < 2; ++run) {
+    ASSERT_EQ(c.execute(3), OCI_SUCCESS);
+    EXPECT_EQ(c.row_count(), 3u);
+    EXPECT_EQ(n, (std::vector<int>{1, 2, 3}));
+    EXPECT_STREQ(&s[12], "ccc");
+    EXPECT_EQ(present[1], -1);
+    EXPECT_EQ(lengths[2], 3);
+    EXPECT_EQ(c.fetch(3), OCI_NO_DATA);
+    EXPECT_EQ(c.code(), 1403);
+    EXPECT_EQ(c.row_count(), 5u);
+    EXPECT_EQ(n, (std::vector<int>{4, 5, 3}));
+    EXPECT_EQ(c.fetch(3), OCI_NO_DATA);
+    EXPECT_EQ(c.row_count(), 5u);
+  }
+  ASSERT_EQ(c.execute(0), OCI_SUCCESS);
+  EXPECT_EQ(c.fetch(0), OCI_SUCCESS);
+  EXPECT_EQ(c.fetch(1), OCI_ERROR);
+  EXPECT_EQ(c.code(), 1002);
+  ASSERT_EQ(c.define(3, n.data(), sizeof(int), SQLT_INT), OCI_SUCCESS);
+  EXPECT_EQ(c.execute(1), OCI_ERROR);
+  EXPECT_EQ(c.code(), 1007);
+}
+
+TEST_F(Stmt, BadDefinesAreRefused) {
+  ASSERT_EQ(c.prepare("select 1 from dual"), OCI_SUCCESS);
+  int value = 0;
+  const struct {
+    ub4 position;
+    void* value;
+    size_t size;
+    ub2 type;
+    int code;
+  } cases[] = {{0, &value, 4, SQLT_INT, 1007},         {1, nullptr, 4, SQLT_INT, 24328},
+               {1, &value, 0, SQLT_STR, 1459},         {1, &value, 3, SQLT_INT, 3115},
+               {1, &value, 4, SQLT_CLOB, 3115},        {1, &value, 4, 999, 3115},
+               {1, &value, size_t(-1), SQLT_STR, 1459}};
+  for (const auto& one : cases) {
+    EXPECT_EQ(c.define(one.position, one.value, one.size, one.type), OCI_ERROR);
+    EXPECT_EQ(c.code(), one.code) << one.type;
+  }
+}
+
+}  // namespace
