@@ -49,6 +49,7 @@ columndata::columndata(int size)
 
 columndata::~columndata() {
   TRACE("\n===============  ~columndata destructor  col:", "=", colpos);
+  forget_streamed_column(*this);
   allocByteArray(0);
   TRACE("\n===============  ~columndata destructor  allocByteArray(0) done");
   allocFetchArrays(0);
@@ -80,7 +81,11 @@ JNIEXPORT void JNICALL Java_trevalon_db_oci_OciColumn_native_1finalize(JNIEnv* e
   if (!env_and_object(env, obj)) return;
   auto* col = record_of<columndata>(env, obj, coldata32iD);
   if (col == nullptr) return;
+  // Pieces that Java did not read would have no owner any more.
+  longdata_node* head = col->longbuf_head;
+  longdata_node* tail = col->longbuf_tail;
   delete col;
+  longdata_node::releasechain(&head, &tail, nullptr);
   store_record<columndata>(env, obj, coldata32iD, nullptr);
 }
 

@@ -42,6 +42,7 @@ cdadata::~cdadata() {
   delete[] descpstr;
   if (lc_tail != nullptr) longcol_node::destroychain(&lc_head, &lc_tail);
   if (li_tail != nullptr) longcol_node::destroychain(&li_head, &li_tail);
+  end_statement_memory(*this);
   if (longdata_bufpool != nullptr) {
     TRACE(
         " !!!! Rather SEVERE warning !!  we are deleting longdata_bufpool in cursordata "
@@ -53,26 +54,6 @@ cdadata::~cdadata() {
 
 std::int32_t longBufferSize(JNIEnv* env, jobject obj) {
   return env_and_object(env, obj) ? env->GetIntField(obj, selPieceLengthID) : 0;
-}
-
-void clean_longinsert_chain(JNIEnv* env, cdadata* cd) {
-  TRACE("*********  clean_longinsert_chain  invoked ***");
-  if (cd == nullptr || cd->li_tail == nullptr) return;
-  while (longcol_node* node = longcol_node::dequeue(&cd->li_head, &cd->li_tail)) {
-    columndata* col = node->coldata;
-    TRACE("---------- got columndata for col: ", "=", col->colpos);
-    if (col->ctx != nullptr && col->ctx->jbytes != nullptr && col->ctx->buf != nullptr) {
-      TRACE("+++ exec  - UNPIN ctx->buf from ctx->jbytes +++  col:", col->colpos);
-      TRACE_BYTES("+++  first 10 bytes ctx->buf ", reinterpret_cast<text*>(col->ctx->buf),
-                  std::min<jsize>(10, env->GetArrayLength(col->ctx->jbytes)));
-      env->ReleaseByteArrayElements(col->ctx->jbytes, col->ctx->buf, JNI_ABORT);
-      TRACE("+++ exec  - DELETE col->ctx");
-      delete col->ctx;
-      col->ctx = nullptr;
-    }
-    TRACE("+++ exec  - DELETE and DEQUEUE longcol_node from INSERT CHAIN");
-    delete node;
-  }
 }
 
 // --- Error state ---------------------------------------------------------------------------------
@@ -129,6 +110,21 @@ JNIEXPORT void JNICALL Java_trevalon_db_oci_OciCursor_initialize(JNIEnv* env, jo
   store_record(env, obj, cdadata32iD, cda);
 }
 
+namespace {
+
+// Clears the handle, so that a second close finds nothing to free.
+sword free_statement(cdadata& cda) {
+  if (cda.stmthp == nullptr) return OCI_SUCCESS;
+  TRACE("*** OCIHandleFree (OCI_HTYPE_STMT) ***");
+  end_statement_memory(cda);
+  const sword retvali = OCIHandleFree(cda.stmthp, OCI_HTYPE_STMT);
+  TRACE("    OCIHandleFree result", "=", retvali);
+  cda.stmthp = nullptr;
+  return retvali;
+}
+
+}  // namespace
+
 JNIEXPORT jboolean JNICALL Java_trevalon_db_oci_OciCursor_open(JNIEnv* env, jobject obj,
                                                                jobject connobj) {
   TRACE("*** open ***");
@@ -139,13 +135,14 @@ JNIEXPORT jboolean JNICALL Java_trevalon_db_oci_OciCursor_open(JNIEnv* env, jobj
   ldadata* ld = session_record(env, connobj, "LDA is null");
   if (ld == nullptr) return kCallOk;
 
+  free_statement(*cda);  // of an open that no close followed
   cda->errhp = ld->errhp;
   const sword retvali = OCIHandleAlloc(ld->envhp, reinterpret_cast<void**>(&cda->stmthp),
                                        OCI_HTYPE_STMT, kStatementMemorySize, &cda->tmp);
   cda->described = 0;
   cda->svchp = ld->svchp;
   cda->lda = ld;
-  forget_defined_rows(*cda);
+  if (retvali == OCI_SUCCESS) start_statement_memory(*cda);
   assignCdaCodes(env, obj);
   return call_result(retvali);
 }
@@ -178,7 +175,8 @@ void release_long_value(JNIEnv* env, const cdadata& cda, columndata& col) {
 
 void release_long_columns(JNIEnv* env, cdadata& cda, PendingException& pending) {
   for (longcol_node* node = cda.lc_tail; node != nullptr; node = node->next) {
-    if (node->coldata == nullptr) continue;
+    // A column that has ended took its pieces along; one that was defined elsewhere keeps them.
+    if (node->coldata == nullptr || has_ended(cda, node->coldata)) continue;
     release_long_value(env, cda, *node->coldata);
     pending.set_aside();
   }
@@ -192,17 +190,6 @@ void release_long_columns(JNIEnv* env, cdadata& cda, PendingException& pending) 
   }
   delete cda.longdata_bufpool;
   cda.longdata_bufpool = nullptr;
-}
-
-// Clears the handle, so that a second close finds nothing to free.
-sword free_statement(cdadata& cda) {
-  if (cda.stmthp == nullptr) return OCI_SUCCESS;
-  TRACE("*** OCIHandleFree (OCI_HTYPE_STMT) ***");
-  const sword retvali = OCIHandleFree(cda.stmthp, OCI_HTYPE_STMT);
-  TRACE("    OCIHandleFree result", "=", retvali);
-  cda.stmthp = nullptr;
-  cda.tmp = nullptr;
-  return retvali;
 }
 
 }  // namespace
@@ -294,13 +281,13 @@ JNIEXPORT jboolean JNICALL Java_trevalon_db_oci_OciCursor_parse(JNIEnv* env, job
   const auto length = static_cast<ub4>(std::strlen(reinterpret_cast<char*>(cda->sqlstr)));
   sword retvali =
       OCIStmtPrepare(cda->stmthp, cda->errhp, cda->sqlstr, length, OCI_NTV_SYNTAX, OCI_DEFAULT);
-  forget_defined_rows(*cda);
   if (retvali != OCI_SUCCESS) {
     TRACE("   prepare failed");
     assignCdaCodes(env, obj);
     return kCallFailed;
   }
   TRACE("    prepare succeeded");
+  drop_defines_and_binds(env, *cda);
   const auto stmttype = statement_attribute<ub2>(*cda, OCI_ATTR_STMT_TYPE);
   TRACE("    stmttype", "=", stmttype);
   TRACE("    cd->described: ", cda->described);
@@ -416,12 +403,14 @@ JNIEXPORT jboolean JNICALL Java_trevalon_db_oci_OciCursor_exec(JNIEnv* env, jobj
   cdadata* cda = cursor_record(env, obj);
   if (cda == nullptr) return kCallOk;
   if (required(env, cda->lda, "LDA is null") == nullptr) return kCallOk;
+  if (!lent_records_stand(env, *cda)) return kCallOk;
 
   TRACE("*** OCIStmtExecute 1 *** ");
   const ub4 mode = cda->lda->autocommit != 0 ? OCI_COMMIT_ON_SUCCESS : OCI_DEFAULT;
-  const sword retvali =
-      OCIStmtExecute(cda->svchp, cda->stmthp, cda->errhp, 1, 0, nullptr, nullptr, mode);
+  PendingException pending(env);  // of the Java method that the insert callback calls
+  const sword retvali = execute_statement(env, *cda, 1, mode);
   TRACE("    OCIStmtExecute result", "=", retvali);
+  pending.set_aside();
   assignCdaCodes(env, obj);
   clean_longinsert_chain(env, cda);
   return call_result(retvali);

@@ -3,6 +3,7 @@
 #include <new>
 
 #include "CursorJNI8.h"
+#include "guards.h"
 #include "oralayer8.h"
 #include "records.h"
 #include "trace.h"
@@ -106,7 +107,10 @@ JNIEXPORT jboolean JNICALL Java_trevalon_db_oci_OciCursor_bindSelectItem(JNIEnv*
     TRACE("    col->bufptr=", "NULL");
   }
   sword retvali = OCI_SUCCESS;
-  if (!define_column(env, *cda, *col, fetchsize, retvali)) return kCallOk;
+  if (!define_column(env, *cda, *col, fetchsize, retvali) ||
+      !lend(env, *cda, Lend::Define, static_cast<ub4>(col->colpos), col)) {
+    return kCallOk;
+  }
   TRACE("    retvali", "=", retvali);
   assignCdaCodes(env, obj);
   return call_result(retvali);
@@ -117,7 +121,7 @@ JNIEXPORT jboolean JNICALL Java_trevalon_db_oci_OciCursor_bindSelectItem(JNIEnv*
 namespace {
 
 bool rows_have_room(JNIEnv* env, const cdadata& cda, jint rows) {
-  if (rows >= 0 && rows <= defined_rows(cda)) return true;
+  if (rows >= 0 && rows <= defined_rows(cda)) return lent_records_stand(env, cda);
   TV_ThrowInternalError(env, "fetch size is larger than the columns' arrays");
   return false;
 }
@@ -171,7 +175,7 @@ Step begin_column(LongRow& row) {
     return Step::Raised;
   }
   row.col = row.lcn->coldata;
-  if (row.col == nullptr) {
+  if (row.col == nullptr || has_ended(row.cda, row.col)) {
     TV_ThrowInternalError(row.env,
                           "in LONG fetch, got NULL column data from longcol_node pointer !");
     return Step::Raised;
@@ -320,9 +324,12 @@ JNIEXPORT jboolean JNICALL Java_trevalon_db_oci_OciCursor_execAndFetch(JNIEnv* e
     assignCdaCodes(env, obj);
   }
   TRACE("*** OCIStmtExecute 2 ***   fetchsize=", rows);
-  sword retvali =
-      OCIStmtExecute(cda->svchp, cda->stmthp, cda->errhp, rows, 0, nullptr, nullptr, OCI_DEFAULT);
+  PendingException pending(env);  // of the Java method that the insert callback calls
+  sword retvali = execute_statement(env, *cda, rows, OCI_DEFAULT);
   TRACE("    retvali", "=", retvali);
+  pending.set_aside();
+  // What streamed into this execution is pinned, in local references of this call.
+  if (cda->li_tail != nullptr) clean_longinsert_chain(env, cda);
   // A failed execute shows in the fetch that follows.
   if (longCount > 0) return array_fetch(env, obj, *cda, 0);
   if (retvali == OCI_NO_DATA) {

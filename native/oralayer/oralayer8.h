@@ -24,6 +24,13 @@ struct LongdataBufPool;
 void* allocate_low(std::size_t size) noexcept;
 void release_low(void* record) noexcept;
 
+/// Tells a record from what its place held before, or will hold, and from itself with other
+/// buffers: changes when the record is made, touched and destroyed. Any address; 0 for one that is
+/// not the arena's.
+std::uint32_t record_version(const void* record) noexcept;
+/// To be called when a record changes the buffers that it lends.
+void touch_record(void* record) noexcept;
+
 /// Gives a record type its place in the low arena. A macro rather than a base class, so that the
 /// records stay plain. Array forms raise std::bad_alloc when the arena is exhausted.
 #define ORALAYER_LOW_RECORD                                                     \
@@ -272,6 +279,20 @@ std::int32_t longBufferSize(JNIEnv* env, jobject obj);
 
 /// Releases the streaming state of the cursor's LONG bind variables and empties the insert chain.
 void clean_longinsert_chain(JNIEnv* env, cdadata* cd);
+
+/// For a column that ends, or that is bound elsewhere: no context and no insert chain names it.
+void forget_streamed_column(columndata& col);
+
+/// The insert callback, on the thread that executes; its context is a colctx. Hands OCI the next
+/// chunk of the stream, or an empty last piece.
+sb4 icbfp(void* ictxp, OCIBind* bindp, ub4 iter, ub4 index, void** bufpp, ub4* alenp, ub1* piecep,
+          void** indpp);
+/// No value is streamed out: LONG values are fetched in pieces.
+sb4 ocbfp(void* octxp, OCIBind* bindp, ub4 iter, ub4 index, void** bufpp, ub4** alenpp, ub1* piecep,
+          void** indpp, ub2** rcodepp);
+
+/// The buffer that OCI reads a column's bind value from; null for an unknown type.
+ub1* bindParamData(columndata* col);
 
 // --- LOB -----------------------------------------------------------------------------------------
 

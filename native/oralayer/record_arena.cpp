@@ -3,13 +3,17 @@
 // On a 64-bit host the heap lies far above that, so address space is reserved at low addresses in
 // regions of a few megabytes, as needed, and cut into blocks by size. Blocks go back to a list of
 // their size and are used again; regions are kept. Nothing outside this file knows of it.
+//
+// A block's header is never reused for anything else, so the version in it can be read by whoever
+// remembers a record, also after that record's end.
 
 #include <sys/mman.h>
 
 #include <array>
+#include <atomic>
 #include <cstdint>
-#include <cstdlib>
 #include <mutex>
+#include <new>
 
 #include "oralayer8.h"
 
@@ -25,7 +29,8 @@
 namespace {
 
 constexpr std::uintptr_t kLowest = 0x00100000;  // above what the kernel keeps for null pointers
-constexpr std::uintptr_t kLimit = 0x100000000;  // a record must end below it
+// A record must end below it. A 32-bit process leaves the top to the kernel.
+constexpr std::uint64_t kLimit = sizeof(void*) == 4 ? 0xC0000000 : 0x100000000;
 constexpr std::size_t kRegionSize = 0x00400000;
 constexpr std::size_t kGranule = 16;
 constexpr std::size_t kSmallest = 32;  // header and a little
@@ -34,8 +39,14 @@ constexpr int kClasses = 28;  // powers of two from kSmallest to 4 GiB
 // In front of every block; keeps the block aligned to the granule.
 struct alignas(kGranule) Header {
   std::uint32_t size_class;
+  std::atomic<std::uint32_t> version;  // fresh regions start at 0, records at 1
 };
 
+Header* header_of(void* record) {
+  return static_cast<Header*>(record) - 1;
+}
+
+// A free block, behind its header.
 struct FreeBlock {
   FreeBlock* next;
 };
@@ -57,45 +68,48 @@ std::uintptr_t map_region(std::uintptr_t from, std::size_t size) {
 class Arena {
  public:
   void* allocate(std::size_t size) {
-    if (size > kLimit / 2) return nullptr;
-    int size_class = 0;
-    while ((kSmallest << size_class) < size + sizeof(Header)) ++size_class;
-    const std::size_t block = kSmallest << size_class;
+    if (size > kLimit / 4) return nullptr;
+    std::uint32_t size_class = 0;
+    while (block_size(size_class) < size + sizeof(Header)) ++size_class;
 
     std::lock_guard<std::mutex> lock(mutex_);
-    void* found = take_free(size_class, block);
-    if (found == nullptr) found = cut(block);
-    if (found == nullptr) return nullptr;
-    auto* header = static_cast<Header*>(found);
-    header->size_class = static_cast<std::uint32_t>(size_class);
-    return header + 1;
+    void* record = take_free(size_class);
+    if (record == nullptr) record = cut(size_class);
+    if (record != nullptr) ++header_of(record)->version;
+    return record;
   }
 
   void release(void* record) {
-    auto* header = static_cast<Header*>(record) - 1;
-    const std::uint32_t size_class = header->size_class;
-    const std::size_t block = kSmallest << size_class;
+    Header* header = header_of(record);
+    ++header->version;
     std::lock_guard<std::mutex> lock(mutex_);
-    auto* free_block = reinterpret_cast<FreeBlock*>(header);
-    free_block->next = free_[size_class];
-    free_[size_class] = free_block;
-    ASAN_POISON_MEMORY_REGION(header + 1, block - sizeof(Header));
+    free_[header->size_class] = new (record) FreeBlock{free_[header->size_class]};
+    ASAN_POISON_MEMORY_REGION(record, block_size(header->size_class) - sizeof(Header));
+  }
+
+  bool owns(const void* record) const {
+    const auto address = reinterpret_cast<std::uintptr_t>(record);
+    return address >= kLowest && address < kLimit &&
+           owned_[(address - kLowest) / kRegionSize].load(std::memory_order_acquire);
   }
 
  private:
-  void* take_free(int size_class, std::size_t block) {
+  static std::size_t block_size(std::uint32_t size_class) { return kSmallest << size_class; }
+
+  void* take_free(std::uint32_t size_class) {
     FreeBlock* first = free_[size_class];
     if (first == nullptr) return nullptr;
+    ASAN_UNPOISON_MEMORY_REGION(first, block_size(size_class) - sizeof(Header));
     free_[size_class] = first->next;
-    ASAN_UNPOISON_MEMORY_REGION(first, block);
     return first;
   }
 
-  void* cut(std::size_t block) {
+  void* cut(std::uint32_t size_class) {
+    const std::size_t block = block_size(size_class);
     if (block > end_ - next_ && !grow(block)) return nullptr;
-    void* start = reinterpret_cast<void*>(next_);
+    auto* header = new (reinterpret_cast<void*>(next_)) Header{size_class, 0};
     next_ += block;
-    return start;
+    return header + 1;
   }
 
   // The rest of the former region, less than one block, is given up.
@@ -105,6 +119,9 @@ class Arena {
     if (start == 0) return false;
     if (size == kRegionSize) scan_from_ = start + size;
     __lsan_register_root_region(reinterpret_cast<void*>(start), size);
+    for (std::uintptr_t at = start; at < start + size; at += kRegionSize) {
+      owned_[(at - kLowest) / kRegionSize].store(true, std::memory_order_release);
+    }
     next_ = start;
     end_ = start + size;
     return true;
@@ -115,25 +132,27 @@ class Arena {
   std::uintptr_t next_ = 0;
   std::uintptr_t end_ = 0;
   std::uintptr_t scan_from_ = kLowest;
+  std::array<std::atomic<bool>, kLimit / kRegionSize> owned_{};
 };
 
 // Never destroyed: the session pools give their records back during the process's own end.
 constinit Arena arena;
 
-constexpr bool kHeapIsLow = sizeof(void*) == sizeof(std::uint32_t);
-
 }  // namespace
 
 void* allocate_low(std::size_t size) noexcept {
-  if constexpr (kHeapIsLow) return std::malloc(size);
   return arena.allocate(size);
 }
 
 void release_low(void* record) noexcept {
-  if (record == nullptr) return;
-  if constexpr (kHeapIsLow) {
-    std::free(record);
-  } else {
-    arena.release(record);
-  }
+  if (record != nullptr) arena.release(record);
+}
+
+std::uint32_t record_version(const void* record) noexcept {
+  if (!arena.owns(record)) return 0;
+  return header_of(const_cast<void*>(record))->version.load(std::memory_order_relaxed);
+}
+
+void touch_record(void* record) noexcept {
+  if (arena.owns(record)) ++header_of(record)->version;
 }

@@ -168,6 +168,7 @@ void columndata::allocByteArray(sb4 newsize) {
   TRACE("*** allocByteArray ***");
   if (newsize != 0 && newsize <= byte_arrlen) return;
   if (newsize < 0) return;
+  touch_record(this);
   if (byte_arrlen != 0) release_array(byte_arr);
   byte_arrlen = newsize;
   if (newsize == 0) return;
@@ -178,6 +179,7 @@ void columndata::allocByteArray(sb4 newsize) {
 }
 
 void columndata::allocFetchArrays(int size) {
+  touch_record(this);
   if (vectsize != 0) {
     release_array(indpvect);
     release_array(retlenvect);

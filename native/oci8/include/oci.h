@@ -68,26 +68,26 @@ typedef struct Cda_Def {
 #define OCI_DTYPE_PARAM 53
 
 /* Attributes of handles */
-#define OCI_ATTR_FNCODE 1             /* ub4 */
-#define OCI_ATTR_NONBLOCKING_MODE 3   /* ub1, server */
-#define OCI_ATTR_SERVER 6             /* OCIServer*, service context */
-#define OCI_ATTR_SESSION 7            /* OCISession*, service context */
-#define OCI_ATTR_ROW_COUNT 9          /* ub4, statement */
-#define OCI_ATTR_SQLFNCODE 10         /* ub2, statement */
-#define OCI_ATTR_PREFETCH_ROWS 11     /* ub4, statement */
-#define OCI_ATTR_PARAM_COUNT 18       /* ub4, statement */
-#define OCI_ATTR_USERNAME 22          /* text, session */
-#define OCI_ATTR_PASSWORD 23          /* text, session */
-#define OCI_ATTR_STMT_TYPE 24         /* ub2, statement */
+#define OCI_ATTR_FNCODE 1 /* ub4 */
+#define OCI_ATTR_NONBLOCKING_MODE 3 /* ub1, server */
+#define OCI_ATTR_SERVER 6 /* OCIServer*, service context */
+#define OCI_ATTR_SESSION 7 /* OCISession*, service context */
+#define OCI_ATTR_ROW_COUNT 9 /* ub4, statement */
+#define OCI_ATTR_SQLFNCODE 10 /* ub2, statement */
+#define OCI_ATTR_PREFETCH_ROWS 11 /* ub4, statement */
+#define OCI_ATTR_PARAM_COUNT 18 /* ub4, statement */
+#define OCI_ATTR_USERNAME 22 /* text, session */
+#define OCI_ATTR_PASSWORD 23 /* text, session */
+#define OCI_ATTR_STMT_TYPE 24 /* ub2, statement */
 #define OCI_ATTR_PARSE_ERROR_OFFSET 129 /* ub2, statement */
 
 /* Attributes of parameter descriptors (the numbers overlap those of handles) */
 #define OCI_ATTR_DATA_SIZE 1 /* ub2 */
 #define OCI_ATTR_DATA_TYPE 2 /* ub2 */
-#define OCI_ATTR_NAME 4      /* text */
+#define OCI_ATTR_NAME 4 /* text */
 #define OCI_ATTR_PRECISION 5 /* sb2 from a described statement */
-#define OCI_ATTR_SCALE 6     /* sb1 */
-#define OCI_ATTR_IS_NULL 7   /* ub1 */
+#define OCI_ATTR_SCALE 6 /* sb1 */
+#define OCI_ATTR_IS_NULL 7 /* ub1 */
 
 /* Statement types */
 #define OCI_STMT_SELECT 1
@@ -102,11 +102,11 @@ typedef struct Cda_Def {
 
 /* Modes. The same number has different meanings for different calls. */
 #define OCI_DEFAULT 0
-#define OCI_THREADED 1            /* OCIInitialize */
-#define OCI_DESCRIBE_ONLY 0x10    /* OCIStmtExecute */
+#define OCI_THREADED 1 /* OCIInitialize */
+#define OCI_DESCRIBE_ONLY 0x10 /* OCIStmtExecute */
 #define OCI_COMMIT_ON_SUCCESS 0x20 /* OCIStmtExecute */
-#define OCI_DATA_AT_EXEC 2        /* OCIBindByPos */
-#define OCI_DYNAMIC_FETCH 2       /* OCIDefineByPos */
+#define OCI_DATA_AT_EXEC 2 /* OCIBindByPos */
+#define OCI_DYNAMIC_FETCH 2 /* OCIDefineByPos */
 
 #define OCI_NTV_SYNTAX 1
 
@@ -190,6 +190,20 @@ sword OCIDefineByPos(OCIStmt* stmtp, OCIDefine** defnpp, OCIError* errhp, ub4 po
                      void* valuep, sb4 value_sz, ub2 dty, void* indp, ub2* rlenp, ub2* rcodep,
                      ub4 mode);
 sword OCIStmtFetch(OCIStmt* stmtp, OCIError* errhp, ub4 nrows, ub2 orientation, ub4 mode);
+
+/* Binds, by position from 1. Buffers, indicators and lengths are read when the statement executes,
+ * and written by it where the placeholder is an output. With OCI_DATA_AT_EXEC the value comes from
+ * the callback that OCIBindDynamic registers: called on the executing thread until it has marked a
+ * piece OCI_LAST_PIECE or OCI_ONE_PIECE; anything but OCI_CONTINUE ends the execution. */
+typedef sb4 (*OCICallbackInBind)(void* ictxp, OCIBind* bindp, ub4 iter, ub4 index, void** bufpp,
+                                 ub4* alenp, ub1* piecep, void** indpp);
+typedef sb4 (*OCICallbackOutBind)(void* octxp, OCIBind* bindp, ub4 iter, ub4 index, void** bufpp,
+                                  ub4** alenpp, ub1* piecep, void** indpp, ub2** rcodepp);
+sword OCIBindByPos(OCIStmt* stmtp, OCIBind** bindpp, OCIError* errhp, ub4 position, void* valuep,
+                   sb4 value_sz, ub2 dty, void* indp, ub2* alenp, ub2* rcodep, ub4 maxarr_len,
+                   ub4* curelep, ub4 mode);
+sword OCIBindDynamic(OCIBind* bindp, OCIError* errhp, void* ictxp, OCICallbackInBind icbfp,
+                     void* octxp, OCICallbackOutBind ocbfp);
 
 /* Piecewise transfer: the handle that the next piece belongs to, and the buffer for it. */
 sword OCIStmtGetPieceInfo(OCIStmt* stmtp, OCIError* errhp, void** hndlpp, ub4* typep, ub1* in_outp,

@@ -191,6 +191,62 @@ JNIEXPORT jint JNICALL Java_trevalon_db_oci_OciColumn_name
 JNIEXPORT void JNICALL Java_trevalon_db_oci_OciColumn_setName
   (JNIEnv *, jobject, jbyteArray);
 
+/*
+ * Class:     trevalon_db_oci_OciColumn
+ * Method:    setValueWithInt
+ * Signature: (IZ)V
+ */
+JNIEXPORT void JNICALL Java_trevalon_db_oci_OciColumn_setValueWithInt
+  (JNIEnv *, jobject, jint, jboolean);
+
+/*
+ * Class:     trevalon_db_oci_OciColumn
+ * Method:    setValueWithFloat
+ * Signature: (FZ)V
+ */
+JNIEXPORT void JNICALL Java_trevalon_db_oci_OciColumn_setValueWithFloat
+  (JNIEnv *, jobject, jfloat, jboolean);
+
+/*
+ * Class:     trevalon_db_oci_OciColumn
+ * Method:    setValueWithDouble
+ * Signature: (DZ)V
+ */
+JNIEXPORT void JNICALL Java_trevalon_db_oci_OciColumn_setValueWithDouble
+  (JNIEnv *, jobject, jdouble, jboolean);
+
+/*
+ * Class:     trevalon_db_oci_OciColumn
+ * Method:    setValueWithString
+ * Signature: ([BZ)V
+ */
+JNIEXPORT void JNICALL Java_trevalon_db_oci_OciColumn_setValueWithString
+  (JNIEnv *, jobject, jbyteArray, jboolean);
+
+/*
+ * Class:     trevalon_db_oci_OciColumn
+ * Method:    setValueWithBytes
+ * Signature: ([BZZ)V
+ */
+JNIEXPORT void JNICALL Java_trevalon_db_oci_OciColumn_setValueWithBytes
+  (JNIEnv *, jobject, jbyteArray, jboolean, jboolean);
+
+/*
+ * Class:     trevalon_db_oci_OciColumn
+ * Method:    setValueWithStream
+ * Signature: (IIIZ)V
+ */
+JNIEXPORT void JNICALL Java_trevalon_db_oci_OciColumn_setValueWithStream
+  (JNIEnv *, jobject, jint, jint, jint, jboolean);
+
+/*
+ * Class:     trevalon_db_oci_OciColumn
+ * Method:    setValueWithDate
+ * Signature: (IIIIIIIZ)V
+ */
+JNIEXPORT void JNICALL Java_trevalon_db_oci_OciColumn_setValueWithDate
+  (JNIEnv *, jobject, jint, jint, jint, jint, jint, jint, jint, jboolean);
+
 #ifdef __cplusplus
 }
 #endif

@@ -97,6 +97,22 @@ JNIEXPORT jboolean JNICALL Java_trevalon_db_oci_OciCursor_oopt
 
 /*
  * Class:     trevalon_db_oci_OciCursor
+ * Method:    bindVariableByPosition
+ * Signature: (Ltrevalon/db/oci/OciColumn;)Z
+ */
+JNIEXPORT jboolean JNICALL Java_trevalon_db_oci_OciCursor_bindVariableByPosition
+  (JNIEnv *, jobject, jobject);
+
+/*
+ * Class:     trevalon_db_oci_OciCursor
+ * Method:    bindCursorByPosition
+ * Signature: (Ltrevalon/db/oci/OciCursor;I)Z
+ */
+JNIEXPORT jboolean JNICALL Java_trevalon_db_oci_OciCursor_bindCursorByPosition
+  (JNIEnv *, jobject, jobject, jint);
+
+/*
+ * Class:     trevalon_db_oci_OciCursor
  * Method:    exec
  * Signature: ()Z
  */

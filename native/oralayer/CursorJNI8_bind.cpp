@@ -1,0 +1,368 @@
+// Bind variables: values in memory, cursors, and LONG values that are streamed from Java while the
+// statement executes.
+
+#include <algorithm>
+#include <limits>
+#include <new>
+
+#include "CursorJNI8.h"
+#include "oralayer8.h"
+#include "records.h"
+#include "trace.h"
+#include "trevalon_db_oci_OciCursor.h"
+
+// --- Streaming contexts --------------------------------------------------------------------------
+
+void unlink_column(colctx& ctx) {
+  if (ctx.col != nullptr) ctx.col->ctx = nullptr;
+  ctx.col = nullptr;
+}
+
+namespace {
+
+// The context of a placeholder, a new one or the one of its last bind; null without memory.
+stream_context* context_for(cdadata& cda, ub4 position) {
+  statement_memory* memory = memory_of(cda);
+  if (memory == nullptr) return nullptr;
+  stream_context* ctx = memory->contexts;
+  while (ctx != nullptr && ctx->position != position) ctx = ctx->next;
+  if (ctx != nullptr) return ctx;
+  ctx = new (std::nothrow) stream_context{};
+  if (ctx == nullptr) return nullptr;
+  ctx->position = position;
+  ctx->next = memory->contexts;
+  memory->contexts = ctx;
+  return ctx;
+}
+
+void unpin(JNIEnv* env, colctx& ctx) {
+  if (ctx.buf == nullptr) return;
+  env->ReleaseByteArrayElements(ctx.jbytes, ctx.buf, JNI_ABORT);
+  ctx.buf = nullptr;
+}
+
+// Ends the context's part in an execution, whatever became of it.
+void retire(JNIEnv* env, colctx& ctx, int colpos) {
+  if (ctx.buf != nullptr) {
+    TRACE("+++ exec  - UNPIN ctx->buf from ctx->jbytes +++  col:", colpos);
+    TRACE_BYTES("+++  first 10 bytes ctx->buf ", reinterpret_cast<text*>(ctx.buf),
+                std::min<jsize>(10, env->GetArrayLength(ctx.jbytes)));
+    unpin(env, ctx);
+    TRACE("+++ exec  - DELETE col->ctx");
+  }
+  if (ctx.jbytes != nullptr) env->DeleteLocalRef(ctx.jbytes);
+  ctx.jbytes = nullptr;
+  ctx.env = nullptr;
+  ctx.cda = nullptr;
+  unlink_column(ctx);
+}
+
+}  // namespace
+
+void clean_longinsert_chain(JNIEnv* env, cdadata* cd) {
+  TRACE("*********  clean_longinsert_chain  invoked ***");
+  if (cd == nullptr || cd->li_tail == nullptr) return;
+  while (longcol_node* node = longcol_node::dequeue(&cd->li_head, &cd->li_tail)) {
+    columndata* col = node->coldata;
+    if (col != nullptr) {
+      TRACE("---------- got columndata for col: ", "=", col->colpos);
+      // A column that was bound on another cursor since streams for that one.
+      if (col->ctx != nullptr && col->ctx->cda == cd) retire(env, *col->ctx, col->colpos);
+    }
+    TRACE("+++ exec  - DELETE and DEQUEUE longcol_node from INSERT CHAIN");
+    delete node;
+  }
+}
+
+void forget_streamed_column(columndata& col) {
+  colctx* ctx = col.ctx;
+  if (ctx == nullptr) return;
+  unlink_column(*ctx);
+  if (ctx->cda == nullptr) return;
+  for (longcol_node* node = ctx->cda->li_tail; node != nullptr; node = node->next) {
+    if (node->coldata == &col) node->coldata = nullptr;
+  }
+}
+
+// --- Insert callback -----------------------------------------------------------------------------
+
+namespace {
+
+// The chunk that OCI reads next.
+struct Chunk {
+  sb1* data = nullptr;
+  ub4 length = 0;  // 0: the value has ended
+};
+
+// The array that carries the chunks, made at the first one. False after raising.
+bool has_array(JNIEnv* env, colctx& ctx) {
+  if (ctx.jbytes != nullptr) {
+    TRACE("+++ UNPIN ctx->buf from ctx->jbytes +++  col:", ctx.col->colpos);
+    unpin(env, ctx);
+    return true;
+  }
+  TRACE("+++ Allocate Java Byte Array +++");
+  constexpr ub4 kSpare = 4;
+  const ub4 longest = std::numeric_limits<jsize>::max() - kSpare;
+  if (ctx.col->piecelen <= longest) {
+    ctx.jbytes = env->NewByteArray(static_cast<jsize>(ctx.col->piecelen + kSpare));
+  }
+  if (ctx.jbytes != nullptr) return true;
+  TV_ThrowOutOfMemoryError(env, "Out of memory");
+  return false;
+}
+
+// Has Java fill the array, and pins what it holds. False with an exception pending.
+bool pull_chunk(JNIEnv* env, colctx& ctx, Chunk& chunk) {
+  const columndata& col = *ctx.col;
+  TRACE("*** getNextStreamBuffer");
+  const jint bytes_read = env->CallIntMethod(ctx.cda->jocicursor, getNextStreamBuffer, ctx.jbytes,
+                                             static_cast<jint>(col.colpos),
+                                             static_cast<jint>(col.piecelen), col.stream_type);
+  if (env->ExceptionCheck()) {
+    TRACE("    Call to getNextStreamBuffer FAILED ... Returning OCI_ERROR");
+    return false;
+  }
+  TRACE("    bytes_read", "=", bytes_read);
+  if (bytes_read > env->GetArrayLength(ctx.jbytes)) {
+    TV_ThrowInternalError(env, "getNextStreamBuffer returned more than its buffer holds");
+    return false;
+  }
+  TRACE("+++ PIN buffer from ctx->jbytes +++  col:", col.colpos);
+  ctx.buf = env->GetByteArrayElements(ctx.jbytes, nullptr);
+  if (ctx.buf == nullptr) {
+    TV_ThrowOutOfMemoryError(env, "Out of memory");
+    return false;
+  }
+  chunk = {ctx.buf, static_cast<ub4>(std::max(bytes_read, 0))};
+  return true;
+}
+
+}  // namespace
+
+// Runs inside OCIStmtExecute, on the thread that called it, once for every chunk.
+sb4 icbfp(void* ictxp, OCIBind*, ub4, ub4, void** bufpp, ub4* alenp, ub1* piecep, void**) {
+  TRACE("*** ICBFP *** ", int{*piecep}, " ", pieceName(*piecep));
+  colctx& ctx = *static_cast<colctx*>(ictxp);
+  // Spent, or its column is gone: the statement is executed again, but not bound again.
+  if (ctx.cda == nullptr || ctx.col == nullptr) return OCI_ERROR;
+  JNIEnv* env = ctx.env;
+  Chunk chunk;
+  if (!has_array(env, ctx) || !pull_chunk(env, ctx, chunk)) return OCI_ERROR;
+  if (chunk.length == 0) {
+    *piecep = OCI_LAST_PIECE;
+    TRACE("    OCI_LAST_PIECE ", pieceName(*piecep));
+    TRACE("   NOTE: OCI_LAST_PIECE==3.   piecep value=", int{*piecep});
+  }
+  TRACE("  buf_len", "=", chunk.length);
+  TRACE_BYTES("stream chunk", reinterpret_cast<text*>(chunk.data), static_cast<int>(chunk.length));
+  *bufpp = chunk.data;
+  *alenp = chunk.length;
+  assignCdaCodes(env, ctx.cda->jocicursor);
+  return OCI_CONTINUE;
+}
+
+sb4 ocbfp(void*, OCIBind*, ub4, ub4, void**, ub4**, ub1*, void**, ub2**) {
+  TRACE("*** OCBFP ***  Not implemented, use Piecewise Fetch for LONG chunking");
+  return OCI_ERROR;
+}
+
+sword execute_statement(JNIEnv* env, cdadata& cda, ub4 iterations, ub4 mode) {
+  for (longcol_node* node = cda.li_tail; node != nullptr; node = node->next) {
+    colctx* ctx = node->coldata != nullptr ? node->coldata->ctx : nullptr;
+    if (ctx != nullptr && ctx->cda == &cda) ctx->env = env;
+  }
+  return OCIStmtExecute(cda.svchp, cda.stmthp, cda.errhp, iterations, 0, nullptr, nullptr, mode);
+}
+
+// --- Binding -------------------------------------------------------------------------------------
+
+namespace {
+
+bool is_integer_number(const columndata& col) {
+  return col.prec != 0 && col.scale == 0;
+}
+
+// Types whose value lies in byte_arr.
+bool is_in_bytes(sb2 type) {
+  switch (type) {
+    case SQLT_CHR:
+    case SQLT_STR:
+    case SQLT_LNG:
+    case SQLT_RID:
+    case SQLT_DAT:
+    case SQLT_BIN:
+    case SQLT_LBI:
+    case SQLT_AFC:
+    case SQLT_RDD:
+    case SQLT_LAB:
+      return true;
+    default:
+      return false;
+  }
+}
+
+}  // namespace
+
+ub1* bindParamData(columndata* col) {
+  TRACE("*** bindParamData ***");
+  if (is_in_bytes(col->internal_dbtype)) return col->byte_arr;
+  switch (col->internal_dbtype) {
+    case SQLT_INT:
+      return reinterpret_cast<ub1*>(col->long_arr);
+    case SQLT_FLT:
+      return reinterpret_cast<ub1*>(col->double_arr);
+    case SQLT_NUM:
+      return is_integer_number(*col) ? reinterpret_cast<ub1*>(col->long_arr)
+                                     : reinterpret_cast<ub1*>(col->double_arr);
+    case SQLT_CLOB:
+    case SQLT_BLOB:
+      TRACE("========= support8:bindParamData, returning &col->lobloc", &col->lobloc);
+      return reinterpret_cast<ub1*>(&col->lobloc);
+    default:
+      return nullptr;
+  }
+}
+
+namespace {
+
+// Makes sure that OCI may read and write buflen bytes where it is told to. An empty value has given
+// its buffer back, so it gets one of zero bytes here. False after raising.
+bool buffer_holds(JNIEnv* env, columndata& col) {
+  const bool in_bytes = is_in_bytes(col.internal_dbtype);
+  if (col.buflen >= 0 && in_bytes && col.byte_capacity() == 0) {
+    col.allocByteArray(std::max<sb4>(col.buflen, 1));
+  }
+  const bool holds = col.buflen >= 0 &&
+                     (!in_bytes || col.byte_capacity() >= static_cast<std::size_t>(col.buflen)) &&
+                     col.vectsize > 0;
+  if (!holds) TV_ThrowInternalError(env, "the bind value is longer than its buffer");
+  return holds;
+}
+
+ub2* fill_lengths(columndata& col) {
+  constexpr sword kLongest = 65535;
+  if (col.buflen > kLongest || col.retlenvect == nullptr) return nullptr;
+  TRACE("Setting vector");
+  std::fill_n(col.retlenvect, col.vectsize, static_cast<ub2>(col.buflen));
+  return col.retlenvect;
+}
+
+sword bind_value(const cdadata& cda, columndata& col, OCIBind** bindp, ub2* lengths, ub4 mode) {
+  return OCIBindByPos(cda.stmthp, bindp, cda.errhp, static_cast<ub4>(col.colpos), col.bufptr,
+                      col.buflen, static_cast<ub2>(col.external_dbtype), col.indpvect, lengths,
+                      nullptr, 0, nullptr, mode);
+}
+
+// The column's streaming context for the next execution, and its place on the insert chain. Null
+// after raising.
+colctx* start_stream(JNIEnv* env, jobject obj, cdadata& cda, columndata& col) {
+  stream_context* ctx = context_for(cda, static_cast<ub4>(col.colpos));
+  auto* node = new (std::nothrow) longcol_node;
+  if (cda.jocicursor == nullptr) cda.jocicursor = env->NewGlobalRef(obj);
+  if (ctx == nullptr || node == nullptr || cda.jocicursor == nullptr) {
+    delete node;
+    TV_ThrowOutOfMemoryError(env, "Out of memory");
+    return nullptr;
+  }
+  forget_streamed_column(col);
+  unlink_column(*ctx);
+  ctx->env = env;
+  ctx->col = &col;
+  ctx->cda = &cda;
+  ctx->jbytes = nullptr;
+  ctx->buf = nullptr;
+  col.ctx = ctx;
+  node->coldata = &col;
+  longcol_node::queue(&cda.li_head, &cda.li_tail, node);
+  return ctx;
+}
+
+// Binds for data at execution. False after raising.
+bool bind_stream(JNIEnv* env, jobject obj, jobject colobj, cdadata& cda, columndata& col,
+                 sword& retvali) {
+  OCIBind* bindp = nullptr;  // OCI allocates it; it belongs to the statement
+  col.stream_type = env->GetIntField(colobj, inputStreamTypeID);
+  TRACE("*** OCIBindByPos 2 ***   DATA_AT_EXEC  col=", &col, ", buflen=", col.buflen,
+        ", dbsize=", col.dbsize, ", piecelen=", col.piecelen,
+        ", external_dbtype=", col.external_dbtype);
+  retvali = bind_value(cda, col, &bindp, nullptr, OCI_DATA_AT_EXEC);
+  TRACE("*** OCIBindDynamic 1 ***");
+  TRACE("*** OCIBindDynamic 1 ***   new LONG COLUMN, do setup for insert CALLBACK");
+  colctx* ctx = start_stream(env, obj, cda, col);
+  if (ctx == nullptr) return false;
+  if (col.bufptr != nullptr) {
+    TRACE("BIND DYNAMIC: col->bufptr", "=", static_cast<void*>(col.bufptr));
+  } else {
+    TRACE("BIND DYNAMIC: col->bufptr", "=", "NULL");
+  }
+  const sword dynamic = OCIBindDynamic(bindp, cda.errhp, ctx, icbfp, ctx, nullptr);
+  if (retvali == OCI_SUCCESS) retvali = dynamic;
+  return true;
+}
+
+sword bind_plain(cdadata& cda, columndata& col, ub2* lengths) {
+  OCIBind* bindp = nullptr;  // OCI allocates it; it belongs to the statement
+  TRACE("*** OCIBindByPos 3 ***   NO DATA_AT_EXEC  buflen=", col.buflen, ", colpos=", col.colpos,
+        ", dbsize=", col.dbsize, ", piecelen=", col.piecelen,
+        ", external_dbtype=", col.external_dbtype);
+  TRACE_BYTES("column buffer", col.bufptr, col.buflen);
+  return bind_value(cda, col, &bindp, lengths, OCI_DEFAULT);
+}
+
+}  // namespace
+
+JNIEXPORT jboolean JNICALL Java_trevalon_db_oci_OciCursor_bindVariableByPosition(JNIEnv* env,
+                                                                                 jobject obj,
+                                                                                 jobject colobj) {
+  TRACE("*** bindVariableByPosition ***");
+  if (!env_and_object(env, obj)) return kCallOk;
+  if (!argument_given(env, colobj, "COL is null")) return kCallOk;
+  cdadata* cda = cursor_record(env, obj);
+  if (cda == nullptr) return kCallOk;
+  columndata* col = column_record(env, colobj, "COLDATA is null");
+  if (col == nullptr) return kCallOk;
+
+  TRACE("    internal_dbtype=", col->internal_dbtype, ", colpos=", col->colpos,
+        ", prec=", col->prec, ", scale=", col->scale, ", ctx=", col->ctx, ", dbsize=", col->dbsize,
+        ", piecelen=", col->piecelen);
+  const bool streamed = col->piecelen != 0;
+  col->buflen = getParamLength(col->internal_dbtype, col->prec, col->scale,
+                               static_cast<sb4>(col->dbsize), col->piecelen);
+  if (!streamed && !buffer_holds(env, *col)) return kCallOk;
+  col->bufptr = bindParamData(col);
+  TRACE_BYTES("bind value", streamed ? nullptr : col->bufptr, col->buflen);
+  ub2* lengths = fill_lengths(*col);
+  sword retvali = OCI_SUCCESS;
+  if (!streamed) {
+    retvali = bind_plain(*cda, *col, lengths);
+  } else if (!bind_stream(env, obj, colobj, *cda, *col, retvali)) {
+    return kCallOk;
+  }
+  assignCdaCodes(env, obj);
+  col->boundinsert = 1;
+  if (!lend(env, *cda, Lend::Bind, static_cast<ub4>(col->colpos), col)) return kCallOk;
+  return call_result(retvali);
+}
+
+JNIEXPORT jboolean JNICALL Java_trevalon_db_oci_OciCursor_bindCursorByPosition(JNIEnv* env,
+                                                                               jobject obj,
+                                                                               jobject curobj,
+                                                                               jint colpos) {
+  constexpr sb4 kHandleSize = 4;  // of a statement handle pointer; OCI takes its own width
+  if (!env_and_object(env, obj)) return kCallOk;
+  if (!argument_given(env, curobj, "Null Cursor")) return kCallOk;
+  cdadata* cda = cursor_record(env, obj);
+  if (cda == nullptr) return kCallOk;
+  cdadata* other = cursor_record(env, curobj, "Null Cursor");
+  if (other == nullptr) return kCallOk;
+
+  TRACE("*** bindCursorByPosition  OCIBindByPos 1 *** colpos", "=", colpos);
+  OCIBind* bindp = nullptr;
+  const sword retvali =
+      OCIBindByPos(cda->stmthp, &bindp, cda->errhp, static_cast<ub4>(colpos), &other->stmthp,
+                   kHandleSize, SQLT_RSET, nullptr, nullptr, nullptr, 0, nullptr, OCI_DEFAULT);
+  assignCdaCodes(env, obj);
+  if (!lend(env, *cda, Lend::Bind, static_cast<ub4>(colpos), other)) return kCallOk;
+  return call_result(retvali);
+}
