@@ -12,23 +12,23 @@ namespace {
 enum class Arguments : ub1 { None, Size, PrecisionScale };
 
 struct Spelling {
-  ub2 type;
   std::string_view word;
-  Arguments arguments;
+  ub2 type;
   ub2 fixed_size;
+  Arguments arguments;
 };
 
 constexpr Spelling kSpellings[] = {
-    {SQLT_CHR, "VARCHAR2", Arguments::Size, 0},
-    {SQLT_AFC, "CHAR", Arguments::Size, 0},
-    {SQLT_NUM, "NUMBER", Arguments::PrecisionScale, 22},
-    {SQLT_LNG, "LONG_TEXT", Arguments::None, 0},
-    {SQLT_RID, "ROWID_TEXT", Arguments::None, 18},
-    {SQLT_DAT, "DATE_BLOB", Arguments::None, 7},
-    {SQLT_BIN, "RAW_BLOB", Arguments::Size, 0},
-    {SQLT_LBI, "LONG_RAW_BLOB", Arguments::None, 0},
-    {SQLT_CLOB, "BLOB_UNICODE", Arguments::None, 86},
-    {SQLT_BLOB, "BLOB", Arguments::None, 86},
+    {"VARCHAR2", SQLT_CHR, 0, Arguments::Size},
+    {"CHAR", SQLT_AFC, 0, Arguments::Size},
+    {"NUMBER", SQLT_NUM, 22, Arguments::PrecisionScale},
+    {"LONG_TEXT", SQLT_LNG, 0, Arguments::None},
+    {"ROWID_TEXT", SQLT_RID, 18, Arguments::None},
+    {"DATE_BLOB", SQLT_DAT, 7, Arguments::None},
+    {"RAW_BLOB", SQLT_BIN, 0, Arguments::Size},
+    {"LONG_RAW_BLOB", SQLT_LBI, 0, Arguments::None},
+    {"BLOB_UNICODE", SQLT_CLOB, 86, Arguments::None},
+    {"BLOB", SQLT_BLOB, 86, Arguments::None},
 };
 
 constexpr sb1 kNoScale = -127;

@@ -268,9 +268,13 @@ void store_fine(sb2* indicator, ub2* length, ub2* code, size_t size) noexcept {
   if (indicator != nullptr) *indicator = 0;
 }
 
+void keep_worst(int& kept, int code) noexcept {
+  if (code != 0 && (kept == 0 || kept == kCutWithInfo)) kept = code;
+}
+
 // Who can be told about a value that is NULL or was cut decides what the call reports: with a
 // return code the value's fate is known from its element, without one the call has to fail.
-int DefineHandle::store(const Value& value, size_t row) const noexcept {
+int HostVariable::store(const Value& value, size_t row) const noexcept {
   sb2* indicator = indicators == nullptr ? nullptr : indicators + row;
   ub2* length = lengths == nullptr ? nullptr : lengths + row;
   ub2* code = codes == nullptr ? nullptr : codes + row;

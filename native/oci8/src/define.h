@@ -32,23 +32,31 @@ bool definable(ub2 external, size_t room);
 /// that it is made of.
 bool fetchable_in_pieces(ub2 external, ub2 internal);
 
-/// An output variable; the arrays have one element for each row of a fetch and are the caller's.
-struct DefineHandle {
-  StatementHandle* statement = nullptr;
-  ub4 position = 0;
+/// A variable of the caller; the arrays have one element for each row and are the caller's.
+struct HostVariable {
   ub1* buffer = nullptr;
   size_t room = 0;  // bytes of one element
-  ub2 type = 0;
+  ub2 type = 0;  // external
   sb2* indicators = nullptr;
   ub2* lengths = nullptr;
   ub2* codes = nullptr;
-  bool in_pieces = false;
-  Converter convert = nullptr;  // chosen when the column's type is known
+  Converter convert = nullptr;  // chosen when the type of what is stored is known
 
   /// Stores a value as element `row`. Returns 0, or the Oracle code that the call reports: 24345
   /// for a value that was cut and has that in its return code.
   int store(const Value& value, size_t row) const noexcept;
 };
+
+/// Where a column's values go.
+struct DefineHandle : HostVariable {
+  StatementHandle* statement = nullptr;
+  ub4 position = 0;
+  bool in_pieces = false;
+};
+
+/// Keeps the code that a call with several values reports: the first error, or else that one of
+/// them was cut.
+void keep_worst(int& kept, int code) noexcept;
 
 /// The code that NULL is reported with: 0 with an indicator, which is set, else 1405.
 int store_null(sb2* indicator, ub2* length, ub2* code) noexcept;

@@ -20,9 +20,6 @@ class Schema {
   /// Columns of a table or view, in order; nothing where there is none of that name. `name` is in
   /// the case that the database keeps (upper case unless it was quoted).
   virtual std::optional<std::vector<ColumnInfo>> columns_of(std::string_view name) = 0;
-  /// Select list of a query in engine SQL as the engine describes it: a type where it stems from a
-  /// declared column, otherwise nothing. Raises what the engine's preparation raises.
-  virtual std::vector<std::optional<ColumnInfo>> probe(const std::string& engine_query) = 0;
   /// The session's user in upper case, as an owner qualifier may name it.
   virtual std::string_view user() const = 0;
 };

@@ -309,7 +309,7 @@ Fragment like(Context& context, Scope& scope, Fragment left, bool negated) {
 }
 
 // The one test that LONG and LOB columns take part in, so without any conversion.
-Fragment is_null(Context& context, Fragment left) {
+Fragment is_null(Context& context, const Fragment& left) {
   const bool negated = context.tokens.accept_word("NOT");
   context.tokens.expect_word("NULL", 908);
   Fragment result = fragment("(", left.offset);

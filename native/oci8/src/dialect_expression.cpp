@@ -207,12 +207,15 @@ Qualifier qualifier(Context& context) {
   fail(904, name, static_cast<int>(offset));
 }
 
-// Aliases of the select list are known in ORDER BY only, and columns go before them.
-Fragment alias_or_fail(Scope& scope, const Qualifier& before, const std::string& column,
-                       ub4 offset) {
+// Aliases of the select list are known in ORDER BY only, and columns go before them. Variables of a
+// block come last: a table's new column must not be shadowed by them.
+Fragment alias_or_fail(const Context& context, const Scope& scope, const Qualifier& before,
+                       const std::string& column, ub4 offset) {
   for (const auto& [alias, value] : scope.aliases) {
     if (before.parts == 0 && alias == column) return value;
   }
+  const ub4 variable = before.parts == 0 ? context.tokens.variable(column) : 0;
+  if (variable != 0) return fragment("?" + std::to_string(variable), offset);
   // Where no table is in sight no column is meant to be (VALUES, DEFAULT).
   if (scope.sources.empty() && scope.outer == nullptr) fail(984, {}, static_cast<int>(offset));
   no_such_column(before, column, offset);
@@ -242,7 +245,7 @@ Fragment column_reference(Context& context, Scope& scope) {
     tokens.seek(at);
     return sequence_value(context, scope, before.table, offset);
   }
-  if (!found) return alias_or_fail(scope, before, column, offset);
+  if (!found) return alias_or_fail(context, scope, before, column, offset);
   outer_mark(context, *found);
   return *found;
 }

@@ -86,6 +86,11 @@ void pad_together(const std::vector<Fragment*>& values) {
   }
 }
 
+bool is_placeholder(const Fragment& value) {
+  return value.sql.starts_with('?') &&
+         value.sql.find_first_not_of("0123456789", 1) == std::string::npos;
+}
+
 }  // namespace
 
 // ROWIDs are text to everything but a comparison with a row's own.
@@ -329,6 +334,7 @@ Fragment store(const Fragment& value, const ColumnInfo& column) {
       if (as_text) break;
       // A binary precision (FLOAT) limits no decimal digits.
       const bool any = column.precision == 0 || column.scale == kNoScale;
+      if (any && is_placeholder(value)) return wrap("store_given_number", value, type);
       Fragment result = fragment("store_number(", value.offset);
       result.add(value).add("," + std::to_string(any ? 0 : column.precision) + "," +
                             std::to_string(any ? 0 : column.scale) + ")");

@@ -155,6 +155,13 @@ ub4 Tokens::placeholder() const {
   return static_cast<ub4>(found - sql_.placeholders.begin()) + 1;
 }
 
+ub4 Tokens::variable(std::string_view name) const {
+  const auto found = std::ranges::find(sql_.variables, name);
+  if (found == sql_.variables.end()) return 0;
+  return static_cast<ub4>(sql_.placeholders.size()) +
+         static_cast<ub4>(found - sql_.variables.begin()) + 1;
+}
+
 std::string Tokens::text_of(size_t first, size_t last) const {
   std::string result;
   for (size_t i = first; i < last; ++i) {

@@ -48,6 +48,8 @@ class Tokens {
 
   /// Position (from 1) of the placeholder that stands here.
   ub4 placeholder() const;
+  /// Bind position of a block's variable, 0 where there is none of that name.
+  ub4 variable(std::string_view name) const;
   /// The tokens from `first` up to `last` without blanks, in upper case but for literals and
   /// quoted names: how the server names a select-list expression.
   std::string text_of(size_t first, size_t last) const;

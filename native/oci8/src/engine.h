@@ -84,6 +84,14 @@ class Connection {
   virtual void commit() = 0;
   virtual void rollback() = 0;
 
+  /// Notes where the transaction stands, for a unit of several statements that takes effect as a
+  /// whole or not at all. One mark at a time; commit and rollback move it to where they end.
+  virtual void mark() = 0;
+  /// Forgets the mark: all savepoints that were set since go with it.
+  virtual void release_mark() noexcept = 0;
+  /// Undoes what was done since the mark, and forgets it. A transaction that began since is gone.
+  virtual void return_to_mark() noexcept = 0;
+
   /// Stops the operation that runs on another thread with ORA-01013; without one, does nothing,
   /// also not to a later operation. Any thread.
   virtual void interrupt() noexcept = 0;

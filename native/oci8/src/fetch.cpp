@@ -18,6 +18,7 @@ constexpr int kCutWithInfo = 24345;
 // A fetch in the middle of a row in pieces goes on with that row: the interface has the caller
 // repeat the same call with each buffer.
 sword StatementHandle::fetch(ub4 rows, ErrorRecord& record) {
+  require_idle();
   if (rows == 0) {
     close_cursor();
     return OCI_SUCCESS;
@@ -102,8 +103,7 @@ int StatementHandle::store_row(size_t row) {
   int result = 0;
   for (const DefineHandle* define : defines_) {
     if (define->in_pieces) continue;
-    const int code = define->store(run_->column(define->position - 1), row);
-    if (code != 0 && (result == 0 || result == kCutWithInfo)) result = code;
+    keep_worst(result, define->store(run_->column(define->position - 1), row));
   }
   return result;
 }

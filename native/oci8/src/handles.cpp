@@ -52,6 +52,9 @@ SessionHandle& as_session(const void* address) {
 StatementHandle& as_statement(const void* address) {
   return required<StatementHandle>(address);
 }
+BindHandle& as_bind(const void* address) {
+  return required<BindHandle>(address);
+}
 DefineHandle& as_define(const void* address) {
   return required<DefineHandle>(address);
 }

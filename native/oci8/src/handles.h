@@ -19,6 +19,7 @@
 
 namespace oci8 {
 
+struct BindHandle;
 struct DefineHandle;
 struct Environment;
 struct Handle;
@@ -152,6 +153,7 @@ ServiceContext& as_service(const void* address);
 ServerHandle& as_server(const void* address);
 SessionHandle& as_session(const void* address);
 StatementHandle& as_statement(const void* address);
+BindHandle& as_bind(const void* address);
 DefineHandle& as_define(const void* address);
 ParameterHandle& as_parameter(const void* address);
 

@@ -18,8 +18,11 @@ sword OCIStmtPrepare(OCIStmt* stmtp, OCIError* errhp, const text* stmt, ub4 stmt
 
 /// Runs the statement, or with OCI_DESCRIBE_ONLY makes its select list known. A query also fetches
 /// up to `iters` rows: OCI_NO_DATA with ORA-01403 when there are fewer. Anything else runs `iters`
-/// times (ORA-24333 for none), and OCI_COMMIT_ON_SUCCESS commits what it changed.
-sword OCIStmtExecute(OCISvcCtx* svchp, OCIStmt* stmtp, OCIError* errhp, ub4 iters, ub4,
+/// times (ORA-24333 for none), each time with the next element of the bound variables, and
+/// OCI_COMMIT_ON_SUCCESS commits what it changed. ORA-01008 for a placeholder without a variable,
+/// ORA-01001 for a cursor variable that holds no statement handle; OCI_NO_DATA with ORA-01403 when
+/// a block finds no row. ORA-03001 for a row offset.
+sword OCIStmtExecute(OCISvcCtx* svchp, OCIStmt* stmtp, OCIError* errhp, ub4 iters, ub4 rowoff,
                      const OCISnapshot*, OCISnapshot*, ub4 mode) {
   return guarded(errhp, [&](ErrorRecord& record) -> sword {
     const ServiceContext& service = as_service(svchp);
@@ -30,6 +33,7 @@ sword OCIStmtExecute(OCISvcCtx* svchp, OCIStmt* stmtp, OCIError* errhp, ub4 iter
       statement.describe(attachment);
       return OCI_SUCCESS;
     }
+    if (rowoff != 0) fail(3001);
     return statement.execute(attachment, iters, (mode & OCI_COMMIT_ON_SUCCESS) != 0, record);
   });
 }

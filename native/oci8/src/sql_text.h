@@ -40,6 +40,9 @@ struct SqlText {
   ub2 function = 0;           // OCI_ATTR_SQLFNCODE: CREATE TABLE 1, INSERT 2, SELECT 3, UPDATE 6, ...
   // In order of position: in SQL every occurrence, in a PL/SQL block every distinct name.
   std::vector<Placeholder> placeholders;
+  // Of a statement out of a block: names as the database keeps them that, where no column has them,
+  // stand for values. These are bound behind the placeholders. Left empty by tokenize().
+  std::vector<std::string> variables;
 
   std::string_view spelling(const Token& token) const {
     return std::string_view(text).substr(token.offset, token.size);

@@ -60,6 +60,9 @@ class SqliteConnection final : public Connection {
 
   void commit() override { session_->commit(); }
   void rollback() override { session_->rollback(); }
+  void mark() override { session_->mark(); }
+  void release_mark() noexcept override { session_->release_mark(); }
+  void return_to_mark() noexcept override { session_->return_to_mark(); }
   void interrupt() noexcept override { session_->interrupt(); }
 
  private:

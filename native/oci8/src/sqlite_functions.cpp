@@ -164,6 +164,13 @@ void store_number(Call& call) {
   call.give_number(fitting_number(call, precision, scale));
 }
 
+// A client's own double stays the double that it is: only computed ones have binary noise behind
+// their decimal, and are rounded to it.
+void store_given_number(Call& call) {
+  if (call.type(0) == SQLITE_FLOAT) return call.give_argument(0);
+  if (!call.is_null(0)) call.give_number(fitting_number(call, 0, 0));
+}
+
 // Sizes are bytes, not characters: the server's VARCHAR2(n) of release 8.
 void store_char(Call& call) {
   if (call.is_null(0)) return;
@@ -229,15 +236,23 @@ void uid(Call& call) {
   call.give_integer(account_number(sqlite3_context_db_handle(call.context()), session_user(call)));
 }
 
-constexpr SqlFunction kOperators[] = {
-    {"ora_add", 2, run_call<ora_add>},        {"ora_sub", 2, run_call<ora_sub>},
-    {"ora_mul", 2, run_call<ora_mul>},        {"ora_div", 2, run_call<ora_div>},
-    {"ora_concat", -1, run_call<ora_concat>}, {"concat", 2, run_call<ora_concat>},
-    {"ora_text", 1, run_call<ora_text>},      {"ora_number", 1, run_call<ora_number>},
-    {"ora_date", 1, run_call<ora_date>},      {"store_number", 3, run_call<store_number>},
-    {"store_char", 2, run_call<store_char>},  {"store_fixed_char", 2, run_call<store_fixed_char>},
-    {"store_date", 1, run_call<store_date>},  {"store_raw", 2, run_call<store_raw>},
-    {"store_long", 1, run_call<ora_text>},    {"store_long_raw", 1, run_call<store_long_raw>}};
+constexpr SqlFunction kOperators[] = {{"ora_add", 2, run_call<ora_add>},
+                                      {"ora_sub", 2, run_call<ora_sub>},
+                                      {"ora_mul", 2, run_call<ora_mul>},
+                                      {"ora_div", 2, run_call<ora_div>},
+                                      {"ora_concat", -1, run_call<ora_concat>},
+                                      {"concat", 2, run_call<ora_concat>},
+                                      {"ora_text", 1, run_call<ora_text>},
+                                      {"ora_number", 1, run_call<ora_number>},
+                                      {"ora_date", 1, run_call<ora_date>},
+                                      {"store_number", 3, run_call<store_number>},
+                                      {"store_char", 2, run_call<store_char>},
+                                      {"store_fixed_char", 2, run_call<store_fixed_char>},
+                                      {"store_date", 1, run_call<store_date>},
+                                      {"store_raw", 2, run_call<store_raw>},
+                                      {"store_given_number", 1, run_call<store_given_number>},
+                                      {"store_long", 1, run_call<ora_text>},
+                                      {"store_long_raw", 1, run_call<store_long_raw>}};
 
 constexpr SqlFunction kSession[] = {
     {"sysdate", 0, run_call<sysdate>}, {"user", 0, run_call<user>}, {"uid", 0, run_call<uid>}};

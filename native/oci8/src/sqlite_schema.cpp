@@ -76,21 +76,6 @@ std::optional<std::vector<ColumnInfo>> SqliteSchema::columns_of(std::string_view
   return columns;
 }
 
-std::vector<std::optional<ColumnInfo>> SqliteSchema::probe(const std::string& engine_query) {
-  const SqliteStatementOwner query = prepare_sql(db_, engine_query);
-  std::vector<std::optional<ColumnInfo>> columns(
-      static_cast<size_t>(sqlite3_column_count(query.get())));
-  for (size_t i = 0; i < columns.size(); ++i) {
-    const int index = static_cast<int>(i);
-    const char* declared = sqlite3_column_decltype(query.get(), index);
-    if (declared == nullptr) continue;
-    ColumnInfo& column = columns[i].emplace();
-    column.name = sqlite3_column_name(query.get(), index);
-    read_column_type(declared, column);
-  }
-  return columns;
-}
-
 int SqliteSchema::version() {
   sqlite3_stmt* row = prepared(db_, version_, kVersion);
   const ResetOnExit reset(row);

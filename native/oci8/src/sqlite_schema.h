@@ -13,7 +13,6 @@ class SqliteSchema final : public Schema {
   SqliteSchema(sqlite3* db, const std::string& user) : db_(db), user_(user) {}
 
   std::optional<std::vector<ColumnInfo>> columns_of(std::string_view name) override;
-  std::vector<std::optional<ColumnInfo>> probe(const std::string& engine_query) override;
   std::string_view user() const override { return user_; }
 
   /// A number that every change of the schema changes, by whichever connection.

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <thread>
+#include <utility>
 
 #include "sqlite_catalogue.h"
 #include "sqlite_control.h"
@@ -29,7 +30,13 @@ constexpr int kProgressSteps = 1000;
 // How long a change may take to notice by itself that it is to stop; see must_stop.
 constexpr milliseconds kGentleTime{300};
 
-constexpr const char* kControls[] = {"BEGIN IMMEDIATE", "COMMIT", "ROLLBACK"};
+// The mark has a name that a client gives to none of its savepoints by accident.
+constexpr const char* kControls[] = {"BEGIN IMMEDIATE",
+                                     "COMMIT",
+                                     "ROLLBACK",
+                                     "SAVEPOINT \"oci8 mark\"",
+                                     "RELEASE \"oci8 mark\"",
+                                     "ROLLBACK TO \"oci8 mark\""};
 
 milliseconds lock_timeout() {
   const char* setting = std::getenv("OCI8_LOCK_TIMEOUT");
@@ -130,6 +137,7 @@ void SqliteSession::commit() {
     rollback();
     fail(2091);
   }
+  marked_ = false;
   if (!in_transaction()) return;
   const int result = run(Control::Commit);
   if (result == SQLITE_OK) return;
@@ -142,8 +150,33 @@ void SqliteSession::commit() {
 
 void SqliteSession::rollback() {
   lost_ = false;
+  lost_at_mark_ = false;
+  marked_ = false;
   if (!in_transaction()) return;
   check(db(), run(Control::Rollback));
+}
+
+// Without a transaction there is nothing to go back to but that; beginning one would lock out other
+// writers for a unit that may only read.
+void SqliteSession::mark() {
+  require_open();
+  marked_ = in_transaction();
+  lost_at_mark_ = lost_;
+  if (marked_) check(db(), run(Control::Mark));
+}
+
+// A savepoint that stays does no harm: the transaction's end takes it away.
+void SqliteSession::release_mark() noexcept {
+  if (std::exchange(marked_, false) && in_transaction()) run(Control::Release);
+}
+
+void SqliteSession::return_to_mark() noexcept {
+  const bool marked = std::exchange(marked_, false);
+  if (!marked) lost_ = lost_at_mark_;
+  if (!in_transaction()) return;
+  if (marked && run(Control::Return) == SQLITE_OK && run(Control::Release) == SQLITE_OK) return;
+  run(Control::Rollback);
+  if (marked) lost_ = true;
 }
 
 // Only from Running to Stopping: without an operation there is nothing to change, and the next

@@ -47,6 +47,11 @@ class SqliteSession {
   /// Open queries go on where their tables are the same.
   void rollback();
 
+  /// See Connection::mark.
+  void mark();
+  void release_mark() noexcept;
+  void return_to_mark() noexcept;
+
   /// Stops the operation that runs, if one does. Any thread.
   void interrupt() noexcept;
   /// Waits a moment for a lock, longer each time (`waits` counts from 0). False when the lock
@@ -88,7 +93,7 @@ class SqliteSession {
   };
 
  private:
-  enum class Control : ub1 { Begin, Commit, Rollback };
+  enum class Control : ub1 { Begin, Commit, Rollback, Mark, Release, Return };
   using Clock = std::chrono::steady_clock;
 
   void stop_listening() { state_.store(RunState::Idle, std::memory_order_release); }
@@ -101,7 +106,7 @@ class SqliteSession {
 
   std::string user_;  // read by SQL functions: before the connection
   SqliteOwner db_;
-  std::array<SqliteStatementOwner, 3> controls_;
+  std::array<SqliteStatementOwner, 6> controls_;
   SqliteSchema schema_;
   Sequences sequences_;
   std::chrono::milliseconds lock_timeout_;
@@ -112,6 +117,8 @@ class SqliteSession {
   bool gentle_ = false;  // a stop must not cost the transaction
   bool waited_ = false;  // SQLite has called the busy handler
   bool lost_ = false;  // changes are gone that the client has not been told to repeat
+  bool marked_ = false;  // a savepoint stands for the mark; else it is where no transaction was
+  bool lost_at_mark_ = false;
   bool closed_ = false;
 };
 

@@ -49,7 +49,9 @@ ub4 rows_of(sqlite3* db) {
 }  // namespace
 
 SqliteStatement::SqliteStatement(std::shared_ptr<SqliteSession> session, const SqlText& source)
-    : session_(std::move(session)), text_(source), bound_(source.placeholders.size()) {
+    : session_(std::move(session)),
+      text_(source),
+      bound_(source.placeholders.size() + source.variables.size()) {
   now_ = translate_text();
 }
 

@@ -1,4 +1,4 @@
-// A statement's life up to its first row; fetch.cpp has the rest.
+// A statement's text, and the handles that belong to it; execute.cpp and fetch.cpp have the rest.
 #include "statement.h"
 
 #include <algorithm>
@@ -8,51 +8,43 @@ namespace oci8 {
 
 StatementHandle::~StatementHandle() {
   drop_run();
+  drop_binds();
   drop_defines();
 }
 
 // Unprepared while the text changes: without memory for it the handle is empty, not stale.
 void StatementHandle::prepare(std::string_view sql) {
+  require_idle();
   drop_run();
+  drop_binds();
   drop_defines();
-  prepared_ = false;
+  text_.reset();
   row_count = 0;
   parse_error_offset = 0;
-  text_ = tokenize(sql);
-  prepared_ = true;
+  auto text = std::make_unique<const SqlText>(tokenize(sql));
+  binds_.resize(text->placeholders.size());
+  text_ = std::move(text);
 }
 
 const SqlText& StatementHandle::prepared_text() const {
-  if (!prepared_) fail(24337);
-  return text_;
+  if (text_ == nullptr) fail(24337);
+  return *text_;
+}
+
+// A callback that brings a value may ask this statement for its attributes, but not turn it into
+// another one under the execute that waits for the value.
+void StatementHandle::require_idle() const {
+  if (pulling_) fail(3127);
 }
 
 void StatementHandle::describe(Attachment& attachment) {
+  require_idle();
   try {
     enter(attachment);
   } catch (const Failure& failure) {
     remember(failure);
     throw;
   }
-}
-
-// Rows that are fetched along are outside of the remembering part: a value that does not fit its
-// variable fails the call but does not end the cursor.
-sword StatementHandle::execute(Attachment& attachment, ub4 iterations, bool commit,
-                               ErrorRecord& record) {
-  piece_.phase = Pieces::None;
-  row_count = 0;
-  try {
-    start(attachment, iterations);
-  } catch (const Failure& failure) {
-    remember(failure);
-    throw;
-  }
-  if (text_.type == OCI_STMT_SELECT) {
-    return iterations > 0 ? fetch(iterations, record) : OCI_SUCCESS;
-  }
-  if (commit) attachment.connection->commit();
-  return OCI_SUCCESS;
 }
 
 // Callers that fetch after an execute whose status they did not look at are told what went wrong
@@ -63,43 +55,28 @@ void StatementHandle::remember(const Failure& failure) {
   failure_ = failure;
   cursor_ = Cursor::Failed;
   if (run_ != nullptr) run_->reset();
+  release_streams();
 }
 
 // A statement stays prepared in the database where it ran last.
 void StatementHandle::enter(Attachment& attachment) {
-  prepared_text();
+  const SqlText& text = prepared_text();
   parse_error_offset = 0;
-  if (text_.type == OCI_STMT_BEGIN || text_.type == OCI_STMT_DECLARE) fail(3001);
   if (attachment_ == &attachment) return;
   drop_run();
-  std::unique_ptr<Statement> run = attachment.connection->prepare(text_);
+  std::unique_ptr<Statement> run;
+  std::unique_ptr<Block> block;
+  if (text.type == OCI_STMT_BEGIN || text.type == OCI_STMT_DECLARE) {
+    uses_ = find_uses(text);
+    block = std::make_unique<Block>(text, *attachment.connection);
+  } else {
+    run = attachment.connection->prepare(text);
+  }
+  held_.resize(binds_.size());
   attachment.statements.push_back(this);
   attachment_ = &attachment;
   run_ = std::move(run);
-}
-
-void StatementHandle::start(Attachment& attachment, ub4 iterations) {
-  prepared_text();
-  const bool query = text_.type == OCI_STMT_SELECT;
-  if (!query && iterations == 0) fail(24333);
-  enter(attachment);
-  if (!text_.placeholders.empty()) fail(1008);
-  close_cursor();
-  if (!query) return run_changes(iterations);
-  // The first step belongs to the execute: it fixes the state of the database that the rows are
-  // read from, and brings up what is wrong with the query.
-  cursor_ = step() ? Cursor::AtRow : Cursor::AtEnd;
-}
-
-// Each iteration takes effect by itself; after a failure the row count tells how many rows the
-// iterations before it changed.
-void StatementHandle::run_changes(ub4 iterations) {
-  for (ub4 i = 0; i < iterations; ++i) {
-    while (run_->step()) {
-    }
-    row_count += run_->rows_changed();
-    run_->reset();
-  }
+  block_ = std::move(block);
 }
 
 // Descriptors go with the run, because they point into its select list. Defines stay: they are the
@@ -114,8 +91,17 @@ void StatementHandle::drop_run() noexcept {
   }
   parameters_.clear();
   run_.reset();
+  block_.reset();
+  held_.clear();
   if (attachment_ != nullptr) std::erase(attachment_->statements, this);
   attachment_ = nullptr;
+}
+
+void StatementHandle::drop_binds() noexcept {
+  for (BindHandle* bind : binds_) {
+    if (bind != nullptr && pool<BindHandle>.retire(bind)) pool<BindHandle>.destroy(bind);
+  }
+  binds_.clear();
 }
 
 void StatementHandle::drop_defines() noexcept {
@@ -127,7 +113,9 @@ void StatementHandle::drop_defines() noexcept {
 }
 
 const std::vector<ColumnInfo>& StatementHandle::columns() const {
+  static const std::vector<ColumnInfo> kNone;
   prepared_text();
+  if (block_ != nullptr) return kNone;
   if (run_ == nullptr) fail(24338);
   return run_->columns();
 }
@@ -149,8 +137,22 @@ ParameterHandle& StatementHandle::parameter(ub4 position) {
   return *parameters_[position - 1];
 }
 
+// A caller may bind anew while it still fetches: what the open query needs is in held_.
+BindHandle& StatementHandle::bind(const BindHandle& wanted) {
+  require_idle();
+  if (wanted.position == 0 || wanted.position > binds_.size()) fail(1036);
+  BindHandle*& place = binds_[wanted.position - 1];
+  if (place == nullptr) {
+    place = pool<BindHandle>.make(wanted);
+  } else {
+    *place = wanted;
+  }
+  return *place;
+}
+
 // Any position is taken, as a define may come before the select list is known.
 DefineHandle& StatementHandle::define(const DefineHandle& wanted) {
+  require_idle();
   // A row that waits for a buffer of the former variable has nowhere to go on.
   piece_.phase = Pieces::None;
   armed_ = false;

@@ -9,6 +9,8 @@
 #include <string_view>
 #include <vector>
 
+#include "bind.h"
+#include "block.h"
 #include "define.h"
 #include "engine.h"
 #include "handles.h"
@@ -19,12 +21,14 @@ namespace oci8 {
 /// Codes of the calls, as OCI_ATTR_FNCODE reports the last one on a statement.
 enum class Call : ub4 {
   Prepare = 13,
+  BindDynamic = 17,
   Execute = 21,
   Fetch = 28,
   ParamGet = 57,
   GetPieceInfo = 58,
   SetPieceInfo = 61,
-  DefineByPos = 65
+  DefineByPos = 65,
+  BindByPos = 66
 };
 
 /// A select-list column of a described statement, which owns the descriptor.
@@ -44,12 +48,16 @@ class StatementHandle : public Handle {
  public:
   ~StatementHandle();
 
-  /// Takes a copy of the text; defines, descriptors and the run of the text before are gone.
+  /// Takes a copy of the text; binds, defines, descriptors and the run of the text before are gone.
   void prepare(std::string_view sql);
   /// Makes the select list known without running.
   void describe(Attachment& attachment);
   /// Runs; a query also fetches up to `iterations` rows.
   sword execute(Attachment& attachment, ub4 iterations, bool commit, ErrorRecord& record);
+
+  /// Binds the variable of a placeholder, in the place of a former one: ORA-01036 where there is no
+  /// such placeholder. Takes effect with the next execute.
+  BindHandle& bind(const BindHandle& wanted);
 
   /// Defines the output variable at `wanted.position`, in the place of a former one.
   DefineHandle& define(const DefineHandle& wanted);
@@ -64,7 +72,7 @@ class StatementHandle : public Handle {
   ub4 parameter_count() const;
   /// ORA-24337 when nothing is prepared.
   const SqlText& prepared_text() const;
-  ub2 function() const { return prepared_ ? text_.function : 0; }
+  ub2 function() const { return text_ == nullptr ? 0 : text_->function; }
 
   /// Ends the run and leaves the database.
   void drop_run() noexcept;
@@ -103,9 +111,11 @@ class StatementHandle : public Handle {
     PieceBuffer buffer;
   };
 
+  void require_idle() const;
   void enter(Attachment& attachment);
-  void start(Attachment& attachment, ub4 iterations);
-  void run_changes(ub4 iterations);
+  int start(Attachment& attachment, ub4 iterations);
+  void run_change();
+  int run_block(ub4 row);
   void remember(const Failure& failure);
   const std::vector<ColumnInfo>& columns() const;
 
@@ -123,16 +133,31 @@ class StatementHandle : public Handle {
   sword fill_piece(ErrorRecord& record);
   sword end_pieces(ErrorRecord& record);
 
+  void check_binds() const;
+  void pull_streams(Attachment& attachment, ub4 row);
+  Value input(size_t index, ub4 row);
+  void give_inputs(ub4 row);
+  int store_outputs(ub4 row);
+  void hand_over_cursors();
+  StatementHandle& cursor_variable(const BindHandle& bind) const;
+  void adopt(OpenedCursor opened, Attachment& attachment);
+  void release_streams() noexcept;
+
+  void drop_binds() noexcept;
   void drop_defines() noexcept;
 
-  bool prepared_ = false;
   bool armed_ = false;  // the defines suit the select list and have their conversions
   bool has_pieces_ = false;
+  bool pulling_ = false;  // a callback of the caller is running
   Cursor cursor_ = Cursor::Closed;
-  SqlText text_;
-  Attachment* attachment_ = nullptr;  // with run_
+  std::unique_ptr<const SqlText> text_;  // null when nothing is prepared
+  Attachment* attachment_ = nullptr;  // with run_ or block_
   std::unique_ptr<Statement> run_;
+  std::unique_ptr<Block> block_;  // in the place of run_ for BEGIN and DECLARE
+  std::vector<PlaceholderUse> uses_;  // of a block
   std::optional<Failure> failure_;
+  std::vector<BindHandle*> binds_;  // for each placeholder, null without one
+  std::vector<HeldBytes> held_;  // for each placeholder: pulled, or needed by an open query
   std::vector<DefineHandle*> defines_;  // by position
   std::vector<ParameterHandle*> parameters_;
   PieceState piece_;

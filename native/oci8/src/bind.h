@@ -1,0 +1,82 @@
+// Input variables: the caller's values on their way to the engine, and values that are asked for
+// by callback while the statement executes.
+#ifndef OCI8_BIND_H
+#define OCI8_BIND_H
+
+#include <cstddef>
+#include <cstdlib>
+#include <memory>
+#include <vector>
+
+#include "define.h"
+#include "engine.h"
+#include "oci.h"
+
+namespace oci8 {
+
+class StatementHandle;
+
+/// A placeholder's variable. A block may also assign to it.
+struct BindHandle : HostVariable {
+  StatementHandle* statement = nullptr;
+  ub4 position = 0;
+  bool at_execution = false;  // the callback has the value, the buffer is not used
+  OCICallbackInBind callback = nullptr;
+  void* context = nullptr;  // the callback's
+};
+
+/// Memory for one value that has to outlast the call that brought it; kept from value to value.
+class HeldBytes {
+ public:
+  const char* data() const { return data_.get(); }
+  size_t size() const { return size_; }
+
+  void assign(const char* bytes, size_t size);
+  /// Adds a piece; `expected` bytes are announced in all, which is not relied on. ORA-01401 for
+  /// more than a value may have.
+  void append(const void* bytes, size_t size, size_t expected);
+  void release() noexcept;
+
+ private:
+  struct Free {
+    void operator()(char* memory) const noexcept { std::free(memory); }
+  };
+  void grow(size_t capacity);
+
+  std::unique_ptr<char, Free> data_;
+  size_t size_ = 0;
+  size_t capacity_ = 0;
+};
+
+/// 0 for an external type that a bind may name with elements of `size` bytes, else the Oracle
+/// code of what is wrong with it.
+int bind_error(ub2 type, size_t size) noexcept;
+/// True for the external types whose values may come in pieces.
+bool arrives_in_pieces(ub2 type) noexcept;
+
+/// Element `row`, text and bytes where they stand in the caller's memory. ORA-01426 for a number
+/// outside of NUMBER's range, ORA-01458 for a length beyond the element, ORA-01480 for a string
+/// that does not end in it, ORA-01841 and its siblings for bytes that are no date.
+Value read_value(const BindHandle& bind, size_t row);
+
+/// Has the callback bring the value for iteration `row`, piece by piece; `held` is empty for NULL.
+/// ORA-24343 when the callback gives up.
+void pull_value(BindHandle& bind, ub4 row, HeldBytes& held);
+/// What was pulled, as a value of the bind's type.
+Value held_value(const BindHandle& bind, const HeldBytes& held);
+
+/// Stores what a block assigned; the result is that of HostVariable::store.
+int store_output(const BindHandle& bind, const Value& value, size_t row) noexcept;
+
+/// What a block does with a placeholder.
+struct PlaceholderUse {
+  bool read = false;
+  bool opened = false;  // by OPEN: a cursor variable
+};
+
+/// For each placeholder of a block. A variable that is only assigned to may hold anything before.
+std::vector<PlaceholderUse> find_uses(const SqlText& text);
+
+}  // namespace oci8
+
+#endif

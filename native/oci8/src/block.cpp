@@ -1,0 +1,291 @@
+// The block's values live here, outside of the engine: every step is an ordinary statement that is
+// bound to them and may give them back changed.
+#include "block.h"
+
+#include <algorithm>
+#include <iterator>
+#include <set>
+#include <utility>
+
+#include "block_code.h"
+#include "error.h"
+
+namespace oci8 {
+namespace {
+
+/// A value with its bytes.
+struct OwnedValue {
+  Value value;
+  std::string bytes;
+
+  void copy(const Value& source) {
+    value = source;
+    if (source.data == nullptr) return;
+    bytes.assign(source.data, source.size);
+    value.data = bytes.data();
+  }
+  // Short bytes lie in the string itself and move with it.
+  void take(OwnedValue&& source) {
+    value = source.value;
+    bytes = std::move(source.bytes);
+    if (value.data != nullptr) value.data = bytes.data();
+  }
+};
+
+/// A query that was opened for a cursor variable. It keeps the values that it was opened with,
+/// because the block's own ones change and end before it.
+class OpenedQuery final : public Statement {
+ public:
+  OpenedQuery(std::unique_ptr<Statement> query, size_t binds)
+      : values_(binds), query_(std::move(query)) {}
+
+  const std::vector<ColumnInfo>& columns() const override { return query_->columns(); }
+  void bind(ub4 position, const Value& value) override {
+    if (position == 0 || position > values_.size()) fail(1036);
+    OwnedValue& own = values_[position - 1];
+    own.copy(value);
+    query_->bind(position, own.value);
+  }
+  bool step() override { return query_->step(); }
+  Value column(ub4 index) override { return query_->column(index); }
+  ub4 rows_changed() const override { return query_->rows_changed(); }
+  void reset() override { query_->reset(); }
+
+ private:
+  std::vector<OwnedValue> values_;
+  std::unique_ptr<Statement> query_;  // gone before its values
+};
+
+/// Gives a statement back at the end of its step, so that it keeps no view of the database.
+class ResetAfter {
+ public:
+  explicit ResetAfter(Statement& statement) : statement_(statement) {}
+  ~ResetAfter() { statement_.reset(); }
+  ResetAfter(const ResetAfter&) = delete;
+  ResetAfter& operator=(const ResetAfter&) = delete;
+
+ private:
+  Statement& statement_;
+};
+
+// Where a variable cannot take a value, blocks have one code for what are several in SQL.
+constexpr int kConversionErrors[] = {1401, 1438, 1722};
+
+}  // namespace
+
+struct Block::Program {
+  // A placeholder or variable during a run.
+  struct Slot {
+    OwnedValue owned;  // `value` in it is the caller's until something is assigned
+    bool assigned = false;
+  };
+
+  Program(const SqlText& block, Connection& on)
+      : text(block),
+        connection(on),
+        code(read_block(block)),
+        bound(block.placeholders.size()),
+        slots(bound.size() + code.variables.size()) {}
+
+  void run();
+  void prepare();
+  void start();
+  void forget_results();
+  void perform(Step& step);
+  void execute(Step& step);
+  void select_into(Step& step);
+  void open(const Step& step);
+  void note_transaction(const Step& step);
+  void bind_inputs(const Step& step, Statement& statement);
+  void assign(size_t index, OwnedValue&& value);
+  void convert(Variable& variable, OwnedValue& value);
+  [[noreturn]] void raise_at(const Step& step, Failure failure) const;
+
+  template <class Body>
+  void within(const Step& step, Body&& body) {
+    try {
+      body();
+    } catch (const Failure& failure) {
+      raise_at(step, failure);
+    }
+  }
+
+  const SqlText& text;
+  Connection& connection;
+  BlockCode code;
+  std::vector<Value> bound;
+  std::vector<Slot> slots;
+  std::vector<OpenedCursor> cursors;
+  std::set<std::string> savepoints;  // that the run has set since the mark
+};
+
+// SQL that does not fit the tables comes up before anything runs, as it is one program. Queries of
+// cursors are prepared where they are opened, because they leave with the cursor.
+void Block::Program::prepare() {
+  for (Step& step : code.steps) {
+    if (step.run != nullptr || step.kind == Step::Kind::Open) continue;
+    within(step, [&] {
+      std::unique_ptr<Statement> run = connection.prepare(step.text);
+      const size_t columns = run->columns().size();
+      const size_t targets = step.targets.size();
+      if (columns != targets) fail(columns > targets ? 913 : 947);
+      step.run = std::move(run);
+    });
+  }
+  for (Variable& variable : code.variables) {
+    if (variable.run == nullptr) variable.run = connection.prepare(variable.conversion);
+  }
+}
+
+// The caller's bytes are good for this run only, so the binds are used up.
+void Block::Program::start() {
+  forget_results();
+  for (size_t i = 0; i < slots.size(); ++i) {
+    slots[i].owned.value = i < bound.size() ? std::exchange(bound[i], {}) : Value{};
+  }
+}
+
+// A failed run has none: the client must not take values that belong to undone changes.
+void Block::Program::forget_results() {
+  cursors.clear();
+  savepoints.clear();
+  for (Slot& slot : slots) slot.assigned = false;
+}
+
+// A savepoint that the block leaves behind is the session's from now on; releasing the mark would
+// take it along.
+void Block::Program::run() {
+  start();
+  prepare();
+  connection.mark();
+  try {
+    for (Step& step : code.steps) {
+      within(step, [&] { perform(step); });
+    }
+  } catch (...) {
+    connection.return_to_mark();
+    forget_results();
+    throw;
+  }
+  if (savepoints.empty()) connection.release_mark();
+}
+
+// The code stays that of the SQL statement; the offset becomes one in the block.
+void Block::Program::raise_at(const Step& step, Failure failure) const {
+  const ub4 place =
+      failure.offset < 0 ? step.offset : step.source_offset(static_cast<ub4>(failure.offset));
+  failure.offset = static_cast<int>(place);
+  failure.text += error_text(6512, "line " + std::to_string(line_of(text, step.offset)));
+  throw failure;
+}
+
+void Block::Program::perform(Step& step) {
+  switch (step.kind) {
+    case Step::Kind::Into:
+      return select_into(step);
+    case Step::Kind::Open:
+      return open(step);
+    default:
+      execute(step);
+      note_transaction(step);
+  }
+}
+
+void Block::Program::execute(Step& step) {
+  bind_inputs(step, *step.run);
+  const ResetAfter reset(*step.run);
+  while (step.run->step()) {
+  }
+}
+
+// Going back to a savepoint from before the block takes the mark along: what is undone from here on
+// can only be what the block does next.
+void Block::Program::note_transaction(const Step& step) {
+  if (step.kind == Step::Kind::Savepoint) savepoints.insert(step.savepoint);
+  if (step.kind == Step::Kind::EndTransaction) savepoints.clear();
+  if (step.kind == Step::Kind::ReturnTo && !savepoints.contains(step.savepoint)) {
+    savepoints.clear();
+    connection.mark();
+  }
+}
+
+// Before each run of a step: the bytes that it was bound to the last time may be gone.
+void Block::Program::bind_inputs(const Step& step, Statement& statement) {
+  for (size_t i = 0; i < step.inputs.size(); ++i) {
+    statement.bind(static_cast<ub4>(i + 1), slots[step.inputs[i]].owned.value);
+  }
+}
+
+// All values are taken before one is assigned: the row may be made of the very values that are
+// written to.
+void Block::Program::select_into(Step& step) {
+  std::vector<OwnedValue> row(step.targets.size());
+  {
+    bind_inputs(step, *step.run);
+    const ResetAfter reset(*step.run);
+    if (!step.run->step()) fail(1403);
+    for (size_t i = 0; i < row.size(); ++i) row[i].copy(step.run->column(static_cast<ub4>(i)));
+    if (step.run->step()) fail(1422);
+  }
+  for (size_t i = 0; i < row.size(); ++i) assign(step.targets[i], std::move(row[i]));
+}
+
+// Nothing is fetched: the rows are those that the client finds when it asks for the first one. A
+// cursor that is opened again is another one.
+void Block::Program::open(const Step& step) {
+  OpenedCursor cursor;
+  cursor.position = static_cast<ub4>(step.targets.front() + 1);
+  cursor.text = std::make_unique<SqlText>(step.text);
+  cursor.run = std::make_unique<OpenedQuery>(connection.prepare(*cursor.text), step.inputs.size());
+  bind_inputs(step, *cursor.run);
+  std::erase_if(cursors, [&](const OpenedCursor& old) { return old.position == cursor.position; });
+  cursors.push_back(std::move(cursor));
+}
+
+// The type of a placeholder is that of its value; converting it to the client's is the bind's part.
+void Block::Program::assign(size_t index, OwnedValue&& value) {
+  if (index >= bound.size()) convert(code.variables[index - bound.size()], value);
+  slots[index].owned.take(std::move(value));
+  slots[index].assigned = true;
+}
+
+// By the engine's rules for storing into a column: lengths are checked, CHAR is padded.
+void Block::Program::convert(Variable& variable, OwnedValue& value) {
+  OwnedValue converted;
+  variable.run->bind(1, value.value);
+  const ResetAfter reset(*variable.run);
+  try {
+    variable.run->step();
+  } catch (const Failure& failure) {
+    if (std::ranges::count(kConversionErrors, failure.code) == 0) throw;
+    throw Failure{6502, error_text(6502) + failure.text};
+  }
+  converted.copy(variable.run->column(0));
+  value.take(std::move(converted));
+}
+
+Block::Block(const SqlText& source, Connection& connection)
+    : program_(std::make_unique<Program>(source, connection)) {}
+
+Block::~Block() = default;
+
+void Block::bind(ub4 position, const Value& value) {
+  if (position == 0 || position > program_->bound.size()) fail(1036);
+  program_->bound[position - 1] = value;
+}
+
+void Block::run() {
+  program_->run();
+}
+
+const Value* Block::assigned(ub4 position) const {
+  if (position == 0 || position > program_->bound.size()) fail(1036);
+  const Program::Slot& slot = program_->slots[position - 1];
+  return slot.assigned ? &slot.owned.value : nullptr;
+}
+
+std::vector<OpenedCursor> Block::take_cursors() {
+  return std::exchange(program_->cursors, {});
+}
+
+}  // namespace oci8

@@ -1,0 +1,55 @@
+// Anonymous blocks: BEGIN ... END of SQL statements, `:n := expression`, SELECT ... INTO :n and
+// OPEN :n FOR SELECT ... . A block is taken apart here and run statement by statement; the engine
+// sees SQL only.
+#ifndef OCI8_BLOCK_H
+#define OCI8_BLOCK_H
+
+#include <memory>
+#include <vector>
+
+#include "engine.h"
+#include "sql_text.h"
+
+namespace oci8 {
+
+/// A query that a block opened for a cursor variable: its rows have not been fetched yet.
+struct OpenedCursor {
+  ub4 position;  // of the placeholder, from 1
+  std::unique_ptr<SqlText> text;  // outlives `run`
+  std::unique_ptr<Statement> run;
+};
+
+/// An anonymous block on a connection. Placeholders are numbered by distinct name, as
+/// SqlText::placeholders lists them.
+class Block {
+ public:
+  /// Takes the block apart: ORA-06550 with the place for what is not understood. `text` and
+  /// `connection` stay the caller's and outlive the block.
+  Block(const SqlText& text, Connection& connection);
+  ~Block();
+
+  /// The value that placeholder `position` has when the next run starts, and for that run only; its
+  /// bytes stay the caller's until run() has returned. Without a bind it is NULL.
+  void bind(ub4 position, const Value& value);
+
+  /// Runs the block as a whole or not at all: after a failure the transaction is as it was before,
+  /// or where the block itself ended one, as it was then. Failures have the code of the statement
+  /// that failed, and its place in the block.
+  /// ORA-01403 and ORA-01422 where a SELECT INTO finds no row or several.
+  void run();
+
+  /// What the last run assigned to a placeholder; null where it assigned nothing. Valid until the
+  /// next run.
+  const Value* assigned(ub4 position) const;
+
+  /// The cursors that the last run opened, now the caller's.
+  std::vector<OpenedCursor> take_cursors();
+
+ private:
+  struct Program;
+  std::unique_ptr<Program> program_;
+};
+
+}  // namespace oci8
+
+#endif

@@ -1,0 +1,191 @@
+// Executing: values in, the run of a change, query or block, and what a block gives back.
+#include <cstring>
+
+#include "guard.h"
+#include "statement.h"
+
+namespace oci8 {
+namespace {
+
+constexpr int kNoDataFound = 1403;
+constexpr int kCutWithInfo = 24345;
+
+}  // namespace
+
+// Rows that are fetched along are outside of the remembering part: a value that does not fit its
+// variable fails the call but does not end the cursor.
+sword StatementHandle::execute(Attachment& attachment, ub4 iterations, bool commit,
+                               ErrorRecord& record) {
+  require_idle();
+  piece_.phase = Pieces::None;
+  row_count = 0;
+  int information = 0;
+  try {
+    information = start(attachment, iterations);
+    // What a callback's own calls have left there with this error handle.
+    record.clear();
+  } catch (const Failure& failure) {
+    remember(failure);
+    // A block that finds no row is not in error for its client.
+    if (block_ == nullptr || failure.code != kNoDataFound) throw;
+    record.set(failure);
+    return OCI_NO_DATA;
+  }
+  if (text_->type == OCI_STMT_SELECT) {
+    return iterations > 0 ? fetch(iterations, record) : OCI_SUCCESS;
+  }
+  if (commit) attachment.connection->commit();
+  return information == 0 ? OCI_SUCCESS : note(record, OCI_SUCCESS_WITH_INFO, information);
+}
+
+// Each iteration takes effect by itself, with its own element of each variable; after a failure the
+// row count tells how far the iterations before it came. Values that were pulled are let go at the
+// end of the run, however it ends, as they may be long.
+int StatementHandle::start(Attachment& attachment, ub4 iterations) {
+  const bool query = prepared_text().type == OCI_STMT_SELECT;
+  if (!query && iterations == 0) fail(24333);
+  enter(attachment);
+  check_binds();
+  close_cursor();
+  int information = 0;
+  for (ub4 row = 0; row < (query ? 1 : iterations); ++row) {
+    pull_streams(attachment, row);
+    give_inputs(row);
+    if (query) {
+      // The first step belongs to the execute: it fixes the state of the database that the rows
+      // are read from, and brings up what is wrong with the query.
+      cursor_ = step() ? Cursor::AtRow : Cursor::AtEnd;
+    } else if (block_ != nullptr) {
+      keep_worst(information, run_block(row));
+    } else {
+      run_change();
+    }
+  }
+  if (!query) release_streams();
+  return information;
+}
+
+void StatementHandle::run_change() {
+  while (run_->step()) {
+  }
+  row_count += run_->rows_changed();
+  run_->reset();
+}
+
+// Before anything runs, and before a callback's stream is used up.
+void StatementHandle::check_binds() const {
+  for (size_t i = 0; i < binds_.size(); ++i) {
+    const BindHandle* bind = binds_[i];
+    if (bind == nullptr) fail(1008);
+    if (bind->at_execution && bind->callback == nullptr) fail(3129);
+    const bool opened = block_ != nullptr && uses_[i].opened;
+    const bool cursor = bind->type == SQLT_RSET;
+    if (cursor != opened) fail(932);
+    if (cursor) cursor_variable(*bind);
+  }
+}
+
+// The callback runs code of the caller's, which may end the session or bind anew.
+void StatementHandle::pull_streams(Attachment& attachment, ub4 row) {
+  for (size_t i = 0; i < binds_.size(); ++i) {
+    if (!binds_[i]->at_execution) continue;
+    HeldBytes pulled;
+    pulling_ = true;
+    try {
+      pull_value(*binds_[i], row, pulled);
+    } catch (...) {
+      pulling_ = false;
+      throw;
+    }
+    pulling_ = false;
+    if (attachment_ != &attachment) fail(1012);
+    held_[i] = std::move(pulled);
+  }
+}
+
+// Text and bytes are views of the caller's memory. That is the caller's again after the execute,
+// while a query goes on reading its values: those are copied.
+Value StatementHandle::input(size_t index, ub4 row) {
+  const BindHandle& bind = *binds_[index];
+  if (block_ != nullptr && !uses_[index].read) return {};
+  if (bind.at_execution) return held_value(bind, held_[index]);
+  Value value = read_value(bind, row);
+  if (text_->type == OCI_STMT_SELECT && value.data != nullptr) {
+    held_[index].assign(value.data, value.size);
+    value.data = held_[index].data();
+  }
+  return value;
+}
+
+void StatementHandle::give_inputs(ub4 row) {
+  for (size_t i = 0; i < binds_.size(); ++i) {
+    const auto position = static_cast<ub4>(i + 1);
+    if (block_ != nullptr) {
+      block_->bind(position, input(i, row));
+    } else {
+      run_->bind(position, input(i, row));
+    }
+  }
+}
+
+int StatementHandle::run_block(ub4 row) {
+  block_->run();
+  ++row_count;
+  const int information = store_outputs(row);
+  hand_over_cursors();
+  return information;
+}
+
+// All of them, before the first error is reported.
+int StatementHandle::store_outputs(ub4 row) {
+  int result = 0;
+  for (size_t i = 0; i < binds_.size(); ++i) {
+    if (uses_[i].opened) continue;
+    const Value* value = block_->assigned(static_cast<ub4>(i + 1));
+    if (value != nullptr) keep_worst(result, store_output(*binds_[i], *value, row));
+  }
+  if (result != 0 && result != kCutWithInfo) fail(result);
+  return result;
+}
+
+// The variable holds the address of a statement handle, which may be anything by now.
+StatementHandle& StatementHandle::cursor_variable(const BindHandle& bind) const {
+  const void* address = nullptr;
+  std::memcpy(&address, bind.buffer, sizeof address);
+  StatementHandle* found = pool<StatementHandle>.find(address);
+  if (found == nullptr || found == this || found->environment != environment) fail(1001);
+  return *found;
+}
+
+void StatementHandle::hand_over_cursors() {
+  for (OpenedCursor& opened : block_->take_cursors()) {
+    const BindHandle& bind = *binds_[opened.position - 1];
+    cursor_variable(bind).adopt(std::move(opened), *attachment_);
+  }
+}
+
+// The handle is then as after a prepare and an execute of the query. A failure of its first step is
+// kept for its first fetch, as the block has done its work.
+void StatementHandle::adopt(OpenedCursor opened, Attachment& attachment) {
+  drop_run();
+  drop_binds();
+  drop_defines();
+  row_count = 0;
+  parse_error_offset = 0;
+  attachment.statements.push_back(this);
+  attachment_ = &attachment;
+  text_ = std::move(opened.text);
+  run_ = std::move(opened.run);
+  binds_.resize(text_->placeholders.size());
+  held_.resize(binds_.size());
+  cursor_ = Cursor::PastRow;
+  look_ahead();
+}
+
+void StatementHandle::release_streams() noexcept {
+  for (size_t i = 0; i < held_.size() && i < binds_.size(); ++i) {
+    if (binds_[i] != nullptr && binds_[i]->at_execution) held_[i].release();
+  }
+}
+
+}  // namespace oci8

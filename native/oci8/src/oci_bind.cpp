@@ -1,0 +1,75 @@
+// Binds: the variables of a statement's placeholders.
+#include "guard.h"
+#include "statement.h"
+
+namespace oci8 {
+namespace {
+
+// Callers announce a cursor variable with four bytes on every platform, which is what an address
+// has on some of them: the address's own width is what counts.
+size_t element_size(ub2 type, size_t announced) {
+  return type == SQLT_RSET ? sizeof(void*) : announced;
+}
+
+void check_bind(const BindHandle& wanted) {
+  if (const int code = bind_error(wanted.type, wanted.room)) fail(code);
+  if (wanted.at_execution && !arrives_in_pieces(wanted.type)) fail(3115);
+  if (wanted.buffer == nullptr && wanted.room > 0 && !wanted.at_execution) fail(24328);
+}
+
+}  // namespace
+}  // namespace oci8
+
+using namespace oci8;
+
+/// Binds the variable of the placeholder at `position` (from 1): an element of `value_sz` bytes at
+/// `valuep`, with an optional indicator, length in bytes and return code. All of them are the
+/// caller's, read by each execute and written by a block's; a fetch does not need them any more.
+/// With OCI_DATA_AT_EXEC there is no buffer, `value_sz` is the length expected in all, and the
+/// value comes from the callback of OCIBindDynamic. The bind handle is the statement's. ORA-01036
+/// for a position without a placeholder, ORA-01459 for a bad size, ORA-24328 for a missing buffer
+/// and for PL/SQL tables, ORA-03115 for an external type that is not offered.
+sword OCIBindByPos(OCIStmt* stmtp, OCIBind** bindpp, OCIError* errhp, ub4 position, void* valuep,
+                   sb4 value_sz, ub2 dty, void* indp, ub2* alenp, ub2* rcodep, ub4 maxarr_len, ub4*,
+                   ub4 mode) {
+  return guarded(errhp, [&](ErrorRecord&) {
+    StatementHandle& statement = as_statement(stmtp);
+    statement.note_call(Call::BindByPos);
+    statement.prepared_text();
+    if (bindpp == nullptr || maxarr_len > 0) fail(24328);
+    if (value_sz < 0) fail(1459);
+    BindHandle wanted;
+    wanted.statement = &statement;
+    wanted.position = position;
+    wanted.buffer = static_cast<ub1*>(valuep);
+    wanted.room = element_size(dty, static_cast<size_t>(value_sz));
+    wanted.type = dty;
+    wanted.indicators = static_cast<sb2*>(indp);
+    wanted.lengths = alenp;
+    wanted.codes = rcodep;
+    wanted.at_execution = (mode & OCI_DATA_AT_EXEC) != 0;
+    check_bind(wanted);
+    *bindpp = reinterpret_cast<OCIBind*>(&statement.bind(wanted));
+    return OCI_SUCCESS;
+  });
+}
+
+/// Names the callback that brings the value of a bind with OCI_DATA_AT_EXEC. It is called within
+/// the execute, on the same thread, for one piece after the other until it marks one as
+/// OCI_LAST_PIECE or OCI_ONE_PIECE; each piece is taken before the next call. NULL is a value
+/// without bytes or an indicator of -1; a bound indicator of -1 spares the calls. The callback may
+/// ask the statement for attributes and errors, and must not free it. Anything but OCI_CONTINUE
+/// ends the execute with ORA-24343, a value that is too long with ORA-01401; nothing has run then.
+/// There are no output callbacks: a block that assigns to such a bind is ORA-03001. ORA-24328 for a
+/// bind with a buffer.
+sword OCIBindDynamic(OCIBind* bindp, OCIError* errhp, void* ictxp, OCICallbackInBind icbfp, void*,
+                     OCICallbackOutBind) {
+  return guarded(errhp, [&](ErrorRecord&) {
+    BindHandle& bind = as_bind(bindp);
+    bind.statement->note_call(Call::BindDynamic);
+    if (icbfp == nullptr || !bind.at_execution) fail(24328);
+    bind.callback = icbfp;
+    bind.context = ictxp;
+    return OCI_SUCCESS;
+  });
+}
