@@ -18,7 +18,6 @@ TEST_F(Stmt, CallsOutOfOrderAndBadStatementsHaveTheirCodes) {
       {"delete from dual", 0, OCI_DEFAULT, 24333},
       {"select :a from dual", 0, OCI_DEFAULT, 1008},
       {"select :a from dual", 0, OCI_DESCRIBE_ONLY, 0},
-      {"begin null; end;", 1, OCI_DEFAULT, 3001},
       {"select x from nowhere", 0, OCI_DESCRIBE_ONLY, 942},
       {"select 1 from dual", 1, OCI_DEFAULT, 24374},
   };

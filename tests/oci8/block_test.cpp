@@ -1,0 +1,274 @@
+// Anonymous blocks, on a database in memory.
+#include "block.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <thread>
+
+#include "error.h"
+
+namespace oci8 {
+namespace {
+
+/// A block beside its text, which has to outlive it.
+struct TestBlock {
+  TestBlock(Connection& connection, std::string_view sql)
+      : source(tokenize(sql)), block(source, connection) {}
+  Block* operator->() { return &block; }
+
+  SqlText source;
+  Block block;
+};
+
+std::string text_of(const Value* value) {
+  if (value == nullptr) return "-";
+  if (value->kind == Value::Kind::Integer) return std::to_string(value->integer);
+  if (value->kind == Value::Kind::Real) return std::to_string(value->real);
+  return value->kind == Value::Kind::Null ? "NULL" : std::string(value->data, value->size);
+}
+
+/// The first column of all rows, blank between.
+std::string rows_of(Statement& statement) {
+  std::string rows;
+  while (statement.step()) {
+    const Value value = statement.column(0);
+    rows += (rows.empty() ? "" : " ") + text_of(&value);
+  }
+  return rows;
+}
+
+Value number(long long value) {
+  return {Value::Kind::Integer, value};
+}
+
+Value words(std::string_view value) {
+  return {Value::Kind::Text, 0, 0, value.data(), value.size()};
+}
+
+class BlockTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    one_->log_in("scott", "");
+    sql("CREATE TABLE T(A NUMBER UNIQUE, B VARCHAR2(20))");
+    sql("INSERT INTO T SELECT 1, 'one' FROM DUAL UNION SELECT 2, 'two' FROM DUAL");
+    one_->commit();
+  }
+
+  std::string sql(std::string_view statement) {
+    const SqlText source = tokenize(statement);
+    return rows_of(*one_->prepare(source));
+  }
+  std::string numbers() { return sql("SELECT A FROM T ORDER BY A"); }
+
+  template <class Body>
+  static Failure failure(Body&& body) {
+    try {
+      body();
+    } catch (const Failure& raised) {
+      return raised;
+    }
+    return {};
+  }
+  Failure run(std::string_view text) {
+    return failure([&] { TestBlock(*one_, text)->run(); });
+  }
+
+  std::unique_ptr<Connection> one_ = open_database(":memory:");
+};
+
+// :1 starts as 5 and :2 as "five"; what they end with, in order of appearance.
+TEST_F(BlockTest, ValuesGoInAndOut) {
+  const std::pair<const char*, const char*> kCases[] = {
+      {"BEGIN :1 := :1 + 1; :1 := :1 * 2; :2 := :2 || ';END'; END;", "12 five;END"},
+      {"begin :1 := (:1 - 10) / 2; :2 := TO_CHAR(:1); end;", "-2.500000 -2.5"},
+      {"BEGIN SELECT :1, :2 INTO :2, :1 FROM DUAL; END;", "five 5"},
+      {"BEGIN SELECT B /* INTO :1; */ INTO :2 FROM T WHERE A = :1 - 4; END;", "one -"},
+      {"BEGIN SELECT MAX(A), '' INTO :1, :2 FROM T UNION SELECT 2, NULL FROM T; END;", "2 NULL"},
+      {"BEGIN :1 := CASE WHEN :1 = 5 THEN 1 ELSE 0 END; END;", "1"},
+      {"BEGIN INSERT INTO T VALUES (:1, :2); SELECT B||A INTO :2 FROM T WHERE A = :1; END;",
+       "- five5"},
+      {"<<o>> BEGIN NULL; BEGIN :1 := 7; END; <<i>> BEGIN :2 := 'x'; END i; END o;", "7 x"},
+      {"DECLARE a NUMBER(3) := 41; s VARCHAR2(9); BEGIN s := 'A'; a := a + '1'; :1 := a; SELECT s "
+       "|| MAX(A) INTO s FROM T; :2 := s; END;",
+       "42 A2"},
+      {"DECLARE dummy PLS_INTEGER DEFAULT :1; BEGIN DECLARE dummy DATE; BEGIN dummy := DATE "
+       "'1999-12-31'; :2 := dummy + 1; END; :1 := dummy + 1; END;",
+       "6 \x78\x64\x01\x01\x01\x01\x01"},
+  };
+  for (const auto& [text, wanted] : kCases) {
+    TestBlock block(*one_, text);
+    const std::vector<Placeholder>& placeholders = block.source.placeholders;
+    std::string results;
+    for (ub4 i = 1; i <= placeholders.size(); ++i) {
+      block->bind(i, placeholders[i - 1].name == "1" ? number(5) : words("five"));
+    }
+    EXPECT_EQ(failure([&] { block->run(); }).text, "") << text;
+    for (ub4 i = 1; i <= placeholders.size(); ++i) {
+      results += (i > 1 ? " " : "") + text_of(block->assigned(i));
+    }
+    EXPECT_EQ(results, wanted) << text;
+    one_->rollback();
+  }
+}
+
+TEST_F(BlockTest, EachRunTakesItsOwnBinds) {
+  TestBlock block(*one_, "BEGIN INSERT INTO T(A, B) VALUES (:a, :b); :n := :a; :b := :b; END;");
+  for (long long a = 3; a < 6; ++a) {
+    const std::string long_text = "text " + std::to_string(a) + " beyond";
+    block->bind(1, number(a));
+    block->bind(2, words(long_text));
+    block->run();
+    EXPECT_EQ(text_of(block->assigned(2)), long_text);
+    EXPECT_EQ(text_of(block->assigned(3)), std::to_string(a));
+  }
+  EXPECT_EQ(numbers(), "1 2 3 4 5");
+  block->run();
+  EXPECT_EQ(text_of(block->assigned(3)), "NULL");
+  block->bind(1, number(3));
+  EXPECT_EQ(failure([&] { block->run(); }).code, 1);
+  EXPECT_EQ(block->assigned(3), nullptr) << "a failed run assigns nothing";
+  EXPECT_EQ(failure([&] { block->bind(4, {}); }).code, 1036);
+}
+
+TEST_F(BlockTest, FailedBlockIsUndoneAsAWhole) {
+  const std::string broken = "BEGIN INSERT INTO T(A) VALUES (3); UPDATE T SET A = 9 - A; ";
+  EXPECT_EQ(run(broken + "INSERT INTO T(A) VALUES (1 / 0); END;").code, 1476);
+  EXPECT_EQ(numbers(), "1 2");
+  EXPECT_EQ(sql("INSERT INTO T(A) VALUES (4)"), "");
+  EXPECT_EQ(run(broken + "SELECT A INTO :x FROM T WHERE A = 99; END;").code, 1403);
+  EXPECT_EQ(numbers(), "1 2 4") << "what was done before the block stays";
+  EXPECT_EQ(run(broken + "SELECT A INTO :x FROM T; END;").code, 1422);
+  sql("SAVEPOINT S");
+  EXPECT_EQ(
+      run("BEGIN DELETE FROM T; ROLLBACK TO S; DELETE FROM T WHERE A = 1; :x := 1 / 0; END;").code,
+      1476);
+  EXPECT_EQ(numbers(), "1 2 4");
+  EXPECT_EQ(run("BEGIN DELETE FROM T WHERE A = 1; SAVEPOINT P; DELETE FROM T; END;").code, 0);
+  sql("ROLLBACK TO P");
+  EXPECT_EQ(numbers(), "2 4") << "a savepoint outlives the block";
+  EXPECT_EQ(run("BEGIN DELETE FROM T; ROLLBACK TO SAVEPOINT P; :x := 1 / 0; END;").code, 1476);
+  EXPECT_EQ(numbers(), "2 4");
+  one_->rollback();
+  EXPECT_EQ(numbers(), "1 2");
+}
+
+TEST_F(BlockTest, CommitInsideEndsWhatAFailureUndoes) {
+  sql("INSERT INTO T(A) VALUES (3)");
+  const Failure raised =
+      run("BEGIN INSERT INTO T(A) VALUES (4); COMMIT; DELETE FROM T; :x := 1 / 0; END;");
+  EXPECT_EQ(raised.code, 1476);
+  one_->commit();
+  EXPECT_EQ(numbers(), "1 2 3 4");
+  EXPECT_EQ(run("BEGIN DELETE FROM T; ROLLBACK; INSERT INTO T(A) VALUES (5); END;").code, 0);
+  EXPECT_EQ(numbers(), "1 2 3 4 5");
+}
+
+TEST_F(BlockTest, CursorsLiveOnTheirOwn) {
+  std::vector<OpenedCursor> cursors;
+  {
+    std::string start = "a value that is longer than any short string";
+    TestBlock block(*one_,
+                    "BEGIN OPEN :c FOR SELECT :s FROM DUAL; :s := 'o'; OPEN :c FOR SELECT A FROM T "
+                    "WHERE B LIKE :s || '%' OR A = :n; OPEN :d FOR SELECT :s || :t FROM DUAL; "
+                    "INSERT INTO T VALUES (3, 'other'); :s := 'changed'; END;");
+    block->bind(3, number(2));
+    block->bind(5, words(start));
+    block->run();
+    start.assign(start.size(), 'X');
+    cursors = block->take_cursors();
+    EXPECT_TRUE(block->take_cursors().empty());
+  }
+  ASSERT_EQ(cursors.size(), 2u);
+  EXPECT_EQ(cursors[0].position, 1u);
+  EXPECT_EQ(cursors[0].run->columns().at(0).name, "A");
+  ASSERT_TRUE(cursors[0].run->step());
+  one_->rollback();
+  EXPECT_EQ(rows_of(*cursors[0].run), "2");
+  EXPECT_EQ(cursors[1].position, 4u);
+  EXPECT_EQ(rows_of(*cursors[1].run), "oa value that is longer than any short string");
+  cursors[1].run->reset();
+  EXPECT_EQ(rows_of(*cursors[1].run).size(), 45u);
+  TestBlock failing(*one_, "BEGIN OPEN :c FOR SELECT A FROM T; :x := 1 / 0; END;");
+  EXPECT_EQ(failure([&] { failing->run(); }).code, 1476);
+  EXPECT_TRUE(failing->take_cursors().empty());
+}
+
+// "^" stands before the place of the error, and is no part of the text.
+TEST_F(BlockTest, ErrorsHaveCodeAndPlace) {
+  std::string deep;
+  for (int i = 0; i < 5000; ++i) deep += "BEGIN ";
+  const struct {
+    std::string text;
+    int code;
+    const char* words;
+  } kCases[] = {
+      {"BEGIN\n NULL;\n INSERT INTO ^NOWHERE VALUES (:1); END;", 942, "ORA-06512: at line 3\n"},
+      {"BEGIN SELECT A /* ; */ INTO :x FROM T WHERE ^NONE = 1; END;", 904, "NONE"},
+      {"BEGIN :x := 'END;' || ^NONE; END;", 904, "NONE"},
+      {"BEGIN NULL; ^UPDATE T SET A = 1; END;", 1, "T.A"},
+      {"BEGIN COMMIT; DELETE FROM T WHERE A = 1 ^2; END;", 933, "ended"},
+      {"BEGIN ^SELECT A, B INTO :x FROM T; END;", 913, "many"},
+      {"BEGIN ^SELECT A INTO :x, :y FROM T; END;", 947, "enough"},
+      {"BEGIN OPEN :c FOR SELECT A FROM ^NOWHERE; END;", 942, "exist"},
+      {"DECLARE v VARCHAR2(3); BEGIN\n^v := 'four'; END;", 6502, "ORA-01401"},
+      {"BEGIN :x := 1 ^x; END;", 907, "parenthesis"},
+      {"BEGIN\n  NULL;\n  ^IF 1 = 1 THEN NULL; END IF; END;", 6550,
+       "ORA-06550: line 3, column 3:\nIF is not supported in a block\n"},
+      {"BEGIN NULL; ^EXCEPTION WHEN OTHERS THEN NULL; END;", 6550, "not supported"},
+      {"DECLARE ^PROCEDURE p IS BEGIN NULL; END; BEGIN NULL; END;", 6550, "not supported"},
+      {"DECLARE c ^CONSTANT NUMBER := 1; BEGIN NULL; END;", 6550, "not supported"},
+      {"DECLARE c ^T.A%TYPE; BEGIN NULL; END;", 6550, "ORA-00902"},
+      {"BEGIN ^CREATE TABLE U(A NUMBER); END;", 6550, "column 7:\n"},
+      {"BEGIN ^dbms_output.put_line('x'); END;", 6550, "'DBMS_OUTPUT' must be declared"},
+      {"BEGIN BEGIN DECLARE v DATE; BEGIN NULL; END; END; ^v := 1; END;", 6550, "'V'"},
+      {"BEGIN ^SELECT A FROM T; END;", 6550, "INTO"},
+      {"BEGIN OPEN :c FOR ^'SELECT 1 FROM DUAL'; END;", 6550, "Encountered"},
+      {"BEGIN :x := (1^; END;", 6550, "\";\""},
+      {"BEGIN :x := 1^), (2; END;", 6550, "\")\""},
+      {"BEGIN :x := ^'abc; END;", 6550, "Encountered"},
+      {"BEGIN ROLLBACK TO ^; END;", 6550, "\";\""},
+      {"BEGIN ^END;", 6550, "\"END\""},
+      {"BEGIN NULL; END^", 6550, "end-of-file"},
+      {"BEGIN NULL; END; ^SELECT 1 FROM DUAL", 6550, "\"SELECT\""},
+      {"BEGIN INSERT INTO T VALUES (1, 2) END;^", 6550, "end-of-file"},
+      {deep, 6550, "too large"},
+  };
+  for (const auto& wanted : kCases) {
+    std::string text = wanted.text;
+    const size_t place = text.find('^');
+    if (place != std::string::npos) text.erase(place, 1);
+    const Failure raised = run(text);
+    EXPECT_EQ(raised.code, wanted.code) << text << ": " << raised.text;
+    EXPECT_NE(raised.text.find(wanted.words), std::string::npos) << text << ": " << raised.text;
+    if (place == std::string::npos) continue;
+    EXPECT_EQ(raised.offset, static_cast<int>(place)) << text;
+  }
+  EXPECT_EQ(numbers(), "1 2");
+  EXPECT_NE(failure([&] { sql("SELECT A INTO :x FROM T"); }).code, 0) << "no block";
+}
+
+TEST_F(BlockTest, InterruptedBlockIsUndone) {
+  for (int count = 2; count < 1024; count *= 2) {
+    sql("INSERT INTO T(A) SELECT A + " + std::to_string(count) + " FROM T");
+  }
+  TestBlock block(*one_,
+                  "BEGIN DELETE FROM T WHERE A > 1000; UPDATE T SET B = 'x' WHERE A IN (SELECT A.A "
+                  "FROM T A, T B, T C, T D WHERE A.A + B.A + C.A + D.A > 0); END;");
+  std::atomic<bool> done = false;
+  std::thread breaker([&] {
+    while (!done) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(50));
+      one_->interrupt();
+    }
+  });
+  EXPECT_EQ(failure([&] { block->run(); }).code, 1013);
+  done = true;
+  breaker.join();
+  one_->commit();
+  EXPECT_EQ(sql("SELECT COUNT(*) FROM T"), "1024");
+}
+
+}  // namespace
+}  // namespace oci8

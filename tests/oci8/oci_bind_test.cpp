@@ -1,0 +1,380 @@
+// Values in, by every external type and by callback, and values and cursors out of blocks.
+#include <cfloat>
+#include <climits>
+#include <cmath>
+#include <vector>
+
+#include "oci_fixture.h"
+
+namespace {
+
+std::string seven(std::initializer_list<int> values) {
+  return std::string(values.begin(), values.end());
+}
+
+template <class T>
+std::string raw(T value) {
+  return std::string(reinterpret_cast<const char*>(&value), sizeof value);
+}
+
+class Bind : public OciTest {
+ protected:
+  void SetUp() override {
+    OciTest::SetUp();
+    log_in();
+    must("create table t (n number, f float, s varchar2(4000), d date, r raw(2000))");
+    must("create table l (n number, x long)");
+    must("create table b (n number, x long raw)");
+  }
+
+  sword bind(ub4 position, const void* value, size_t size, ub2 type, sb2* indicator = nullptr,
+             ub2* size_in = nullptr, ub4 mode = OCI_DEFAULT) {
+    return OCIBindByPos(c.stmt, &made, c.err, position, const_cast<void*>(value),
+                        static_cast<sb4>(size), type, indicator, size_in, code, 0, nullptr, mode);
+  }
+  sword bind(ub4 position, const std::string& value, ub2 type) {
+    return bind(position, value.data(), value.size(), type);
+  }
+
+  /// Inserts one value into "table.column" and fetches it as `fetched`: as first_value, or the
+  /// error.
+  std::string round_trip(const std::string& target, const std::string& value, ub2 type, ub2 fetched,
+                         size_t room) {
+    const std::string table = target.substr(0, 1), column = target.substr(2);
+    EXPECT_EQ(c.run("delete from " + table), OCI_SUCCESS);
+    EXPECT_EQ(c.prepare("insert into " + table + " (" + column + ") values (:v)"), OCI_SUCCESS);
+    EXPECT_EQ(bind(1, value, type), OCI_SUCCESS) << c.code();
+    if (c.execute(1) != OCI_SUCCESS) return "ORA-" + std::to_string(c.code());
+    EXPECT_EQ(c.row_count(), 1u);
+    return first_value("select " + column + " from " + table, fetched, room);
+  }
+
+  /// The element, "NULL" for that, or the error.
+  std::string first_value(const std::string& query, ub2 type, size_t room) {
+    std::string out(room, '?');
+    sb2 indicator = 0;
+    EXPECT_EQ(c.run(query, 0), OCI_SUCCESS) << c.code();
+    EXPECT_EQ(c.define(1, out.data(), room, type, &indicator, &length), OCI_SUCCESS);
+    const sword status = c.fetch(1);
+    if (status != OCI_SUCCESS) return "none " + std::to_string(c.code());
+    if (indicator == -1) return "NULL";
+    return room > 65535 ? out : out.substr(0, length);
+  }
+
+  /// 0, or the code of the call's diagnostic.
+  int code_of(sword status) { return status == OCI_SUCCESS ? 0 : c.code(); }
+
+  OCIBind* made = nullptr;
+  ub2* code = nullptr;  // for the binds that follow
+  ub2 length = 0;
+};
+
+TEST_F(Bind, EveryTypeComesBackAsItWentIn) {
+  std::string all(256, 0);
+  for (size_t i = 0; i < all.size(); ++i) all[i] = static_cast<char>(i);
+  std::string noise;
+  while (noise.size() < 65536) noise += all;
+  struct Case {
+    const char* column;
+    std::string value;
+    ub2 type, fetched;
+  };
+  std::vector<Case> cases = {{"t.n", raw(SCHAR_MIN), SQLT_INT, SQLT_INT},
+                             {"t.n", raw<short>(SHRT_MAX), SQLT_INT, SQLT_INT},
+                             {"t.n", raw(INT_MIN), SQLT_INT, SQLT_INT},
+                             {"t.n", raw(INT_MAX), SQLT_INT, SQLT_INT},
+                             {"t.n", raw(LLONG_MIN), SQLT_INT, SQLT_INT},
+                             {"t.n", raw(1.5f), SQLT_FLT, SQLT_FLT},
+                             {"t.s", "abc  ", SQLT_CHR, SQLT_CHR},
+                             {"t.s", std::string("a\0b", 3), SQLT_AFC, SQLT_CHR},
+                             {"t.s", std::string(4000, 'x'), SQLT_LNG, SQLT_CHR},
+                             {"t.d", seven({118, 199, 12, 31, 24, 60, 60}), SQLT_DAT, SQLT_DAT},
+                             {"t.d", seven({199, 199, 12, 31, 1, 1, 1}), SQLT_DAT, SQLT_DAT},
+                             {"t.d", seven({53, 88, 1, 1, 1, 1, 1}), SQLT_DAT, SQLT_DAT},
+                             {"t.r", all, SQLT_BIN, SQLT_BIN},
+                             {"b.x", noise.substr(0, 65535), SQLT_LBI, SQLT_LBI},
+                             {"b.x", noise, SQLT_LBI, SQLT_LBI},
+                             {"l.x", std::string(65535, 'y'), SQLT_LNG, SQLT_LNG},
+                             {"l.x", "007" + std::string(65533, 'y'), SQLT_CHR, SQLT_LNG}};
+  for (const double real : {0.1, 0.1 + 0.2, 1.0 / 3, 1e-130, std::nextafter(1e126, 0), -DBL_EPSILON,
+                            1234567890123456789.0, 1.2345678901234567e20}) {
+    cases.push_back({"t.n", raw(real), SQLT_FLT, SQLT_FLT});
+    cases.push_back({"t.f", raw(-real), SQLT_FLT, SQLT_FLT});
+  }
+  for (const Case& one : cases) {
+    const size_t size = one.value.size();
+    EXPECT_EQ(round_trip(one.column, one.value, one.type, one.fetched, size), one.value)
+        << one.column << one.type << " of " << size;
+  }
+}
+
+TEST_F(Bind, ValuesAreReadByTheRulesOfTheirType) {
+  const struct {
+    const char* column;
+    std::string value;
+    ub2 type;
+    const char* expected;
+  } cases[] = {
+      {"t.n", raw(-0.0), SQLT_FLT, "0"},
+      {"t.n", raw(3.0), SQLT_FLT, "3"},
+      {"t.n", raw(1e126), SQLT_FLT, "ORA-1426"},
+      {"t.n", raw(DBL_TRUE_MIN), SQLT_FLT, "ORA-1426"},
+      {"t.n", raw(-HUGE_VAL), SQLT_FLT, "ORA-1426"},
+      {"t.n", raw(std::nan("")), SQLT_FLT, "ORA-1426"},
+      {"t.n", "12.50", SQLT_CHR, "12.5"},
+      {"t.n", "12x", SQLT_CHR, "ORA-1722"},
+      {"t.s", std::string("ab\0cd", 5), SQLT_STR, "ab"},
+      {"t.s", "abc", SQLT_STR, "ORA-1480"},
+      {"t.s", std::string(2, 0), SQLT_STR, "NULL"},
+      {"t.s", "", SQLT_CHR, "NULL"},
+      {"t.s", std::string(4001, 'x'), SQLT_CHR, "ORA-1401"},
+      {"t.r", "", SQLT_BIN, "NULL"},
+      {"t.d", seven({119, 199, 13, 1, 1, 1, 1}), SQLT_DAT, "ORA-1843"},
+      {"t.d", seven({0, 0, 0, 0, 0, 0, 0}), SQLT_DAT, "ORA-1841"},
+      {"t.d", seven({119, 199, 2, 29, 1, 1, 1}), SQLT_DAT, "ORA-1839"},
+  };
+  for (const auto& one : cases) {
+    EXPECT_EQ(round_trip(one.column, one.value, one.type, SQLT_CHR, 100), one.expected)
+        << one.value;
+  }
+}
+
+TEST_F(Bind, IndicatorAndLengthAreReadByEachExecute) {
+  sb2 indicator = 0;
+  ub2 size = 2;
+  int number = 1;
+  ASSERT_EQ(c.prepare("insert into t (s, n) values (:s, :n)"), OCI_SUCCESS);
+  ASSERT_EQ(bind(1, "wrong", 5, SQLT_CHR), OCI_SUCCESS);
+  OCIBind* former = made;
+  ASSERT_EQ(bind(1, "abc", 3, SQLT_CHR, &indicator, &size), OCI_SUCCESS);
+  EXPECT_EQ(made, former);
+  ASSERT_EQ(bind(2, &number, 4, SQLT_INT), OCI_SUCCESS);
+  EXPECT_EQ(c.execute(1), OCI_SUCCESS);
+  number = 2;
+  size = 0;
+  EXPECT_EQ(c.execute(1), OCI_SUCCESS);
+  number = 3;
+  size = 4;
+  EXPECT_EQ(code_of(c.execute(1)), 1458);
+  indicator = -1;
+  EXPECT_EQ(c.execute(1), OCI_SUCCESS);
+  const int numbers[] = {4, 5, 6};
+  ASSERT_EQ(bind(2, numbers, 4, SQLT_INT), OCI_SUCCESS);
+  ASSERT_EQ(bind(1, "xyz", 1, SQLT_CHR), OCI_SUCCESS);
+  EXPECT_EQ(c.execute(3), OCI_SUCCESS);
+  EXPECT_EQ(c.row_count(), 3u);
+  EXPECT_EQ(first_value("select n from t where s = 'z'", SQLT_CHR, 9), "6");
+  EXPECT_EQ(first_value("select s from t where n = 1", SQLT_CHR, 9), "ab");
+  EXPECT_EQ(first_value("select count(*) from t where s is null", SQLT_CHR, 9), "2");
+}
+
+TEST_F(Bind, MistakesHaveTheirCodes) {
+  const int one = 1;
+  ASSERT_EQ(c.prepare("insert into t (n, s) values (:a, :a)"), OCI_SUCCESS);
+  const struct {
+    ub4 position;
+    const void* value;
+    int size;
+    ub2 type;
+    ub4 mode;
+    int code;
+  } cases[] = {{0, &one, 4, SQLT_INT, 0, 1036},
+               {3, &one, 4, SQLT_INT, 0, 1036},
+               {1, nullptr, 4, SQLT_INT, 0, 24328},
+               {1, &one, -1, SQLT_CHR, 0, 1459},
+               {1, &one, 3, SQLT_INT, 0, 1459},
+               {1, &one, 4, SQLT_DAT, 0, 1459},
+               {1, &one, 4, 999, 0, 3115},
+               {1, &one, 4, SQLT_CLOB, 0, 3115},
+               {1, &one, 4, SQLT_INT, OCI_DATA_AT_EXEC, 3115}};
+  for (const auto& row : cases) {
+    const auto size = static_cast<size_t>(row.size);
+    const sword status = bind(row.position, row.value, size, row.type, nullptr, nullptr, row.mode);
+    EXPECT_EQ(code_of(status), row.code) << row.position << ' ' << row.type;
+  }
+  ASSERT_EQ(bind(1, &one, 4, SQLT_INT), OCI_SUCCESS);
+  EXPECT_EQ(OCIBindDynamic(made, c.err, nullptr, nullptr, nullptr, nullptr), OCI_ERROR);
+  EXPECT_EQ(c.attribute<ub4>(OCI_ATTR_FNCODE), 17u);
+  EXPECT_EQ(code_of(c.execute(1)), 1008);
+  ASSERT_EQ(bind(2, nullptr, 9, SQLT_LNG, nullptr, nullptr, OCI_DATA_AT_EXEC), OCI_SUCCESS);
+  EXPECT_EQ(c.attribute<ub4>(OCI_ATTR_FNCODE), 66u);
+  EXPECT_EQ(code_of(c.execute(1)), 3129);
+  ASSERT_EQ(c.prepare("select 1 from dual"), OCI_SUCCESS);
+  EXPECT_EQ(OCIBindDynamic(made, c.err, nullptr, nullptr, nullptr, nullptr), OCI_INVALID_HANDLE);
+}
+
+// The caller's memory is its own again after the execute, also when rows are still to come.
+TEST_F(Bind, AnOpenQueryKeepsItsValues) {
+  must("insert into t (n, s) select rownum, 'key' from user_tables");
+  std::string key = "key", out(9, 0);
+  ASSERT_EQ(c.prepare("select s || :k from t where s = :k"), OCI_SUCCESS);
+  ASSERT_EQ(bind(1, key, SQLT_CHR), OCI_SUCCESS);
+  ASSERT_EQ(bind(2, key, SQLT_CHR), OCI_SUCCESS);
+  ASSERT_EQ(c.define(1, out.data(), 9, SQLT_STR), OCI_SUCCESS);
+  ASSERT_EQ(c.execute(0), OCI_SUCCESS);
+  ASSERT_EQ(c.fetch(1), OCI_SUCCESS);
+  std::fill(key.begin(), key.end(), '#');
+  ASSERT_EQ(bind(1, "other", 5, SQLT_CHR), OCI_SUCCESS);
+  for (ub4 rows = 1; rows < 3; ++rows) {
+    EXPECT_STREQ(out.c_str(), "keykey");
+    ASSERT_EQ(c.fetch(1), OCI_SUCCESS) << c.code();
+  }
+}
+
+/// A stream of the caller, as its callback sees it.
+struct Stream {
+  static sb4 next(void* context, OCIBind*, ub4 iteration, ub4 index, void** data, ub4* size,
+                  ub1* piece, void**) {
+    auto& self = *static_cast<Stream*>(context);
+    self.asked.push_back(*piece);
+    EXPECT_EQ(iteration + index, 0u);
+    EXPECT_EQ(self.client->row_count(), 0u);
+    EXPECT_EQ(self.client->attribute<ub2>(OCI_ATTR_SQLFNCODE), 2);
+    EXPECT_EQ(self.client->prepare("select 1 from dual"), OCI_ERROR);
+    EXPECT_EQ(self.client->code(), 3127);
+    const size_t length = std::min<size_t>(4096, self.value.size() - self.done);
+    if (self.asked.size() == self.failing) return OCI_ERROR;
+    // One buffer for all pieces.
+    self.buffer = self.value.substr(self.done, length);
+    self.done += length;
+    *data = self.buffer.data();
+    *size = static_cast<ub4>(length);
+    if (length == 0) *piece = OCI_LAST_PIECE;
+    return OCI_CONTINUE;
+  }
+
+  Client* client;
+  std::string value;
+  size_t failing = 0;  // the call that gives up
+  size_t done = 0;
+  std::string buffer;
+  std::vector<int> asked;
+};
+
+TEST_F(Bind, StreamsArePulledPieceByPiece) {
+  const std::string value = std::string(9999, 'a') + "z";
+  sb2 null = -1;
+  const struct {
+    const char* table;
+    Stream stream;
+    sb2* indicator;
+    std::vector<int> asked;
+    std::string stored;
+  } cases[] = {{"l", {&c, value, 0, 0, "", {}}, nullptr, {1, 2, 2, 2}, value},
+               {"b", {&c, value, 0, 0, "", {}}, nullptr, {1, 2, 2, 2}, value},
+               {"l", {&c, "", 0, 0, "", {}}, nullptr, {1}, "NULL"},
+               {"l", {&c, value, 0, 0, "", {}}, &null, {}, "NULL"},
+               {"l", {&c, value, 3, 0, "", {}}, nullptr, {1, 2, 2}, "none 1403"}};
+  for (const auto& one : cases) {
+    const std::string table = one.table;
+    const ub2 type = table == "l" ? SQLT_LNG : SQLT_LBI;
+    Stream stream = one.stream;
+    must("delete from " + table);
+    ASSERT_EQ(c.prepare("insert into " + table + " values (1, :x)"), OCI_SUCCESS);
+    ASSERT_EQ(bind(1, nullptr, 10000, type, one.indicator, nullptr, OCI_DATA_AT_EXEC), OCI_SUCCESS);
+    ASSERT_EQ(OCIBindDynamic(made, c.err, &stream, Stream::next, nullptr, nullptr), OCI_SUCCESS);
+    EXPECT_EQ(c.execute(1), stream.failing != 0 ? OCI_ERROR : OCI_SUCCESS);
+    EXPECT_EQ(c.code(), stream.failing != 0 ? 24343 : 0);
+    EXPECT_EQ(c.row_count(), stream.failing != 0 ? 0u : 1u);
+    EXPECT_EQ(stream.asked, one.asked);
+    EXPECT_EQ(first_value("select x from " + table, type, 10000), one.stored);
+  }
+}
+
+// By the rules of a fetch: what a variable cannot take is told by whatever it has for that.
+TEST_F(Bind, BlocksWriteTheirVariables) {
+  must("insert into t (n, s, d, r) values (7, 'seven', to_date('1999', 'YYYY'), 'FF00')");
+  const std::string garbage(9, '\xff');
+  const struct {
+    const char* assigned;
+    ub2 type;
+    size_t room;
+    bool tells;  // has indicator and return code
+    sword status;
+    int code;
+    sb2 indicator;
+    ub2 length;
+    std::string value;
+  } cases[] = {{"n", SQLT_INT, 4, true, OCI_SUCCESS, 0, 0, 4, raw(7)},
+               {"n / 2", SQLT_FLT, 8, true, OCI_SUCCESS, 0, 0, 8, raw(3.5)},
+               {"s", SQLT_STR, 9, true, OCI_SUCCESS, 0, 0, 5, std::string("seven\0", 6)},
+               {"n", SQLT_CHR, 9, true, OCI_SUCCESS, 0, 0, 1, "7"},
+               {"r", SQLT_BIN, 9, true, OCI_SUCCESS, 0, 0, 2, std::string("\xff\0", 2)},
+               {"to_date('1999-01-02', 'YYYY-MM-DD')", SQLT_DAT, 7, true, OCI_SUCCESS, 0, 0, 7,
+                seven({119, 199, 1, 2, 1, 1, 1})},
+               {"null", SQLT_CHR, 9, true, OCI_SUCCESS, 0, -1, 0, ""},
+               {"null", SQLT_CHR, 9, false, OCI_ERROR, 1405, 0, 0, ""},
+               {"s", SQLT_CHR, 3, true, OCI_SUCCESS_WITH_INFO, 24345, 5, 3, "sev"},
+               {"s", SQLT_CHR, 3, false, OCI_ERROR, 1406, 0, 3, "sev"},
+               {"s", SQLT_DAT, 7, true, OCI_ERROR, 932, 0, 0, ""}};
+  for (const auto& one : cases) {
+    std::string out = garbage;
+    sb2 indicator = 0;
+    ub2 told = 0, size = static_cast<ub2>(one.room);
+    code = one.tells ? &told : nullptr;
+    ASSERT_EQ(c.prepare("begin select " + std::string(one.assigned) + " into :1 from t; end;"),
+              OCI_SUCCESS);
+    ASSERT_EQ(bind(1, out.data(), one.room, one.type, one.tells ? &indicator : nullptr, &size),
+              OCI_SUCCESS);
+    EXPECT_EQ(c.execute(1), one.status) << one.assigned << c.code();
+    EXPECT_EQ(c.code(), one.code) << one.assigned;
+    EXPECT_EQ(indicator, one.indicator);
+    EXPECT_EQ(size, one.code == 932 ? one.room : one.length) << one.assigned;
+    EXPECT_EQ(out.substr(0, one.value.size()), one.value);
+    EXPECT_EQ(c.row_count(), 1u);
+  }
+}
+
+TEST_F(Bind, BlocksReadBindsAndRunAsAWhole) {
+  int in = 20, out = -1;
+  ASSERT_EQ(c.prepare("begin :o := :i * 2 + :i; insert into t (n) values (:o); end;"), OCI_SUCCESS);
+  ASSERT_EQ(bind(1, &out, 4, SQLT_INT), OCI_SUCCESS);
+  ASSERT_EQ(bind(2, &in, 4, SQLT_INT), OCI_SUCCESS);
+  for (in = 20; in < 23; ++in) {
+    ASSERT_EQ(c.execute(1), OCI_SUCCESS) << c.code();
+    EXPECT_EQ(out, 3 * in);
+    EXPECT_EQ(c.row_count(), 1u);
+  }
+  EXPECT_EQ(first_value("select sum(n) from t", SQLT_CHR, 9), "189");
+  ASSERT_EQ(c.prepare("begin delete from t; select n into :1 from t; end;"), OCI_SUCCESS);
+  ASSERT_EQ(bind(1, &out, 4, SQLT_INT), OCI_SUCCESS);
+  EXPECT_EQ(c.execute(1, OCI_COMMIT_ON_SUCCESS), OCI_NO_DATA);
+  EXPECT_EQ(c.code(), 1403);
+  EXPECT_EQ(first_value("select count(*) from t", SQLT_CHR, 9), "3");
+}
+
+// As after an execute of that query; the block may be gone by then.
+TEST_F(Bind, ACursorVariableIsTheOpenedQuery) {
+  must("insert into t (n, s) values (5, 'five')");
+  must("insert into t (n, s) values (6, 'six')");
+  Client other;
+  OCIStmt* opened = c.make<OCIStmt>(OCI_HTYPE_STMT);
+  int least = 6, number = 0;
+  ASSERT_EQ(c.prepare("begin open :c for select n, s from t where n >= :n; end;"), OCI_SUCCESS);
+  ASSERT_EQ(bind(2, &least, 4, SQLT_INT), OCI_SUCCESS);
+  for (void* wrong : {static_cast<void*>(nullptr), static_cast<void*>(c.err),
+                      static_cast<void*>(c.stmt), static_cast<void*>(other.stmt)}) {
+    ASSERT_EQ(bind(1, &wrong, 4, SQLT_RSET), OCI_SUCCESS);
+    EXPECT_EQ(code_of(c.execute(1)), 1001);
+  }
+  ASSERT_EQ(bind(1, "text", 4, SQLT_CHR), OCI_SUCCESS);
+  EXPECT_EQ(code_of(c.execute(1)), 932);
+  ASSERT_EQ(bind(1, &opened, 4, SQLT_RSET), OCI_SUCCESS);
+  for (int turn = 0; turn < 2; ++turn) ASSERT_EQ(c.execute(1), OCI_SUCCESS) << c.code();
+  least = 0;
+  must("delete from t where n = 5");
+
+  std::swap(c.stmt, opened);
+  EXPECT_EQ(c.attribute<ub4>(OCI_ATTR_PARAM_COUNT), 2u);
+  EXPECT_EQ(c.attribute<ub2>(OCI_ATTR_STMT_TYPE), OCI_STMT_SELECT);
+  EXPECT_EQ(code_of(c.fetch(1)), 24374);
+  ASSERT_EQ(c.define(1, &number, 4, SQLT_INT), OCI_SUCCESS);
+  EXPECT_EQ(c.fetch(1), OCI_SUCCESS) << c.code();
+  EXPECT_EQ(number, 6);
+  EXPECT_EQ(c.row_count(), 1u);
+  EXPECT_EQ(c.fetch(1), OCI_NO_DATA);
+  ASSERT_EQ(OCISessionEnd(c.svc, c.err, c.ses, OCI_DEFAULT), OCI_SUCCESS);
+  EXPECT_EQ(code_of(c.fetch(1)), 1002);
+}
+
+}  // namespace
