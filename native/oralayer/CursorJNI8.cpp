@@ -403,11 +403,15 @@ JNIEXPORT jboolean JNICALL Java_trevalon_db_oci_OciCursor_exec(JNIEnv* env, jobj
   cdadata* cda = cursor_record(env, obj);
   if (cda == nullptr) return kCallOk;
   if (required(env, cda->lda, "LDA is null") == nullptr) return kCallOk;
-  if (!lent_records_stand(env, *cda)) return kCallOk;
+  PendingException pending(env);  // of the Java method that the insert callback calls
+  if (!lent_records_stand(env, *cda)) {
+    pending.set_aside();
+    clean_longinsert_chain(env, cda);
+    return kCallOk;
+  }
 
   TRACE("*** OCIStmtExecute 1 *** ");
   const ub4 mode = cda->lda->autocommit != 0 ? OCI_COMMIT_ON_SUCCESS : OCI_DEFAULT;
-  PendingException pending(env);  // of the Java method that the insert callback calls
   const sword retvali = execute_statement(env, *cda, 1, mode);
   TRACE("    OCIStmtExecute result", "=", retvali);
   pending.set_aside();

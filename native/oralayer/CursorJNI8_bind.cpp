@@ -88,12 +88,6 @@ void forget_streamed_column(columndata& col) {
 
 namespace {
 
-// The chunk that OCI reads next.
-struct Chunk {
-  sb1* data = nullptr;
-  ub4 length = 0;  // 0: the value has ended
-};
-
 // The array that carries the chunks, made at the first one. False after raising.
 bool has_array(JNIEnv* env, colctx& ctx) {
   if (ctx.jbytes != nullptr) {
@@ -112,52 +106,53 @@ bool has_array(JNIEnv* env, colctx& ctx) {
   return false;
 }
 
-// Has Java fill the array, and pins what it holds. False with an exception pending.
-bool pull_chunk(JNIEnv* env, colctx& ctx, Chunk& chunk) {
+// Has Java fill the array: its result, 0 at the end of the stream. False with an exception pending.
+bool pull_chunk(JNIEnv* env, const colctx& ctx, jint& bytes_read) {
   const columndata& col = *ctx.col;
   TRACE("*** getNextStreamBuffer");
-  const jint bytes_read = env->CallIntMethod(ctx.cda->jocicursor, getNextStreamBuffer, ctx.jbytes,
-                                             static_cast<jint>(col.colpos),
-                                             static_cast<jint>(col.piecelen), col.stream_type);
+  bytes_read = env->CallIntMethod(ctx.cda->jocicursor, getNextStreamBuffer, ctx.jbytes,
+                                  static_cast<jint>(col.colpos), static_cast<jint>(col.piecelen),
+                                  static_cast<jint>(col.stream_type));
   if (env->ExceptionCheck()) {
     TRACE("    Call to getNextStreamBuffer FAILED ... Returning OCI_ERROR");
     return false;
   }
   TRACE("    bytes_read", "=", bytes_read);
-  if (bytes_read > env->GetArrayLength(ctx.jbytes)) {
-    TV_ThrowInternalError(env, "getNextStreamBuffer returned more than its buffer holds");
-    return false;
-  }
-  TRACE("+++ PIN buffer from ctx->jbytes +++  col:", col.colpos);
+  if (bytes_read <= env->GetArrayLength(ctx.jbytes)) return true;
+  TV_ThrowInternalError(env, "getNextStreamBuffer returned more than its buffer holds");
+  return false;
+}
+
+// Pins what the array holds, for OCI to read until the next chunk is due. False after raising.
+bool pin_chunk(JNIEnv* env, colctx& ctx) {
+  TRACE("+++ PIN buffer from ctx->jbytes +++  col:", ctx.col->colpos);
   ctx.buf = env->GetByteArrayElements(ctx.jbytes, nullptr);
-  if (ctx.buf == nullptr) {
-    TV_ThrowOutOfMemoryError(env, "Out of memory");
-    return false;
-  }
-  chunk = {ctx.buf, static_cast<ub4>(std::max(bytes_read, 0))};
-  return true;
+  if (ctx.buf != nullptr) return true;
+  TV_ThrowOutOfMemoryError(env, "Out of memory");
+  return false;
 }
 
 }  // namespace
 
-// Runs inside OCIStmtExecute, on the thread that called it, once for every chunk.
 sb4 icbfp(void* ictxp, OCIBind*, ub4, ub4, void** bufpp, ub4* alenp, ub1* piecep, void**) {
   TRACE("*** ICBFP *** ", int{*piecep}, " ", pieceName(*piecep));
   colctx& ctx = *static_cast<colctx*>(ictxp);
   // Spent, or its column is gone: the statement is executed again, but not bound again.
   if (ctx.cda == nullptr || ctx.col == nullptr) return OCI_ERROR;
   JNIEnv* env = ctx.env;
-  Chunk chunk;
-  if (!has_array(env, ctx) || !pull_chunk(env, ctx, chunk)) return OCI_ERROR;
-  if (chunk.length == 0) {
+  jint bytes_read = 0;
+  if (!has_array(env, ctx) || !pull_chunk(env, ctx, bytes_read)) return OCI_ERROR;
+  if (bytes_read <= 0) {
+    bytes_read = 0;
     *piecep = OCI_LAST_PIECE;
     TRACE("    OCI_LAST_PIECE ", pieceName(*piecep));
     TRACE("   NOTE: OCI_LAST_PIECE==3.   piecep value=", int{*piecep});
   }
-  TRACE("  buf_len", "=", chunk.length);
-  TRACE_BYTES("stream chunk", reinterpret_cast<text*>(chunk.data), static_cast<int>(chunk.length));
-  *bufpp = chunk.data;
-  *alenp = chunk.length;
+  if (!pin_chunk(env, ctx)) return OCI_ERROR;
+  TRACE("  buf_len", "=", bytes_read);
+  TRACE_BYTES("stream chunk", reinterpret_cast<text*>(ctx.buf), bytes_read);
+  *bufpp = ctx.buf;
+  *alenp = static_cast<ub4>(bytes_read);
   assignCdaCodes(env, ctx.cda->jocicursor);
   return OCI_CONTINUE;
 }
@@ -331,6 +326,7 @@ JNIEXPORT jboolean JNICALL Java_trevalon_db_oci_OciCursor_bindVariableByPosition
                                static_cast<sb4>(col->dbsize), col->piecelen);
   if (!streamed && !buffer_holds(env, *col)) return kCallOk;
   col->bufptr = bindParamData(col);
+  // A stream's length says nothing of the buffer that an earlier value may have left.
   TRACE_BYTES("bind value", streamed ? nullptr : col->bufptr, col->buflen);
   ub2* lengths = fill_lengths(*col);
   sword retvali = OCI_SUCCESS;

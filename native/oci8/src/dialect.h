@@ -27,11 +27,11 @@ class Schema {
 /// What running the translated statement means for the transaction.
 enum class Action : ub1 {
   Query,
-  Change,    // INSERT, UPDATE, DELETE: begins a transaction where none is open
-  Define,    // DDL: commits before and after itself; `sql` may hold several engine statements
+  Change,  // INSERT, UPDATE, DELETE: begins a transaction where none is open
+  Define,  // DDL: commits before and after itself; `sql` may hold several engine statements
   Commit,
   Rollback,
-  Control,   // SAVEPOINT, ROLLBACK TO, LOCK TABLE ...: engine SQL (may be empty) in the transaction
+  Control,  // SAVEPOINT, ROLLBACK TO, LOCK TABLE ...: engine SQL (may be empty) in the transaction
 };
 
 /// Where a run of engine SQL came from, for error offsets.
@@ -42,10 +42,10 @@ struct SourceMark {
 
 struct Translation {
   Action action = Action::Query;
-  std::string sql;                  // engine SQL; placeholders as ?1, ?2, ... by position
+  std::string sql;  // engine SQL; placeholders as ?1, ?2, ... by position
   std::vector<ColumnInfo> columns;  // select list of a query
-  std::vector<SourceMark> marks;    // ascending by engine_offset
-  std::string object;               // the table or other object that the statement names, for messages
+  std::vector<SourceMark> marks;  // ascending by engine_offset
+  std::string object;  // the table or other object that the statement names, for messages
 };
 
 /// Translates one statement. Raises Failure with a source offset for text that is no statement

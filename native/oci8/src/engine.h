@@ -19,9 +19,9 @@ namespace oci8 {
 struct ColumnInfo {
   std::string name;
   ub2 type = SQLT_CHR;  // internal type: 1, 2, 8, 11, 12, 23, 24, 96, 112, 113
-  ub2 size = 0;         // OCI_ATTR_DATA_SIZE: bytes; NUMBER 22, DATE 7, ROWID 18, LONG 0
-  sb2 precision = 0;    // NUMBER: 0 without declared precision
-  sb1 scale = 0;        // NUMBER: -127 without declared precision, and for FLOAT
+  ub2 size = 0;  // OCI_ATTR_DATA_SIZE: bytes; NUMBER 22, DATE 7, ROWID 18, LONG 0
+  sb2 precision = 0;  // NUMBER: 0 without declared precision
+  sb1 scale = 0;  // NUMBER: -127 without declared precision, and for FLOAT
   bool nullable = true;
 };
 
@@ -30,9 +30,9 @@ struct Value {
   enum class Kind : ub1 {
     Null,
     Integer,  // NUMBER
-    Real,     // NUMBER
-    Text,     // character data in the database's character set, LONG, ROWID; no terminator
-    Bytes     // RAW, LONG RAW; DATE as its seven bytes
+    Real,  // NUMBER
+    Text,  // character data in the database's character set, LONG, ROWID; no terminator
+    Bytes  // RAW, LONG RAW; DATE as its seven bytes
   };
   Kind kind = Kind::Null;
   long long integer = 0;

@@ -12,7 +12,7 @@ namespace oci8 {
 struct Failure {
   int code = 0;
   std::string text;  // complete: "ORA-00942: table or view does not exist\n"
-  int offset = -1;   // byte offset into the statement, -1 where it is not known
+  int offset = -1;  // byte offset into the statement, -1 where it is not known
 };
 
 /// The usual meaning of an Oracle error number, with "%s" where an argument belongs; a generic

@@ -13,13 +13,13 @@
 namespace oci8 {
 
 enum class TokenKind : ub1 {
-  Word,         // keyword or unquoted name
-  QuotedName,   // "Name", quotes included
-  String,       // 'text', quotes included
-  Number,       // 12, 1.5, .5, 1e3
+  Word,  // keyword or unquoted name
+  QuotedName,  // "Name", quotes included
+  String,  // 'text', quotes included
+  Number,  // 12, 1.5, .5, 1e3
   Placeholder,  // :1 or :name, colon included
-  Symbol,       // one operator or punctuation mark: ( ) , . ; + - * / = <> != ^= <= >= || := ...
-  Invalid       // a character that starts no token (ORA-00911), or an unclosed literal (ORA-01756)
+  Symbol,  // one operator or punctuation mark: ( ) , . ; + - * / = <> != ^= <= >= || := ...
+  Invalid  // a character that starts no token (ORA-00911), or an unclosed literal (ORA-01756)
 };
 
 struct Token {
@@ -30,14 +30,14 @@ struct Token {
 
 struct Placeholder {
   std::string name;  // without the colon, upper case
-  ub4 offset;        // of its first occurrence that the position stands for
+  ub4 offset;  // of its first occurrence that the position stands for
 };
 
 struct SqlText {
   std::string text;
   std::vector<Token> tokens;  // comments and blanks left out
-  ub2 type = 0;               // OCI_STMT_*, 0 for other statements
-  ub2 function = 0;           // OCI_ATTR_SQLFNCODE: CREATE TABLE 1, INSERT 2, SELECT 3, UPDATE 6, ...
+  ub2 type = 0;  // OCI_STMT_*, 0 for other statements
+  ub2 function = 0;  // OCI_ATTR_SQLFNCODE: CREATE TABLE 1, INSERT 2, SELECT 3, UPDATE 6, ...
   // In order of position: in SQL every occurrence, in a PL/SQL block every distinct name.
   std::vector<Placeholder> placeholders;
   // Of a statement out of a block: names as the database keeps them that, where no column has them,
