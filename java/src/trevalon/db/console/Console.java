@@ -95,12 +95,16 @@ public final class Console {
                     "The sample needs -D" + SAMPLE_LOGIN_PROPERTY + ", -D" + SAMPLE_FOLDER_PROPERTY
                             + " and the environment variable OCI8_DATA");
         }
-        Progress progress = new Progress(isTerminal(2) ? errors : null);
         try (OciConnection connection = connect(login)) {
             out.println("Connected: " + connection.clientVersion());
             Sample sample =
                     new Sample(
-                            connection, Paths.get(folder), Paths.get(data), out, errors, progress);
+                            connection,
+                            Paths.get(folder),
+                            Paths.get(data),
+                            out,
+                            errors,
+                            progress());
             return sample.run() ? OK : FAILED;
         }
     }
@@ -108,7 +112,7 @@ public final class Console {
     private int prompt(String login) throws SQLException, IOException, UsageException {
         try (OciConnection connection = connect(login)) {
             out.println("Connected: " + connection.clientVersion() + "\nHELP tells more.\n");
-            new Script(connection, out, errors, new BreakKey())
+            new Script(connection, out, errors, new BreakKey(), progress())
                     .interact(new StatementReader(standardInput(), this::showPrompt));
         }
         return OK;
@@ -123,9 +127,13 @@ public final class Console {
             throws SQLException, IOException, UsageException {
         try (BufferedReader in = input;
                 OciConnection connection = connect(login)) {
-            Script script = new Script(connection, out, errors, new BreakKey());
+            Script script = new Script(connection, out, errors, new BreakKey(), progress());
             return script.run(new StatementReader(in, line -> {}), name) ? OK : FAILED;
         }
+    }
+
+    private Progress progress() {
+        return new Progress(isTerminal(2) ? errors : null);
     }
 
     private OciConnection connect(String text) throws SQLException, UsageException {

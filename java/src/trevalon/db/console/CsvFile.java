@@ -1,49 +1,136 @@
 package trevalon.db.console;
 
 import java.io.BufferedReader;
+import java.io.Closeable;
 import java.io.IOException;
+import java.nio.channels.Channels;
+import java.nio.channels.FileChannel;
+import java.nio.charset.CharacterCodingException;
 import java.nio.charset.StandardCharsets;
-import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.ArrayList;
 import java.util.List;
 
-/** Rows of a CSV file with a heading line; one record a line, quotes doubled inside quotes. */
-final class CsvFile {
-    final List<String> names;
-    final List<List<String>> rows;
+/**
+ * Reads a CSV file row by row: UTF-8, a heading line, quotes doubled inside quotes, and line breaks
+ * only there. Every complaint names the line that it is about.
+ */
+final class CsvFile implements Closeable {
+    private static final int DEFAULT_BUFFER = -1;
+    private static final String BYTE_ORDER_MARK = "\uFEFF";
 
-    private CsvFile(List<String> names, List<List<String>> rows) {
-        this.names = names;
-        this.rows = rows;
+    private final Path path;
+    private final FileChannel channel;
+    private final BufferedReader in;
+    private final List<String> names;
+    private final List<String> row = new ArrayList<>();
+    private final StringBuilder field = new StringBuilder();
+    private int linesRead;
+    private int rowLine;
+
+    private CsvFile(Path path, FileChannel channel) throws IOException {
+        this.path = path;
+        this.channel = channel;
+        in =
+                new BufferedReader(
+                        Channels.newReader(
+                                channel, StandardCharsets.UTF_8.newDecoder(), DEFAULT_BUFFER));
+        List<String> heading = readRecord();
+        if (heading == null) {
+            throw new IOException(path + " is empty");
+        }
+        heading.set(0, withoutMark(heading.get(0)));
+        names = new ArrayList<>(heading);
     }
 
-    /** Reads a file; a row with a wrong number of fields is an IOException that names the line. */
-    static CsvFile read(Path file) throws IOException {
-        try (BufferedReader in = Files.newBufferedReader(file, StandardCharsets.UTF_8)) {
-            String heading = in.readLine();
-            if (heading == null) {
-                throw new IOException(file + " is empty");
-            }
-            List<String> names = fields(heading);
-            List<List<String>> rows = new ArrayList<>();
-            for (String line = in.readLine(); line != null; line = in.readLine()) {
-                List<String> row = fields(line);
-                if (row.size() != names.size()) {
-                    throw new IOException(
-                            file + ", line " + (rows.size() + 2) + ": " + row.size()
-                                    + " fields instead of " + names.size());
-                }
-                rows.add(row);
-            }
-            return new CsvFile(names, rows);
+    /** Opens a file and reads its heading. */
+    static CsvFile open(Path path) throws IOException {
+        FileChannel channel = FileChannel.open(path);
+        try {
+            return new CsvFile(path, channel);
+        } catch (IOException | RuntimeException e) {
+            channel.close();
+            throw e;
         }
     }
 
-    private static List<String> fields(String line) {
-        List<String> fields = new ArrayList<>();
-        StringBuilder field = new StringBuilder();
-        boolean inQuotes = false;
+    private static String withoutMark(String text) {
+        return text.startsWith(BYTE_ORDER_MARK) ? text.substring(1) : text;
+    }
+
+    /** The columns that the heading names. */
+    List<String> names() {
+        return names;
+    }
+
+    /** The line, from 1, that the last row began on. */
+    int line() {
+        return rowLine;
+    }
+
+    /** How much of the file has been read. */
+    int percentRead() throws IOException {
+        return (int) (100 * channel.position() / Math.max(1, channel.size()));
+    }
+
+    /** The next row's fields, in a list that the following call fills anew; null at the end. */
+    List<String> next() throws IOException {
+        List<String> fields = readRecord();
+        while (fields != null && names.size() > 1 && isEmptyLine(fields)) {
+            fields = readRecord();
+        }
+        if (fields != null && fields.size() != names.size()) {
+            throw complaint(fields.size() + " fields instead of " + names.size());
+        }
+        return fields;
+    }
+
+    private static boolean isEmptyLine(List<String> fields) {
+        return fields.size() == 1 && fields.get(0).isEmpty();
+    }
+
+    private IOException complaint(String what) {
+        return new IOException(path.getFileName() + ", line " + rowLine + ": " + what);
+    }
+
+    private List<String> readRecord() throws IOException {
+        row.clear();
+        field.setLength(0);
+        rowLine = linesRead + 1;
+        String line = readLine();
+        if (line == null) {
+            return null;
+        }
+        while (takeFields(line)) {
+            field.append('\n');
+            line = readLine();
+            if (line == null) {
+                throw complaint("a quote is never closed");
+            }
+        }
+        row.add(field.toString());
+        return row;
+    }
+
+    @Override
+    public void close() throws IOException {
+        channel.close();
+    }
+
+    private String readLine() throws IOException {
+        try {
+            linesRead++;
+            return in.readLine();
+        } catch (CharacterCodingException e) {
+            // The decoder works ahead of the lines: the place is not known exactly.
+            throw complaint("from here on, there are bytes that are not UTF-8");
+        }
+    }
+
+    /** Adds the line's fields but the last, which stays in `field`; true when it goes on. */
+    private boolean takeFields(String line) {
+        // Only a quote that is still open lets a field begin on an earlier line.
+        boolean inQuotes = field.length() > 0;
         for (int i = 0; i < line.length(); i++) {
             char c = line.charAt(i);
             boolean doubled = c == '"' && i + 1 < line.length() && line.charAt(i + 1) == '"';
@@ -53,13 +140,12 @@ final class CsvFile {
             } else if (c == '"') {
                 inQuotes = !inQuotes;
             } else if (c == ',' && !inQuotes) {
-                fields.add(field.toString());
+                row.add(field.toString());
                 field.setLength(0);
             } else {
                 field.append(c);
             }
         }
-        fields.add(field.toString());
-        return fields;
+        return inQuotes;
     }
 }

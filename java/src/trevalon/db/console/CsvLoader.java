@@ -1,67 +1,204 @@
 package trevalon.db.console;
 
+import java.io.IOException;
+import java.io.StringReader;
 import java.math.BigDecimal;
+import java.nio.file.Path;
 import java.sql.SQLException;
+import java.time.LocalDate;
+import java.time.LocalDateTime;
+import java.time.format.DateTimeParseException;
 import java.util.ArrayList;
 import java.util.List;
+import java.util.stream.Collectors;
+import java.util.stream.IntStream;
 
 import trevalon.db.oci.OciColumn;
 import trevalon.db.oci.OciConnection;
 import trevalon.db.oci.OciStatement;
 import trevalon.db.oci.OciType;
 
-/** Inserts the rows of a CSV file into a table, each value as a literal of its column's type. */
+/** Inserts the rows of a CSV file into a table: one statement, each row as its bind variables. */
 final class CsvLoader {
+    private static final String SAVEPOINT = "oralayer_load_begins";
+    private static final String NAME = "[\\p{L}][\\p{L}\\p{N}_$#]*";
+
+    /** Texts for a LONG that are longer go in as streams. */
+    private static final int LONGEST_TEXT = 4000;
+
     private final OciConnection connection;
     private final Progress progress;
+    private volatile boolean stopped;
 
     CsvLoader(OciConnection connection, Progress progress) {
         this.connection = connection;
         this.progress = progress;
     }
 
-    /** Loads the file's rows; an empty field is NULL. Does not commit. */
-    void load(String table, CsvFile file) throws SQLException {
-        String columns = String.join(", ", file.names);
-        try (OciStatement statement = connection.createStatement()) {
-            statement.prepare("SELECT " + columns + " FROM " + table);
-            int[] types =
-                    statement.columns().stream().mapToInt(OciColumn::internalType).toArray();
-            String insert = "INSERT INTO " + table + " (" + columns + ") VALUES (";
-            int done = 0;
-            for (List<String> row : file.rows) {
-                statement.execute(insert + literals(row, types) + ")");
-                progress.show(table, ++done, file.rows.size());
+    /** Makes a load that runs fail before its next row; may come from another thread. */
+    void stop() {
+        stopped = true;
+    }
+
+    /**
+     * Loads all rows of a file or none, and says which line is at fault. The heading names the
+     * columns; an empty field is NULL, dates are in ISO form, raw bytes in hexadecimal. Commits
+     * only where every statement does.
+     *
+     * @return the rows loaded
+     */
+    long load(String table, Path path) throws SQLException, IOException {
+        boolean autoCommit = connection.isAutoCommit();
+        connection.setAutoCommit(false);
+        try (CsvFile file = CsvFile.open(path)) {
+            execute("SAVEPOINT " + SAVEPOINT);
+            try {
+                long rows = insertRows(table, file, path.getFileName().toString());
+                if (autoCommit) {
+                    connection.commit();
+                }
+                return rows;
+            } catch (SQLException | IOException | RuntimeException e) {
+                takeBack(e);
+                throw e;
             }
         } finally {
             progress.clear();
+            connection.setAutoCommit(autoCommit);
         }
     }
 
-    private static String literals(List<String> row, int[] types) {
-        List<String> literals = new ArrayList<>();
+    private void takeBack(Exception reason) {
+        try {
+            execute("ROLLBACK TO SAVEPOINT " + SAVEPOINT);
+        } catch (SQLException e) {
+            reason.addSuppressed(e);
+        }
+    }
+
+    private void execute(String sql) throws SQLException {
+        try (OciStatement statement = connection.createStatement()) {
+            statement.execute(sql);
+        }
+    }
+
+    private long insertRows(String table, CsvFile file, String fileName)
+            throws SQLException, IOException {
+        String columns = columnList(file);
+        int[] types = columnTypes(table, columns);
+        String marks =
+                IntStream.rangeClosed(1, types.length)
+                        .mapToObj(i -> ":" + i)
+                        .collect(Collectors.joining(", "));
+        try (OciStatement insert = connection.createStatement()) {
+            insert.prepare(
+                    "INSERT INTO " + table + " (" + columns + ") VALUES (" + marks + ")");
+            long rows = 0;
+            for (List<String> row = file.next(); row != null; row = file.next()) {
+                try {
+                    insertRow(insert, types, row);
+                } catch (SQLException | IllegalArgumentException | DateTimeParseException e) {
+                    throw complaint(fileName + ", line " + file.line(), e);
+                }
+                rows++;
+                if (progress.isDue()) {
+                    progress.show(table, rows, file.percentRead());
+                }
+            }
+            return rows;
+        }
+    }
+
+    private static SQLException complaint(String place, Exception e) {
+        int code = e instanceof SQLException ? ((SQLException) e).getErrorCode() : 0;
+        return new SQLException(place + ": " + e.getMessage(), null, code, e);
+    }
+
+    private static String columnList(CsvFile file) throws SQLException {
+        List<String> names = new ArrayList<>();
+        for (String name : file.names()) {
+            if (!name.trim().matches(NAME)) {
+                throw new SQLException("The heading names no column: <" + name + ">");
+            }
+            names.add(name.trim());
+        }
+        return String.join(", ", names);
+    }
+
+    private int[] columnTypes(String table, String columns) throws SQLException {
+        try (OciStatement query = connection.createStatement()) {
+            query.prepare("SELECT " + columns + " FROM " + table);
+            return query.columns().stream().mapToInt(OciColumn::internalType).toArray();
+        }
+    }
+
+    private void insertRow(OciStatement insert, int[] types, List<String> row)
+            throws SQLException {
+        if (stopped) {
+            throw new SQLException("The load was stopped");
+        }
         for (int i = 0; i < types.length; i++) {
-            literals.add(literal(row.get(i), types[i]));
+            setField(insert, i + 1, types[i], row.get(i));
         }
-        return String.join(", ", literals);
+        insert.execute();
     }
 
-    private static String literal(String value, int type) {
-        if (value.isEmpty()) {
-            return "NULL";
+    private static void setField(OciStatement insert, int position, int type, String field)
+            throws SQLException {
+        if (field.isEmpty()) {
+            insert.setNull(position, type);
+            return;
         }
         switch (type) {
             case OciType.NUMBER:
-                return new BigDecimal(value).toPlainString();
+                insert.setBigDecimal(position, number(field));
+                break;
             case OciType.DATE:
-                return "TO_DATE(" + quote(value) + ", 'YYYY-MM-DD')";
+                insert.setDateTime(position, moment(field.trim()));
+                break;
+            case OciType.RAW:
+            case OciType.LONG_RAW:
+                insert.setBytes(position, bytes(field));
+                break;
+            case OciType.LONG:
+                if (field.length() > LONGEST_TEXT) {
+                    insert.setCharacterStream(position, new StringReader(field));
+                    break;
+                }
+                insert.setString(position, field);
+                break;
             default:
-                return quote(value);
+                insert.setString(position, field);
         }
     }
 
-    /** The text as an SQL literal. */
-    static String quote(String text) {
-        return '\'' + text.replace("'", "''") + '\'';
+    private static BigDecimal number(String field) {
+        try {
+            return new BigDecimal(field.trim());
+        } catch (NumberFormatException e) {
+            throw new IllegalArgumentException("<" + field + "> is no number", e);
+        }
+    }
+
+    /** A day, or a day and a time with T or a blank between them. */
+    private static LocalDateTime moment(String field) {
+        return field.length() <= 10
+                ? LocalDate.parse(field).atStartOfDay()
+                : LocalDateTime.parse(field.replace(' ', 'T'));
+    }
+
+    private static byte[] bytes(String field) {
+        byte[] bytes = new byte[field.length() / 2];
+        boolean good = field.length() % 2 == 0;
+        for (int i = 0; good && i < bytes.length; i++) {
+            int high = Character.digit(field.charAt(2 * i), 16);
+            int low = Character.digit(field.charAt(2 * i + 1), 16);
+            good = high >= 0 && low >= 0;
+            bytes[i] = (byte) (high << 4 | low);
+        }
+        if (!good) {
+            throw new IllegalArgumentException("<" + field + "> is not in hexadecimal");
+        }
+        return bytes;
     }
 }

@@ -24,7 +24,7 @@ final class Feedback {
         DONE.put(44, "Commit complete.");
         DONE.put(45, "Rollback complete.");
         DONE.put(46, "Savepoint created.");
-        DONE.put(47, "PL/SQL procedure successfully completed.");
+        DONE.put(47, "Block completed.");
         DONE.put(85, "Table truncated.");
     }
 

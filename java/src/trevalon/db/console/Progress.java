@@ -20,14 +20,16 @@ final class Progress {
         this.terminal = terminal;
     }
 
-    void show(String what, int done, int total) {
-        long now = System.nanoTime();
-        if (terminal == null || now - lastShown < INTERVAL_NANOS) {
-            return;
-        }
-        lastShown = now;
+    /** Whether it is time for another look; what is shown may cost something to find out. */
+    boolean isDue() {
+        return terminal != null && System.nanoTime() - lastShown >= INTERVAL_NANOS;
+    }
+
+    /** Shows how many rows are done, and which part of the whole that is. */
+    void show(String what, long done, int percent) {
+        lastShown = System.nanoTime();
         shown = true;
-        terminal.print(CLEAR_LINE + String.format("%s: %,d of %,d rows", what, done, total));
+        terminal.print(CLEAR_LINE + String.format("%s: %,d rows, %d %%", what, done, percent));
         terminal.flush();
     }
 

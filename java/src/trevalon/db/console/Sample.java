@@ -8,7 +8,7 @@ import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.sql.SQLException;
-import java.time.LocalDate;
+import java.time.LocalDateTime;
 
 import trevalon.db.oci.OciConnection;
 import trevalon.db.oci.OciException;
@@ -59,8 +59,7 @@ final class Sample {
             return false;
         }
         out.println();
-        CsvFile people = CsvFile.read(content.resolve("people.csv"));
-        boolean good = new SampleChecks(connection, out).run(people);
+        boolean good = new SampleChecks(connection, out).run(content.resolve("people.csv"));
         out.println(good ? "All checks passed." : "CHECKS FAILED: the sample is not as expected.");
         return good;
     }
@@ -92,15 +91,14 @@ final class Sample {
         SampleContent.writeCalendar(calendar);
         long start = System.nanoTime();
         CsvLoader loader = new CsvLoader(connection, progress);
-        CsvFile days = CsvFile.read(calendar);
-        loader.load("studio", CsvFile.read(content.resolve("studios.csv")));
-        loader.load("person", CsvFile.read(content.resolve("people.csv")));
-        loader.load("calendar", days);
+        loader.load("studio", content.resolve("studios.csv"));
+        loader.load("person", content.resolve("people.csv"));
+        long days = loader.load("calendar", calendar);
         loadLetters();
         connection.commit();
         out.printf(
                 "Loaded %,d days from %s in %.1f s.%n",
-                days.rows.size(), calendar, (System.nanoTime() - start) / 1e9);
+                days, calendar, (System.nanoTime() - start) / 1e9);
     }
 
     private void dropIfThere(String table) throws SQLException {
@@ -115,13 +113,15 @@ final class Sample {
 
     private void loadLetters() throws SQLException {
         try (OciStatement statement = connection.createStatement()) {
+            statement.prepare(
+                    "INSERT INTO letter (letter_id, title, written, body)"
+                            + " VALUES (:id, :title, :written, :body)");
             for (SampleContent.Letter letter : SampleContent.letters()) {
-                String body = letter.body == null ? "NULL" : CsvLoader.quote(letter.body);
-                statement.execute(
-                        "INSERT INTO letter (letter_id, title, written, body) VALUES ("
-                                + letter.id + ", " + CsvLoader.quote(letter.title)
-                                + ", TO_DATE('" + LocalDate.of(1976, 12, 30 - letter.id)
-                                + " 18:45:30', 'YYYY-MM-DD HH24:MI:SS'), " + body + ")");
+                statement.setInt(1, letter.id);
+                statement.setString(2, letter.title);
+                statement.setDateTime(3, LocalDateTime.of(1976, 12, 30 - letter.id, 18, 45, 30));
+                statement.setCharacterStream(4, letter.open());
+                statement.execute();
             }
             statement.execute("INSERT INTO sample_loaded (finished) VALUES (SYSDATE)");
         }
@@ -130,7 +130,7 @@ final class Sample {
     private boolean runScript(String name, PrintStream output) throws IOException, SQLException {
         Path file = content.resolve(name);
         try (BufferedReader in = Files.newBufferedReader(file, StandardCharsets.UTF_8)) {
-            return new Script(connection, output, errors, breakKey)
+            return new Script(connection, output, errors, breakKey, progress)
                     .run(new StatementReader(in, line -> {}), name);
         }
     }

@@ -1,14 +1,19 @@
 package trevalon.db.console;
 
+import java.io.DataInputStream;
+import java.io.EOFException;
 import java.io.IOException;
-import java.io.InputStream;
 import java.io.PrintStream;
 import java.math.BigDecimal;
 import java.nio.charset.StandardCharsets;
+import java.nio.file.Path;
 import java.sql.SQLException;
 import java.time.DayOfWeek;
 import java.time.LocalDate;
+import java.util.ArrayList;
+import java.util.Arrays;
 import java.util.List;
+import java.util.function.Supplier;
 import java.util.zip.CRC32;
 
 import trevalon.db.oci.OciConnection;
@@ -21,6 +26,8 @@ final class SampleChecks {
 
     private final OciConnection connection;
     private final PrintStream out;
+    private final List<List<String>> people = new ArrayList<>();
+    private List<String> columns;
     private boolean good = true;
 
     SampleChecks(OciConnection connection, PrintStream out) {
@@ -29,7 +36,8 @@ final class SampleChecks {
     }
 
     /** Runs all checks and prints a line for each; true when all agree. */
-    boolean run(CsvFile people) throws SQLException, IOException {
+    boolean run(Path peopleFile) throws SQLException, IOException {
+        readPeople(peopleFile);
         List<LocalDate> days = SampleContent.days();
         checkNumber("days", "SELECT COUNT(*) FROM calendar", days.size());
         checkNumber(
@@ -44,33 +52,39 @@ final class SampleChecks {
                 "days without a remark",
                 "SELECT COUNT(*) FROM calendar WHERE remark IS NULL",
                 days.size() - SampleContent.remarks());
-        checkNumber("pay", "SELECT SUM(pay) FROM person", sum(people, "pay"));
-        checkNumber("bonuses", "SELECT SUM(bonus) FROM person", sum(people, "bonus"));
+        checkNumber("pay", "SELECT SUM(pay) FROM person", sum("pay"));
+        checkNumber("bonuses", "SELECT SUM(bonus) FROM person", sum("bonus"));
         checkNumber(
                 "people without a studio",
                 "SELECT COUNT(*) FROM person p LEFT JOIN studio s ON s.studio_id = p.studio_id"
                         + " WHERE s.name IS NULL",
-                withoutValue(people, "studio_id"));
+                withoutValue("studio_id"));
         checkCalendar(days);
         checkLetters();
         return good;
     }
 
-    private static int column(CsvFile file, String name) {
-        return file.names.indexOf(name);
+    private void readPeople(Path file) throws IOException {
+        try (CsvFile csv = CsvFile.open(file)) {
+            columns = csv.names();
+            for (List<String> row = csv.next(); row != null; row = csv.next()) {
+                people.add(new ArrayList<>(row));
+            }
+        }
     }
 
-    private static BigDecimal sum(CsvFile file, String name) {
+    private BigDecimal sum(String name) {
         BigDecimal sum = BigDecimal.ZERO;
-        for (List<String> row : file.rows) {
-            String value = row.get(column(file, name));
+        for (List<String> row : people) {
+            String value = row.get(columns.indexOf(name));
             sum = sum.add(value.isEmpty() ? BigDecimal.ZERO : new BigDecimal(value));
         }
         return sum;
     }
 
-    private static long withoutValue(CsvFile file, String name) {
-        return file.rows.stream().filter(row -> row.get(column(file, name)).isEmpty()).count();
+    private long withoutValue(String name) {
+        int column = columns.indexOf(name);
+        return people.stream().filter(row -> row.get(column).isEmpty()).count();
     }
 
     private void checkNumber(String what, String sql, long expected) throws SQLException {
@@ -112,34 +126,42 @@ final class SampleChecks {
         try (OciStatement query = connection.createStatement(SMALL_PIECE)) {
             query.execute("SELECT letter_id, body FROM letter ORDER BY letter_id");
             for (SampleContent.Letter letter : SampleContent.letters()) {
-                String found = query.next() ? describe(query) : "nothing";
-                report("letter " + letter.id, describe(letter), found);
+                long bytes = letter.parts.stream().mapToLong(p -> utf8(p.get()).length).sum();
+                String expected = bytes == 0 ? "NULL" : asWritten(bytes);
+                report("letter " + letter.id, expected, compareBody(query, letter));
             }
         }
     }
 
-    private static String describe(SampleContent.Letter letter) {
-        if (letter.body == null) {
-            return "NULL";
-        }
-        CRC32 sum = new CRC32();
-        sum.update(utf8(letter.body));
-        return utf8(letter.body).length + " bytes " + checksum(sum);
+    private static String asWritten(long bytes) {
+        return bytes + " bytes as written";
     }
 
-    private static String describe(OciStatement query) throws SQLException, IOException {
+    /** Reads the letter of the next row in pieces, and compares each byte. */
+    private static String compareBody(OciStatement query, SampleContent.Letter letter)
+            throws SQLException, IOException {
+        if (!query.next()) {
+            return "nothing";
+        }
         if (query.isNull(2)) {
             return "NULL";
         }
-        CRC32 sum = new CRC32();
-        int length = 0;
-        InputStream body = query.longStream(2);
-        byte[] buffer = new byte[4096];
-        for (int count = body.read(buffer); count >= 0; count = body.read(buffer)) {
-            sum.update(buffer, 0, count);
-            length += count;
+        DataInputStream body = new DataInputStream(query.longStream(2));
+        long length = 0;
+        for (Supplier<String> part : letter.parts) {
+            byte[] expected = utf8(part.get());
+            byte[] found = new byte[expected.length];
+            try {
+                body.readFully(found);
+            } catch (EOFException e) {
+                return "ends too early after byte " + length;
+            }
+            if (!Arrays.equals(expected, found)) {
+                return "other bytes after byte " + length;
+            }
+            length += found.length;
         }
-        return length + " bytes " + checksum(sum);
+        return body.read() < 0 ? asWritten(length) : "goes on after byte " + length;
     }
 
     private static byte[] utf8(String text) {

@@ -1,6 +1,7 @@
 package trevalon.db.console;
 
 import java.io.IOException;
+import java.io.Reader;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
@@ -8,10 +9,13 @@ import java.time.LocalDate;
 import java.time.format.TextStyle;
 import java.time.temporal.IsoFields;
 import java.util.ArrayList;
+import java.util.Collections;
 import java.util.HashMap;
+import java.util.Iterator;
 import java.util.List;
 import java.util.Locale;
 import java.util.Map;
+import java.util.function.Supplier;
 
 /** What the sample database holds and the program itself can work out: a calendar, and letters. */
 final class SampleContent {
@@ -30,17 +34,50 @@ final class SampleContent {
         REMARKS.put(LAST_DAY, "the century ends");
     }
 
-    /** A letter; its body is some of the calendar in words, or missing. */
+    /** A letter; its body is some of the calendar in words, part by part, or missing. */
     static final class Letter {
         final int id;
         final String title;
-        final String body;
+        final List<Supplier<String>> parts;
 
-        private Letter(int id, String title, String body) {
+        private Letter(int id, String title, List<Supplier<String>> parts) {
             this.id = id;
             this.title = title;
-            this.body = body;
+            this.parts = parts;
         }
+
+        /** The body, of which no more than a part is in memory at a time. */
+        Reader open() {
+            return new PartsReader(parts.iterator());
+        }
+    }
+
+    private static final class PartsReader extends Reader {
+        private final Iterator<Supplier<String>> parts;
+        private String part = "";
+        private int at;
+
+        PartsReader(Iterator<Supplier<String>> parts) {
+            this.parts = parts;
+        }
+
+        @Override
+        public int read(char[] buffer, int offset, int length) {
+            while (at == part.length()) {
+                if (!parts.hasNext()) {
+                    return -1;
+                }
+                part = parts.next().get();
+                at = 0;
+            }
+            int count = Math.min(length, part.length() - at);
+            part.getChars(at, at + count, buffer, offset);
+            at += count;
+            return count;
+        }
+
+        @Override
+        public void close() {}
     }
 
     private SampleContent() {}
@@ -79,21 +116,39 @@ final class SampleContent {
 
     static List<Letter> letters() {
         List<Letter> letters = new ArrayList<>();
-        letters.add(new Letter(1, "A short note", "Nothing new; the clay is good. — Adela"));
-        letters.add(new Letter(2, "Never written", null));
+        letters.add(
+                new Letter(
+                        1,
+                        "A short note",
+                        Collections.singletonList(() -> "Nothing new; the clay is good. — Adela")));
+        letters.add(new Letter(2, "Never written", Collections.emptyList()));
         for (LocalDate start = LocalDate.of(1972, 1, 1);
                 start.getYear() < 1974;
                 start = start.plusMonths(3)) {
-            String title = "The quarter from " + start + ", day by day";
-            letters.add(new Letter(letters.size() + 1, title, almanac(start)));
+            LocalDate quarter = start;
+            letters.add(
+                    new Letter(
+                            letters.size() + 1,
+                            "The quarter from " + quarter + ", day by day",
+                            Collections.singletonList(() -> almanac(quarter, 3))));
         }
+        letters.add(new Letter(letters.size() + 1, "The whole calendar, year by year", years()));
         return letters;
     }
 
-    /** A quarter of a year in words: about as much as one SQL literal takes. */
-    private static String almanac(LocalDate start) {
+    private static List<Supplier<String>> years() {
+        List<Supplier<String>> years = new ArrayList<>();
+        for (LocalDate start = FIRST_DAY; start.isBefore(LAST_DAY); start = start.plusYears(1)) {
+            LocalDate year = start;
+            years.add(() -> almanac(year, 12));
+        }
+        return years;
+    }
+
+    /** So many months in words, a line a day. */
+    private static String almanac(LocalDate start, int months) {
         StringBuilder text = new StringBuilder();
-        LocalDate end = start.plusMonths(3);
+        LocalDate end = start.plusMonths(months);
         for (LocalDate day = start; day.isBefore(end); day = day.plusDays(1)) {
             text.append(day).append(" is ").append(weekday(day)).append(", day ");
             text.append(day.getDayOfYear()).append(" of ").append(day.lengthOfYear()).append('\n');

@@ -13,11 +13,16 @@ final class Script {
     private final PrintStream out;
     private final PrintStream errors;
 
-    Script(OciConnection connection, PrintStream out, PrintStream errors, BreakKey breakKey) {
+    Script(
+            OciConnection connection,
+            PrintStream out,
+            PrintStream errors,
+            BreakKey breakKey,
+            Progress progress) {
         this.connection = connection;
         this.out = out;
         this.errors = errors;
-        session = new SqlSession(connection, out, breakKey);
+        session = new SqlSession(connection, out, breakKey, progress);
     }
 
     /** Runs statements until the end of the input; an error is shown, and the prompt goes on. */

@@ -1,8 +1,13 @@
 package trevalon.db.console;
 
+import java.io.IOException;
 import java.io.PrintStream;
+import java.nio.file.NoSuchFileException;
+import java.nio.file.Paths;
 import java.sql.SQLException;
 import java.util.Locale;
+import java.util.regex.Matcher;
+import java.util.regex.Pattern;
 
 import trevalon.db.oci.OciColumn;
 import trevalon.db.oci.OciConnection;
@@ -14,22 +19,40 @@ final class SqlSession {
     private static final String HELP =
             "Statements end with ; or with a line that holds only / (a BEGIN ... END block always\n"
                     + "with the line). Values are shown up to 80 characters wide.\n"
-                    + "  DESCRIBE table   the columns of a table or view\n"
-                    + "  PROMPT text      prints the text\n"
-                    + "  COMMIT, ROLLBACK ends the transaction; leaving commits, a failed script"
-                    + " rolls back\n"
-                    + "  EXIT, QUIT       leaves\n"
+                    + "  DESCRIBE table         the columns of a table or view\n"
+                    + "  LOAD table FROM file   inserts the rows of a CSV file, all or none; its\n"
+                    + "                         first line names the columns\n"
+                    + "  VARIABLE name type     declares a variable, used as :name: NUMBER,\n"
+                    + "                         CHAR(n), VARCHAR2(n), DATE or REFCURSOR\n"
+                    + "  EXECUTE :name := ...   runs one statement of PL/SQL\n"
+                    + "  PRINT [name]           the value of a variable, or the rows of its query\n"
+                    + "  PROMPT text            prints the text\n"
+                    + "  COMMIT, ROLLBACK       ends the transaction; leaving commits, a failed\n"
+                    + "                         script rolls back\n"
+                    + "  SET AUTOCOMMIT ON|OFF  lets each statement commit by itself\n"
+                    + "  EXIT, QUIT             leaves\n"
                     + "Ctrl-C stops the statement that runs.";
+
+    private static final String TABLE = "(?:\"[^\"]+\"|[\\p{L}\\p{N}_$#.])+";
+    private static final Pattern LOAD =
+            Pattern.compile(
+                    "(" + TABLE + ")\\s+FROM\\s+(?:['\"](.+)['\"]|(\\S.*))",
+                    Pattern.CASE_INSENSITIVE);
 
     private final OciConnection connection;
     private final PrintStream out;
     private final BreakKey breakKey;
+    private final Progress progress;
+    private final Variables variables;
     private final ErrorLocator locator = new ErrorLocator(this::tableExists);
 
-    SqlSession(OciConnection connection, PrintStream out, BreakKey breakKey) {
+    SqlSession(
+            OciConnection connection, PrintStream out, BreakKey breakKey, Progress progress) {
         this.connection = connection;
         this.out = out;
         this.breakKey = breakKey;
+        this.progress = progress;
+        variables = new Variables(connection, out);
     }
 
     /** Runs a statement or command; false when it asks to leave. */
@@ -37,13 +60,21 @@ final class SqlSession {
         if (statement.command) {
             return runCommand(statement.text);
         }
-        breakKey.setRunning(connection::breakCall);
+        runStoppable(connection::breakCall, () -> runSql(statement.text));
+        return true;
+    }
+
+    private interface Work {
+        void run() throws SQLException;
+    }
+
+    private void runStoppable(Runnable stop, Work work) throws SQLException {
+        breakKey.setRunning(stop);
         try {
-            runSql(statement.text);
+            work.run();
         } finally {
             breakKey.setRunning(null);
         }
-        return true;
     }
 
     private boolean runCommand(String text) throws SQLException {
@@ -56,6 +87,24 @@ final class SqlSession {
             case "DESC":
             case "DESCRIBE":
                 describe(argument);
+                return true;
+            case "EXEC":
+            case "EXECUTE":
+                String block = "BEGIN " + argument + "; END;";
+                runStoppable(connection::breakCall, () -> runSql(block));
+                return true;
+            case "LOAD":
+                load(argument);
+                return true;
+            case "PRINT":
+                runStoppable(connection::breakCall, () -> variables.print(argument));
+                return true;
+            case "SET":
+                setAutoCommit(argument);
+                return true;
+            case "VAR":
+            case "VARIABLE":
+                variables.declare(argument);
                 return true;
             case "PROMPT":
                 out.println(argument);
@@ -81,17 +130,50 @@ final class SqlSession {
             return;
         }
         try (OciStatement statement = connection.createStatement()) {
-            if (statement.execute(sql)) {
+            variables.prepare(statement, sql);
+            if (statement.execute()) {
                 out.println(Feedback.selected(TablePrinter.print(statement, out)));
             } else {
+                variables.takeOutputs(statement, sql);
                 out.println(
                         Feedback.executed(statement.sqlFunctionCode(), statement.rowCount()));
             }
         }
     }
 
+    private void setAutoCommit(String argument) throws SQLException {
+        String[] words = argument.toUpperCase(Locale.ROOT).split("\\s+");
+        boolean on = words.length == 2 && words[1].equals("ON");
+        if (!on && !(words.length == 2 && words[1].equals("OFF"))) {
+            throw new SQLException("Usage: SET AUTOCOMMIT ON | OFF");
+        }
+        connection.setAutoCommit(on);
+    }
+
+    private void load(String argument) throws SQLException {
+        Matcher matcher = LOAD.matcher(argument);
+        if (!matcher.matches()) {
+            throw new SQLException("Usage: LOAD table FROM file.csv");
+        }
+        String file = matcher.group(3) == null ? matcher.group(2) : matcher.group(3);
+        CsvLoader loader = new CsvLoader(connection, progress);
+        // Between two rows no call runs that could be broken.
+        runStoppable(
+                loader::stop,
+                () -> {
+                    try {
+                        long rows = loader.load(matcher.group(1), Paths.get(file));
+                        out.println(rows + (rows == 1 ? " row" : " rows") + " loaded.");
+                    } catch (NoSuchFileException e) {
+                        throw new SQLException("There is no file " + file, e);
+                    } catch (IOException e) {
+                        throw new SQLException(e.getMessage(), e);
+                    }
+                });
+    }
+
     private void describe(String table) throws SQLException {
-        if (!table.matches("(?:\"[^\"]+\"|[\\p{L}\\p{N}_$#.])+")) {
+        if (!table.matches(TABLE)) {
             out.println("Usage: DESCRIBE table");
             return;
         }

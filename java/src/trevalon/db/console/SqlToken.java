@@ -2,6 +2,7 @@ package trevalon.db.console;
 
 import java.util.ArrayList;
 import java.util.List;
+import java.util.Locale;
 import java.util.regex.Matcher;
 import java.util.regex.Pattern;
 
@@ -16,6 +17,7 @@ final class SqlToken {
                     "(?<comment>--[^\\n]*+|/\\*.*?(?:\\*/|\\z))"
                             + "|(?<literal>'[^']*+(?:'|\\z))"
                             + "|\"(?<name>[^\"]*+)(?:\"|\\z)"
+                            + "|:(?<variable>[\\p{L}\\p{N}_$#]++)"
                             + "|(?<word>[\\p{L}_][\\p{L}\\p{N}_$#]*+)"
                             + "|\\S",
                     Pattern.DOTALL);
@@ -29,11 +31,15 @@ final class SqlToken {
     /** A quoted name keeps its case; any other word has none. */
     final boolean quoted;
 
+    /** The name of a placeholder in upper case, null for every other token. */
+    final String variable;
+
     private final boolean isName;
 
-    private SqlToken(String text, int start, boolean isName, boolean quoted) {
+    private SqlToken(String text, int start, String variable, boolean isName, boolean quoted) {
         this.text = text;
         this.start = start;
+        this.variable = variable;
         this.isName = isName;
         this.quoted = quoted;
     }
@@ -49,7 +55,14 @@ final class SqlToken {
             String name = matcher.group("name");
             boolean isName = name != null || matcher.group("word") != null;
             String text = name != null ? name : matcher.group();
-            tokens.add(new SqlToken(text, matcher.start(), isName, name != null));
+            String variable = matcher.group("variable");
+            tokens.add(
+                    new SqlToken(
+                            text,
+                            matcher.start(),
+                            variable == null ? null : variable.toUpperCase(Locale.ROOT),
+                            isName,
+                            name != null));
         }
         return tokens;
     }

@@ -16,7 +16,9 @@ final class StatementReader {
     /** Commands of the console itself; they take one line and need no semicolon. */
     private static final Set<String> COMMANDS =
             new HashSet<>(
-                    Arrays.asList("DESC", "DESCRIBE", "EXIT", "HELP", "PROMPT", "QUIT", "REM"));
+                    Arrays.asList(
+                            "DESC", "DESCRIBE", "EXEC", "EXECUTE", "EXIT", "HELP", "LOAD", "PRINT",
+                            "PROMPT", "QUIT", "REM", "VAR", "VARIABLE"));
 
     private static final Set<String> STORED_CODE =
             new HashSet<>(Arrays.asList("FUNCTION", "PROCEDURE", "TRIGGER", "PACKAGE", "TYPE"));
@@ -126,7 +128,10 @@ final class StatementReader {
     }
 
     private static boolean isCommand(String line) {
-        List<SqlToken> tokens = SqlToken.scan(line, 1);
+        List<SqlToken> tokens = SqlToken.scan(line, 2);
+        if (tokens.size() == 2 && tokens.get(0).is("SET") && tokens.get(1).is("AUTOCOMMIT")) {
+            return true;
+        }
         return !tokens.isEmpty() && COMMANDS.contains(tokens.get(0).text.toUpperCase(Locale.ROOT));
     }
 

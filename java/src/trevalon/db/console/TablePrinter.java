@@ -80,9 +80,7 @@ final class TablePrinter {
         }
         switch (columns.get(position - 1).internalType()) {
             case OciType.DATE:
-                LocalDateTime moment = query.getDateTime(position);
-                boolean midnight = moment.toLocalTime().equals(LocalTime.MIDNIGHT);
-                return (midnight ? DAY : MOMENT).format(moment);
+                return text(query.getDateTime(position));
             case OciType.LONG:
                 return startOfLong(position);
             case OciType.LONG_RAW:
@@ -90,6 +88,15 @@ final class TablePrinter {
             default:
                 return query.getString(position);
         }
+    }
+
+    /** A DATE, without its time at midnight; null for null. */
+    static String text(LocalDateTime moment) {
+        if (moment == null) {
+            return null;
+        }
+        boolean midnight = moment.toLocalTime().equals(LocalTime.MIDNIGHT);
+        return (midnight ? DAY : MOMENT).format(moment);
     }
 
     /** One character more than fits, so that the cut is seen. */

@@ -101,4 +101,19 @@ public final class OciColumn implements AutoCloseable {
     native int name(byte[] HNameBuf);
 
     native void setName(byte[] HNameBuf);
+
+    native void setValueWithInt(int val, boolean setnull);
+
+    native void setValueWithFloat(float val, boolean setnull);
+
+    native void setValueWithDouble(double val, boolean setnull);
+
+    native void setValueWithString(byte[] HStrBuf, boolean setnull);
+
+    native void setValueWithBytes(byte[] val, boolean setnull, boolean useraw);
+
+    native void setValueWithStream(int len, int piecelen, int stream_type, boolean setnull);
+
+    native void setValueWithDate(
+            int century, int year, int month, int day, int hour, int min, int sec, boolean setnull);
 }

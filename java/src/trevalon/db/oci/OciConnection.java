@@ -24,6 +24,7 @@ public final class OciConnection implements AutoCloseable {
     private final Object lifeLock = new Object();
 
     private boolean open;
+    private boolean autoCommit;
 
     private long logondata64;
     private int logondata32;
@@ -112,10 +113,16 @@ public final class OciConnection implements AutoCloseable {
         check(native_rollback());
     }
 
-    /** Whether each successful statement commits by itself. Off in a new session. */
+    /** Lets each successful statement commit by itself, or not. Off in a new session. */
     public void setAutoCommit(boolean on) throws OciException {
         requireOpen();
         check(on ? native_autoCommitOn() : native_autoCommitOff());
+        autoCommit = on;
+    }
+
+    /** Whether each successful statement commits by itself. */
+    public boolean isAutoCommit() {
+        return autoCommit;
     }
 
     /**

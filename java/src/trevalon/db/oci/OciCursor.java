@@ -1,7 +1,6 @@
 package trevalon.db.oci;
 
 import java.io.IOException;
-import java.io.UncheckedIOException;
 import java.util.HashMap;
 import java.util.Map;
 
@@ -136,16 +135,13 @@ public final class OciCursor {
      * @param streamType one of the stream constants of this class
      * @return the bytes placed in the buffer, 0 at the end of the value
      */
-    public int getNextStreamBuffer(byte[] buffer, int position, int pieceLength, int streamType) {
+    public int getNextStreamBuffer(byte[] buffer, int position, int pieceLength, int streamType)
+            throws IOException {
         PieceSource source = streams.get(position);
         if (source == null) {
             throw new IllegalStateException("No stream is registered for variable " + position);
         }
-        try {
-            return source.fill(buffer, pieceLength);
-        } catch (IOException e) {
-            throw new UncheckedIOException("Reading the stream of variable " + position, e);
-        }
+        return source.fill(buffer, pieceLength);
     }
 
     native void initialize(int elem);
@@ -168,7 +164,12 @@ public final class OciCursor {
 
     native boolean oopt(int waitopt);
 
-    native boolean exec();
+    native boolean bindVariableByPosition(OciColumn colobj);
+
+    native boolean bindCursorByPosition(OciCursor curobj, int colpos);
+
+    /** Besides a failure, whatever a stream throws that is read meanwhile comes out of it. */
+    native boolean exec() throws IOException;
 
     native boolean bindSelectItem(OciColumn colobj, int fetchsize);
 

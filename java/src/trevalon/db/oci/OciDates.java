@@ -7,6 +7,9 @@ final class OciDates {
     /** Century and year are kept with this added, so that years before our era stay positive. */
     private static final int EXCESS = 100;
 
+    private static final int FIRST_YEAR = -4712;
+    private static final int LAST_YEAR = 9999;
+
     private OciDates() {}
 
     /** The date and time in the first seven bytes. */
@@ -16,6 +19,20 @@ final class OciDates {
         int isoYear = year < 0 ? year + 1 : year;
         return LocalDateTime.of(
                 isoYear, bytes[2], bytes[3], bytes[4] - 1, bytes[5] - 1, bytes[6] - 1);
+    }
+
+    /**
+     * The year as the server counts it; ORA-01841 outside the calendar that it keeps. A DATE has no
+     * fraction of a second, so that part of a value is left behind.
+     */
+    static int serverYear(LocalDateTime value) throws OciException {
+        int year = value.getYear() > 0 ? value.getYear() : value.getYear() - 1;
+        if (year < FIRST_YEAR || year > LAST_YEAR) {
+            throw new OciException(
+                    1841,
+                    "ORA-01841: (full) year must be between -4713 and +9999, and not be 0");
+        }
+        return year;
     }
 
     private static int unsigned(byte value) {

@@ -20,8 +20,8 @@ final class OciLimits {
     /** A bind variable needs one element for its indicator; a define sets its own size. */
     static final int BIND_ROWS = 1;
 
-    /** Smallest buffer of a character bind variable, in bytes. */
-    static final int BIND_SIZE = 32;
+    /** Smallest buffer of a character bind variable, in bytes: its text decides alone. */
+    static final int BIND_SIZE = 0;
 
     private OciLimits() {}
 }

@@ -1,20 +1,25 @@
 package trevalon.db.oci;
 
-import java.io.ByteArrayOutputStream;
 import java.io.IOException;
 import java.io.InputStream;
+import java.io.Reader;
 import java.math.BigDecimal;
 import java.sql.SQLException;
 import java.sql.SQLFeatureNotSupportedException;
+import java.time.LocalDate;
 import java.time.LocalDateTime;
 import java.time.format.DateTimeFormatter;
 import java.util.ArrayList;
 import java.util.Collections;
 import java.util.List;
-import java.util.Locale;
 
 /**
- * A statement of a session: executes SQL, and reads the rows of a query in arrays.
+ * A statement of a session: takes the values of bind variables, executes SQL, and reads the rows of
+ * a query in arrays.
+ *
+ * <p>Bind variables are set by their position, from 1, after {@link #prepare}: each placeholder of
+ * an SQL statement is one, in a block of PL/SQL each distinct name. A value stays set from one
+ * execution to the next, except a stream, which one execution reads to its end.
  *
  * <p>Values are read by the column's position, from 1, on the row that {@link #next} moved to.
  * LONG values arrive in pieces, and can be read once per row.
@@ -28,6 +33,7 @@ public final class OciStatement implements AutoCloseable {
 
     private static final int NO_MORE_ROWS = 1403;
     private static final int NO_SUCH_POSITION = 24334;
+    private static final int INVALID_CURSOR = 1001;
     private static final int NULL_INDICATOR = -1;
     private static final DateTimeFormatter DATE_TEXT =
             DateTimeFormatter.ofPattern("uuuu-MM-dd HH:mm:ss");
@@ -35,7 +41,9 @@ public final class OciStatement implements AutoCloseable {
     private final OciConnection connection;
     private final OciCursor cursor;
     private final SlotPool slots;
+    private final BindList variables;
     private final List<Column> columns = new ArrayList<>();
+
     private int fetchSize = DEFAULT_FETCH_SIZE;
     private boolean closed;
 
@@ -62,6 +70,13 @@ public final class OciStatement implements AutoCloseable {
             this.peer = peer;
             type = peer.internalType();
         }
+
+        void dropValue() {
+            if (value != null) {
+                value.expire();
+                value = null;
+            }
+        }
     }
 
     OciStatement(OciConnection connection, int pieceLength) throws OciException {
@@ -77,6 +92,7 @@ public final class OciStatement implements AutoCloseable {
             slots.give(slot);
             throw e;
         }
+        variables = new BindList(cursor);
     }
 
     /** Rows that one fetch asks for; takes effect at the next prepare. */
@@ -138,19 +154,194 @@ public final class OciStatement implements AutoCloseable {
 
     /** Executes the prepared statement; true for a query. */
     public boolean execute() throws SQLException {
+        requirePrepared();
+        variables.requireValues(!columns.isEmpty());
+        check(variables.bind());
+        try {
+            if (columns.isEmpty()) {
+                check(cursor.exec());
+                variables.takeResults();
+                return false;
+            }
+            define();
+            columns.forEach(Column::dropValue);
+            row = -1;
+            rowsBefore = 0;
+            takeArray(cursor.execAndFetch(arrayRows));
+            return true;
+        } catch (IOException e) {
+            throw new SQLException("Reading the stream of a bind variable: " + e.getMessage(), e);
+        } finally {
+            variables.executed();
+        }
+    }
+
+    /**
+     * Binds this statement's handle as the cursor variable of another one, whose execution may then
+     * open a query on it. The handle is a fresh one: what it held before is gone.
+     *
+     * @return true when the call failed
+     */
+    boolean bindTo(OciCursor other, int position) throws OciException {
+        requireOpen();
+        reset();
+        check(cursor.open(connection));
+        opened = true;
+        return other.bindCursorByPosition(cursor, position);
+    }
+
+    /** Makes the query ready that an execution has opened; where it has not, there are no rows. */
+    void takeResult() throws SQLException {
+        describeAll();
+        if (columns.isEmpty()) {
+            return;
+        }
+        define();
+        rowsBefore = 0;
+        lastArray = false;
+    }
+
+    private void requirePrepared() throws OciException {
         requireOpen();
         if (!opened) {
             throw new OciException(24337, "ORA-24337: statement handle not prepared");
         }
-        if (columns.isEmpty()) {
-            check(cursor.exec());
-            return false;
+    }
+
+    private BindVariable variable(int position) throws OciException {
+        requirePrepared();
+        return variables.at(position);
+    }
+
+    /** Sets a variable to NULL; the type is one of {@link OciType}. */
+    public void setNull(int position, int type) throws SQLException {
+        variable(position).setNull(type);
+    }
+
+    public void setInt(int position, int value) throws SQLException {
+        variable(position).setInt(value);
+    }
+
+    public void setLong(int position, long value) throws SQLException {
+        if (value == (int) value) {
+            variable(position).setInt((int) value);
+        } else {
+            variable(position).setText(Long.toString(value));
         }
-        define();
-        row = -1;
-        rowsBefore = 0;
-        takeArray(cursor.execAndFetch(arrayRows));
-        return true;
+    }
+
+    /** Sets a number; ORA-01426 for one that is not finite. */
+    public void setDouble(int position, double value) throws SQLException {
+        variable(position).setDouble(value);
+    }
+
+    /** Sets an exact number, which goes to the server as text; null is NULL. */
+    public void setBigDecimal(int position, BigDecimal value) throws SQLException {
+        if (value == null) {
+            setNull(position, OciType.NUMBER);
+        } else {
+            variable(position).setDecimal(value);
+        }
+    }
+
+    /** Sets a text; null and the empty text are NULL. It may hold no zero character. */
+    public void setString(int position, String value) throws SQLException {
+        if (value == null) {
+            setNull(position, OciType.VARCHAR2);
+        } else {
+            variable(position).setText(value);
+        }
+    }
+
+    /** Sets bytes as a RAW, or a LONG RAW where they are more; null and no bytes are NULL. */
+    public void setBytes(int position, byte[] value) throws SQLException {
+        if (value == null || value.length == 0) {
+            setNull(position, OciType.RAW);
+        } else {
+            variable(position).setBytes(value);
+        }
+    }
+
+    /** Sets a date and time, without the fraction of its second; null is NULL. */
+    public void setDateTime(int position, LocalDateTime value) throws SQLException {
+        if (value == null) {
+            setNull(position, OciType.DATE);
+        } else {
+            variable(position).setDateTime(value);
+        }
+    }
+
+    /** Sets the midnight that a day begins with; null is NULL. */
+    public void setDate(int position, LocalDate value) throws SQLException {
+        setDateTime(position, value == null ? null : value.atStartOfDay());
+    }
+
+    /** Sets a LONG from text in the database's character set; a stream without a byte is NULL. */
+    public void setAsciiStream(int position, InputStream value) throws SQLException {
+        variable(position).setStream(PieceSource.ofBytes(value), OciCursor.ASCII_STREAM);
+    }
+
+    /** Sets a LONG from UTF-16 text, the high byte of each character first. */
+    public void setUnicodeStream(int position, InputStream value) throws SQLException {
+        variable(position).setStream(PieceSource.ofUtf16(value), OciCursor.UNICODE_STREAM);
+    }
+
+    /** Sets a LONG RAW; a stream without a byte is NULL. */
+    public void setBinaryStream(int position, InputStream value) throws SQLException {
+        variable(position).setStream(PieceSource.ofBytes(value), OciCursor.BINARY_STREAM);
+    }
+
+    /** Sets a LONG from a Reader, which the next execution reads to its end, and does not close. */
+    public void setCharacterStream(int position, Reader value) throws SQLException {
+        variable(position).setStream(PieceSource.ofCharacters(value), OciCursor.CHARACTER_STREAM);
+    }
+
+    /**
+     * Makes a variable of a block an output, before it is set for the first time. What is set goes
+     * in as well, with the next execution; where nothing is set, NULL goes in.
+     *
+     * @param type VARCHAR2, CHAR, NUMBER (exact), INTEGER, FLOAT, DATE or RAW of {@link OciType}
+     * @param bytes the most that a text or a RAW may have; other types do not need it
+     */
+    public void registerOut(int position, int type, int bytes) throws SQLException {
+        variable(position).registerOut(type, bytes);
+    }
+
+    /** Makes another statement the cursor variable of a block, which opens a query on it. */
+    public void setCursor(int position, OciStatement rows) throws SQLException {
+        if (rows == this || rows.connection != connection) {
+            throw new IllegalArgumentException("A cursor variable is another statement of mine");
+        }
+        variable(position).setCursor(rows);
+    }
+
+    public boolean isOutNull(int position) throws OciException {
+        return variable(position).isNull();
+    }
+
+    /** What came out of a variable registered as INTEGER; 0 for NULL. */
+    public int getOutInt(int position) throws OciException {
+        return variable(position).intValue();
+    }
+
+    /** What came out of a variable registered as FLOAT; 0 for NULL. */
+    public double getOutDouble(int position) throws OciException {
+        return variable(position).doubleValue();
+    }
+
+    /** What came out of a variable registered as VARCHAR2, CHAR or NUMBER; null for NULL. */
+    public String getOutString(int position) throws OciException {
+        return variable(position).textValue();
+    }
+
+    /** What came out of a variable registered as DATE; null for NULL. */
+    public LocalDateTime getOutDateTime(int position) throws OciException {
+        return variable(position).dateTimeValue();
+    }
+
+    /** What came out of a variable registered as RAW; null for NULL. */
+    public byte[] getOutBytes(int position) throws OciException {
+        return variable(position).bytesValue();
     }
 
     private void define() throws SQLException {
@@ -223,9 +414,7 @@ public final class OciStatement implements AutoCloseable {
     /** Moves to the next row; false after the last. */
     public boolean next() throws OciException {
         requireOpen();
-        for (Column column : columns) {
-            column.value = null;
-        }
+        columns.forEach(Column::dropValue);
         row++;
         if (row < rowsInArray) {
             return true;
@@ -283,7 +472,7 @@ public final class OciStatement implements AutoCloseable {
                 return DATE_TEXT.format(getDateTime(position));
             case OciType.RAW:
             case OciType.LONG_RAW:
-                return hexadecimal(getBytes(position));
+                return OciText.hexadecimal(getBytes(position));
             case OciType.LONG:
                 byte[] bytes = getBytes(position);
                 return OciText.decode(bytes, bytes.length);
@@ -295,15 +484,6 @@ public final class OciStatement implements AutoCloseable {
     private String text(int position) {
         int length = cursor.getStringValue(column(position).peer, row, scratch);
         return OciText.decode(scratch, length);
-    }
-
-    private static String hexadecimal(byte[] bytes) {
-        StringBuilder text = new StringBuilder(2 * bytes.length);
-        for (byte value : bytes) {
-            text.append(Character.forDigit(value >> 4 & 0xF, 16));
-            text.append(Character.forDigit(value & 0xF, 16));
-        }
-        return text.toString().toUpperCase(Locale.ROOT);
     }
 
     /** The exact number; null for NULL. */
@@ -363,7 +543,7 @@ public final class OciStatement implements AutoCloseable {
         }
         Column column = column(position);
         if (OciType.isLong(column.type)) {
-            return readFully(longStream(position));
+            return longValue(position).readFully();
         }
         if (column.type != OciType.RAW) {
             return OciText.encode(text(position));
@@ -372,19 +552,6 @@ public final class OciStatement implements AutoCloseable {
         byte[] value = new byte[length];
         System.arraycopy(scratch, 0, value, 0, length);
         return value;
-    }
-
-    private static byte[] readFully(InputStream in) throws SQLException {
-        ByteArrayOutputStream out = new ByteArrayOutputStream();
-        byte[] buffer = new byte[DEFAULT_PIECE_LENGTH];
-        try {
-            for (int count = in.read(buffer); count >= 0; count = in.read(buffer)) {
-                out.write(buffer, 0, count);
-            }
-        } catch (IOException e) {
-            throw new SQLException("Reading a LONG value", e);
-        }
-        return out.toByteArray();
     }
 
     /** Bytes of the LONG value of this row that have not been read yet. */
@@ -398,61 +565,23 @@ public final class OciStatement implements AutoCloseable {
      * moved to another row.
      */
     public InputStream longStream(int position) throws OciException {
+        return longValue(position);
+    }
+
+    private LongStream longValue(int position) throws OciException {
         Column column = column(position);
         if (!OciType.isLong(column.type)) {
             throw new OciException(932, "ORA-00932: inconsistent datatypes");
         }
         if (column.value == null) {
-            column.value = new LongStream(column);
-        }
-        return column.value;
-    }
-
-    /** Hands over the pieces that the fetch has queued on the column. */
-    private final class LongStream extends InputStream {
-        private final Column column;
-        private int at;
-        private int end;
-
-        LongStream(Column column) {
-            this.column = column;
             if (column.piece == null) {
                 column.piece = new byte[cursor.pieceLength()];
             }
+            column.value =
+                    new LongStream(
+                            cursor, column.peer, column.type == OciType.LONG, column.piece);
         }
-
-        @Override
-        public int read() throws IOException {
-            return fill() ? column.piece[at++] & 0xFF : -1;
-        }
-
-        @Override
-        public int read(byte[] buffer, int offset, int length) throws IOException {
-            if (length == 0) {
-                return 0;
-            }
-            if (!fill()) {
-                return -1;
-            }
-            int count = Math.min(length, end - at);
-            System.arraycopy(column.piece, at, buffer, offset, count);
-            at += count;
-            return count;
-        }
-
-        private boolean fill() throws IOException {
-            if (closed || column.value != this) {
-                throw new IOException("The row of this LONG value has gone by");
-            }
-            if (at == end) {
-                at = 0;
-                end =
-                        column.type == OciType.LONG
-                                ? cursor.getLongStringValue(column.peer, 0, column.piece)
-                                : cursor.getLongByteValue(column.peer, 0, column.piece);
-            }
-            return end > 0;
-        }
+        return column.value;
     }
 
     /**
@@ -471,7 +600,7 @@ public final class OciStatement implements AutoCloseable {
 
     private void requireOpen() throws OciException {
         if (closed) {
-            throw new OciException(1001, "ORA-01001: invalid cursor");
+            throw new OciException(INVALID_CURSOR, "ORA-01001: invalid cursor");
         }
         connection.requireOpen();
     }
@@ -495,10 +624,11 @@ public final class OciStatement implements AutoCloseable {
             opened = false;
         }
         for (Column column : columns) {
-            column.value = null;
+            column.dropValue();
             column.peer.close();
         }
         columns.clear();
+        variables.clear();
         cursor.setLongColumns(0);
         cursor.forgetStreams();
         defined = false;

@@ -7,6 +7,8 @@ import java.nio.charset.StandardCharsets;
 final class OciText {
     static final Charset CHARSET = StandardCharsets.UTF_8;
 
+    private static final String DIGITS = "0123456789ABCDEF";
+
     private OciText() {}
 
     static byte[] encode(String text) {
@@ -15,5 +17,14 @@ final class OciText {
 
     static String decode(byte[] bytes, int length) {
         return new String(bytes, 0, length, CHARSET);
+    }
+
+    static String hexadecimal(byte[] bytes) {
+        char[] digits = new char[2 * bytes.length];
+        for (int i = 0; i < bytes.length; i++) {
+            digits[2 * i] = DIGITS.charAt(bytes[i] >> 4 & 0xF);
+            digits[2 * i + 1] = DIGITS.charAt(bytes[i] & 0xF);
+        }
+        return new String(digits);
     }
 }

@@ -1,9 +1,12 @@
 package trevalon.db.oci;
 
-/** Oracle's internal type codes, as a describe reports them. */
+/** Oracle's type codes: what a describe reports, and what bind variables come in. */
 public final class OciType {
     public static final int VARCHAR2 = 1;
     public static final int NUMBER = 2;
+    public static final int INTEGER = 3;
+    public static final int FLOAT = 4;
+    public static final int STRING = 5;
     public static final int LONG = 8;
     public static final int ROWID = 11;
     public static final int DATE = 12;

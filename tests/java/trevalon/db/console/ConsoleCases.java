@@ -30,6 +30,8 @@ public final class ConsoleCases {
         tests.add("logins are taken apart", () -> logins());
         tests.add("a script that succeeds prints tables and exits with 0", () -> goodScript());
         tests.add("a script stops at its first error and shows its place", () -> badScript());
+        tests.add("variables go into statements and come out of blocks", () -> variables());
+        tests.add("a file is loaded whole or not at all", () -> load());
         tests.add("a script from a pipe, and a login that fails", () -> pipeAndLogin());
         tests.add("the sample loads once, and its checks notice a change", () -> sample());
     }
@@ -46,6 +48,8 @@ public final class ConsoleCases {
                 "create or replace procedure p is begin a; end;"},
             {"-- only remarks;\n\ndesc t;\nquit\n", "desc t", "quit"},
             {"select 1\ndesc\n;", "select 1\ndesc"},
+            {"exec :x := 'a;b';\nset autocommit on;\nset role none;",
+                "exec :x := 'a;b'", "set autocommit on", "set role none"},
         };
         for (String[] input : inputs) {
             List<String> found = new ArrayList<>();
@@ -89,6 +93,60 @@ public final class ConsoleCases {
         run.shows("before", "  FROM dual, nowhere n\n             *\nERROR at line 2:\nORA-00942",
                 "statement of line 2");
         yes(!run.output.contains("after"), "the script went on");
+    }
+
+    private static void variables() throws Exception {
+        Run run = script("CREATE TABLE digits (n NUMBER(5));\nINSERT INTO digits VALUES (7);\n"
+                + "INSERT INTO digits VALUES (41);\n"
+                + "VARIABLE n NUMBER\nVAR t VARCHAR2(5)\nvar d date\nVAR c REFCURSOR\n"
+                + "EXEC :N := 6 * 7; :t := 'a:x';\n"
+                + "BEGIN\n  SELECT MAX(n) INTO :n FROM digits WHERE n < :n;\n"
+                + "  :d := TO_DATE('1999-12-31', 'YYYY-MM-DD');\n"
+                + "  OPEN :c FOR SELECT n, n || :t label FROM digits WHERE n <= :n ORDER BY n;\n"
+                + "END;\n/\nPRINT\nPRINT c\nUPDATE digits SET n = n + 1 WHERE n = :n;\n"
+                + "SELECT n, ':t', :t copy FROM digits WHERE n = :n + 1;\n");
+        same(0, run.exitCode, run.output);
+        run.shows("Block completed.", " N\n--\n41\n", "T\n---\na:x\n", "1999-12-31",
+                " 7 7a:x\n41 41a:x\n", "2 rows selected.", "C has no open query.",
+                "1 row updated.", "42 :t   a:x");
+        Run bad = script("VARIABLE y NUMBER\nSELECT ':x', :y, :z FROM DUAL;\n");
+        same(1, bad.exitCode, bad.output);
+        bad.shows("The variable \"Z\" is not declared", "statement of line 2");
+    }
+
+    private static void load() throws Exception {
+        Path csv = Files.createTempFile("load", ".csv");
+        try {
+            String good = "N,d,\"t\",body,bytes\n1,1970-01-01,\"a \"\"b\"\", c\",,00fF\n\n"
+                    + "2.5,1999-12-31 23:59:58,\"two\nlines\",京都,\n,,,"
+                    + DisplayText.repeat('x', 70_000) + ",\n";
+            Files.write(csv, good.getBytes(StandardCharsets.UTF_8));
+            String load = "LOAD filled FROM " + csv + "\n";
+            Run run = script("CREATE TABLE filled (n NUMBER(5,1), d DATE, t VARCHAR2(20), body LONG,"
+                    + " bytes RAW(2));\n" + load + "SELECT n, d, t, bytes, body FROM filled;");
+            same(0, run.exitCode, run.output);
+            run.shows("3 rows loaded.", "1970-01-01          a \"b\", c  00FF",
+                    "1999-12-31 23:59:58 two lines", "京都", "xxx...");
+            String[][] faults = {
+                {"9,1970-02-30,,,\n", "line 7: Text '1970-02-30'"},
+                {"9x,,,,\n", "line 7: <9x> is no number"},
+                {"9,,,\n", "line 7: 4 fields instead of 5"},
+                {"12345.6,,,,\n", "line 7: ORA-01438"},
+                {"1,,\"", "line 7: a quote is never closed"},
+            };
+            for (String[] fault : faults) {
+                Files.write(csv, (good + fault[0]).getBytes(StandardCharsets.UTF_8));
+                Run piped = new Run("INSERT INTO filled (n) VALUES (0);\n" + load, LOGIN);
+                same(1, piped.exitCode, piped.output);
+                piped.shows(csv.getFileName() + ", " + fault[1]);
+            }
+            Files.write(csv, (good + faults[0][0]).getBytes(StandardCharsets.UTF_8));
+            Run kept = new Run("SET AUTOCOMMIT ON\nUPDATE filled SET n = n;\n" + load, LOGIN);
+            same(1, kept.exitCode, kept.output);
+            new Run("SELECT COUNT(*) || ' left' FROM filled;\n", LOGIN).shows("3 left");
+        } finally {
+            Files.delete(csv);
+        }
     }
 
     private static void pipeAndLogin() throws Exception {

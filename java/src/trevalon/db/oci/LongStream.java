@@ -1,0 +1,80 @@
+package trevalon.db.oci;
+
+import java.io.ByteArrayOutputStream;
+import java.io.IOException;
+import java.io.InputStream;
+import java.sql.SQLException;
+
+/** The bytes of one LONG or LONG RAW value: hands over the pieces that a fetch has queued. */
+final class LongStream extends InputStream {
+    private final OciCursor cursor;
+    private final OciColumn column;
+    private final boolean text;
+    private final byte[] piece;
+    private int at;
+    private int end;
+    private boolean expired;
+
+    /**
+     * @param text whether the column is a LONG, and not a LONG RAW
+     * @param piece the buffer for one piece, as long as the cursor's piece length
+     */
+    LongStream(OciCursor cursor, OciColumn column, boolean text, byte[] piece) {
+        this.cursor = cursor;
+        this.column = column;
+        this.text = text;
+        this.piece = piece;
+    }
+
+    /** The statement moves to another row, whose pieces take the place of this value's. */
+    void expire() {
+        expired = true;
+    }
+
+    @Override
+    public int read() throws IOException {
+        return fill() ? piece[at++] & 0xFF : -1;
+    }
+
+    @Override
+    public int read(byte[] buffer, int offset, int length) throws IOException {
+        if (length == 0) {
+            return 0;
+        }
+        if (!fill()) {
+            return -1;
+        }
+        int count = Math.min(length, end - at);
+        System.arraycopy(piece, at, buffer, offset, count);
+        at += count;
+        return count;
+    }
+
+    private boolean fill() throws IOException {
+        if (expired) {
+            throw new IOException("The row of this LONG value has gone by");
+        }
+        if (at == end) {
+            at = 0;
+            end =
+                    text
+                            ? cursor.getLongStringValue(column, 0, piece)
+                            : cursor.getLongByteValue(column, 0, piece);
+        }
+        return end > 0;
+    }
+
+    /** What is left of the value. */
+    byte[] readFully() throws SQLException {
+        ByteArrayOutputStream out = new ByteArrayOutputStream();
+        byte[] buffer = new byte[piece.length];
+        try {
+            for (int count = read(buffer); count >= 0; count = read(buffer)) {
+                out.write(buffer, 0, count);
+            }
+        } catch (IOException e) {
+            throw new SQLException("Reading a LONG value", e);
+        }
+        return out.toByteArray();
+    }
+}

@@ -1,0 +1,351 @@
+package trevalon.db.oci;
+
+import static trevalon.db.oci.TestRun.connect;
+import static trevalon.db.oci.TestRun.execute;
+import static trevalon.db.oci.TestRun.oracleError;
+import static trevalon.db.oci.TestRun.same;
+import static trevalon.db.oci.TestRun.throwing;
+import static trevalon.db.oci.TestRun.value;
+import static trevalon.db.oci.TestRun.yes;
+
+import java.io.ByteArrayInputStream;
+import java.io.File;
+import java.io.FilterInputStream;
+import java.io.IOException;
+import java.io.InputStream;
+import java.io.SequenceInputStream;
+import java.io.StringReader;
+import java.math.BigDecimal;
+import java.nio.charset.StandardCharsets;
+import java.nio.file.Files;
+import java.sql.SQLDataException;
+import java.sql.SQLException;
+import java.time.LocalDate;
+import java.time.LocalDateTime;
+import java.util.Arrays;
+import java.util.Collections;
+import java.util.List;
+
+/** Bind variables: values in, streams in, values and cursors out. */
+public final class BindCases {
+    private static final int COMMIT_EVERY = 10;
+
+    /** Sets the variables of a statement. */
+    private interface Setter {
+        void set(OciStatement statement) throws Exception;
+    }
+
+    /** A case with a session and a statement on it. */
+    private interface Case {
+        void run(OciConnection connection, OciStatement statement) throws Exception;
+    }
+
+    private BindCases() {}
+
+    public static void addTo(TestRun tests) {
+        add(tests, "extreme values of every setter come back", BindCases::extremes);
+        add(tests, "no byte of an earlier value stays behind", BindCases::reuse);
+        add(tests, "values that cannot go in are refused", BindCases::refusals);
+        add(tests, "bytes and streams of each kind and length come back", BindCases::streams);
+        add(tests, "what a stream throws comes out, nothing goes in", BindCases::failingStream);
+        add(tests, "a query runs again with other values", BindCases::queryAgain);
+        add(tests, "a block's outputs and inputs", BindCases::outputs);
+        add(tests, "cursor variables are read like queries", BindCases::cursorVariables);
+        add(tests, "a killed process leaves what it committed", BindCases::killed);
+    }
+
+    private static void add(TestRun tests, String name, Case test) {
+        tests.add(name, () -> {
+            try (OciConnection connection = connect()) {
+                test.run(connection, connection.createStatement());
+            }
+        });
+    }
+
+    private static void insert(OciConnection connection, String table, Setter... rows)
+            throws Exception {
+        try (OciStatement statement = connection.createStatement()) {
+            statement.prepare("INSERT INTO " + table + " VALUES (:1)");
+            for (Setter row : rows) {
+                row.set(statement);
+                statement.execute();
+            }
+        }
+    }
+
+    private static String repeat(String text, int count) {
+        return String.join("", Collections.nCopies(count, text));
+    }
+
+    /** Inserts one value into a table of one column, and gives what is read from there. */
+    private static String stored(OciConnection c, String type, Setter setter) throws Exception {
+        execute(c, "CREATE TABLE bound (v " + type + ")");
+        insert(c, "bound", setter);
+        String found = value(c, "SELECT v FROM bound");
+        execute(c, "DROP TABLE bound");
+        return found;
+    }
+
+    private static void extremes(OciConnection c, OciStatement unused) throws Exception {
+        String wide = "京都" + repeat("ø", 120) + "😀";
+        Object[][] values = {
+            {"NUMBER", "-2147483648", (Setter) s -> s.setInt(1, Integer.MIN_VALUE)},
+            {"NUMBER(10)", "2147483647", (Setter) s -> s.setInt(1, Integer.MAX_VALUE)},
+            {"NUMBER", "-9223372036854775808", (Setter) s -> s.setLong(1, Long.MIN_VALUE)},
+            {"NUMBER", "2147483648", (Setter) s -> s.setLong(1, 1L << 31)},
+            {"NUMBER", "-.000025", (Setter) s -> s.setBigDecimal(1, new BigDecimal("-2.5E-5"))},
+            {"NUMBER", "0", (Setter) s -> s.setDouble(1, -0.0)},
+            {"VARCHAR2(255)", repeat("x", 255), (Setter) s -> s.setString(1, repeat("x", 255))},
+            {"VARCHAR2(255)", wide, (Setter) s -> s.setString(1, wide)},
+            {"VARCHAR2(4000)", repeat("y", 4000), (Setter) s -> s.setString(1, repeat("y", 4000))},
+            {"VARCHAR2(3)", null, (Setter) s -> s.setString(1, "")},
+            {"CHAR(4)", "a   ", (Setter) s -> s.setString(1, "a")},
+            {"RAW(256)", OciText.hexadecimal(pattern(256)),
+                (Setter) s -> s.setBytes(1, pattern(256))},
+            {"RAW(9)", null, (Setter) s -> s.setBytes(1, new byte[0])},
+            {"LONG RAW", null, (Setter) s -> s.setNull(1, OciType.LONG_RAW)},
+            {"DATE", null, (Setter) s -> s.setNull(1, OciType.DATE)},
+        };
+        for (Object[] value : values) {
+            same(value[1], stored(c, (String) value[0], (Setter) value[2]), "value");
+        }
+        for (double number : new double[] {0.1, -1e-130, 9.99e125, 123456789.012345, 1e15}) {
+            double found = Double.parseDouble(stored(c, "NUMBER", s -> s.setDouble(1, number)));
+            yes(found == number, number + " came back as " + found);
+        }
+        for (int type : new int[] {OciType.NUMBER, OciType.INTEGER, OciType.FLOAT,
+            OciType.VARCHAR2, OciType.LONG}) {
+            same(null, stored(c, "VARCHAR2(9)", s -> s.setNull(1, type)), "NULL of " + type);
+        }
+        for (String moment : new String[] {"1899-12-31 23:59:59", "9999-12-31 23:59:59",
+            "0001-01-01 00:00:00", "2000-02-29 00:00:01", "-0043-03-15 12:30:00"}) {
+            LocalDateTime time = LocalDateTime.parse(moment.replace(' ', 'T'));
+            same(moment, stored(c, "DATE", s -> s.setDateTime(1, time)), "DATE");
+        }
+    }
+
+    /** Every byte value, zero included. */
+    private static byte[] pattern(int length) {
+        byte[] bytes = new byte[length];
+        for (int i = 0; i < length; i++) {
+            bytes[i] = (byte) (i + i / 256);
+        }
+        return bytes;
+    }
+
+    /** One statement, whose buffers hold an earlier and longer value each time. */
+    private static void reuse(OciConnection c, OciStatement query) throws Exception {
+        String longest = repeat("longest ", 2000);
+        execute(c, "CREATE TABLE reused (v LONG)");
+        insert(c, "reused", s -> s.setString(1, repeat("a", 100)), s -> s.setString(1, "b"),
+                s -> s.setString(1, longest), s -> s.setString(1, "c"),
+                s -> s.setString(1, null), s -> s.setInt(1, -7),
+                s -> s.setCharacterStream(1, new StringReader("streamed")),
+                s -> s.setString(1, "after"), s -> { }, s -> s.setLong(1, 1L << 40));
+        query.execute("SELECT v FROM reused ORDER BY ROWID");
+        for (String expected : new String[] {repeat("a", 100), "b", longest, "c", null, "-7",
+            "streamed", "after", "after", "1099511627776"}) {
+            yes(query.next(), "a row for " + expected);
+            same(expected, query.getString(1), "value");
+        }
+    }
+
+    private static void refusals(OciConnection c, OciStatement s) throws Exception {
+        oracleError(24337, () -> s.setInt(1, 1));
+        execute(c, "CREATE TABLE refused (n NUMBER(3), t VARCHAR2(3))");
+        s.prepare("INSERT INTO refused VALUES (:n, :t)");
+        s.setInt(1, 1);
+        oracleError(1008, () -> s.execute());
+        throwing(SQLDataException.class, () -> s.setString(2, "a\0b"));
+        throwing(IndexOutOfBoundsException.class, () -> s.setInt(0, 1));
+        oracleError(1426, () -> s.setDouble(1, Double.NaN));
+        oracleError(1841, () -> s.setDate(2, LocalDate.of(10_000, 1, 1)));
+        Setter[] faults = {
+            v -> v.setString(2, "four"), v -> v.setInt(1, 1000), v -> v.setString(1, "x"),
+            v -> v.setInt(3, 1),
+        };
+        int[] codes = {1401, 1438, 1722, 1036};
+        for (int i = 0; i < faults.length; i++) {
+            s.setInt(1, 1);
+            s.setString(2, "yes");
+            faults[i].set(s);
+            oracleError(codes[i], () -> s.execute());
+        }
+        same("0", value(c, "SELECT COUNT(*) FROM refused"), "rows");
+    }
+
+    /** Gives no more than seven bytes a call, as a slow network does. */
+    private static InputStream slow(byte[] bytes) {
+        return new FilterInputStream(new ByteArrayInputStream(bytes)) {
+            @Override
+            public int read(byte[] buffer, int offset, int length) throws IOException {
+                return super.read(buffer, offset, Math.min(length, 7));
+            }
+        };
+    }
+
+    private static void streams(OciConnection c, OciStatement used) throws Exception {
+        int piece = OciStatement.DEFAULT_PIECE_LENGTH;
+        execute(c, "CREATE TABLE st_long (v LONG)", "CREATE TABLE st_raw (v LONG RAW)");
+        for (int length : new int[] {0, 1, piece - 1, piece, piece + 1, 65_535, 65_536, 999_999}) {
+            byte[] bytes = pattern(length);
+            stream(c, "st_raw", bytes, s -> s.setBytes(1, bytes));
+            stream(c, "st_raw", bytes, s -> s.setBinaryStream(1, slow(bytes)));
+            String text = repeat("é京😀abc ", length / 13) + repeat(".", length % 13);
+            byte[] utf8 = text.getBytes(StandardCharsets.UTF_8);
+            byte[] utf16 = text.getBytes(StandardCharsets.UTF_16BE);
+            stream(c, "st_long", utf8, s -> s.setAsciiStream(1, slow(utf8)));
+            stream(c, "st_long", utf8, s -> s.setCharacterStream(1, new StringReader(text)));
+            stream(c, "st_long", utf8, s -> s.setUnicodeStream(1, slow(utf16)));
+        }
+        used.prepare("INSERT INTO st_raw VALUES (:v)");
+        for (int round = 0; round < 2; round++) {
+            used.setBinaryStream(1, slow(new byte[] {1}));
+            used.execute();
+            throwing(SQLException.class, () -> used.execute());
+        }
+        same("3", value(c, "SELECT COUNT(*) FROM st_raw"), "a stream serves one execution");
+    }
+
+    private static void stream(OciConnection c, String table, byte[] expected, Setter setter)
+            throws Exception {
+        execute(c, "DELETE FROM " + table);
+        insert(c, table, setter);
+        try (OciStatement query = c.createStatement(1000)) {
+            query.execute("SELECT v FROM " + table);
+            yes(query.next(), "a row of " + expected.length);
+            yes(Arrays.equals(expected.length == 0 ? null : expected, query.getBytes(1)),
+                    table + " differs at " + expected.length);
+        }
+    }
+
+    private static void failingStream(OciConnection c, OciStatement unused) throws Exception {
+        execute(c, "CREATE TABLE failing (v LONG)");
+        Throwable[] failures = {new IOException("disk gone"), new AssertionError("mine")};
+        for (Throwable failure : failures) {
+            InputStream end = new InputStream() {
+                @Override
+                public int read() {
+                    throw BindCases.<RuntimeException>unchecked(failure);
+                }
+            };
+            InputStream in = new SequenceInputStream(slow(pattern(70_000)), end);
+            Throwable found = null;
+            try {
+                insert(c, "failing", s -> s.setBinaryStream(1, in));
+            } catch (SQLException | AssertionError e) {
+                found = e instanceof SQLException ? e.getCause() : e;
+            }
+            same(failure, found, "failure");
+            same("0", value(c, "SELECT COUNT(*) FROM failing"), "rows");
+        }
+        insert(c, "failing", s -> s.setString(1, "good"));
+        same("good", value(c, "SELECT v FROM failing"), "the session afterwards");
+    }
+
+    @SuppressWarnings("unchecked")
+    private static <T extends Throwable> T unchecked(Throwable failure) throws T {
+        throw (T) failure;
+    }
+
+    private static void queryAgain(OciConnection c, OciStatement s) throws Exception {
+        s.prepare("SELECT n, :tag FROM big WHERE n BETWEEN :low AND :high ORDER BY n");
+        for (int low : new int[] {0, 500, 99_990}) {
+            s.setString(1, "tag " + low);
+            s.setInt(2, low);
+            s.setLong(3, low + 149);
+            s.execute();
+            for (int n = low; n <= Math.min(low + 149, 99_999); n++) {
+                yes(s.next() && s.getInt(1) == n, "row " + n);
+                same("tag " + low, s.getString(2), "tag");
+            }
+            yes(!s.next(), "no row after the last");
+        }
+    }
+
+    private static void outputs(OciConnection c, OciStatement s) throws Exception {
+        s.prepare("BEGIN :i := 2147483647; :d := 2.5; :n := 1234567890.12345; :t := :t || '!';"
+                + " SELECT TO_DATE('1999-12-31', 'YYYY-MM-DD') INTO :m FROM DUAL;"
+                + " :nothing := NULL; END;");
+        int[] types = {OciType.INTEGER, OciType.FLOAT, OciType.NUMBER, OciType.VARCHAR2,
+            OciType.DATE, OciType.VARCHAR2};
+        for (int i = 0; i < types.length; i++) {
+            s.registerOut(i + 1, types[i], 10);
+        }
+        for (String in : new String[] {"a", "123456789", "", "z"}) {
+            s.setString(4, in);
+            s.execute();
+            same(Integer.MAX_VALUE, s.getOutInt(1), "int");
+            same(2.5, s.getOutDouble(2), "double");
+            same("1234567890.12345", s.getOutString(3), "number");
+            same(in + "!", s.getOutString(4), "text");
+            same(LocalDateTime.of(1999, 12, 31, 0, 0), s.getOutDateTime(5), "date");
+            same(true, s.isOutNull(6), "nothing");
+        }
+        oracleError(932, () -> s.getOutBytes(1));
+        s.setString(4, "1234567890");
+        throwing(SQLException.class, () -> s.execute());
+    }
+
+    private static void cursorVariables(OciConnection c, OciStatement block) throws Exception {
+        OciStatement rows = c.createStatement();
+        block.prepare(
+                "BEGIN OPEN :c FOR SELECT n, label FROM big WHERE n >= :low ORDER BY n; END;");
+        block.setCursor(1, rows);
+        for (int low : new int[] {99_000, 99_999, 100_000}) {
+            block.setInt(2, low);
+            block.execute();
+            same("LABEL", rows.columns().get(1).name(), "name of the second column");
+            for (int n = low; n < 100_000; n++) {
+                yes(rows.next(), "row " + n);
+                same(String.format("label %05d", n), rows.getString(2), "label");
+            }
+            yes(!rows.next(), "no row after the last");
+        }
+    }
+
+    /** Inserts row after row in a process of its own, and tells of each commit. */
+    public static final class Loader {
+        private Loader() {}
+
+        public static void main(String[] arguments) throws Exception {
+            try (OciConnection connection = connect();
+                    OciStatement insert = connection.createStatement()) {
+                insert.prepare("INSERT INTO survived VALUES (:n)");
+                for (int n = 1; ; n++) {
+                    insert.setInt(1, n);
+                    insert.execute();
+                    if (n % COMMIT_EVERY == 0) {
+                        connection.commit();
+                        System.out.println(n);
+                    }
+                }
+            }
+        }
+    }
+
+    private static void killed(OciConnection c, OciStatement unused) throws Exception {
+        File told = File.createTempFile("commits", ".txt");
+        try {
+            execute(c, "CREATE TABLE survived (n NUMBER(9) PRIMARY KEY)");
+            Process child = new ProcessBuilder(System.getProperty("java.home") + "/bin/java",
+                    "-Djava.library.path=" + System.getProperty("java.library.path"), "-cp",
+                    System.getProperty("java.class.path"), Loader.class.getName())
+                    .redirectErrorStream(true).redirectOutput(told).start();
+            while (child.isAlive() && told.length() < 2000) {
+                Thread.sleep(1);
+            }
+            child.destroyForcibly().waitFor();
+            List<String> commits = Files.readAllLines(told.toPath());
+            int acknowledged = Integer.parseInt(commits.get(commits.size() - 1));
+            int rows = Integer.parseInt(value(c, "SELECT COUNT(*) FROM survived"));
+            String last = value(c, "SELECT MAX(n) FROM survived");
+            same(Integer.toString(rows), last, "rows up to the last");
+            // The kill may fall between a commit and the word of it.
+            yes(acknowledged > 0 && (rows == acknowledged || rows == acknowledged + COMMIT_EVERY),
+                    rows + " rows, though " + acknowledged + " were acknowledged");
+        } finally {
+            told.delete();
+        }
+    }
+}
