@@ -39,6 +39,12 @@ const Check kBuffer = {kFirst, "result buffer is null"};
 const Check kColumn = {kRecord, "Column is null"};
 const Check kName = {kFirst, "Column name is null"};
 const Check kNewName = {kFirst, "Name is null"};
+const Check kValue = {kFirst, "Value is null"};
+const Check kStreamColumn = {kRecord, "COLUMNDATA is null"};
+const Check kNoCursor = {kOther, "Null Cursor"};
+const Check kNoCursorRecord = {kOtherRecord, "Null Cursor"};
+const Check kLobConn = {kOther, "assignLobCodes: CONN is null"};
+const Check kLobLda = {kOtherRecord, "assignLobCodes: LDA is null"};
 
 template <typename Call>
 double result_of(Call call) {
@@ -70,42 +76,30 @@ struct Entry {
 
 // clang-format off
 const Entry kEntries[] = {
-    {CON(initialize, 0, nullptr, 0), {kEnv}},
-    {CON(finalize), {kEnv}},
+    {CON(initialize, 0, nullptr, 0), {kEnv}}, {CON(finalize), {kEnv}},
     {CON(loginwithblock, a.first, a.second, a.third, 0), {kEnv, kUser, kPass, kServer, kLda}},
-    {CON(logout), {kEnv, kLda}},
-    {CON(getError, 0, 0, a.first), {kEnv, kBuilt, kLda}},
-    {CON(builddate, a.first), {kBuilt}},
-    {CON(oci_1api_1version, a.first), {}},
-    {CON(get_1nls_1lang, a.first), {}},
-    {CON(get_1nls_1nchar, a.first), {}},
-    {CON(autoCommitOn), {kEnv, kLda}},
-    {CON(autoCommitOff), {kEnv, kLda}},
-    {CON(commit), {kEnv, kLda}},
-    {CON(rollback), {kEnv, kLda}},
-    {CON(obreak), {kEnv, kLda}},
-    {CON(setNonBlockingMode), {kEnv, kLda}},
-    {CON(setBlockingMode), {kEnv, kLda}},
+    {CON(logout), {kEnv, kLda}}, {CON(getError, 0, 0, a.first), {kEnv, kBuilt, kLda}},
+    {CON(builddate, a.first), {kBuilt}}, {CON(oci_1api_1version, a.first), {}},
+    {CON(get_1nls_1lang, a.first), {}}, {CON(get_1nls_1nchar, a.first), {}},
+    {CON(autoCommitOn), {kEnv, kLda}}, {CON(autoCommitOff), {kEnv, kLda}},
+    {CON(commit), {kEnv, kLda}}, {CON(rollback), {kEnv, kLda}}, {CON(obreak), {kEnv, kLda}},
+    {CON(setNonBlockingMode), {kEnv, kLda}}, {CON(setBlockingMode), {kEnv, kLda}},
     {CON(isNonBlockingMode), {kEnv, kLda}},
     {ENTRY("OciConnection", "assignLdaCodes", assignLdaCodes), {kEnv, kLda}},
     {ENTRY("OciCursor", "assignCdaCodes", assignCdaCodes), {kEnv, kCda}},
     {ENTRY("OciCursor", "clearCdaErrorCodes", clearCdaErrorCodes), {kEnv}},
-    {ENTRY("OciCursor", "longBufferSize", longBufferSize), {kEnv}},
-    {CUR(initialize, 0), {kEnv}},
-    {CUR(native_1finalize), {kEnv}},
-    {CUR(open, a.other), {kEnv, kCda, kConn, kConnLda}},
-    {CUR(cancel), {kEnv, kCda}},
-    {CUR(close), {kEnv, kCda}},
-    {CUR(exec), {kEnv, kCda}},
-    {CUR(fetch), {kEnv, kCda}},
-    {CUR(execAndFetch, 1), {kEnv, kCda}},
-    {CUR(arrayFetch, 1), {kEnv, kCda}},
-    {CUR(oopt, 1), {kEnv}},
+    {ENTRY("OciCursor", "longBufferSize", longBufferSize), {kEnv}}, {CUR(initialize, 0), {kEnv}},
+    {CUR(native_1finalize), {kEnv}}, {CUR(open, a.other), {kEnv, kCda, kConn, kConnLda}},
+    {CUR(cancel), {kEnv, kCda}}, {CUR(close), {kEnv, kCda}}, {CUR(exec), {kEnv, kCda}},
+    {CUR(fetch), {kEnv, kCda}}, {CUR(execAndFetch, 1), {kEnv, kCda}},
+    {CUR(arrayFetch, 1), {kEnv, kCda}}, {CUR(oopt, 1), {kEnv}},
     {CUR(parse, a.first, 0), {kEnv, kBuffer, kCda}},
     {CUR(describe, a.other), {kEnv, kCol, kCda, kAnyColdata}},
     {CUR(isBlobColumn, a.other), {kEnv, kCol, kCda, kAnyColdata}},
     {CUR(isOCI8ILOBColumn, a.other), {kEnv, kCol, kCda, kAnyColdata}},
     {CUR(bindSelectItem, a.other, 1), {kEnv, kCol, kCda, kAnyColdata}},
+    {CUR(bindVariableByPosition, a.other), {kEnv, kCol, kCda, kAnyColdata}},
+    {CUR(bindCursorByPosition, a.other, 1), {kEnv, kNoCursor, kCda, kNoCursorRecord}},
     {CUR(getIndicator, a.other, 0), {kEnv, kCol, kColdata}},
     {CUR(getReturnCode, a.other, 0), {kEnv, kCol, kColdata}},
     {CUR(getIntegerValue, a.other, 0), {kEnv, kCol, kColdata}},
@@ -116,30 +110,27 @@ const Entry kEntries[] = {
     {CUR(getLongByteValue, a.other, 0, a.first), {kBuffer, kEnv, kCol, kCda, kColdata}},
     {CUR(getLongStringValue, a.other, 0, a.first), {kBuffer, kEnv, kCol, kCda, kColdata}},
     {CUR(getLongDataLength, a.other), {kEnv, kCol, kCda, kAnyColdata}, -10},
-    {COL(initialize, 1, 1), {kEnv}},
-    {COL(native_1finalize), {kEnv}},
-    {COL(position), {kEnv, kColumn}},
-    {COL(precision), {kEnv, kColumn}},
-    {COL(scale), {kEnv, kColumn}},
-    {COL(length), {kEnv, kColumn}},
-    {COL(internalType), {kEnv, kColumn}},
-    {COL(externalType), {kEnv, kColumn}},
-    {COL(actualExternalType), {kEnv, kColumn}},
-    {COL(nullAllowed), {kEnv, kColumn}},
-    {COL(hasDefault), {kEnv, kColumn}},
-    {COL(level), {kEnv, kColumn}},
-    {COL(overloading), {kEnv, kColumn}},
-    {COL(radix), {kEnv, kColumn}},
-    {COL(iomode), {kEnv, kColumn}},
-    {COL(setPosition, 1), {kEnv, kColumn}},
-    {COL(setDbType, 1), {kEnv, kColumn}},
-    {COL(setLength, 1), {kEnv, kColumn}},
-    {COL(setNullOK, 1), {kEnv, kColumn}},
-    {COL(setPrecision, 1), {kEnv, kColumn}},
-    {COL(setScale, 1), {kEnv, kColumn}},
+    {COL(initialize, 1, 1), {kEnv}}, {COL(native_1finalize), {kEnv}},
+    {COL(position), {kEnv, kColumn}}, {COL(precision), {kEnv, kColumn}},
+    {COL(scale), {kEnv, kColumn}}, {COL(length), {kEnv, kColumn}},
+    {COL(internalType), {kEnv, kColumn}}, {COL(externalType), {kEnv, kColumn}},
+    {COL(actualExternalType), {kEnv, kColumn}}, {COL(nullAllowed), {kEnv, kColumn}},
+    {COL(hasDefault), {kEnv, kColumn}}, {COL(level), {kEnv, kColumn}},
+    {COL(overloading), {kEnv, kColumn}}, {COL(radix), {kEnv, kColumn}},
+    {COL(iomode), {kEnv, kColumn}}, {COL(setPosition, 1), {kEnv, kColumn}},
+    {COL(setDbType, 1), {kEnv, kColumn}}, {COL(setLength, 1), {kEnv, kColumn}},
+    {COL(setNullOK, 1), {kEnv, kColumn}}, {COL(setPrecision, 1), {kEnv, kColumn}},
+    {COL(setScale, 1), {kEnv, kColumn}}, {COL(setValueWithInt, 1, 0), {kEnv, kColumn}},
+    {COL(setValueWithFloat, 1, 0), {kEnv, kColumn}},
+    {COL(setValueWithDouble, 1, 0), {kEnv, kColumn}},
+    {COL(setValueWithDate, 1, 1, 1, 1, 1, 1, 1, 0), {kEnv, kColumn}},
     {COL(name, a.first), {kName, kEnv, kColumn}},
     {COL(setName, a.first), {kNewName, kEnv, kColumn}},
-};
+    {COL(setValueWithString, a.first, 0), {kEnv, kValue, kColumn}},
+    {COL(setValueWithBytes, a.first, 0, 0), {kEnv, kValue, kColumn}},
+    {COL(setValueWithStream, 1, 1, 1, 0), {kEnv, kStreamColumn}},
+    {ENTRY("OciLob", "assignLobCodes", assignLobCodes, a.other), {kEnv, kLobConn, kLobLda}},
+    {ENTRY("OciLob", "clearLobErrorCodes", clearLobErrorCodes), {kEnv}}};
 // clang-format on
 
 class Checks : public JvmTest {
@@ -148,14 +139,17 @@ class Checks : public JvmTest {
     const std::string owner = entry.owner;
     const jobject object = owner == "OciConnection" ? new_connection()
                            : owner == "OciCursor"   ? new_cursor()
+                           : owner == "OciLob"      ? allocate("OciLob")
                                                     : new_column();
     const jobject column = new_column(4);
     column_of(column)->buflen = 8;
     column_of(column)->allocByteArray(32);
     oci_double::state().columns = {{}};
-    const bool opens = std::string(entry.name) == "open";
-    return {env,        object,    opens ? new_connection() : column, bytes(std::string(40, 'a')),
-            bytes("b"), bytes("c")};
+    const std::string name = entry.name;
+    const jobject other = name == "open" || owner == "OciLob" ? new_connection()
+                          : name == "bindCursorByPosition"    ? new_cursor()
+                                                              : column;
+    return {env, object, other, bytes(std::string(40, 'a')), bytes("b"), bytes("c")};
   }
 
   static void take_away(Missing missing, const Entry& entry, Arguments& a) {
@@ -219,7 +213,7 @@ TEST_F(Checks, BeforeInitialisationCallsAreRefusedOrHarmless) {
   for_each_entry([](const Entry& entry, const Arguments& good) {
     // These helpers are only called once a record has been found.
     const std::string name = entry.name;
-    if (name == "clearCdaErrorCodes" || name == "longBufferSize") return;
+    if (name.starts_with("clear") || name == "longBufferSize") return;
     forget_initialisation();
     entry.call(good);
     env->ExceptionClear();
@@ -228,20 +222,12 @@ TEST_F(Checks, BeforeInitialisationCallsAreRefusedOrHarmless) {
   });
 }
 
-int pins, releases, name_lookups;
+int name_lookups;
 
 TEST_F(Checks, PinsAreReleasedAndNothingIsLookedUpByName) {
   for_each_entry([](const Entry& entry, const Arguments& good) {
-    pins = releases = name_lookups = 0;
-    JniTable table;
-    table.copy.GetByteArrayElements = [](JNIEnv* e, jbyteArray a, jboolean* copy) {
-      ++pins;
-      return JniTable::real->GetByteArrayElements(e, a, copy);
-    };
-    table.copy.ReleaseByteArrayElements = [](JNIEnv* e, jbyteArray a, jbyte* elements, jint mode) {
-      releases += mode != JNI_COMMIT;
-      JniTable::real->ReleaseByteArrayElements(e, a, elements, mode);
-    };
+    name_lookups = 0;
+    PinWatch table;
     table.copy.GetFieldID = [](JNIEnv* e, jclass c, const char* name, const char* sig) {
       ++name_lookups;
       return JniTable::real->GetFieldID(e, c, name, sig);
@@ -251,12 +237,10 @@ TEST_F(Checks, PinsAreReleasedAndNothingIsLookedUpByName) {
       return JniTable::real->FindClass(e, name);
     };
     entry.call(good);
-    EXPECT_EQ(pins, releases);
+    EXPECT_EQ(PinWatch::pins, static_cast<int>(PinWatch::releases.size()));
     EXPECT_TRUE(name_lookups == 0 || env->ExceptionCheck());
   });
 }
-
-std::vector<jint> release_modes;
 
 TEST_F(Checks, OnlyArraysThatWereFilledAreCopiedBack) {
   const jobject connection = new_connection();
@@ -266,25 +250,23 @@ TEST_F(Checks, OnlyArraysThatWereFilledAreCopiedBack) {
   column_of(column)->byte_arr[0] = 'x';
   const jobject cursor = new_cursor();
   const jbyteArray array = bytes("some bytes");
-  JniTable table;
-  table.copy.ReleaseByteArrayElements = [](JNIEnv* e, jbyteArray a, jbyte* elements, jint mode) {
-    release_modes.push_back(mode);
-    JniTable::real->ReleaseByteArrayElements(e, a, elements, mode);
-  };
+  const PinWatch watch;
   CONNECTION(native_1loginwithblock)(env, connection, array, array, array, 0);
   CURSOR(parse)(env, cursor, array, 0);
   COLUMN(setName)(env, column, array);
+  COLUMN(setValueWithString)(env, new_column(), array, 0);
+  COLUMN(setValueWithBytes)(env, new_column(), array, 0, 0);
   tv_init_nls(env, connection, array);
   CONNECTION(native_1oci_1api_1version)(env, connection, bytes("..."));
   raised();
   CURSOR(getStringValue)(env, cursor, column, 0, bytes(""));
   raised();
-  EXPECT_EQ(release_modes, std::vector<jint>(8, JNI_ABORT));
-  release_modes.clear();
+  EXPECT_EQ(PinWatch::releases, std::vector<jint>(10, JNI_ABORT));
+  PinWatch::releases.clear();
   CONNECTION(native_1oci_1api_1version)(env, connection, array);
   CURSOR(getStringValue)(env, cursor, column, 0, array);
   COLUMN(name)(env, column, array);
-  EXPECT_EQ(release_modes, std::vector<jint>(3, 0));
+  EXPECT_EQ(PinWatch::releases, std::vector<jint>(3, 0));
 }
 
 TEST_F(Checks, AnArrayThatCannotBePinnedEndsTheCall) {

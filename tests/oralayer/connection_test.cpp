@@ -40,30 +40,22 @@ TEST_F(Connection, LoadBuildsBothPoolsBeforeAnythingElse) {
 }
 
 TEST_F(Connection, PoolSizeRule) {
-  const struct {
-    const char* value;
-    int size;
-  } cases[] = {{"", 512},  {"0", 512},    {"-3", 512},  {"abc", 512}, {"1", 1},
-               {"16", 16}, {"16abc", 16}, {"  16", 16}, {"+7", 7},    {"x16", 512}};
-  for (const auto& c : cases) {
-    setenv("ORALAYER_TEST_SIZE", c.value, 1);
-    EXPECT_EQ(ldapool_holder::pool_size_from_str("ORALAYER_TEST_SIZE"), c.size) << c.value;
+  const std::pair<const char*, int> cases[] = {{"", 512},    {"0", 512}, {"-3", 512}, {"abc", 512},
+                                               {"x16", 512}, {"1", 1},   {"+7", 7},   {"16abc", 16},
+                                               {"  16", 16}, {"2", 2}};
+  for (const auto& [value, size] : cases) {
+    setenv("ORALAYER_TEST_SIZE", value, 1);
+    EXPECT_EQ(ldapool_holder::pool_size_from_str("ORALAYER_TEST_SIZE"), size) << value;
   }
+  EXPECT_EQ(traced([] {
+              const ldapool_holder pool("ORALAYER_TEST_SIZE");
+              EXPECT_EQ(calls().size(), 8u);
+            }),
+            "ldapool allocated - size=2\nldapool env var =ORALAYER_TEST_SIZE\n");
+  EXPECT_THAT(calls(), IsEmpty()) << "a pool goes without a call";
   unsetenv("ORALAYER_TEST_SIZE");
   EXPECT_EQ(ldapool_holder::pool_size_from_str("ORALAYER_TEST_SIZE"), 512);
   EXPECT_EQ(ldapool_holder::pool_size_from_str(nullptr), 512);
-}
-
-TEST_F(Connection, APoolTracesItsSizeAndGoesWithoutACall) {
-  setenv("ORALAYER_TEST_SIZE", "2", 1);
-  const std::string output = traced([] {
-    const ldapool_holder pool("ORALAYER_TEST_SIZE");
-    EXPECT_EQ(calls().size(), 8u);
-  });
-  EXPECT_EQ(output,
-            "ldapool allocated - size=2\n"
-            "ldapool env var =ORALAYER_TEST_SIZE\n");
-  EXPECT_THAT(calls(), IsEmpty());
 }
 
 TEST_F(Connection, InitializeOnceThenOnlyHandsOutRecords) {
@@ -170,17 +162,15 @@ TEST_F(Connection, ClientTexts) {
     int result;
     const char* text;
     const char* exception;
-  } cases[] = {
-      {CONNECTION(native_1oci_1api_1version), 4, 4, "OCI8", ""},
-      {CONNECTION(native_1oci_1api_1version), 3, 0, "...",
-       "java.lang.InternalError: oci_api_version setting is too long"},
-      {CONNECTION(native_1get_1nls_1lang), 11, 10, "LANG567890.", ""},
-      {CONNECTION(native_1get_1nls_1lang), 9, 0, ".........",
-       "java.lang.InternalError: NLS_LANG setting is too long"},
-      {CONNECTION(native_1get_1nls_1nchar), 10, 10, "CHAR567890", ""},
-      {CONNECTION(native_1get_1nls_1nchar), 9, 0, ".........",
-       "java.lang.InternalError: NLS_NCHAR setting is too long"},
-  };
+  } cases[] = {{CONNECTION(native_1oci_1api_1version), 4, 4, "OCI8", ""},
+               {CONNECTION(native_1oci_1api_1version), 3, 0, "...",
+                "java.lang.InternalError: oci_api_version setting is too long"},
+               {CONNECTION(native_1get_1nls_1lang), 11, 10, "LANG567890.", ""},
+               {CONNECTION(native_1get_1nls_1lang), 9, 0, ".........",
+                "java.lang.InternalError: NLS_LANG setting is too long"},
+               {CONNECTION(native_1get_1nls_1nchar), 10, 10, "CHAR567890", ""},
+               {CONNECTION(native_1get_1nls_1nchar), 9, 0, ".........",
+                "java.lang.InternalError: NLS_NCHAR setting is too long"}};
   for (const auto& c : cases) {
     const jbyteArray array = bytes(std::string(static_cast<std::size_t>(c.room), '.'));
     EXPECT_EQ(c.query(env, connection, array), c.result) << c.text;
@@ -224,25 +214,24 @@ TEST_F(Connection, LoginWithPassword) {
   CONNECTION(native_1logout)(env, connection);
 }
 
-TEST_F(Connection, OnlyASlashLogsInWithExternalCredentials) {
+TEST_F(Connection, CredentialsAsTheyReachTheInterface) {
+  const std::string u255(255, 'u'), s255(255, 's');
   const struct {
-    const char* user;
-    const char* begin;
-  } cases[] = {{"/", "OCISessionBegin(svc1,err1,ses1,2,0)"},
-               {"", "OCISessionBegin(svc1,err1,ses2,1,0)"},
-               {"/x", "OCISessionBegin(svc1,err1,ses3,1,0)"}};
+    std::string user, password, server;
+    Lines calls;
+  } cases[] = {
+      {"/", "", "db", {"OCISessionBegin(svc1,err1,ses1,2,0)"}},
+      {"", "", "db", {"OCISessionBegin(svc1,err1,ses2,1,0)"}},
+      {"/x", "", "db", {"OCISessionBegin(svc1,err1,ses3,1,0)"}},
+      {u255 + "cut",
+       std::string("pw\0x", 4),
+       s255 + "c",
+       {"OCIServerAttach(srv1,err1," + s255 + ",255,0)",
+        "OCIAttrSet(ses4,9," + u255 + ",255,22,err1)", "OCIAttrSet(ses4,9,pw,2,23,err1)"}}};
   for (const auto& c : cases) {
-    login(new_connection(), c.user, "");
-    EXPECT_THAT(calls(), testing::Contains(c.begin));
+    login(new_connection(), c.user, c.password, c.server);
+    EXPECT_THAT(calls(), testing::IsSupersetOf(c.calls));
   }
-}
-
-TEST_F(Connection, CredentialsAreCutAt255BytesAndAtAZero) {
-  login(new_connection(), std::string(300, 'u'), std::string("pw\0x", 4), std::string(256, 's'));
-  EXPECT_THAT(calls(), testing::IsSupersetOf(
-                           {"OCIServerAttach(srv1,err1," + std::string(255, 's') + ",255,0)",
-                            "OCIAttrSet(ses1,9," + std::string(255, 'u') + ",255,22,err1)",
-                            std::string("OCIAttrSet(ses1,9,pw,2,23,err1)")}));
 }
 
 TEST_F(Connection, FailedLoginIsReportedOnStandardOutputAndInTheObject) {
@@ -321,27 +310,36 @@ TEST_F(Connection, TransactionAndCallControl) {
     const char* reply_key;
     bool assigns;
   } cases[] = {
+      {CONNECTION(native_1autoCommitOn), "", "", false},
+      {CONNECTION(native_1autoCommitOff), "", "", true},
       {CONNECTION(native_1commit), "OCITransCommit(svc1,err1,0)", "OCITransCommit", false},
       {CONNECTION(native_1rollback), "OCITransRollback(svc1,err1,0)", "OCITransRollback", true},
       {CONNECTION(native_1obreak), "OCIBreak(svc1,err1)", "OCIBreak", false},
       {CONNECTION(native_1setNonBlockingMode), "OCIAttrSet(srv1,8,1,0,3,err1)", "OCIAttrSet:3",
        true},
-      {CONNECTION(native_1setBlockingMode), "OCIAttrSet(srv1,8,0,0,3,err1)", "OCIAttrSet:3", true},
-  };
+      {CONNECTION(native_1setBlockingMode), "OCIAttrSet(srv1,8,0,0,3,err1)", "OCIAttrSet:3", true}};
   const jobject connection = new_connection();
   for (const auto& c : cases) {
+    const bool is_call = *c.call != '\0';
     for (const sword status : {OCI_SUCCESS, OCI_ERROR, OCI_SUCCESS_WITH_INFO}) {
+      if (!is_call && status != OCI_SUCCESS) continue;
       SCOPED_TRACE(std::string(c.call) + " " + std::to_string(status));
       const int error = status == OCI_SUCCESS ? 0 : 3114;
       state().reply(c.reply_key, status, error);
       set_int(connection, "ldaerrcode", 7);
       EXPECT_EQ(c.method(env, connection), status != OCI_SUCCESS);
       EXPECT_EQ(get_int(connection, "ldaerrcode"), c.assigns ? error : 7);
-      Lines expected = {c.call};
+      Lines expected;
+      if (is_call) expected.emplace_back(c.call);
       if (c.assigns) expected.emplace_back("OCIErrorGet(err1,1,-,-,0,2)");
       EXPECT_EQ(calls(), expected);
     }
   }
+  EXPECT_EQ(ldapool[0].autocommit, 0);
+  CONNECTION(native_1autoCommitOn)(env, connection);
+  EXPECT_EQ(ldapool[0].autocommit, 1);
+  CONNECTION(native_1autoCommitOff)(env, connection);
+  EXPECT_EQ(ldapool[0].autocommit, 0);
 }
 
 TEST_F(Connection, BlockingModeIsNonBlockingOnlyForExactlyOne) {
@@ -358,18 +356,6 @@ TEST_F(Connection, BlockingModeIsNonBlockingOnlyForExactlyOne) {
     EXPECT_THAT(calls(), ElementsAre("OCIAttrGet(srv1,8,-,3,err1)", "OCIErrorGet(err1,1,-,-,0,2)"));
   }
   EXPECT_EQ(get_int(connection, "ldaerrcode"), 3114);
-}
-
-TEST_F(Connection, AutocommitSwitches) {
-  const jobject connection = new_connection();
-  set_int(connection, "ldaerrcode", 7);
-  EXPECT_EQ(CONNECTION(native_1autoCommitOn)(env, connection), JNI_FALSE);
-  EXPECT_EQ(ldapool[0].autocommit, 1);
-  EXPECT_EQ(get_int(connection, "ldaerrcode"), 7);
-  EXPECT_EQ(CONNECTION(native_1autoCommitOff)(env, connection), JNI_FALSE);
-  EXPECT_EQ(ldapool[0].autocommit, 0);
-  EXPECT_EQ(get_int(connection, "ldaerrcode"), 0);
-  EXPECT_THAT(calls(), ElementsAre("OCIErrorGet(err1,1,-,-,0,2)"));
 }
 
 TEST_F(Connection, LoginWithoutBlockFails) {
@@ -402,27 +388,16 @@ TEST_F(Connection, TraceOfASession) {
     state().reply("OCISessionBegin", OCI_ERROR, 1017);
     login(connection);
   });
-  expect_in_order(output,
-                  {"returning poolsize of =" + std::to_string(ldapool.get_pool_size()) + "\n",
-                   "*** loginwithblock ***\n",
-                   "LOGIN",
-                   "    back from login, retvali=0\n",
-                   "LD->STATUS=0\n",
-                   "ERRCODE=0\n",
-                   "*** Setting autocommit flag to 1 ***\n",
-                   "*** OCITransCommit ***\n",
-                   "*** OCITransRollback ***\n",
-                   "rollback result=0\n",
-                   "*** Connection:  OCIBreak ***\n",
-                   "*** OciConnection getError ***\n",
-                   "ERRCODE=942\n",
-                   "ERRMESG=ORA-00942: table or view does not exist\n",
-                   "*** OciConnection builddate ***\n",
-                   "LOGOFF",
-                   "DETACH FROM SERVER\n",
-                   "*** OCISessionBegin failed",
-                   "\n\n----------  LOGIN ERROR CODE: 1017\n",
-                   "    back from login, retvali=-1\n"});
+  expect_in_order(
+      output,
+      {"returning poolsize of =" + std::to_string(ldapool.get_pool_size()),
+       "\n*** loginwithblock ***\n", "LOGIN", "    back from login, retvali=0\nLD->STATUS=0\n",
+       "ERRCODE=0\n", "*** Setting autocommit flag to 1 ***\n", "*** OCITransCommit ***\n",
+       "*** OCITransRollback ***\nrollback result=0\n", "*** Connection:  OCIBreak ***\n",
+       "*** OciConnection getError ***\n", "ERRCODE=942\n",
+       "ERRMESG=ORA-00942: table or view does not exist\n", "*** OciConnection builddate ***\n",
+       "LOGOFF", "DETACH FROM SERVER\n", "*** OCISessionBegin failed",
+       "\n\n----------  LOGIN ERROR CODE: 1017\n", "    back from login, retvali=-1\n"});
 }
 
 }  // namespace

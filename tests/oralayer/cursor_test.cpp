@@ -73,20 +73,11 @@ TEST_F(Cursor, CodesReachTheObjectAndAFailedQueryLeavesZero) {
   for (const char* field : fields) set_int(cursor, field, 7);
   clearCdaErrorCodes(env, cursor);
   EXPECT_THAT(values(), ElementsAre(0, 7, 0, 7, 7, 0, 0));
-}
 
-TEST_F(Cursor, LobCodes) {
   const jobject lob = allocate("OciLob");
-  const jobject connection = new_connection();
-  state().error = 22275;
-  assignLobCodes(env, lob, nullptr);
-  expect_raised("NullPointerException", "assignLobCodes: CONN is null");
-  assignLobCodes(env, lob, allocate("OciConnection"));
-  expect_raised("NullPointerException", "assignLobCodes: LDA is null");
-  EXPECT_EQ(get_int(lob, "loberrcode"), 0);
-  expect_in_order(traced([&] { assignLobCodes(env, lob, connection); }),
-                  {"    loberrorcode=22275\n"});
-  EXPECT_EQ(get_int(lob, "loberrcode"), 22275);
+  expect_in_order(traced([&] { assignLobCodes(env, lob, new_connection()); }),
+                  {"    loberrorcode=1012\n"});
+  EXPECT_EQ(get_int(lob, "loberrcode"), 1012);
   clearLobErrorCodes(env, lob);
   EXPECT_EQ(get_int(lob, "loberrcode"), 0);
 }
@@ -129,85 +120,38 @@ TEST_F(Cursor, CloseFreesTheStatementOnceAndMayReopen) {
   CURSOR(native_1finalize)(env, cursor);
 }
 
-TEST_F(Cursor, CloseReleasesLongDataAndTheGlobalReference) {
-  const jobject cursor = new_cursor();
-  const jobject column = new_column(1, SQLT_LNG);
-  cdadata* cda = cda_of(cursor);
-  cda->longdata_bufpool = new LongdataBufPool;
-  add_long_column(cda, column_of(column));
-  piece_of(column_of(column), cda->longdata_bufpool, 3);
-  cda->jocicursor = env->NewGlobalRef(cursor);
-  static int deleted_globals = 0;
-  JniTable table;
-  table.copy.DeleteGlobalRef = [](JNIEnv* e, jobject reference) {
-    ++deleted_globals;
-    JniTable::real->DeleteGlobalRef(e, reference);
-  };
-  EXPECT_EQ(CURSOR(close)(env, cursor), JNI_FALSE);
-  EXPECT_EQ(deleted_globals, 1);
-  EXPECT_EQ(cda->jocicursor, nullptr);
-  EXPECT_EQ(cda->longdata_bufpool, nullptr);
-  EXPECT_EQ(cda->lc_tail, nullptr);
-  EXPECT_EQ(column_of(column)->longbuf_tail, nullptr);
-}
-
-TEST_F(Cursor, InconsistentChainsAreReportedAndCloseGoesOn) {
+TEST_F(Cursor, CloseReleasesLongDataAndReportsInconsistentChains) {
   const struct {
     void (*spoil)(cdadata*, columndata*);
-    const char* message;
+    const char* exception;
   } cases[] = {
+      {[](cdadata*, columndata*) {}, ""},
       {[](cdadata*, columndata* column) { column->longbuf_head = nullptr; },
-       "in OciCursor_close longbuf_tail is not null but longbuf_head is NULL !"},
+       "java.lang.InternalError: in OciCursor_close longbuf_tail is not null but longbuf_head is "
+       "NULL !"},
       {[](cdadata* cda, columndata*) { cda->longdata_bufpool = nullptr; },
-       "in OciCursor_close the longdata_bufpool is NULL"},
+       "java.lang.InternalError: in OciCursor_close the longdata_bufpool is NULL"},
       {[](cdadata* cda, columndata*) { cda->lc_head = nullptr; },
-       "in OciCursor_close lc_tail is not null but lc_head is NULL !"},
-  };
+       "java.lang.InternalError: in OciCursor_close lc_tail is not null but lc_head is NULL !"}};
   for (const auto& c : cases) {
     const jobject cursor = new_cursor();
-    const std::string statement = name(cda_of(cursor)->stmthp);
+    cdadata* cda = cda_of(cursor);
+    const std::string statement = name(cda->stmthp);
     columndata column(1);
-    LongdataBufPool* const pool = cda_of(cursor)->longdata_bufpool = new LongdataBufPool;
-    add_long_column(cda_of(cursor), &column);
+    LongdataBufPool* const pool = cda->longdata_bufpool = new LongdataBufPool;
+    add_long_column(cda, &column);
     piece_of(&column, pool, 3);
-    c.spoil(cda_of(cursor), &column);
+    c.spoil(cda, &column);
     set_int(cursor, "cdaerrorcode", 7);
     EXPECT_EQ(CURSOR(close)(env, cursor), JNI_FALSE);
-    expect_raised("InternalError", c.message);
+    EXPECT_EQ(raised(), c.exception);
     EXPECT_EQ(calls().front(), "OCIHandleFree(" + statement + ",4)");
     EXPECT_EQ(get_int(cursor, "cdaerrorcode"), 0);
+    EXPECT_EQ(cda->longdata_bufpool, nullptr);
+    if (*c.exception != '\0') continue;
+    EXPECT_EQ(cda->lc_tail, nullptr);
+    EXPECT_EQ(column.longbuf_tail, nullptr);
   }
-}
-
-TEST_F(Cursor, InsertChainIsUnpinnedAndEmptied) {
-  const jobject cursor = new_cursor();
-  cdadata* cda = cda_of(cursor);
-  columndata column(1);
-  column.colpos = 3;
-  const jbyteArray array = bytes("0123456789ab");
-  column.ctx = new colctx{env, &column, cda, array,
-                          reinterpret_cast<sb1*>(env->GetByteArrayElements(array, nullptr))};
-  auto* node = new longcol_node;
-  node->coldata = &column;
-  longcol_node::queue(&cda->li_head, &cda->li_tail, node);
-  static std::vector<jint> release_modes;
-  JniTable table;
-  table.copy.ReleaseByteArrayElements = [](JNIEnv* e, jbyteArray a, jbyte* elements, jint mode) {
-    release_modes.push_back(mode);
-    JniTable::real->ReleaseByteArrayElements(e, a, elements, mode);
-  };
-  expect_in_order(
-      traced([&] { clean_longinsert_chain(env, cda); }),
-      {"*********  clean_longinsert_chain  invoked ***\n",
-       "---------- got columndata for col: =3\n",
-       "+++ exec  - UNPIN ctx->buf from ctx->jbytes +++  col:",
-       "    +++  first 10 bytes ctx->buf  (10 bytes)\n", "+++ exec  - DELETE col->ctx\n",
-       "+++ exec  - DELETE and DEQUEUE longcol_node from INSERT CHAIN\n"});
-  EXPECT_THAT(release_modes, ElementsAre(JNI_ABORT));
-  EXPECT_EQ(column.ctx, nullptr);
-  EXPECT_EQ(cda->li_tail, nullptr);
-  EXPECT_EQ(cda->li_head, nullptr);
-  clean_longinsert_chain(env, nullptr);
 }
 
 TEST_F(Cursor, FinalizeFreesAPoolThatCloseHasNot) {
@@ -244,34 +188,28 @@ TEST_F(Cursor, ParseDescribesAQueryOnce) {
   EXPECT_EQ(cda_of(cursor)->long_count, 2);
 }
 
-TEST_F(Cursor, ParseOfOtherStatementsOnlyPrepares) {
-  for (const ub2 type : {0, 2, 5, 8}) {
-    const jobject cursor = new_cursor();
-    state().serials.clear();
-    state().stmt_type = type;
-    EXPECT_EQ(parse(cursor, ""), JNI_FALSE);
-    EXPECT_THAT(calls(), testing::Not(testing::Contains(testing::HasSubstr("OCIStmtExecute"))));
-    EXPECT_EQ(cda_of(cursor)->described, 0);
-  }
-}
-
-TEST_F(Cursor, FailuresOfParse) {
+TEST_F(Cursor, ParseThatDescribesNothing) {
   const struct {
     const char* fails;
+    ub2 statement;
+    bool failed;
     const char* trace;
-  } cases[] = {{"OCIStmtPrepare", "   prepare failed\n"},
-               {"OCIStmtExecute", "    Describe FAILED\n"}};
+  } cases[] = {{"OCIStmtPrepare", 1, true, "   prepare failed\n"},
+               {"OCIStmtExecute", 1, true, "    Describe FAILED\n"},
+               {"OCIAttrGet:24", 1, false, ""},  // an unknown type is only prepared
+               {"", 0, false, ""},
+               {"", 2, false, ""},
+               {"", 8, false, ""}};
   for (const auto& c : cases) {
     const jobject cursor = new_cursor();
+    state().stmt_type = c.statement;
     state().reply(c.fails, OCI_ERROR, 900);
-    expect_in_order(traced([&] { EXPECT_EQ(parse(cursor, "SELECT"), JNI_TRUE); }), {c.trace});
-    EXPECT_EQ(get_int(cursor, "cdaerrorcode"), 900);
+    expect_in_order(traced([&] { EXPECT_EQ(parse(cursor, "SELECT"), c.failed); }), {c.trace});
+    EXPECT_TRUE(!c.failed || get_int(cursor, "cdaerrorcode") == 900);
     EXPECT_EQ(cda_of(cursor)->described, 0);
+    EXPECT_EQ(testing::Value(calls(), testing::Contains(testing::HasSubstr("OCIStmtExecute"))),
+              std::string(c.fails) == "OCIStmtExecute");
   }
-  const jobject cursor = new_cursor();
-  state().reply("OCIAttrGet:24", OCI_ERROR, 1012);
-  EXPECT_EQ(parse(cursor, "SELECT"), JNI_FALSE) << "an unknown type is only prepared";
-  EXPECT_EQ(cda_of(cursor)->described, 0);
 }
 
 TEST_F(Cursor, DescribeFillsTheColumn) {
@@ -348,34 +286,28 @@ TEST_F(Cursor, DefineByKindOfColumn) {
     Value value;
     sword buflen;
     sb4 buffer;  // bytes asked for
-    const char* banner;
-  } cases[] = {
-      {1, "31,5,0)", kBuffer, 31, 93, "*** OCIDefineByPos ***"},
-      {96, "31,5,0)", kBuffer, 31, 93, "*** OCIDefineByPos ***"},
-      {2, "129,5,0)", kBuffer, 129, 387, "*** OCIDefineByPos ***"},
-      {3, "129,5,0)", kBuffer, 129, 387, "*** OCIDefineByPos ***"},
-      {4, "129,5,0)", kBuffer, 129, 387, "*** OCIDefineByPos ***"},
-      {5, "31,5,0)", kNothing, 31, 0, "*** OCIDefineByPos ***"},
-      {104, "24,5,0)", kBuffer, 24, 72, "*** OCIDefineByPos ***"},
-      {11, "24,5,0)", kBuffer, 24, 72, "*** OCIDefineByPos ***"},
-      {12, "7,12,0)", kBuffer, 7, 21, "*** OCIDefineByPos ***"},
-      {23, "10,23,0)", kBuffer, 10, 30, "*** OCIDefineByPos ***"},
-      {105, "20,5,0)", kBuffer, 20, 60, "*** OCIDefineByPos ***"},
-      {8, "2147483647,8,2)", kNothing, 4, 12, "*** OCIDefineByPos for LONG, LONGRAW  ***"},
-      {24, "2147483647,24,2)", kNothing, 4, 12, "*** OCIDefineByPos for LONG, LONGRAW  ***"},
-      {112, "-1,112,0)", kLocator, -1, 0, "*** OCIDefineByPos for BLOB, CLOB, NCLOB ***"},
-      {113, "-1,113,0)", kLocator, -1, 0, "*** OCIDefineByPos for BLOB, CLOB, NCLOB ***"},
-      {7, "0,0,0)", kNothing, 0, 0, "*** OCIDefineByPos ***"},
-  };
+  } cases[] = {{1, "31,5,0)", kBuffer, 31, 93},           {96, "31,5,0)", kBuffer, 31, 93},
+               {2, "129,5,0)", kBuffer, 129, 387},        {3, "129,5,0)", kBuffer, 129, 387},
+               {4, "129,5,0)", kBuffer, 129, 387},        {5, "31,5,0)", kNothing, 31, 0},
+               {104, "24,5,0)", kBuffer, 24, 72},         {11, "24,5,0)", kBuffer, 24, 72},
+               {12, "7,12,0)", kBuffer, 7, 21},           {23, "10,23,0)", kBuffer, 10, 30},
+               {105, "20,5,0)", kBuffer, 20, 60},         {8, "2147483647,8,2)", kNothing, 4, 12},
+               {24, "2147483647,24,2)", kNothing, 4, 12}, {112, "-1,112,0)", kLocator, -1, 0},
+               {113, "-1,113,0)", kLocator, -1, 0},       {7, "0,0,0)", kNothing, 0, 0}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.type);
     oci_double::state() = {};
     const jobject cursor = new_cursor();
     const jobject column = new_column(1, c.type, 2);
     COLUMN(setLength)(env, column, 10);
+    const bool is_long = c.type == 8 || c.type == 24;
+    const char* const banner = is_long ? "*** OCIDefineByPos for LONG, LONGRAW  ***"
+                               : c.value == kLocator
+                                   ? "*** OCIDefineByPos for BLOB, CLOB, NCLOB ***"
+                                   : "*** OCIDefineByPos ***";
     const std::string output =
         traced([&] { EXPECT_EQ(CURSOR(bindSelectItem)(env, cursor, column, 3), JNI_FALSE); });
-    expect_in_order(output, {"*** bindSelectItem ***\n", c.banner, "    retvali=0\n"});
+    expect_in_order(output, {"*** bindSelectItem ***\n", banner, "    retvali=0\n"});
     const char* value = c.value == kNothing ? "-," : "+,";
     EXPECT_EQ(calls(), plus_cursor_codes(
                            {std::string("OCIDefineByPos(stmt1,null,err1,2,") + value + c.define}));
@@ -391,7 +323,7 @@ TEST_F(Cursor, DefineByKindOfColumn) {
     EXPECT_EQ(record->byte_arrlen, c.buffer);
     EXPECT_EQ(record->bufptr, c.buffer == 0 ? nullptr : record->byte_arr);
     EXPECT_EQ(COLUMN(externalType)(env, column), define.type);
-    EXPECT_EQ(cda_of(cursor)->long_count, c.type == 8 || c.type == 24);
+    EXPECT_EQ(cda_of(cursor)->long_count, is_long);
   }
 }
 
@@ -410,33 +342,6 @@ TEST_F(Cursor, LongColumnsAreQueuedInOrderEvenWhenTheirDefineFails) {
   EXPECT_EQ(cda->lc_tail->next, cda->lc_head);
 }
 
-TEST_F(Cursor, ExecCommitsWithAutocommitAndCleansUpAfterwards) {
-  for (const int autocommit : {0, 1}) {
-    for (const sword status : {OCI_SUCCESS, OCI_SUCCESS_WITH_INFO, OCI_ERROR, OCI_NEED_DATA}) {
-      oci_double::state() = {};
-      const jobject cursor = new_cursor();
-      ldapool[0].autocommit = autocommit;
-      columndata column(1);
-      auto* node = new longcol_node;
-      node->coldata = &column;
-      longcol_node::queue(&cda_of(cursor)->li_head, &cda_of(cursor)->li_tail, node);
-      const int error = status == OCI_SUCCESS ? 0 : 1400;
-      state().reply("OCIStmtExecute", status, error);
-      const std::string output =
-          traced([&] { EXPECT_EQ(CURSOR(exec)(env, cursor), status != OCI_SUCCESS); });
-      EXPECT_EQ(calls(),
-                plus_cursor_codes({autocommit ? "OCIStmtExecute(svc1,stmt1,err1,1,0,-,-,32)"
-                                              : "OCIStmtExecute(svc1,stmt1,err1,1,0,-,-,0)"}));
-      expect_in_order(output, {"*** OCIStmtExecute 1 *** \n",
-                               "    OCIStmtExecute result=" + std::to_string(status) + "\n",
-                               "    cdaerrorcode=" + std::to_string(error) + "\n",
-                               "*********  clean_longinsert_chain  invoked ***\n"});
-      EXPECT_EQ(cda_of(cursor)->li_tail, nullptr);
-    }
-  }
-  ldapool[0].autocommit = 0;
-}
-
 TEST_F(Cursor, CallsOnACursorThatIsNotOpenDoNotReachTheInterface) {
   const jobject column = new_column();
   using Call = jlong (*)(jobject cursor, jobject column);
@@ -449,8 +354,9 @@ TEST_F(Cursor, CallsOnACursorThatIsNotOpenDoNotReachTheInterface) {
       [](jobject c, jobject) -> jlong { return CURSOR(arrayFetch)(env, c, 1); },
       [](jobject c, jobject col) -> jlong { return CURSOR(describe)(env, c, col); },
       [](jobject c, jobject col) -> jlong { return CURSOR(bindSelectItem)(env, c, col, 1); },
-      [](jobject c, jobject) -> jlong { return CURSOR(parse)(env, c, bytes("SELECT"), 0); },
-  };
+      [](jobject c, jobject col) -> jlong { return CURSOR(bindVariableByPosition)(env, c, col); },
+      [](jobject c, jobject) -> jlong { return CURSOR(bindCursorByPosition)(env, c, c, 1); },
+      [](jobject c, jobject) -> jlong { return CURSOR(parse)(env, c, bytes("SELECT"), 0); }};
   for (const bool closed_before : {false, true}) {
     for (const Call call : all_calls) {
       const jobject cursor = new_cursor(closed_before);

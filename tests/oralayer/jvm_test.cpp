@@ -10,6 +10,8 @@ JavaVM* the_vm = nullptr;
 JNIEnv* env = nullptr;
 Lines load_calls;
 const JNINativeInterface_* JniTable::real = nullptr;
+int PinWatch::pins = 0;
+std::vector<jint> PinWatch::releases;
 
 namespace {
 
@@ -80,6 +82,19 @@ void expect_in_order(const std::string& output, const Lines& texts) {
     ASSERT_NE(found, std::string::npos) << "not found here: [" << wanted << "] in\n" << output;
     from = found + wanted.size();
   }
+}
+
+PinWatch::PinWatch() {
+  pins = 0;
+  releases.clear();
+  copy.GetByteArrayElements = [](JNIEnv* e, jbyteArray array, jboolean* is_copy) {
+    ++pins;
+    return real->GetByteArrayElements(e, array, is_copy);
+  };
+  copy.ReleaseByteArrayElements = [](JNIEnv* e, jbyteArray array, jbyte* elements, jint mode) {
+    releases.push_back(mode);
+    real->ReleaseByteArrayElements(e, array, elements, mode);
+  };
 }
 
 jclass find_class(const std::string& name) {

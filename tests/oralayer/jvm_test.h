@@ -68,6 +68,15 @@ class JniTable {
   static const JNINativeInterface_* real;
 };
 
+/// Counts the pins of byte arrays, and notes how each was released.
+class PinWatch : public JniTable {
+ public:
+  PinWatch();
+
+  static int pins;
+  static std::vector<jint> releases;
+};
+
 jclass find_class(const std::string& name);
 /// An object of a class of the package, made without its constructor.
 jobject allocate(const std::string& simple_name);

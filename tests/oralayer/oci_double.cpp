@@ -15,7 +15,7 @@ namespace {
 struct Handle {
   std::string name;
   std::string number;
-  char user_memory[128];
+  std::unique_ptr<char[]> user_memory;  // goes with the handle
 };
 
 std::map<const void*, std::unique_ptr<Handle>>& handles() {
@@ -62,6 +62,13 @@ sword answer(const void* handle, const std::string& call) {
   const Reply reply = next_reply(call);
   state().error = reply.error;
   return reply.status;
+}
+
+// Records a call on a handle, which must be alive, and takes the reply.
+template <typename Handle, typename... Arguments>
+sword called(const char* function, const Handle* handle, const Arguments&... arguments) {
+  record(function, name(handle), arguments...);
+  return answer(handle, function);
 }
 
 const char* given(const void* pointer) {
@@ -136,6 +143,37 @@ sword fill_offer() {
   return piece.fetch.status;
 }
 
+void drop_binds(const void* statement) {
+  std::erase_if(state().binds, [&](const Bind& bind) { return bind.statement == statement; });
+}
+
+// Pulls a streamed value to its last piece. False once the callback has refused.
+bool pull(const Bind& bind) {
+  const std::string placeholder = std::to_string(bind.position) + ": ";
+  for (ub1 piece = OCI_FIRST_PIECE; piece != OCI_LAST_PIECE;) {
+    void* data = nullptr;
+    void* ind = nullptr;
+    ub4 length = 0;
+    const sb4 result = bind.pull(bind.context, bind.handle, 0, 0, &data, &length, &piece, &ind);
+    const bool refused = result != OCI_CONTINUE;
+    const std::string outcome = refused && data == nullptr && length == 0
+                                    ? "refused"
+                                    : std::to_string(piece) + ", " + std::to_string(length);
+    state().pulled.push_back(placeholder + outcome);
+    if (refused) return false;
+    state().streamed[bind.position].append(static_cast<const char*>(data), length);
+    if (piece == OCI_FIRST_PIECE) piece = OCI_NEXT_PIECE;
+  }
+  return true;
+}
+
+bool pull_streams(const OCIStmt* statement) {
+  for (const Bind& bind : state().binds) {
+    if (bind.statement == statement && bind.pull != nullptr && !pull(bind)) return false;
+  }
+  return true;
+}
+
 }  // namespace
 
 State& state() {
@@ -176,20 +214,25 @@ sword OCIHandleAlloc(const void* parenth, void** hndlpp, ub4 type, size_t xtrame
                                                    {OCI_HTYPE_SERVER, "srv"},
                                                    {OCI_HTYPE_STMT, "stmt"},
                                                    {OCI_HTYPE_SESSION, "ses"}};
-  record("OCIHandleAlloc", name(parenth), type, xtramem_sz, given(usrmempp));
-  const sword status = answer(parenth, "OCIHandleAlloc");
+  const sword status = called("OCIHandleAlloc", parenth, type, xtramem_sz, given(usrmempp));
   if (status != OCI_SUCCESS) return status;
   const bool of_environment = type != OCI_HTYPE_STMT && type != OCI_HTYPE_SESSION;
   *hndlpp = of_environment ? make_handle(kinds.at(type), handles().at(parenth)->number)
                            : next_handle(kinds.at(type));
-  if (usrmempp != nullptr) *usrmempp = handles().at(*hndlpp)->user_memory;
+  if (usrmempp == nullptr) return OCI_SUCCESS;
+  auto& memory = handles().at(*hndlpp)->user_memory;
+  memory.reset(new char[xtramem_sz]);
+  std::memset(memory.get(), 0xEE, xtramem_sz);
+  *usrmempp = memory.get();
   return OCI_SUCCESS;
 }
 
 sword OCIHandleFree(void* hndlp, ub4 type) {
-  record("OCIHandleFree", name(hndlp), type);
-  const sword status = answer(hndlp, "OCIHandleFree");
-  if (status == OCI_SUCCESS) handles().at(hndlp)->name.insert(0, "freed:");
+  const sword status = called("OCIHandleFree", hndlp, type);
+  if (status != OCI_SUCCESS) return status;
+  handles().at(hndlp)->name.insert(0, "freed:");
+  handles().at(hndlp)->user_memory.reset();
+  drop_binds(hndlp);
   return status;
 }
 
@@ -221,8 +264,7 @@ sword OCIAttrSet(void* trgthndlp, ub4 trghndltyp, void* attributep, ub4 size, ub
 }
 
 sword OCIParamGet(const void* hndlp, ub4 htype, OCIError* errhp, void** parmdpp, ub4 pos) {
-  record("OCIParamGet", name(hndlp), htype, name(errhp), pos);
-  const sword status = answer(hndlp, "OCIParamGet");
+  const sword status = called("OCIParamGet", hndlp, htype, name(errhp), pos);
   if (status == OCI_SUCCESS) *parmdpp = make_handle("par", std::to_string(pos));
   return status;
 }
@@ -242,52 +284,82 @@ sword OCIErrorGet(void* hndlp, ub4 recordno, text* sqlstate, sb4* errcodep, text
 sword OCIServerAttach(OCIServer* srvhp, OCIError* errhp, const text* dblink, sb4 dblink_len,
                       ub4 mode) {
   const std::string link(reinterpret_cast<const char*>(dblink), static_cast<size_t>(dblink_len));
-  record("OCIServerAttach", name(srvhp), name(errhp), link, dblink_len, mode);
-  return answer(srvhp, "OCIServerAttach");
+  return called("OCIServerAttach", srvhp, name(errhp), link, dblink_len, mode);
 }
 
 sword OCIServerDetach(OCIServer* srvhp, OCIError* errhp, ub4 mode) {
-  record("OCIServerDetach", name(srvhp), name(errhp), mode);
-  return answer(srvhp, "OCIServerDetach");
+  return called("OCIServerDetach", srvhp, name(errhp), mode);
 }
 
 sword OCISessionBegin(OCISvcCtx* svchp, OCIError* errhp, OCISession* usrhp, ub4 credt, ub4 mode) {
-  record("OCISessionBegin", name(svchp), name(errhp), name(usrhp), credt, mode);
-  return answer(svchp, "OCISessionBegin");
+  return called("OCISessionBegin", svchp, name(errhp), name(usrhp), credt, mode);
 }
 
 sword OCISessionEnd(OCISvcCtx* svchp, OCIError* errhp, OCISession* usrhp, ub4 mode) {
-  record("OCISessionEnd", name(svchp), name(errhp), name(usrhp), mode);
-  return answer(svchp, "OCISessionEnd");
+  return called("OCISessionEnd", svchp, name(errhp), name(usrhp), mode);
 }
 
 sword OCITransCommit(OCISvcCtx* svchp, OCIError* errhp, ub4 flags) {
-  record("OCITransCommit", name(svchp), name(errhp), flags);
-  return answer(svchp, "OCITransCommit");
+  return called("OCITransCommit", svchp, name(errhp), flags);
 }
 
 sword OCITransRollback(OCISvcCtx* svchp, OCIError* errhp, ub4 flags) {
-  record("OCITransRollback", name(svchp), name(errhp), flags);
-  return answer(svchp, "OCITransRollback");
+  return called("OCITransRollback", svchp, name(errhp), flags);
 }
 
 sword OCIBreak(void* hndlp, OCIError* errhp) {
-  record("OCIBreak", name(hndlp), name(errhp));
-  return answer(hndlp, "OCIBreak");
+  return called("OCIBreak", hndlp, name(errhp));
 }
 
 sword OCIStmtPrepare(OCIStmt* stmtp, OCIError* errhp, const text* stmt, ub4 stmt_len, ub4 language,
                      ub4 mode) {
   state().prepared.assign(reinterpret_cast<const char*>(stmt), stmt_len);
-  record("OCIStmtPrepare", name(stmtp), name(errhp), state().prepared, language, mode);
-  return answer(stmtp, "OCIStmtPrepare");
+  const sword status =
+      called("OCIStmtPrepare", stmtp, name(errhp), state().prepared, language, mode);
+  if (status == OCI_SUCCESS) drop_binds(stmtp);
+  return status;
 }
 
 sword OCIStmtExecute(OCISvcCtx* svchp, OCIStmt* stmtp, OCIError* errhp, ub4 iters, ub4 rowoff,
                      const OCISnapshot* snap_in, OCISnapshot* snap_out, ub4 mode) {
   record("OCIStmtExecute", name(svchp), name(stmtp), name(errhp), iters, rowoff, given(snap_in),
          given(snap_out), mode);
-  return answer(stmtp, "OCIStmtExecute");
+  const bool complete = pull_streams(stmtp);
+  const sword status = answer(stmtp, "OCIStmtExecute");
+  if (complete) return status;
+  state().error = 24343;  // ORA-24343: user defined callback error
+  return OCI_ERROR;
+}
+
+sword OCIBindByPos(OCIStmt* stmtp, OCIBind** bindpp, OCIError* errhp, ub4 position, void* valuep,
+                   sb4 value_sz, ub2 dty, void* indp, ub2* alenp, ub2* rcodep, ub4 maxarr_len,
+                   ub4* curelep, ub4 mode) {
+  const sword status =
+      called("OCIBindByPos", stmtp, name(*bindpp), name(errhp), position, value_sz, dty,
+             given(indp), given(alenp), given(rcodep), maxarr_len, given(curelep), mode);
+  if (status != OCI_SUCCESS) return status;
+  *bindpp = static_cast<OCIBind*>(next_handle("bind"));
+  std::erase_if(state().binds, [&](const Bind& bind) {
+    return bind.statement == stmtp && bind.position == position;
+  });
+  std::string bytes;
+  if (mode == OCI_DEFAULT && valuep != nullptr) {
+    bytes.assign(static_cast<const char*>(valuep), static_cast<std::size_t>(value_sz));
+  }
+  state().binds.push_back(
+      {*bindpp, stmtp, position, valuep, bytes, static_cast<sb2*>(indp), alenp});
+  return status;
+}
+
+sword OCIBindDynamic(OCIBind* bindp, OCIError* errhp, void* ictxp, OCICallbackInBind icbfp,
+                     void* octxp, OCICallbackOutBind ocbfp) {
+  const sword status =
+      called("OCIBindDynamic", bindp, name(errhp), icbfp != nullptr && ictxp == octxp ? "+" : "-",
+             ocbfp != nullptr ? "+" : "-");
+  if (status != OCI_SUCCESS) return status;
+  state().binds.back().context = ictxp;
+  state().binds.back().pull = icbfp;
+  return status;
 }
 
 sword OCIDefineByPos(OCIStmt* stmtp, OCIDefine** defnpp, OCIError* errhp, ub4 position,
@@ -307,8 +379,7 @@ sword OCIStmtFetch(OCIStmt* stmtp, OCIError* errhp, ub4 nrows, ub2 orientation, 
 
 sword OCIStmtGetPieceInfo(OCIStmt* stmtp, OCIError* errhp, void** hndlpp, ub4* typep, ub1* in_outp,
                           ub4* iterp, ub4* idxp, ub1* piecep) {
-  record("OCIStmtGetPieceInfo", name(stmtp), name(errhp), *typep);
-  const sword status = answer(stmtp, "OCIStmtGetPieceInfo");
+  const sword status = called("OCIStmtGetPieceInfo", stmtp, name(errhp), *typep);
   if (status != OCI_SUCCESS || state().pieces.empty()) return status;
   const Piece& piece = state().pieces.front();
   *hndlpp = state().defines.at(piece.define).handle;
@@ -320,9 +391,8 @@ sword OCIStmtGetPieceInfo(OCIStmt* stmtp, OCIError* errhp, void** hndlpp, ub4* t
 
 sword OCIStmtSetPieceInfo(void* hndlp, ub4 type, OCIError* errhp, const void* bufp, ub4* alenp,
                           ub1 piece, const void* indp, ub2* rcodep) {
-  record("OCIStmtSetPieceInfo", name(hndlp), type, name(errhp), *alenp, int{piece}, given(indp),
-         given(rcodep));
-  const sword status = answer(hndlp, "OCIStmtSetPieceInfo");
+  const sword status = called("OCIStmtSetPieceInfo", hndlp, type, name(errhp), *alenp, int{piece},
+                              given(indp), given(rcodep));
   if (state().pieces.empty()) return status;
   // The interface may write all the room that it is told of: let that show.
   offered = {const_cast<void*>(bufp), alenp};

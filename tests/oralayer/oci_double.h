@@ -2,8 +2,8 @@
 //
 // Handles are named by kind and number: environments, and the handles made from them when the
 // library loads, by their pool slot from 1 ("env1", "err1", "srv1", "svc1"); statements, sessions,
-// defines and parameters by order within the test ("stmt1"). A handle used after its release shows
-// as "freed:stmt1".
+// binds, defines and parameters by order within the test ("stmt1"). A handle used after its release
+// shows as "freed:stmt1".
 #ifndef ORALAYER_OCI_DOUBLE_H
 #define ORALAYER_OCI_DOUBLE_H
 
@@ -42,6 +42,19 @@ struct Define {
   ub4 mode;
 };
 
+/// A placeholder's bind: its bytes as the interface reads them at the call, or where it pulls them.
+struct Bind {
+  OCIBind* handle;
+  OCIStmt* statement;
+  ub4 position;
+  const void* value;
+  std::string bytes;
+  const sb2* ind;
+  const ub2* lengths;
+  void* context = nullptr;
+  OCICallbackInBind pull = nullptr;
+};
+
 /// One round of the piece protocol: which define is asked for which piece, and what the fetch
 /// after it delivers.
 struct Piece {
@@ -65,6 +78,9 @@ struct State {
   ub1 nonblocking = 0;
   std::vector<Column> columns;
   std::vector<Define> defines;
+  std::vector<Bind> binds;  // at most one for each placeholder
+  std::vector<std::string> pulled;  // "placeholder: piece code, bytes" or "placeholder: refused"
+  std::map<ub4, std::string> streamed;  // by placeholder
   std::deque<Piece> pieces;
   std::vector<const void*> piece_buffers;
   std::string prepared;

@@ -8,23 +8,23 @@ class Support : public JvmTest {};
 TEST_F(Support, ColumnChainKeepsOrderAndNumbers) {
   longcol_node* head = nullptr;
   longcol_node* tail = nullptr;
-  longcol_node nodes[3];
-  for (longcol_node& node : nodes) longcol_node::queue(&head, &tail, &node);
-  EXPECT_EQ(tail, &nodes[0]);
-  EXPECT_EQ(head, &nodes[2]);
-  EXPECT_EQ(tail->next, &nodes[1]);
-  EXPECT_EQ(head->prev, &nodes[1]);
-  EXPECT_EQ(tail->prev, nullptr);
-  EXPECT_EQ(head->next, nullptr);
+  longcol_node* const nodes[] = {new longcol_node, new longcol_node, new longcol_node};
+  for (longcol_node* node : nodes) longcol_node::queue(&head, &tail, node);
   for (int i = 0; i < 3; ++i) {
-    EXPECT_EQ(nodes[i].buf_num, i);
-    EXPECT_EQ(longcol_node::dequeue(&head, &tail), &nodes[i]);
-    if (tail != nullptr) {
-      EXPECT_EQ(tail->prev, nullptr);
-    }
+    EXPECT_EQ(nodes[i]->buf_num, i);
+    EXPECT_EQ(nodes[i]->next, i == 2 ? nullptr : nodes[i + 1]);
+    EXPECT_EQ(nodes[i]->prev, i == 0 ? nullptr : nodes[i - 1]);
   }
+  EXPECT_EQ(head, nodes[2]);
+  EXPECT_EQ(longcol_node::dequeue(&head, &tail), nodes[0]);
+  EXPECT_EQ(tail, nodes[1]);
+  EXPECT_EQ(tail->prev, nullptr);
+  EXPECT_EQ(traced([&] { longcol_node::destroychain(&head, &tail); }),
+            "--- longcol_node::destroychain  destroy number: 1\n"
+            "--- longcol_node::destroychain  destroy number: 2\n");
   EXPECT_EQ(longcol_node::dequeue(&head, &tail), nullptr);
   EXPECT_EQ(head, nullptr);
+  delete nodes[0];
 }
 
 TEST_F(Support, ChainWithAHeadAloneCountsAsEmpty) {
@@ -50,60 +50,46 @@ TEST_F(Support, ChainWithAHeadAloneCountsAsEmpty) {
 }
 
 TEST_F(Support, PiecesGoToThePoolAndComeBackNewestFirst) {
-  LongdataBufPool pool;
+  auto* pool = new LongdataBufPool;
   longdata_node* head = nullptr;
   longdata_node* tail = nullptr;
   std::vector<longdata_node*> nodes;
-  EXPECT_EQ(traced([&] {
-              for (const sb4 size : {4, 4, 2}) {
-                nodes.push_back(longdata_node::queue(&head, &tail, 4, &pool));
-                EXPECT_EQ(nodes.back()->buf_size, 0);
-                nodes.back()->buf_size = size;
-              }
-            }),
+  std::string output = traced([&] {
+    for (const sb4 size : {4, 2}) {
+      nodes.push_back(longdata_node::queue(&head, &tail, 4, pool));
+      EXPECT_EQ(nodes.back()->buf_size, 0);
+      nodes.back()->buf_size = size;
+    }
+    EXPECT_EQ(nodes[1]->buf_num, 1);
+    EXPECT_EQ(longdata_node::getlongsize(tail), 6);
+    longdata_node::releasechain(&head, &tail, pool);
+    EXPECT_EQ(pool->bufPoolSP, 2);
+    EXPECT_EQ(LongdataBufPool::getBuf(4, pool), nodes[1]);
+  });
+  EXPECT_EQ(output,
             "BufPool:getbuf: bufPoolSP = 0, return new char buf\n"
             "BufPool:getbuf: bufPoolSP = 0, return new char buf\n"
-            "BufPool:getbuf: bufPoolSP = 0, return new char buf\n");
-  EXPECT_EQ(longdata_node::getlongsize(tail), 10);
-  EXPECT_EQ(longdata_node::getlongsize(nullptr), 0);
-  EXPECT_EQ(nodes[2]->buf_num, 2);
-  EXPECT_EQ(traced([&] { longdata_node::releasechain(&head, &tail, &pool); }),
             "--- longdata_node::releasechain release number: 0\n"
             "BufPool:releaseBuf: bufPoolSP = 0, push char buf onto stack and add one\n"
             "--- longdata_node::releasechain release number: 1\n"
             "BufPool:releaseBuf: bufPoolSP = 1, push char buf onto stack and add one\n"
-            "--- longdata_node::releasechain release number: 2\n"
-            "BufPool:releaseBuf: bufPoolSP = 2, push char buf onto stack and add one\n");
+            "BufPool:getbuf: bufPoolSP = 2, subtract one and return char buf from stack\n");
   EXPECT_EQ(head, nullptr);
   EXPECT_EQ(tail, nullptr);
-  EXPECT_EQ(pool.bufPoolSP, 3);
-  EXPECT_EQ(traced([&] { EXPECT_EQ(LongdataBufPool::getBuf(4, &pool), nodes[2]); }),
-            "BufPool:getbuf: bufPoolSP = 3, subtract one and return char buf from stack\n");
-  EXPECT_EQ(nodes[2]->buf_size, 0);
-  EXPECT_EQ(longdata_node::queue(&head, &tail, 4, &pool), nodes[1]);
-  EXPECT_EQ(nodes[1]->buf_num, 0) << "a reused node starts the new chain";
-  EXPECT_EQ(pool.bufPool[1], nullptr);
-  longdata_node::release(longdata_node::dequeue(&head, &tail), &pool);
-  longdata_node::release(nodes[2], &pool);
-  longdata_node::release(nullptr, &pool);
-  EXPECT_EQ(pool.bufPoolSP, 3);
-}
-
-TEST_F(Support, DestroyedThingsSaySo) {
-  longcol_node* head = nullptr;
-  longcol_node* tail = nullptr;
-  longcol_node::queue(&head, &tail, new longcol_node);
-  longcol_node::queue(&head, &tail, new longcol_node);
-  EXPECT_EQ(traced([&] { longcol_node::destroychain(&head, &tail); }),
-            "--- longcol_node::destroychain  destroy number: 0\n"
-            "--- longcol_node::destroychain  destroy number: 1\n");
-  auto* pool = new LongdataBufPool;
-  longdata_node::release(LongdataBufPool::getBuf(8, pool), pool);
+  EXPECT_EQ(longdata_node::getlongsize(tail), 0);
+  EXPECT_EQ(nodes[1]->buf_size, 0);
+  EXPECT_EQ(longdata_node::queue(&head, &tail, 4, pool), nodes[0]);
+  EXPECT_EQ(nodes[0]->buf_num, 0) << "a reused node starts the new chain";
+  EXPECT_EQ(pool->bufPool[0], nullptr);
+  longdata_node::release(longdata_node::dequeue(&head, &tail), pool);
+  longdata_node::release(nullptr, pool);
+  EXPECT_EQ(pool->bufPoolSP, 1);
   EXPECT_EQ(without_addresses(traced([&] { delete pool; })),
             "BufPool: checking bufPool entry: 0\n"
             "BufPool: deleteing bufPool entry: 0  PTR\n"
             "-- longdata_node destructor, free buffer for buffer: =0\n"
             "BufPool: now delete the bufPool object\n");
+  delete nodes[1];
 }
 
 TEST_F(Support, AFullPoolDestroysWhatItIsGiven) {
@@ -148,8 +134,7 @@ TEST_F(Support, DumpFormat) {
        "    sqlstr (6 bytes)\n    bytes:\n    0A 00 7F E9 20 7E \n    text:\n    ???? ~\n"},
       {all.c_str(), 25,
        "    sqlstr (25 bytes)\n    bytes:" + hex24 + "\n    61 \n    text:\n    " +
-           std::string(25, 'a') + "\n"},
-  };
+           std::string(25, 'a') + "\n"}};
   for (const auto& c : cases) {
     Capture capture;
     dump_bytes("sqlstr", reinterpret_cast<const text*>(c.data), c.length);

@@ -1,0 +1,536 @@
+// Values on their way in: the setters of OciColumn, binds, streamed values, execution.
+#include <climits>
+#include <cstring>
+#include <sstream>
+#include <thread>
+
+#include "jvm_test.h"
+
+using namespace std::string_literals;
+using oci_double::state;
+using testing::IsEmpty;
+
+namespace {
+
+using Setter = void (*)(jobject column, jboolean setnull);
+
+#define SET(method, ...) \
+  [](jobject c, jboolean n) { COLUMN(setValueWith##method)(env, c, __VA_ARGS__); }
+
+template <typename T>
+std::string raw(T value) {
+  return std::string(reinterpret_cast<const char*>(&value), sizeof value);
+}
+
+const std::string kLongest(65535, 'v');  // that has a place in the length vector
+
+class Bind : public JvmTest {
+ protected:
+  void SetUp() override {
+    JvmTest::SetUp();
+    cursor = new_cursor();
+  }
+
+  jboolean bind(jobject column) { return CURSOR(bindVariableByPosition)(env, cursor, column); }
+  jboolean exec() { return CURSOR(exec)(env, cursor); }
+
+  jobject cursor = nullptr;
+};
+
+TEST_F(Bind, EverySetterLaysDownWhatItsBindHandsOver) {
+  // clang-format off
+  const struct {
+    Setter set;
+    int min_bind_size;
+    int type;
+    jint dbsize;
+    sb4 capacity;  // asked for; 0: no byte buffer
+    std::string seen;  // by the interface
+  } cases[] = {
+      {SET(Int, -42, n), 0, 3, 0, 0, raw(-42)},
+      {SET(Float, 0.1F, n), 0, 4, 0, 0, raw(double{0.1F})},
+      {SET(Double, 0.1, n), 0, 4, 0, 0, raw(0.1)},
+      {SET(String, bytes("0123456789"), n), 0, 5, 10, 10, "0123456789\0"s},
+      {SET(String, bytes("abc"), n), 10, 5, 10, 10, "abc\0\0\0\0\0\0\0\0"s},
+      {SET(String, bytes("abc"), n), 2, 5, 3, 3, "abc\0"s},
+      {SET(String, bytes(""), n), 0, 5, 0, 1, "\0"s},
+      {SET(String, bytes(kLongest), n), 0, 5, 65535, 65535, kLongest + "\0"s},
+      {SET(Bytes, bytes("r\0w"s), n, 1), 0, 23, 3, 3, "r\0w"s},
+      {SET(Bytes, bytes("lr"), n, 0), 9, 24, 2, 2, "lr"},
+      {SET(Bytes, bytes(""), n, 1), 0, 23, 0, 1, ""},
+      {SET(Bytes, bytes(kLongest), n, 1), 0, 23, 65535, 65535, kLongest},
+      {SET(Bytes, bytes(kLongest + "v"), n, 1), 0, 23, 65536, 65536, kLongest + "v"},
+      {SET(Date, 19, 99, 3, 15, 14, 6, 10, n), 0, 12, 7, 7, "\x77\xC7\x03\x0F\x0E\x06\x0A"},
+      {SET(Date, INT_MAX, -1, 257, 255, 256, INT_MIN, -1, n), 0, 12, 7, 7,
+       "\x63\x63\x01\xFF\x00\x00\xFF"s},
+  };
+  // clang-format on
+  for (const jboolean null : {JNI_FALSE, JNI_TRUE}) {
+    for (const auto& c : cases) {
+      SCOPED_TRACE(testing::Message() << c.type << " of " << c.seen.size());
+      state().serials["bind"] = 0;
+      const jobject column = new_column(3, SQLT_CHR, 2);
+      columndata* record = column_of(column);
+      record->min_bind_size = c.min_bind_size;
+      c.set(column, null);
+      EXPECT_EQ(COLUMN(internalType)(env, column), c.type);
+      EXPECT_EQ(COLUMN(externalType)(env, column), c.type);
+      EXPECT_EQ(COLUMN(length)(env, column), c.dbsize);
+      EXPECT_EQ(record->indpvect[0], null ? -1 : 0);
+      EXPECT_EQ(bind(column), JNI_FALSE);
+      const bool has_length = c.seen.size() < 65536;
+      EXPECT_EQ(calls(),
+                plus_cursor_codes({"OCIBindByPos(stmt1,null,err1,2," +
+                                   std::to_string(c.seen.size()) + "," + std::to_string(c.type) +
+                                   (has_length ? ",+,+" : ",+,-") + ",-,0,-,0)"}));
+      const oci_double::Bind& bound = state().binds.back();
+      EXPECT_EQ(bound.bytes, c.seen);
+      EXPECT_EQ(bound.ind, record->indpvect);
+      EXPECT_EQ(bound.lengths, has_length ? record->retlenvect : nullptr);
+      EXPECT_THAT(std::vector<ub2>(record->retlenvect, record->retlenvect + 3),
+                  testing::Each(static_cast<ub2>(has_length ? c.seen.size() : 0)));
+      EXPECT_EQ(record->byte_arrlen, c.capacity);
+      EXPECT_EQ(record->bufptr, bound.value);
+      EXPECT_EQ(record->buflen, static_cast<sword>(c.seen.size()));
+      EXPECT_EQ(record->boundinsert, 1);
+    }
+  }
+}
+
+TEST_F(Bind, OtherTypesByTheColumnsAttributes) {
+  enum Where { kBytes, kLong, kDouble, kLocator, kNowhere };
+  const struct {
+    int type;
+    jint prec;
+    jint scale;
+    int size;
+    Where where;
+  } cases[] = {{1, 0, 0, 11, kBytes},    {96, 0, 0, 11, kBytes},   {11, 0, 0, 24, kBytes},
+               {104, 0, 0, 24, kBytes},  {105, 0, 0, 20, kBytes},  {8, 0, 0, 10, kBytes},
+               {2, 10, 0, 4, kLong},     {2, 10, 2, 8, kDouble},   {2, 0, 0, 8, kDouble},
+               {112, 0, 0, 4, kLocator}, {113, 0, 0, 4, kLocator}, {7, 0, 0, 0, kNowhere},
+               {2, 0, -127, 8, kDouble}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(testing::Message() << c.type << " " << c.prec << "," << c.scale);
+    const jobject column = new_column(1, c.type);
+    columndata* record = column_of(column);
+    record->external_dbtype = c.type;
+    COLUMN(setLength)(env, column, 10);
+    COLUMN(setPrecision)(env, column, c.prec);
+    COLUMN(setScale)(env, column, c.scale);
+    EXPECT_EQ(bind(column), JNI_FALSE);
+    EXPECT_EQ(calls().front(), "OCIBindByPos(stmt1,null,err1,1," + std::to_string(c.size) + "," +
+                                   std::to_string(c.type) + ",+,+,-,0,-,0)");
+    const void* const buffers[] = {record->byte_arr, record->long_arr, record->double_arr,
+                                   &record->lobloc, nullptr};
+    EXPECT_EQ(state().binds.back().value, buffers[c.where]);
+  }
+}
+
+TEST_F(Bind, AShorterStringReusesTheBuffer) {
+  const jobject column = new_column();
+  COLUMN(setValueWithString)(env, column, bytes("abcdefgh"), JNI_FALSE);
+  const ub1* const buffer = column_of(column)->byte_arr;
+  COLUMN(setValueWithString)(env, column, bytes("xy"), JNI_FALSE);
+  EXPECT_EQ(column_of(column)->byte_arr, buffer);
+  EXPECT_EQ(COLUMN(length)(env, column), 2);
+  EXPECT_EQ(std::string(buffer, buffer + 9), "xycdefgh\0"s);
+}
+
+TEST_F(Bind, KindsOfStream) {
+  const int types[] = {8, 8, 24, 8};  // ASCII, Unicode, binary, characters
+  for (jint kind = 1; kind <= 4; ++kind) {
+    const jobject column = new_column(1, -1);
+    COLUMN(setValueWithStream)(env, column, 10 * kind, kind, kind, kind % 2 != 0);
+    EXPECT_EQ(COLUMN(internalType)(env, column), types[kind - 1]);
+    EXPECT_EQ(COLUMN(externalType)(env, column), types[kind - 1]);
+    EXPECT_EQ(COLUMN(length)(env, column), 10 * kind);
+    EXPECT_EQ(column_of(column)->indpvect[0], kind % 2 != 0 ? -1 : 0);
+    EXPECT_EQ(column_of(column)->byte_arr, nullptr);
+    COLUMN(setValueWithInt)(env, column, 1, 0);
+    EXPECT_EQ(column_of(column)->piecelen, static_cast<ub4>(kind)) << "the other setters keep it";
+    COLUMN(setValueWithStream)(env, column, 77, 7, kind == 1 ? 0 : kind + 4, JNI_TRUE);
+    expect_raised("InternalError", "Invalid Stream Type");
+    EXPECT_EQ(COLUMN(length)(env, column), 77);
+    EXPECT_EQ(column_of(column)->piecelen, 7u);
+    EXPECT_EQ(column_of(column)->indpvect[0], -1);
+    EXPECT_EQ(COLUMN(internalType)(env, column), SQLT_INT);
+  }
+}
+
+TEST_F(Bind, ValuesThatCannotBeLaidDownOrHandedOver) {
+  const Setter without_room[] = {SET(Int, 1, n),
+                                 SET(Float, 1, n),
+                                 SET(Double, 1, n),
+                                 SET(String, bytes("a"), n),
+                                 SET(Bytes, bytes("a"), n, 1),
+                                 SET(Stream, 1, 1, 1, n),
+                                 SET(Date, 1, 1, 1, 1, 1, 1, 1, n),
+                                 [](jobject c, jboolean) {
+                                   CURSOR(bindVariableByPosition)(env, new_cursor(), c);
+                                 }};
+  for (const Setter set : without_room) {
+    set(new_column(0), JNI_FALSE);
+    EXPECT_NE(raised(), "") << "a column without rows holds no value";
+    EXPECT_THAT(calls(), IsEmpty());
+  }
+  const std::pair<int, jint> too_long[] = {{SQLT_STR, 1000}, {SQLT_STR, INT_MAX}, {SQLT_BIN, 1000},
+                                           {SQLT_BIN, -1},   {SQLT_RID, 3},       {SQLT_LNG, 99}};
+  const jobject column = new_column();
+  for (const auto& [type, length] : too_long) {
+    COLUMN(setValueWithString)(env, column, bytes("abc"), JNI_FALSE);
+    COLUMN(setLength)(env, column, length);
+    COLUMN(setDbType)(env, column, type);
+    bind(column);
+    EXPECT_NE(raised(), "") << type << " " << length;
+    EXPECT_THAT(calls(), IsEmpty());
+  }
+  JniTable table;
+  table.copy.GetByteArrayElements = [](JNIEnv*, jbyteArray, jboolean*) -> jbyte* {
+    return nullptr;
+  };
+  COLUMN(setValueWithString)(env, column, bytes("abc"), JNI_FALSE);
+  expect_raised("NullPointerException", "Value is null");
+  COLUMN(setValueWithBytes)(env, column, bytes("abcde"), JNI_TRUE, JNI_TRUE);
+  expect_raised("NullPointerException", "Value is null");
+  EXPECT_EQ(COLUMN(length)(env, column), 5);
+  EXPECT_EQ(column_of(column)->byte_arrlen, 5);
+  EXPECT_EQ(column_of(column)->indpvect[0], -1);
+  EXPECT_EQ(COLUMN(internalType)(env, column), SQLT_LNG);
+}
+
+TEST_F(Bind, CursorsAndFailures) {
+  const jobject other = new_cursor();
+  for (const sword status : {OCI_SUCCESS, OCI_ERROR, OCI_SUCCESS_WITH_INFO}) {
+    const jobject column = new_column(1, SQLT_NUM);
+    for (const bool of_cursor : {true, false}) {
+      state().reply("OCIBindByPos", status, 1036);
+      EXPECT_EQ(of_cursor ? CURSOR(bindCursorByPosition)(env, cursor, other, 3) : bind(column),
+                status != OCI_SUCCESS);
+      EXPECT_EQ(get_int(cursor, "cdaerrorcode"), 1036);
+      const char* const call = of_cursor ? "OCIBindByPos(stmt1,null,err1,3,4,116,-,-,-,0,-,0)"
+                                         : "OCIBindByPos(stmt1,null,err1,1,8,65535,+,+,-,0,-,0)";
+      EXPECT_EQ(calls(), plus_cursor_codes({call}));
+    }
+    EXPECT_EQ(column_of(column)->boundinsert, 1);
+  }
+  EXPECT_EQ(state().binds.front().value, &cda_of(other)->stmthp);
+}
+
+constexpr jint kThrows = INT_MIN;
+std::deque<jint> java_answers;  // what getNextStreamBuffer returns in place of the peer's own
+Lines java_calls;  // length of the array, and the other arguments
+int arrays_made;
+
+// Streamed values, from the peer's own method unless a test answers in its place.
+class Stream : public Bind {
+ protected:
+  void SetUp() override {
+    Bind::SetUp();
+    const jclass map = find_class("java/util/HashMap");
+    env->SetObjectField(cursor, env->GetFieldID(cursor_class(), "streams", "Ljava/util/Map;"),
+                        env->NewObject(map, env->GetMethodID(map, "<init>", "()V")));
+  }
+  void TearDown() override {
+    if (cda_of(cursor) != nullptr) CURSOR(close)(env, cursor);
+    expect_nothing_held();
+    Bind::TearDown();
+  }
+
+  static jclass cursor_class() { return find_class("trevalon/db/oci/OciCursor"); }
+
+  static jobject column_at(jint position, jint piecelen = 4096) {
+    const jobject column = new_column(1, -1, position);
+    set_int(column, "input_stream_type", 3);
+    COLUMN(setValueWithStream)(env, column, 10000, piecelen, 3, JNI_FALSE);
+    return column;
+  }
+
+  // Has the peer read a placeholder's value from these bytes.
+  void supply(jint position, const std::string& value) {
+    const jclass in = find_class("java/io/ByteArrayInputStream");
+    const jclass source = find_class("trevalon/db/oci/PieceSource");
+    const jmethodID of_bytes = env->GetStaticMethodID(
+        source, "ofBytes", "(Ljava/io/InputStream;)Ltrevalon/db/oci/PieceSource;");
+    const jmethodID register_stream =
+        env->GetMethodID(cursor_class(), "registerStream", "(ILtrevalon/db/oci/PieceSource;)V");
+    jvalue made{.l = env->NewObject(in, env->GetMethodID(in, "<init>", "([B)V"), bytes(value))};
+    EXPECT_EQ(raised(), "");
+    made.l = env->CallStaticObjectMethodA(source, of_bytes, &made);
+    EXPECT_EQ(raised(), "");
+    env->CallVoidMethod(cursor, register_stream, position, made.l);
+    EXPECT_EQ(raised(), "");
+  }
+
+  void expect_nothing_held() {
+    EXPECT_THAT(PinWatch::releases, testing::Each(JNI_ABORT));
+    EXPECT_EQ(PinWatch::pins, static_cast<int>(PinWatch::releases.size()));
+    const cdadata* cda = cda_of(cursor);
+    EXPECT_TRUE(cda == nullptr || (cda->li_head == nullptr && cda->li_tail == nullptr));
+  }
+
+  PinWatch watch;
+};
+
+TEST_F(Stream, BindRegistersTheCallbackWhateverTheInterfaceSays) {
+  const std::pair<const char*, const char*> cases[] = {
+      {"", "OCIBindDynamic(bind1,err1,+,-)"},
+      {"OCIBindDynamic", "OCIBindDynamic(bind2,err1,+,-)"},
+      {"OCIBindByPos", "OCIBindDynamic(null,err1,+,-)"}};
+  jobject reference = nullptr;
+  for (const auto& [fails, dynamic] : cases) {
+    state().reply(fails, OCI_ERROR, 1036);
+    const jobject column = column_at(1);
+    EXPECT_EQ(bind(column), *fails != '\0') << fails;
+    EXPECT_EQ(calls(),
+              plus_cursor_codes({"OCIBindByPos(stmt1,null,err1,1,10000,24,+,-,-,0,-,2)", dynamic}));
+    EXPECT_EQ(column_of(column)->stream_type, 3);
+    EXPECT_EQ(column_of(column)->boundinsert, 1);
+    const cdadata* cda = cda_of(cursor);
+    EXPECT_EQ(cda->li_head->coldata, column_of(column)) << "one more on the chain";
+    EXPECT_TRUE(env->IsSameObject(cda->jocicursor, cursor));
+    EXPECT_TRUE(reference == nullptr || reference == cda->jocicursor) << "made once";
+    reference = cda->jocicursor;
+  }
+  static int deleted = 0;
+  watch.copy.DeleteGlobalRef = [](JNIEnv* e, jobject global) {
+    ++deleted;
+    JniTable::real->DeleteGlobalRef(e, global);
+  };
+  CURSOR(close)(env, cursor);
+  EXPECT_EQ(cda_of(cursor)->jocicursor, nullptr);
+  EXPECT_EQ(deleted, 1);
+}
+
+TEST_F(Stream, ValuesArriveInTheChunksThatJavaReads) {
+  const struct {
+    std::vector<std::size_t> lengths;  // of the placeholders' values
+    Lines pulled;
+  } cases[] = {{{10000}, {"1: 1, 4096", "1: 2, 4096", "1: 2, 1808", "1: 3, 0"}},
+               {{0}, {"1: 3, 0"}},
+               {{4096, 0, 3}, {"1: 1, 4096", "1: 3, 0", "2: 3, 0", "3: 1, 3", "3: 3, 0"}}};
+  watch.copy.NewByteArray = [](JNIEnv* e, jsize length) {
+    arrays_made += length == 4100;
+    return JniTable::real->NewByteArray(e, length);
+  };
+  for (const auto& c : cases) {
+    std::map<ub4, std::string> values;
+    for (const std::size_t length : c.lengths) {
+      const auto position = static_cast<ub4>(values.size() + 1);
+      for (std::size_t i = 0; i < length; ++i) values[position] += static_cast<char>(i * 7);
+      supply(static_cast<jint>(position), values[position]);
+      bind(column_at(static_cast<jint>(position)));
+    }
+    arrays_made = 0;
+    const auto pins_before = PinWatch::pins;
+    state().pulled = {};
+    state().streamed = {};
+    EXPECT_EQ(exec(), JNI_FALSE);
+    EXPECT_EQ(state().pulled, c.pulled);
+    EXPECT_EQ(state().streamed, values);
+    EXPECT_EQ(arrays_made, static_cast<int>(c.lengths.size())) << "one for each value";
+    EXPECT_EQ(PinWatch::pins - pins_before, static_cast<int>(c.pulled.size()));
+    expect_nothing_held();
+  }
+}
+
+TEST_F(Stream, EndsAndFailuresOfTheJavaMethod) {
+  const struct {
+    std::deque<jint> answers;
+    Lines pulled;
+    const char* raised;  // the start of it
+  } cases[] = {{{-5}, {"1: 3, 0"}, ""},
+               {{4100, INT_MIN + 1}, {"1: 1, 4100", "1: 3, 0"}, ""},
+               {{4101}, {"1: refused"}, "java.lang."},
+               {{7, INT_MAX}, {"1: 1, 7", "1: refused"}, "java.lang."},
+               {{9, kThrows}, {"1: 1, 9", "1: refused"}, "java.io.IOException: broken stream"}};
+  watch.copy.CallIntMethodV = [](JNIEnv* e, jobject, jmethodID, va_list args) -> jint {
+    std::string line = std::to_string(e->GetArrayLength(va_arg(args, jbyteArray)));
+    for (int i = 0; i < 3; ++i) line += "," + std::to_string(va_arg(args, jint));
+    java_calls.push_back(line);
+    const jint answer = java_answers.front();
+    java_answers.pop_front();
+    if (answer == kThrows) e->ThrowNew(find_class("java/io/IOException"), "broken stream");
+    return answer;
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.answers.front());
+    state().pulled = {};
+    java_answers = c.answers;
+    bind(column_at(1));
+    const bool fails = *c.raised != '\0';
+    EXPECT_EQ(exec(), fails);
+    const std::string exception = raised();
+    EXPECT_EQ(exception.substr(0, fails ? std::strlen(c.raised) : 1), c.raised);
+    EXPECT_EQ(get_int(cursor, "cdaerrorcode"), fails ? 24343 : 0);
+    EXPECT_EQ(state().pulled, c.pulled);
+    expect_nothing_held();
+  }
+  EXPECT_THAT(java_calls, testing::Each("4100,1,4096,3"));
+}
+
+TEST_F(Stream, ExhaustedJvm) {
+  const std::pair<void (*)(JNINativeInterface_&), jint> cases[] = {
+      {[](auto& t) { t.NewByteArray = [](JNIEnv*, jsize) { return jbyteArray{}; }; }, 1},
+      {[](auto& t) { t.NewGlobalRef = [](JNIEnv*, jobject) { return jobject{}; }; }, 1},
+      {[](auto& t) {
+         t.GetByteArrayElements = [](JNIEnv*, jbyteArray, jboolean*) -> jbyte* { return nullptr; };
+       },
+       1},
+      {[](auto&) {}, -1},
+      {[](auto&) {}, INT_MAX}};
+  supply(1, "value");
+  for (const auto& [spoil, piecelen] : cases) {
+    CURSOR(close)(env, cursor);
+    CURSOR(open)(env, cursor, new_connection());
+    const jobject column = column_at(1, piecelen);
+    const JNINativeInterface_ sound = watch.copy;
+    spoil(watch.copy);
+    bind(column);
+    EXPECT_TRUE(env->ExceptionCheck() || exec());
+    watch.copy = sound;
+    expect_raised("OutOfMemoryError", "Out of memory");
+    exec();
+    expect_nothing_held();
+  }
+}
+
+// A step on the cursor `c` or the value's column `v`.
+#define STEP(...) []([[maybe_unused]] jobject c, [[maybe_unused]] jobject v) { __VA_ARGS__; }
+
+TEST_F(Stream, WhatHappensBetweenBindAndExecution) {
+  enum Outcome { kStreamed, kNoValue, kRefused };
+  // clang-format off
+  const struct {
+    const char* what;
+    Outcome outcome;
+    void (*step)(jobject cursor, jobject column);
+  } cases[] = {
+      {"bound twice", kStreamed, STEP(CURSOR(bindVariableByPosition)(env, c, v))},
+      {"bound to another placeholder too", kRefused,
+       STEP(COLUMN(setPosition)(env, v, 2), CURSOR(bindVariableByPosition)(env, c, v))},
+      {"bound on another cursor", kRefused,
+       STEP(CURSOR(bindVariableByPosition)(env, new_cursor(), v))},
+      {"executed already", kRefused, STEP(CURSOR(exec)(env, c))},
+      {"column gone", kRefused, STEP(COLUMN(native_1finalize)(env, v))},
+      {"parsed", kNoValue, STEP(CURSOR(parse)(env, c, bytes("INSERT"), 0))},
+      {"closed", kRefused, STEP(CURSOR(close)(env, c))},
+      {"reopened", kNoValue, STEP(CURSOR(close)(env, c), CURSOR(open)(env, c, new_connection()))},
+      {"cursor gone", kRefused, STEP(CURSOR(native_1finalize)(env, c))}};
+  // clang-format on
+  state().stmt_type = 4;
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    const jobject column = column_at(1);
+    supply(1, "value");
+    bind(column);
+    c.step(cursor, column);
+    state().streamed = {};
+    const bool failed = exec();
+    EXPECT_EQ(failed || env->ExceptionCheck(), c.outcome == kRefused);
+    raised();
+    EXPECT_EQ(state().streamed[1], c.outcome == kStreamed ? "value" : "");
+    COLUMN(native_1finalize)(env, column);
+    CURSOR(close)(env, cursor);
+    raised();
+    expect_nothing_held();
+    if (cda_of(cursor) != nullptr) CURSOR(open)(env, cursor, new_connection());
+  }
+}
+
+TEST_F(Stream, ExecOnAnyThreadCommitsWithAutocommitAndCleansUp) {
+  jboolean failed = JNI_FALSE;
+  for (const int autocommit : {0, 1}) {
+    for (const sword status : {OCI_SUCCESS, OCI_SUCCESS_WITH_INFO, OCI_ERROR, OCI_NEED_DATA}) {
+      ldapool[0].autocommit = autocommit;
+      supply(1, "value");
+      const jobject column = column_at(1);
+      bind(column);
+      calls();
+      state().streamed = {};
+      state().reply("OCIStmtExecute", status, 1400);
+      const jobject global = env->NewGlobalRef(cursor);
+      std::thread([&failed, global] {
+        JNIEnv* own = nullptr;
+        the_vm->AttachCurrentThread(reinterpret_cast<void**>(&own), nullptr);
+        failed = CURSOR(exec)(own, global);
+        the_vm->DetachCurrentThread();
+      }).join();
+      env->DeleteGlobalRef(global);
+      EXPECT_EQ(failed, status != OCI_SUCCESS);
+      EXPECT_EQ(state().streamed[1], "value");
+      EXPECT_EQ(get_int(cursor, "cdaerrorcode"), 1400);
+      EXPECT_THAT(calls(),
+                  testing::Contains(std::string("OCIStmtExecute(svc1,stmt1,err1,1,0,-,-,") +
+                                    (autocommit != 0 ? "32)" : "0)")));
+      EXPECT_EQ(column_of(column)->ctx, nullptr);
+      expect_nothing_held();
+    }
+  }
+  ldapool[0].autocommit = 0;
+}
+
+TEST_F(Stream, Trace) {
+  supply(1, "0123456789ab");
+  const std::string output = traced([&] {
+    clean_longinsert_chain(env, nullptr);
+    const jobject text = new_column(1, SQLT_CHR, 2);
+    column_of(text)->min_bind_size = 3;
+    COLUMN(setValueWithString)(env, text, bytes("ab"), JNI_FALSE);
+    bind(text);
+    bind(new_column(1, SQLT_CLOB, 3));
+    bind(column_at(1));
+    exec();
+    const jobject without_streams = new_cursor();
+    CURSOR(bindVariableByPosition)(env, without_streams, column_at(4));
+    CURSOR(exec)(env, without_streams);
+    EXPECT_NE(raised(), "");
+    CURSOR(bindCursorByPosition)(env, cursor, cursor, 5);
+    EXPECT_EQ(ocbfp(nullptr, nullptr, 0, 0, nullptr, nullptr, nullptr, nullptr, nullptr), -1);
+  });
+  std::istringstream wanted(R"(*** setValueWithString ***
+min_bind_size=3
+*** bindVariableByPosition ***
+*** bindParamData ***
+    bind value (4 bytes)
+Setting vector
+*** OCIBindByPos 3 ***   NO DATA_AT_EXEC 
+    column buffer (4 bytes)
+========= support8:bindParamData, returning &col->lobloc
+*** setValueWithStream ***
+*** OCIBindByPos 2 ***   DATA_AT_EXEC 
+*** OCIBindDynamic 1 ***
+*** OCIBindDynamic 1 ***   new LONG COLUMN, do setup for insert CALLBACK
+BIND DYNAMIC: col->bufptr=NULL
+*** OCIStmtExecute 1 *** 
+*** ICBFP *** 1 OCI_FIRST_PIECE
++++ Allocate Java Byte Array +++
+*** getNextStreamBuffer
+    bytes_read=12
++++ PIN buffer from ctx->jbytes +++  col:1
+  buf_len=12
+    stream chunk (12 bytes)
+*** ICBFP *** 2 OCI_NEXT_PIECE
++++ UNPIN ctx->buf from ctx->jbytes +++  col:1
+    bytes_read=0
+    OCI_LAST_PIECE
+   NOTE: OCI_LAST_PIECE==3.   piecep value=3
+  buf_len=0
+    OCIStmtExecute result=0
+*********  clean_longinsert_chain  invoked ***
+---------- got columndata for col: =1
++++ exec  - UNPIN ctx->buf from ctx->jbytes +++  col:1
+    +++  first 10 bytes ctx->buf  (10 bytes)
+    30 31 32 33 34 35 36 37 38 39
++++ exec  - DELETE col->ctx
++++ exec  - DELETE and DEQUEUE longcol_node from INSERT CHAIN
+    Call to getNextStreamBuffer FAILED ... Returning OCI_ERROR
+    OCIStmtExecute result=-1
+*** bindCursorByPosition  OCIBindByPos 1 *** colpos=5
+*** OCBFP ***  Not implemented, use Piecewise Fetch for LONG chunking)");
+  Lines lines;
+  for (std::string line; std::getline(wanted, line);) lines.push_back(line);
+  expect_in_order(output, lines);
+}
+
+}  // namespace
