@@ -1,13 +1,11 @@
 // Anonymous blocks, on a database in memory.
 #include "block.h"
 
-#include <gtest/gtest.h>
-
 #include <atomic>
 #include <chrono>
 #include <thread>
 
-#include "error.h"
+#include "engine_fixture.h"
 
 namespace oci8 {
 namespace {
@@ -17,27 +15,15 @@ struct TestBlock {
   TestBlock(Connection& connection, std::string_view sql)
       : source(tokenize(sql)), block(source, connection) {}
   Block* operator->() { return &block; }
+  /// What a run has assigned to a placeholder, "-" where it has not.
+  std::string assigned(ub4 position) {
+    const Value* value = block.assigned(position);
+    return value == nullptr ? "-" : text_of(*value);
+  }
 
   SqlText source;
   Block block;
 };
-
-std::string text_of(const Value* value) {
-  if (value == nullptr) return "-";
-  if (value->kind == Value::Kind::Integer) return std::to_string(value->integer);
-  if (value->kind == Value::Kind::Real) return std::to_string(value->real);
-  return value->kind == Value::Kind::Null ? "NULL" : std::string(value->data, value->size);
-}
-
-/// The first column of all rows, blank between.
-std::string rows_of(Statement& statement) {
-  std::string rows;
-  while (statement.step()) {
-    const Value value = statement.column(0);
-    rows += (rows.empty() ? "" : " ") + text_of(&value);
-  }
-  return rows;
-}
 
 Value number(long long value) {
   return {Value::Kind::Integer, value};
@@ -56,21 +42,9 @@ class BlockTest : public testing::Test {
     one_->commit();
   }
 
-  std::string sql(std::string_view statement) {
-    const SqlText source = tokenize(statement);
-    return rows_of(*one_->prepare(source));
-  }
+  std::string sql(std::string_view statement) { return query(*one_, statement); }
   std::string numbers() { return sql("SELECT A FROM T ORDER BY A"); }
 
-  template <class Body>
-  static Failure failure(Body&& body) {
-    try {
-      body();
-    } catch (const Failure& raised) {
-      return raised;
-    }
-    return {};
-  }
   Failure run(std::string_view text) {
     return failure([&] { TestBlock(*one_, text)->run(); });
   }
@@ -106,7 +80,7 @@ TEST_F(BlockTest, ValuesGoInAndOut) {
     }
     EXPECT_EQ(failure([&] { block->run(); }).text, "") << text;
     for (ub4 i = 1; i <= placeholders.size(); ++i) {
-      results += (i > 1 ? " " : "") + text_of(block->assigned(i));
+      results += (i > 1 ? " " : "") + block.assigned(i);
     }
     EXPECT_EQ(results, wanted) << text;
     one_->rollback();
@@ -120,12 +94,12 @@ TEST_F(BlockTest, EachRunTakesItsOwnBinds) {
     block->bind(1, number(a));
     block->bind(2, words(long_text));
     block->run();
-    EXPECT_EQ(text_of(block->assigned(2)), long_text);
-    EXPECT_EQ(text_of(block->assigned(3)), std::to_string(a));
+    EXPECT_EQ(block.assigned(2), long_text);
+    EXPECT_EQ(block.assigned(3), std::to_string(a));
   }
   EXPECT_EQ(numbers(), "1 2 3 4 5");
   block->run();
-  EXPECT_EQ(text_of(block->assigned(3)), "NULL");
+  EXPECT_EQ(block.assigned(3), "NULL");
   block->bind(1, number(3));
   EXPECT_EQ(failure([&] { block->run(); }).code, 1);
   EXPECT_EQ(block->assigned(3), nullptr) << "a failed run assigns nothing";

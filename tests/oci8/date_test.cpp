@@ -7,11 +7,11 @@
 namespace oci8 {
 namespace {
 
-// The outcome of an action that gives a date: its text, or the error number.
+// The text of the date that an action gives, or the error number.
 template <typename Action>
-std::string outcome(Action action) {
+std::string outcome(Action action, const char* format = "FMSYYYY-MM-DD HH24:MI:SS") {
   try {
-    return format_date(action(), "FMSYYYY-MM-DD HH24:MI:SS");
+    return format_date(action(), format);
   } catch (const Failure& failure) {
     return failure.text.substr(0, 9);
   }
@@ -60,8 +60,7 @@ TEST(Date, DaysCountOnWithoutGapsFromEndToEnd) {
 TEST(Date, IsWrittenByModel) {
   const DateFields kDay{1999, 3, 5, 15, 4, 9};
   const struct {
-    const char* format;
-    const char* expected;
+    const char* format, *expected;
   } kRows[] = {{"DD-MON-YY", "05-MAR-99"},
                {"YYYY-MM-DD HH24:MI:SS", "1999-03-05 15:04:09"},
                {"Month DD", "March     05"},
@@ -75,20 +74,13 @@ TEST(Date, IsWrittenByModel) {
                {"XYZ", "ORA-01821"},
                {"YYYY \"open", "ORA-01821"}};
   for (const auto& row : kRows) {
-    std::string text;
-    try {
-      text = format_date(kDay, row.format);
-    } catch (const Failure& failure) {
-      text = failure.text.substr(0, 9);
-    }
-    EXPECT_EQ(text, row.expected) << row.format;
+    EXPECT_EQ(outcome([&] { return kDay; }, row.format), row.expected) << row.format;
   }
 }
 
 TEST(Date, IsReadByModel) {
   const struct {
-    const char* text;
-    const char* format;
+    const char* text, *format;
     const char* expected;
   } kRows[] = {
       {"15-MAR-1999 13:05:09", "DD-MON-YYYY HH24:MI:SS", "1999-3-15 13:5:9"},

@@ -169,8 +169,7 @@ class DialectTest : public testing::Test {
   }
 
   struct Expected {
-    std::string_view source;
-    std::string_view result;
+    std::string_view source, result;
   };
 
   void expect(std::initializer_list<Expected> all) {

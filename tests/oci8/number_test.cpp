@@ -32,8 +32,7 @@ std::string read(std::string_view text) {
 
 TEST(Number, ReadsWhatItKeepsExactlyAndRefusesTheRest) {
   const struct {
-    const char* input;
-    const char* expected;
+    const char* input, *expected;
   } kRows[] = {
       {"0", "0"},
       {"-0", "0"},
@@ -48,9 +47,6 @@ TEST(Number, ReadsWhatItKeepsExactlyAndRefusesTheRest) {
       {"25e-4", ".0025r"},
       {"9223372036854775807", "9223372036854775807"},
       {"-9223372036854775808", "-9223372036854775808"},
-      {"9223372036854775808", "inexact"},
-      {"123456789012345678.5", "inexact"},
-      {"0.1234567890123456", "inexact"},
       {"123456789.012345", "123456789.012345r"},
       {"100000000000000000000", "100000000000000000000r"},
       {"1e39", "1000000000000000000000000000000000000000r"},
@@ -59,24 +55,18 @@ TEST(Number, ReadsWhatItKeepsExactlyAndRefusesTheRest) {
       {"1e-39", ".000000000000000000000000000000000000001r"},
       {"1e-40", "1.0E-40r"},
       {"9.99e125", "9.99E+125r"},
-      {"1e126", "inexact"},
       {"1e-131", "0"},
-      {"1e999999999999", "inexact"},
       {"1e-999999999999", "0"},
-      {"", "invalid"},
-      {"  ", "invalid"},
-      {".", "invalid"},
-      {"-", "invalid"},
-      {"1.2.3", "invalid"},
-      {"1e", "invalid"},
-      {"1e+", "invalid"},
-      {"e5", "invalid"},
-      {"1 2", "invalid"},
-      {"0x10", "invalid"},
-      {"inf", "invalid"},
-      {"nan", "invalid"},
   };
   for (const auto& row : kRows) EXPECT_EQ(read(row.input), row.expected) << row.input;
+  for (const char* text : {"9223372036854775808", "123456789012345678.5", "0.1234567890123456",
+                           "1e126", "1e999999999999"}) {
+    EXPECT_EQ(read(text), "inexact") << text;
+  }
+  for (const char* text :
+       {"", "  ", ".", "-", "1.2.3", "1e", "1e+", "e5", "1 2", "0x10", "inf", "nan"}) {
+    EXPECT_EQ(read(text), "invalid") << text;
+  }
   EXPECT_EQ(read(std::string(500, '1')), "inexact");
   EXPECT_EQ(read("1" + std::string(60, '0') + "1"), "inexact");
 }

@@ -44,7 +44,7 @@ class Bind : public OciTest {
     EXPECT_EQ(c.run("delete from " + table), OCI_SUCCESS);
     EXPECT_EQ(c.prepare("insert into " + table + " (" + column + ") values (:v)"), OCI_SUCCESS);
     EXPECT_EQ(bind(1, value, type), OCI_SUCCESS) << c.code();
-    if (c.execute(1) != OCI_SUCCESS) return "ORA-" + std::to_string(c.code());
+    if (const int error = c.error_of(c.execute(1))) return "ORA-" + std::to_string(error);
     EXPECT_EQ(c.row_count(), 1u);
     return first_value("select " + column + " from " + table, fetched, room);
   }
@@ -60,9 +60,6 @@ class Bind : public OciTest {
     if (indicator == -1) return "NULL";
     return room > 65535 ? out : out.substr(0, length);
   }
-
-  /// 0, or the code of the call's diagnostic.
-  int code_of(sword status) { return status == OCI_SUCCESS ? 0 : c.code(); }
 
   OCIBind* made = nullptr;
   ub2* code = nullptr;  // for the binds that follow
@@ -155,7 +152,7 @@ TEST_F(Bind, IndicatorAndLengthAreReadByEachExecute) {
   EXPECT_EQ(c.execute(1), OCI_SUCCESS);
   number = 3;
   size = 4;
-  EXPECT_EQ(code_of(c.execute(1)), 1458);
+  EXPECT_EQ(c.error_of(c.execute(1)), 1458);
   indicator = -1;
   EXPECT_EQ(c.execute(1), OCI_SUCCESS);
   const int numbers[] = {4, 5, 6};
@@ -190,15 +187,15 @@ TEST_F(Bind, MistakesHaveTheirCodes) {
   for (const auto& row : cases) {
     const auto size = static_cast<size_t>(row.size);
     const sword status = bind(row.position, row.value, size, row.type, nullptr, nullptr, row.mode);
-    EXPECT_EQ(code_of(status), row.code) << row.position << ' ' << row.type;
+    EXPECT_EQ(c.error_of(status), row.code) << row.position << ' ' << row.type;
   }
   ASSERT_EQ(bind(1, &one, 4, SQLT_INT), OCI_SUCCESS);
   EXPECT_EQ(OCIBindDynamic(made, c.err, nullptr, nullptr, nullptr, nullptr), OCI_ERROR);
   EXPECT_EQ(c.attribute<ub4>(OCI_ATTR_FNCODE), 17u);
-  EXPECT_EQ(code_of(c.execute(1)), 1008);
+  EXPECT_EQ(c.error_of(c.execute(1)), 1008);
   ASSERT_EQ(bind(2, nullptr, 9, SQLT_LNG, nullptr, nullptr, OCI_DATA_AT_EXEC), OCI_SUCCESS);
   EXPECT_EQ(c.attribute<ub4>(OCI_ATTR_FNCODE), 66u);
-  EXPECT_EQ(code_of(c.execute(1)), 3129);
+  EXPECT_EQ(c.error_of(c.execute(1)), 3129);
   ASSERT_EQ(c.prepare("select 1 from dual"), OCI_SUCCESS);
   EXPECT_EQ(OCIBindDynamic(made, c.err, nullptr, nullptr, nullptr, nullptr), OCI_INVALID_HANDLE);
 }
@@ -273,8 +270,7 @@ TEST_F(Bind, StreamsArePulledPieceByPiece) {
     ASSERT_EQ(c.prepare("insert into " + table + " values (1, :x)"), OCI_SUCCESS);
     ASSERT_EQ(bind(1, nullptr, 10000, type, one.indicator, nullptr, OCI_DATA_AT_EXEC), OCI_SUCCESS);
     ASSERT_EQ(OCIBindDynamic(made, c.err, &stream, Stream::next, nullptr, nullptr), OCI_SUCCESS);
-    EXPECT_EQ(c.execute(1), stream.failing != 0 ? OCI_ERROR : OCI_SUCCESS);
-    EXPECT_EQ(c.code(), stream.failing != 0 ? 24343 : 0);
+    EXPECT_EQ(c.error_of(c.execute(1)), stream.failing != 0 ? 24343 : 0);
     EXPECT_EQ(c.row_count(), stream.failing != 0 ? 0u : 1u);
     EXPECT_EQ(stream.asked, one.asked);
     EXPECT_EQ(first_value("select x from " + table, type, 10000), one.stored);
@@ -355,10 +351,10 @@ TEST_F(Bind, ACursorVariableIsTheOpenedQuery) {
   for (void* wrong : {static_cast<void*>(nullptr), static_cast<void*>(c.err),
                       static_cast<void*>(c.stmt), static_cast<void*>(other.stmt)}) {
     ASSERT_EQ(bind(1, &wrong, 4, SQLT_RSET), OCI_SUCCESS);
-    EXPECT_EQ(code_of(c.execute(1)), 1001);
+    EXPECT_EQ(c.error_of(c.execute(1)), 1001);
   }
   ASSERT_EQ(bind(1, "text", 4, SQLT_CHR), OCI_SUCCESS);
-  EXPECT_EQ(code_of(c.execute(1)), 932);
+  EXPECT_EQ(c.error_of(c.execute(1)), 932);
   ASSERT_EQ(bind(1, &opened, 4, SQLT_RSET), OCI_SUCCESS);
   for (int turn = 0; turn < 2; ++turn) ASSERT_EQ(c.execute(1), OCI_SUCCESS) << c.code();
   least = 0;
@@ -367,14 +363,14 @@ TEST_F(Bind, ACursorVariableIsTheOpenedQuery) {
   std::swap(c.stmt, opened);
   EXPECT_EQ(c.attribute<ub4>(OCI_ATTR_PARAM_COUNT), 2u);
   EXPECT_EQ(c.attribute<ub2>(OCI_ATTR_STMT_TYPE), OCI_STMT_SELECT);
-  EXPECT_EQ(code_of(c.fetch(1)), 24374);
+  EXPECT_EQ(c.error_of(c.fetch(1)), 24374);
   ASSERT_EQ(c.define(1, &number, 4, SQLT_INT), OCI_SUCCESS);
   EXPECT_EQ(c.fetch(1), OCI_SUCCESS) << c.code();
   EXPECT_EQ(number, 6);
   EXPECT_EQ(c.row_count(), 1u);
   EXPECT_EQ(c.fetch(1), OCI_NO_DATA);
   ASSERT_EQ(OCISessionEnd(c.svc, c.err, c.ses, OCI_DEFAULT), OCI_SUCCESS);
-  EXPECT_EQ(code_of(c.fetch(1)), 1002);
+  EXPECT_EQ(c.error_of(c.fetch(1)), 1002);
 }
 
 }  // namespace

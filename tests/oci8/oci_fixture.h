@@ -79,6 +79,9 @@ struct Client {
     return found;
   }
 
+  /// The code of a failed call, or its status.
+  int error_of(sword status) { return status == OCI_ERROR ? code() : status; }
+
   template <class T>
   T attribute(ub4 number) {
     T value{};

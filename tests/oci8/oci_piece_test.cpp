@@ -88,21 +88,17 @@ TEST_F(Pieces, CallsOutOfOrderAreErrorsAndARowCanBeAbandoned) {
     return OCIStmtSetPieceInfo(handle, OCI_HTYPE_DEFINE, c.err, buffer, &length, 0, nullptr,
                                nullptr);
   };
-  EXPECT_EQ(get(), OCI_ERROR);
-  EXPECT_EQ(c.code(), 1002);
-  EXPECT_EQ(c.fetch(2), OCI_ERROR);
-  EXPECT_EQ(c.code(), 24391);
+  EXPECT_EQ(c.error_of(get()), 1002);
+  EXPECT_EQ(c.error_of(c.fetch(2)), 24391);
   ASSERT_EQ(c.fetch(1), OCI_NEED_DATA);
-  EXPECT_EQ(c.fetch(1), OCI_ERROR);  // no buffer was offered
-  EXPECT_EQ(c.code(), 1002);
+  EXPECT_EQ(c.error_of(c.fetch(1)), 1002);  // no buffer was offered
   ASSERT_EQ(get(), OCI_SUCCESS);
   void* first = define;
   ASSERT_EQ(set(first), OCI_SUCCESS);
   ASSERT_EQ(c.fetch(1), OCI_NEED_DATA);
   length = 0;
   ASSERT_EQ(set(first), OCI_SUCCESS);
-  EXPECT_EQ(c.fetch(1), OCI_ERROR);  // would go on for ever
-  EXPECT_EQ(c.code(), 1459);
+  EXPECT_EQ(c.error_of(c.fetch(1)), 1459);  // would go on for ever
   EXPECT_EQ(fetch_row(), "|<x|<y|<x=0");
   ASSERT_EQ(c.execute(0), OCI_SUCCESS);
   ASSERT_EQ(c.fetch(1), OCI_NEED_DATA);

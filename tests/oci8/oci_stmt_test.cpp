@@ -10,8 +10,7 @@ TEST_F(Stmt, CallsOutOfOrderAndBadStatementsHaveTheirCodes) {
   log_in();
   const struct {
     const char* sql;  // null: nothing is prepared
-    ub4 iterations;
-    ub4 mode;
+    ub4 iterations, mode;
     int code;
   } cases[] = {
       {nullptr, 1, OCI_DEFAULT, 24337},
@@ -25,29 +24,28 @@ TEST_F(Stmt, CallsOutOfOrderAndBadStatementsHaveTheirCodes) {
     Client client;
     ASSERT_EQ(client.log_in(database_), OCI_SUCCESS);
     ASSERT_TRUE(one.sql == nullptr || client.prepare(one.sql) == OCI_SUCCESS);
-    EXPECT_EQ(client.execute(one.iterations, one.mode), one.code == 0 ? OCI_SUCCESS : OCI_ERROR);
-    EXPECT_EQ(client.code(), one.code) << one.sql;
+    EXPECT_EQ(client.error_of(client.execute(one.iterations, one.mode)), one.code) << one.sql;
   }
   ASSERT_EQ(c.run("select x from nowhere", 0), OCI_ERROR);
   EXPECT_EQ(c.attribute<ub2>(OCI_ATTR_PARSE_ERROR_OFFSET), 14);
-  EXPECT_EQ(c.fetch(1), OCI_ERROR);
-  EXPECT_EQ(c.code(), 942);  // the failed execute again
+  EXPECT_EQ(c.error_of(c.fetch(1)), 942);  // the failed execute again
   ASSERT_EQ(c.prepare("select 1 from dual"), OCI_SUCCESS);
-  EXPECT_EQ(c.fetch(1), OCI_ERROR);
-  EXPECT_EQ(c.code(), 1002);
+  EXPECT_EQ(c.error_of(c.fetch(1)), 1002);
 }
 
 TEST_F(Stmt, AttributesTellWhatIsPrepared) {
   ub2 type = 0;
-  EXPECT_EQ(OCIAttrGet(c.stmt, OCI_HTYPE_STMT, &type, nullptr, OCI_ATTR_STMT_TYPE, c.err), -1);
-  EXPECT_EQ(c.code(), 24337);
+  EXPECT_EQ(
+      c.error_of(OCIAttrGet(c.stmt, OCI_HTYPE_STMT, &type, nullptr, OCI_ATTR_STMT_TYPE, c.err)),
+      24337);
   ASSERT_EQ(c.prepare("update t set n = 1"), OCI_SUCCESS);
   EXPECT_EQ(c.attribute<ub2>(OCI_ATTR_STMT_TYPE), OCI_STMT_UPDATE);
   EXPECT_EQ(c.attribute<ub2>(OCI_ATTR_SQLFNCODE), 6);
   EXPECT_EQ(c.attribute<ub4>(OCI_ATTR_FNCODE), 13u);
   EXPECT_EQ(c.attribute<ub4>(OCI_ATTR_PREFETCH_ROWS), 1u);
-  EXPECT_EQ(OCIAttrGet(c.stmt, OCI_HTYPE_STMT, &type, nullptr, OCI_ATTR_USERNAME, c.err), -1);
-  EXPECT_EQ(c.code(), 24315);
+  EXPECT_EQ(
+      c.error_of(OCIAttrGet(c.stmt, OCI_HTYPE_STMT, &type, nullptr, OCI_ATTR_USERNAME, c.err)),
+      24315);
 }
 
 TEST_F(Stmt, TheSelectListIsDescribed) {
@@ -85,8 +83,7 @@ TEST_F(Stmt, TheSelectListIsDescribed) {
     EXPECT_EQ(get(OCI_ATTR_SCALE, ub2{0x5500}), 0x5500 | static_cast<ub1>(column.scale));
   }
   void* beyond = nullptr;
-  EXPECT_EQ(OCIParamGet(c.stmt, OCI_HTYPE_STMT, c.err, &beyond, position + 1), OCI_ERROR);
-  EXPECT_EQ(c.code(), 24334);
+  EXPECT_EQ(c.error_of(OCIParamGet(c.stmt, OCI_HTYPE_STMT, c.err, &beyond, position + 1)), 24334);
   ASSERT_EQ(OCIParamGet(c.stmt, OCI_HTYPE_STMT, c.err, &beyond, 1), OCI_SUCCESS);
   ASSERT_EQ(c.prepare("select 1 from dual"), OCI_SUCCESS);
   EXPECT_EQ(OCIAttrGet(beyond, OCI_DTYPE_PARAM, &position, nullptr, OCI_ATTR_DATA_TYPE, c.err),
@@ -215,11 +212,9 @@ TEST_F(Stmt, RowsComeInArrays) {
   }
   ASSERT_EQ(c.execute(0), OCI_SUCCESS);
   EXPECT_EQ(c.fetch(0), OCI_SUCCESS);
-  EXPECT_EQ(c.fetch(1), OCI_ERROR);
-  EXPECT_EQ(c.code(), 1002);
+  EXPECT_EQ(c.error_of(c.fetch(1)), 1002);
   ASSERT_EQ(c.define(3, n.data(), sizeof(int), SQLT_INT), OCI_SUCCESS);
-  EXPECT_EQ(c.execute(1), OCI_ERROR);
-  EXPECT_EQ(c.code(), 1007);
+  EXPECT_EQ(c.error_of(c.execute(1)), 1007);
 }
 
 TEST_F(Stmt, BadDefinesAreRefused) {
@@ -236,8 +231,7 @@ TEST_F(Stmt, BadDefinesAreRefused) {
                {1, &value, 4, SQLT_CLOB, 3115},        {1, &value, 4, 999, 3115},
                {1, &value, size_t(-1), SQLT_STR, 1459}};
   for (const auto& one : cases) {
-    EXPECT_EQ(c.define(one.position, one.value, one.size, one.type), OCI_ERROR);
-    EXPECT_EQ(c.code(), one.code) << one.type;
+    EXPECT_EQ(c.error_of(c.define(one.position, one.value, one.size, one.type)), one.code);
   }
 }
 

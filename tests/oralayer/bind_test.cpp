@@ -2,7 +2,6 @@
 #include <climits>
 #include <cstring>
 #include <sstream>
-#include <thread>
 
 #include "jvm_test.h"
 
@@ -41,8 +40,7 @@ TEST_F(Bind, EverySetterLaysDownWhatItsBindHandsOver) {
   // clang-format off
   const struct {
     Setter set;
-    int min_bind_size;
-    int type;
+    int min_bind_size, type;
     jint dbsize;
     sb4 capacity;  // asked for; 0: no byte buffer
     std::string seen;  // by the interface
@@ -101,8 +99,7 @@ TEST_F(Bind, OtherTypesByTheColumnsAttributes) {
   enum Where { kBytes, kLong, kDouble, kLocator, kNowhere };
   const struct {
     int type;
-    jint prec;
-    jint scale;
+    jint prec, scale;
     int size;
     Where where;
   } cases[] = {{1, 0, 0, 11, kBytes},    {96, 0, 0, 11, kBytes},   {11, 0, 0, 24, kBytes},
@@ -138,12 +135,12 @@ TEST_F(Bind, AShorterStringReusesTheBuffer) {
 }
 
 TEST_F(Bind, KindsOfStream) {
-  const int types[] = {8, 8, 24, 8};  // ASCII, Unicode, binary, characters
-  for (jint kind = 1; kind <= 4; ++kind) {
+  for (jint kind = 1; kind <= 4; ++kind) {  // ASCII, Unicode, binary, characters
+    const int type = kind == 3 ? SQLT_LBI : SQLT_LNG;
     const jobject column = new_column(1, -1);
     COLUMN(setValueWithStream)(env, column, 10 * kind, kind, kind, kind % 2 != 0);
-    EXPECT_EQ(COLUMN(internalType)(env, column), types[kind - 1]);
-    EXPECT_EQ(COLUMN(externalType)(env, column), types[kind - 1]);
+    EXPECT_EQ(COLUMN(internalType)(env, column), type);
+    EXPECT_EQ(COLUMN(externalType)(env, column), type);
     EXPECT_EQ(COLUMN(length)(env, column), 10 * kind);
     EXPECT_EQ(column_of(column)->indpvect[0], kind % 2 != 0 ? -1 : 0);
     EXPECT_EQ(column_of(column)->byte_arr, nullptr);
@@ -186,9 +183,7 @@ TEST_F(Bind, ValuesThatCannotBeLaidDownOrHandedOver) {
     EXPECT_THAT(calls(), IsEmpty());
   }
   JniTable table;
-  table.copy.GetByteArrayElements = [](JNIEnv*, jbyteArray, jboolean*) -> jbyte* {
-    return nullptr;
-  };
+  table.copy.GetByteArrayElements = pin_nothing;
   COLUMN(setValueWithString)(env, column, bytes("abc"), JNI_FALSE);
   expect_raised("NullPointerException", "Value is null");
   COLUMN(setValueWithBytes)(env, column, bytes("abcde"), JNI_TRUE, JNI_TRUE);
@@ -227,9 +222,8 @@ class Stream : public Bind {
  protected:
   void SetUp() override {
     Bind::SetUp();
-    const jclass map = find_class("java/util/HashMap");
     env->SetObjectField(cursor, env->GetFieldID(cursor_class(), "streams", "Ljava/util/Map;"),
-                        env->NewObject(map, env->GetMethodID(map, "<init>", "()V")));
+                        construct("java/util/HashMap", "()V"));
   }
   void TearDown() override {
     if (cda_of(cursor) != nullptr) CURSOR(close)(env, cursor);
@@ -248,14 +242,12 @@ class Stream : public Bind {
 
   // Has the peer read a placeholder's value from these bytes.
   void supply(jint position, const std::string& value) {
-    const jclass in = find_class("java/io/ByteArrayInputStream");
     const jclass source = find_class("trevalon/db/oci/PieceSource");
     const jmethodID of_bytes = env->GetStaticMethodID(
         source, "ofBytes", "(Ljava/io/InputStream;)Ltrevalon/db/oci/PieceSource;");
     const jmethodID register_stream =
         env->GetMethodID(cursor_class(), "registerStream", "(ILtrevalon/db/oci/PieceSource;)V");
-    jvalue made{.l = env->NewObject(in, env->GetMethodID(in, "<init>", "([B)V"), bytes(value))};
-    EXPECT_EQ(raised(), "");
+    jvalue made{.l = construct("java/io/ByteArrayInputStream", "([B)V", bytes(value))};
     made.l = env->CallStaticObjectMethodA(source, of_bytes, &made);
     EXPECT_EQ(raised(), "");
     env->CallVoidMethod(cursor, register_stream, position, made.l);
@@ -373,10 +365,7 @@ TEST_F(Stream, ExhaustedJvm) {
   const std::pair<void (*)(JNINativeInterface_&), jint> cases[] = {
       {[](auto& t) { t.NewByteArray = [](JNIEnv*, jsize) { return jbyteArray{}; }; }, 1},
       {[](auto& t) { t.NewGlobalRef = [](JNIEnv*, jobject) { return jobject{}; }; }, 1},
-      {[](auto& t) {
-         t.GetByteArrayElements = [](JNIEnv*, jbyteArray, jboolean*) -> jbyte* { return nullptr; };
-       },
-       1},
+      {[](auto& t) { t.GetByteArrayElements = pin_nothing; }, 1},
       {[](auto&) {}, -1},
       {[](auto&) {}, INT_MAX}};
   supply(1, "value");
@@ -450,12 +439,7 @@ TEST_F(Stream, ExecOnAnyThreadCommitsWithAutocommitAndCleansUp) {
       state().streamed = {};
       state().reply("OCIStmtExecute", status, 1400);
       const jobject global = env->NewGlobalRef(cursor);
-      std::thread([&failed, global] {
-        JNIEnv* own = nullptr;
-        the_vm->AttachCurrentThread(reinterpret_cast<void**>(&own), nullptr);
-        failed = CURSOR(exec)(own, global);
-        the_vm->DetachCurrentThread();
-      }).join();
+      on_a_thread([&failed, global](JNIEnv* own) { failed = CURSOR(exec)(own, global); }).join();
       env->DeleteGlobalRef(global);
       EXPECT_EQ(failed, status != OCI_SUCCESS);
       EXPECT_EQ(state().streamed[1], "value");

@@ -101,21 +101,16 @@ class Bridge : public JvmTest {
     fs::create_directories(folder);
     fs::copy(ORALAYER_CLASSES, folder, fs::copy_options::recursive);
     fs::remove(folder / "trevalon/db/oci" / (missing + ".class"));
-    const jclass url_class = find_class("java/net/URL");
-    const jobject url =
-        env->NewObject(url_class, env->GetMethodID(url_class, "<init>", "(Ljava/lang/String;)V"),
-                       env->NewStringUTF(("file:" + folder.string() + "/").c_str()));
-    if (env->ExceptionCheck()) return nullptr;
+    const jobject url = construct("java/net/URL", "(Ljava/lang/String;)V",
+                                  env->NewStringUTF(("file:" + folder.string() + "/").c_str()));
     const jclass loader_class = find_class("java/net/URLClassLoader");
     const jobject platform_loader = env->CallStaticObjectMethod(
         loader_class, env->GetStaticMethodID(loader_class, "getPlatformClassLoader",
                                              "()Ljava/lang/ClassLoader;"));
-    if (env->ExceptionCheck()) return nullptr;
-    const jobject loader = env->NewObject(
-        loader_class,
-        env->GetMethodID(loader_class, "<init>", "([Ljava/net/URL;Ljava/lang/ClassLoader;)V"),
-        env->NewObjectArray(1, url_class, url), platform_loader);
-    if (env->ExceptionCheck()) return nullptr;
+    EXPECT_FALSE(env->ExceptionCheck());
+    const jobject loader =
+        construct("java/net/URLClassLoader", "([Ljava/net/URL;Ljava/lang/ClassLoader;)V",
+                  env->NewObjectArray(1, find_class("java/net/URL"), url), platform_loader);
     const jobject connection_class = env->CallObjectMethod(
         loader,
         env->GetMethodID(loader_class, "loadClass", "(Ljava/lang/String;)Ljava/lang/Class;"),
@@ -163,19 +158,16 @@ TEST_F(Bridge, FirstMissingMemberEndsTheFillWithItsOwnException) {
 }
 
 TEST_F(Bridge, MissingClassEndsTheFillAndACorrectedPathMendsIt) {
-  const struct {
-    const char* missing;
-    const char* message;
-  } cases[] = {{"OciColumn", "trevalon.db.oci.OciColumn"},
-               {"OciCursor", "trevalon.db.OciCursor"},
-               {"OciSchema", "trevalon.db.oci.OciSchema"},
-               {"OciLob", "trevalon.db.oci.OciLob"}};
-  for (const auto& c : cases) {
+  const std::pair<const char*, const char*> cases[] = {{"OciColumn", "trevalon.db.oci.OciColumn"},
+                                                       {"OciCursor", "trevalon.db.OciCursor"},
+                                                       {"OciSchema", "trevalon.db.oci.OciSchema"},
+                                                       {"OciLob", "trevalon.db.oci.OciLob"}};
+  for (const auto& [missing, message] : cases) {
     forget_initialisation();
-    const jobject connection = connection_without(c.missing);
+    const jobject connection = connection_without(missing);
     ASSERT_NE(connection, nullptr) << raised();
     CONNECTION(native_1initialize)(env, connection, 0, nullptr, JNI_FALSE);
-    EXPECT_EQ(raised(), std::string("java.lang.ClassNotFoundException: ") + c.message);
+    EXPECT_EQ(raised(), std::string("java.lang.ClassNotFoundException: ") + message);
     EXPECT_EQ(get_int(connection, "logondata32"), 0);
     EXPECT_EQ(inited, 0);
     EXPECT_THAT(calls(), testing::IsEmpty());
@@ -244,23 +236,19 @@ TEST_F(Bridge, BootstrapObjectFallsBackToPlainFindClass) {
 }
 
 TEST_F(Bridge, ThrowersRaiseTheirClassAndReplaceAPendingException) {
-  const struct {
-    void (*thrower)(JNIEnv*, const char*);
-    const char* name;
-  } cases[] = {{TV_ThrowNullPointerException, "java.lang.NullPointerException"},
-               {TV_ThrowNoSuchFieldException, "java.lang.NoSuchFieldException"},
-               {TV_ThrowClassNotFoundException, "java.lang.ClassNotFoundException"},
-               {TV_ThrowNoSuchMethodError, "java.lang.NoSuchMethodError"},
-               {TV_ThrowInternalError, "java.lang.InternalError"},
-               {TV_ThrowOutOfMemoryError, "java.lang.OutOfMemoryError"},
-               {TV_ThrowSQLException, "java.sql.SQLException"}};
-  for (const auto& c : cases) {
-    c.thrower(env, "!NewGlobalRef");
-    EXPECT_EQ(raised(), std::string(c.name) + ": !NewGlobalRef");
+  const std::pair<void (*)(JNIEnv*, const char*), std::string> cases[] = {
+      {TV_ThrowNullPointerException, "java.lang.NullPointerException"},
+      {TV_ThrowNoSuchFieldException, "java.lang.NoSuchFieldException"},
+      {TV_ThrowClassNotFoundException, "java.lang.ClassNotFoundException"},
+      {TV_ThrowNoSuchMethodError, "java.lang.NoSuchMethodError"},
+      {TV_ThrowInternalError, "java.lang.InternalError"},
+      {TV_ThrowOutOfMemoryError, "java.lang.OutOfMemoryError"},
+      {TV_ThrowSQLException, "java.sql.SQLException"}};
+  for (const auto& [thrower, name] : cases) {
     find_class("no/such/Class");
-    c.thrower(env, "own");
-    EXPECT_EQ(raised(), std::string(c.name) + ": own");
-    c.thrower(nullptr, "no environment");
+    thrower(env, "!NewGlobalRef");
+    EXPECT_EQ(raised(), name + ": !NewGlobalRef") << "in place of the one that was pending";
+    thrower(nullptr, "no environment");
   }
   TV_ThrowByName(env, "no/such/Exception", "lost");
   EXPECT_THAT(raised(), testing::HasSubstr("NoClassDefFoundError"));

@@ -222,6 +222,21 @@ TEST_F(Checks, BeforeInitialisationCallsAreRefusedOrHarmless) {
   });
 }
 
+TEST_F(Checks, CallsOnACursorThatIsNotOpenDoNotReachTheInterface) {
+  for_each_entry([](const Entry& entry, const Arguments& good) {
+    if (entry.owner != std::string("OciCursor") || entry.name == std::string("open")) return;
+    for (const bool closed_before : {false, true}) {
+      Arguments not_open = good;
+      not_open.obj = new_cursor(closed_before);
+      if (closed_before) CURSOR(close)(env, not_open.obj);
+      calls();
+      entry.call(not_open);
+      raised();
+      EXPECT_THAT(calls(), testing::Each(testing::Not(testing::HasSubstr("freed:"))));
+    }
+  });
+}
+
 int name_lookups;
 
 TEST_F(Checks, PinsAreReleasedAndNothingIsLookedUpByName) {
@@ -272,9 +287,7 @@ TEST_F(Checks, OnlyArraysThatWereFilledAreCopiedBack) {
 TEST_F(Checks, AnArrayThatCannotBePinnedEndsTheCall) {
   for_each_entry([](const Entry& entry, const Arguments& good) {
     JniTable table;
-    table.copy.GetByteArrayElements = [](JNIEnv*, jbyteArray, jboolean*) -> jbyte* {
-      return nullptr;
-    };
+    table.copy.GetByteArrayElements = pin_nothing;
     table.copy.ReleaseByteArrayElements = [](JNIEnv*, jbyteArray, jbyte*, jint) {
       ADD_FAILURE() << "released without a pin";
     };

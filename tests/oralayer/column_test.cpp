@@ -18,8 +18,7 @@ class Column : public JvmTest {};
 TEST_F(Column, ByteBufferGrowsInWordsAndNeverShrinks) {
   columndata column(0);
   const struct {
-    sb4 asked;
-    sb4 length;
+    sb4 asked, length;
     std::size_t zeroed;  // bytes of a buffer that must be new; 0: the old one is kept
   } steps[] = {{5, 5, 8}, {3, 5, 0}, {-1, 5, 0}, {5, 5, 0}, {6, 6, 12},   {7, 7, 12},
                {0, 0, 0}, {0, 0, 0}, {1, 1, 4},  {2, 2, 8}, {10, 10, 16}, {128, 128, 132}};
@@ -74,10 +73,7 @@ TEST_F(Column, LifeOfTheRecord) {
   EXPECT_EQ(COLUMN(name)(env, column, untouched), 0);
   EXPECT_EQ(contents(untouched), "..");
   column_of(column)->allocByteArray(10);
-  EXPECT_EQ(traced([&] {
-              COLUMN(native_1finalize)
-              (env, column);
-            }),
+  EXPECT_EQ(traced([&] { return COLUMN(native_1finalize)(env, column), 0; }),
             "\n===============  ~columndata destructor  col:=-1\n"
             "*** allocByteArray ***\n"
             "\n===============  ~columndata destructor  allocByteArray(0) done\n"
@@ -102,8 +98,7 @@ TEST_F(Column, SettersStoreTheirWidthAndGettersReadItBack) {
   const struct {
     Setter set;
     Getter get;
-    jint value;
-    jint result;
+    jint value, result;
   } cases[] = {{COLUMN(setPosition), COLUMN(position), 70000, 70000},
                {COLUMN(setPosition), COLUMN(position), -5, -5},
                {COLUMN(setDbType), COLUMN(internalType), 65538, 2},
@@ -148,8 +143,7 @@ TEST_F(Column, NamesAreCutToTheirRoom) {
   const jobject column = new_column();
   const std::string long_name(200, 'n');
   const struct {
-    std::string set;
-    std::string room;
+    std::string set, room;
     jint result;
     std::string expected;
   } cases[] = {{"EMPNO", "....", 4, "EMPN"},
@@ -176,13 +170,7 @@ TEST_F(Column, NamesAreCutToTheirRoom) {
 TEST_F(Column, TypeMapping) {
   // Length 10 throughout. Columns: select type, select length, exchange type, bind length, name.
   const struct {
-    int type;
-    int prec;
-    int scale;
-    int select_type;
-    int select_length;
-    int type_seen;
-    int bind_length;
+    int type, prec, scale, select_type, select_length, type_seen, bind_length;
     const char* type_name;
   } cases[] = {{1, 0, 0, 5, 31, 5, 11, "VARCHAR2_TYPE"},
                {2, 0, 0, 5, 129, 4, 8, "NUMBER_TYPE"},

@@ -62,18 +62,17 @@ TEST_F(Connection, InitializeOnceThenOnlyHandsOutRecords) {
   forget_initialisation();
   unsetenv("NLS_LANG");
   const jobject connection = allocate("OciConnection");
-  const std::string output = traced([&] {
-    CONNECTION(native_1initialize)
-    (env, connection, 1, bytes("A.B"), JNI_FALSE);
-  });
-  expect_in_order(without_addresses(output),
+  const auto initialize = [connection](jint elem, const char* nls, jboolean trace) {
+    CONNECTION(native_1initialize)(env, connection, elem, bytes(nls), trace);
+  };
+  expect_in_order(without_addresses(traced([&] { initialize(1, "A.B", JNI_FALSE); })),
                   {"*** tv_init_fid: initializing JNI IDs and Handles\n", "set NLS_LANG=A.B\n",
                    "*** native_initialize - isXA:", ", elem:1, ldadata:PTR\n"});
   EXPECT_THAT(calls(), ElementsAre("OCIInitialize(1,-)"));
   EXPECT_STREQ(getenv("NLS_LANG"), "A.B");
   EXPECT_EQ(session_of(connection), &ldapool[1]);
 
-  CONNECTION(native_1initialize)(env, connection, 2, bytes("C.D"), JNI_TRUE);
+  initialize(2, "C.D", JNI_TRUE);
   EXPECT_THAT(calls(), IsEmpty());
   EXPECT_STREQ(getenv("NLS_LANG"), "A.B");
   EXPECT_EQ(oci_debug, 0) << "the trace is switched on by the first call or never";
@@ -96,17 +95,14 @@ TEST_F(Connection, TwoFirstInitializeCallsInitializeOnce) {
   for (int round = 0; round < 10; ++round) {
     forget_initialisation();
     std::atomic<int> ready = 0;
-    const auto first_call = [&] {
-      JNIEnv* own = nullptr;
-      the_vm->AttachCurrentThread(reinterpret_cast<void**>(&own), nullptr);
+    const auto first_call = [&ready](JNIEnv* own) {
       const jobject connection = own->AllocObject(own->FindClass("trevalon/db/oci/OciConnection"));
       for (++ready; ready < 2;) std::this_thread::yield();
       CONNECTION(native_1initialize)(own, connection, 0, nullptr, JNI_FALSE);
       EXPECT_FALSE(own->ExceptionCheck());
-      EXPECT_EQ(own->GetIntField(connection, logondata32iD) == 0, false);
-      the_vm->DetachCurrentThread();
+      EXPECT_NE(own->GetIntField(connection, logondata32iD), 0);
     };
-    std::thread one(first_call), two(first_call);
+    std::thread one = on_a_thread(first_call), two = on_a_thread(first_call);
     one.join();
     two.join();
     ASSERT_THAT(calls(), ElementsAre("OCIInitialize(1,-)"));
@@ -125,18 +121,16 @@ TEST_F(Connection, AnElementOutsideThePoolIsRefused) {
 }
 
 TEST_F(Connection, NlsSettingOf71BytesIsTheLongest) {
-  const struct {
-    std::size_t length;
-    const char* exception;
-  } cases[] = {{71, ""}, {72, "java.lang.InternalError: NLS_LANG setting is too long"}};
-  for (const auto& c : cases) {
+  const std::pair<std::size_t, const char*> cases[] = {
+      {71, ""}, {72, "java.lang.InternalError: NLS_LANG setting is too long"}};
+  for (const auto& [length, exception] : cases) {
     forget_initialisation();
     setenv("NLS_LANG", "before", 1);
-    const std::string setting(c.length, 'n');
+    const std::string setting(length, 'n');
     const jobject connection = allocate("OciConnection");
     CONNECTION(native_1initialize)(env, connection, 0, bytes(setting), JNI_FALSE);
-    EXPECT_EQ(raised(), c.exception);
-    EXPECT_EQ(getenv("NLS_LANG"), *c.exception ? "before" : setting);
+    EXPECT_EQ(raised(), exception);
+    EXPECT_EQ(getenv("NLS_LANG"), *exception ? "before" : setting);
     EXPECT_THAT(calls(), ElementsAre("OCIInitialize(1,-)")) << "goes on after raising";
     EXPECT_EQ(oci_debug, 0);
     EXPECT_EQ(session_of(connection), &ldapool[0]);
@@ -158,21 +152,20 @@ TEST_F(Connection, ClientTexts) {
   setenv("NLS_NCHAR", "CHAR567890", 1);
   const struct {
     Query query;
-    int room;
     int result;
-    const char* text;
+    std::string text;  // as the array holds it afterwards
     const char* exception;
-  } cases[] = {{CONNECTION(native_1oci_1api_1version), 4, 4, "OCI8", ""},
-               {CONNECTION(native_1oci_1api_1version), 3, 0, "...",
+  } cases[] = {{CONNECTION(native_1oci_1api_1version), 4, "OCI8", ""},
+               {CONNECTION(native_1oci_1api_1version), 0, "...",
                 "java.lang.InternalError: oci_api_version setting is too long"},
-               {CONNECTION(native_1get_1nls_1lang), 11, 10, "LANG567890.", ""},
-               {CONNECTION(native_1get_1nls_1lang), 9, 0, ".........",
+               {CONNECTION(native_1get_1nls_1lang), 10, "LANG567890.", ""},
+               {CONNECTION(native_1get_1nls_1lang), 0, ".........",
                 "java.lang.InternalError: NLS_LANG setting is too long"},
-               {CONNECTION(native_1get_1nls_1nchar), 10, 10, "CHAR567890", ""},
-               {CONNECTION(native_1get_1nls_1nchar), 9, 0, ".........",
+               {CONNECTION(native_1get_1nls_1nchar), 10, "CHAR567890", ""},
+               {CONNECTION(native_1get_1nls_1nchar), 0, ".........",
                 "java.lang.InternalError: NLS_NCHAR setting is too long"}};
   for (const auto& c : cases) {
-    const jbyteArray array = bytes(std::string(static_cast<std::size_t>(c.room), '.'));
+    const jbyteArray array = bytes(std::string(c.text.size(), '.'));
     EXPECT_EQ(c.query(env, connection, array), c.result) << c.text;
     EXPECT_EQ(raised(), c.exception);
     EXPECT_EQ(contents(array), c.text);
@@ -306,8 +299,7 @@ TEST_F(Connection, TransactionAndCallControl) {
   using Method = jboolean (*)(JNIEnv*, jobject);
   const struct {
     Method method;
-    const char* call;
-    const char* reply_key;
+    const char* call, *reply_key;
     bool assigns;
   } cases[] = {
       {CONNECTION(native_1autoCommitOn), "", "", false},

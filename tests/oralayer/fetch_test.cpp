@@ -292,8 +292,7 @@ TEST_F(Values, TextFitsOrIsRefused) {
     jint row;
     const char* room;
     jint result;
-    const char* expected;
-    const char* exception;
+    const char* expected, *exception;
   } cases[] = {{2, "..........", 3, "ccc.......", ""},
                {2, "...", 3, "ccc", ""},
                {2, "..", 0, "..", "java.lang.NullPointerException: Null array"},
@@ -307,10 +306,7 @@ TEST_F(Values, TextFitsOrIsRefused) {
     EXPECT_EQ(contents(array), c.expected);
   }
   expect_in_order(
-      traced([&] {
-        CURSOR(getStringValue)
-        (env, cursor, column, 2, bytes("...."));
-      }),
+      traced([&] { return CURSOR(getStringValue)(env, cursor, column, 2, bytes("....")); }),
       {"*** OciCursor getStringValue *** ", "    bytes (3 bytes)\n    bytes:\n    63 63 63 \n"});
 }
 
@@ -409,15 +405,12 @@ TEST_F(Values, RowsOutsideTheColumnAndColumnsWithoutABuffer) {
 }
 
 TEST_F(Values, LongPiecesAreHandedOverOnce) {
-  using PieceGetter = jint (*)(JNIEnv*, jobject, jobject, jint, jbyteArray);
-  const struct {
-    PieceGetter getter;
-    const char* name;
-  } cases[] = {{CURSOR(getLongByteValue), "getLongByteValue"},
-               {CURSOR(getLongStringValue), "getLongStringValue"}};
+  const std::pair<decltype(&CURSOR(getLongByteValue)), std::string> cases[] = {
+      {CURSOR(getLongByteValue), "getLongByteValue"},
+      {CURSOR(getLongStringValue), "getLongStringValue"}};
   cdadata* cda = cda_of(cursor);
   LongdataBufPool* pool = cda->longdata_bufpool = new LongdataBufPool;
-  for (const auto& c : cases) {
+  for (const auto& [getter, name] : cases) {
     const jobject column = new_column(1, SQLT_LNG, 4);
     columndata* record = column_of(column);
     EXPECT_EQ(CURSOR(getLongDataLength)(env, cursor, column), 0);
@@ -428,28 +421,26 @@ TEST_F(Values, LongPiecesAreHandedOverOnce) {
     }
     EXPECT_EQ(CURSOR(getLongDataLength)(env, cursor, column), 9);
     jbyteArray array = bytes("......");
-    const std::string output =
-        traced([&] { EXPECT_EQ(c.getter(env, cursor, column, 77, array), 4); });
-    const std::string name = c.name;
-    expect_in_order(output, {"*** OciCursor " + name + " *** ", "    offset = 77\n",
-                             "    " + name + " data (4 bytes)\n    bytes:\n    34 34 34 34 \n"});
+    jint length = 0;
+    expect_in_order(traced([&, &get = getter] { length = get(env, cursor, column, 77, array); }),
+                    {"*** OciCursor " + name + " *** ", "    offset = 77\n",
+                     "    " + name + " data (4 bytes)\n    bytes:\n    34 34 34 34 \n"});
+    EXPECT_EQ(length, 4);
     EXPECT_EQ(contents(array), "4444..");
     EXPECT_EQ(CURSOR(getLongDataLength)(env, cursor, column), 5);
     array = bytes("...");
-    c.getter(env, cursor, column, 0, array);
+    getter(env, cursor, column, 0, array);
     expect_raised("InternalError", " in " + name + ": data buffer larger than passed in buffer ");
     EXPECT_EQ(contents(array), "...");
     array = bytes("....");
-    while (c.getter(env, cursor, column, 0, array) != 0) continue;
+    while (getter(env, cursor, column, 0, array) != 0) continue;
     EXPECT_EQ(contents(array).front(), '1');
     EXPECT_EQ(CURSOR(getLongDataLength)(env, cursor, column), 0);
     EXPECT_EQ(pool->bufPoolSP, 3);
   }
   EXPECT_EQ(CURSOR(getLongDataLength)(env, cursor, new_column(1, SQLT_NUM)), -10);
-  EXPECT_EQ(traced([&] {
-              CURSOR(getLongDataLength)
-              (env, cursor, new_column(1, SQLT_LBI));
-            }),
+  const jobject other = new_column(1, SQLT_LBI);
+  EXPECT_EQ(traced([&] { return CURSOR(getLongDataLength)(env, cursor, other); }),
             "*** OciCursor getLongDataLength *** \n");
   CURSOR(close)(env, cursor);
 }

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "oci_double.h"
@@ -68,6 +69,10 @@ class JniTable {
   static const JNINativeInterface_* real;
 };
 
+inline jbyte* pin_nothing(JNIEnv*, jbyteArray, jboolean*) {
+  return nullptr;
+}
+
 /// Counts the pins of byte arrays, and notes how each was released.
 class PinWatch : public JniTable {
  public:
@@ -80,6 +85,15 @@ class PinWatch : public JniTable {
 jclass find_class(const std::string& name);
 /// An object of a class of the package, made without its constructor.
 jobject allocate(const std::string& simple_name);
+/// An object of any class, by the constructor of this signature.
+template <typename... Arguments>
+jobject construct(const std::string& name, const char* signature, Arguments... arguments) {
+  const jclass its_class = find_class(name);
+  const jobject made =
+      env->NewObject(its_class, env->GetMethodID(its_class, "<init>", signature), arguments...);
+  EXPECT_FALSE(env->ExceptionCheck());
+  return made;
+}
 jint get_int(jobject object, const char* field);
 void set_int(jobject object, const char* field, jint value);
 jbyteArray bytes(const std::string& contents);
@@ -112,6 +126,17 @@ jobject new_connection(int elem = 0, bool xa = false);
 jobject new_column(int rows = 1, int internal_type = SQLT_CHR, int position = 1);
 /// A cursor object, open on a new connection unless told otherwise.
 jobject new_cursor(bool open = true);
+
+/// Runs `action`, given its environment, on a thread of its own, attached.
+template <typename Action>
+std::thread on_a_thread(Action action) {
+  return std::thread([action] {
+    JNIEnv* own = nullptr;
+    the_vm->AttachCurrentThread(reinterpret_cast<void**>(&own), nullptr);
+    action(own);
+    the_vm->DetachCurrentThread();
+  });
+}
 
 /// Makes the library as it is before the first native_initialize.
 void forget_initialisation();

@@ -92,12 +92,18 @@ Fragment insert_values(Context& context, const std::vector<const ColumnInfo*>& c
   tokens.expect_symbol("(", 906);
   std::vector<Fragment> values;
   do {
+    context.item = tokens.position();
     values.push_back(expression(context, nothing));
   } while (tokens.accept_symbol(","));
   tokens.expect_symbol(")", 917);
   check_count(values.size(), columns.size(), offset);
   for (size_t i = 0; i < values.size(); ++i) values[i] = store(values[i], *columns[i]);
-  return call(" VALUES ", values, offset);
+  if (context.sequences.empty()) return call(" VALUES ", values, offset);
+  // The engine makes the values of VALUES in the order of the table's columns, and a query's in
+  // the order of the text, which NEXTVAL and CURRVAL beside each other depend on.
+  Fragment query = fragment(" SELECT ", offset);
+  for (size_t i = 0; i < values.size(); ++i) query.add(i > 0 ? "," : "").add(values[i]);
+  return query;
 }
 
 // A WHERE clause; with a row limit, which the engine has for queries only, as a query of rows.

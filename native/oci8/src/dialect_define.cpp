@@ -142,6 +142,26 @@ bool sequence_option(Tokens& tokens, Sequence& sequence) {
   return true;
 }
 
+// --- Dropping and emptying -----------------------------------------------------------------------
+
+// To drop a table the engine deletes its rows first, and either way rows of other tables would go
+// with them where those are declared ON DELETE CASCADE.
+Fragment unless_referenced(const std::string& table, int code) {
+  std::string sql = "SELECT ora_raise(" + std::to_string(code) + ") WHERE EXISTS (SELECT 1 FROM";
+  sql += " sqlite_schema AS s, pragma_foreign_key_list(s.name) AS k WHERE s.type = 'table' AND";
+  sql += " s.name <> " + quote_text(table) + " AND k.\"table\" = " + quote_text(table) + ");\n";
+  return fragment(sql, 0);
+}
+
+// The engine cannot take a foreign key from the table that has it: CASCADE CONSTRAINTS is done
+// where there is none.
+Fragment drop_table(Context& context) {
+  const std::string name = existing_table(context);
+  const bool cascade = context.tokens.accept_word("CASCADE");
+  if (cascade) context.tokens.expect_word("CONSTRAINTS");
+  return unless_referenced(name, cascade ? 3001 : 2449).add("DROP TABLE " + quote_name(name));
+}
+
 // --- Dispatch ------------------------------------------------------------------------------------
 
 // Words that stand before the kind of object are taken in the only order that the server takes.
@@ -168,11 +188,7 @@ Fragment create(Context& context) {
 // Other kinds of objects than these four do not exist here: no half success for them.
 Fragment drop(Context& context) {
   Tokens& tokens = context.tokens;
-  if (tokens.accept_word("TABLE")) {
-    const std::string name = existing_table(context);
-    if (tokens.accept_word("CASCADE")) tokens.expect_word("CONSTRAINTS");
-    return fragment("DROP TABLE " + quote_name(name), 0);
-  }
+  if (tokens.accept_word("TABLE")) return drop_table(context);
   if (tokens.accept_word("VIEW")) {
     return fragment("DROP VIEW " + quote_name(existing_table(context)), 0);
   }
@@ -205,7 +221,7 @@ Fragment truncate(Context& context) {
   if (tokens.accept_word("REUSE") || tokens.accept_word("DROP")) {
     if (!tokens.accept_word("STORAGE")) tokens.fail_here(3291);
   }
-  return fragment("DELETE FROM " + quote_name(name), 0);
+  return unless_referenced(name, 2266).add("DELETE FROM " + quote_name(name));
 }
 
 // Comments are kept nowhere: the statement is checked and does nothing.

@@ -156,11 +156,38 @@ Fragment placeholder(Context& context) {
   return result;
 }
 
+// Whether the value being read is made of the current token in every row. These leave out what
+// they do not choose.
+bool always_made(Tokens& tokens, size_t first) {
+  static constexpr std::string_view kChoosing[] = {"CASE", "DECODE", "NVL", "NVL2", "COALESCE"};
+  const size_t here = tokens.position();
+  bool choosing = false;
+  for (tokens.seek(first); tokens.position() < here; tokens.skip()) {
+    choosing = choosing || std::ranges::any_of(kChoosing, [&](std::string_view word) {
+                 return tokens.is_word(word);
+               });
+  }
+  return !choosing;
+}
+
+// A row draws from a sequence once, however often it names it: after the first NEXTVAL every use
+// is the value drawn. Where that one may come late or never, a second use is refused.
+bool draws(Context& context, const std::string& sequence, bool next) {
+  const auto used = std::ranges::find(context.sequences, sequence, &SequenceUse::name);
+  if (used == context.sequences.end()) {
+    const bool drawn = next && context.item && always_made(context.tokens, *context.item);
+    context.sequences.push_back({sequence, drawn});
+    return next;
+  }
+  if (next && !used->drawn) context.tokens.fail_here(3001);
+  return false;
+}
+
 // A sequence is looked up by name when the value is drawn: there is nothing to resolve before.
 Fragment sequence_value(Context& context, const Scope& scope, const std::string& sequence,
                         ub4 offset) {
   if (!scope.sequences) fail(2287, {}, static_cast<int>(offset));
-  const bool next = context.tokens.is_word("NEXTVAL");
+  const bool next = draws(context, sequence, context.tokens.is_word("NEXTVAL"));
   context.tokens.skip();
   Fragment result = fragment(
       (next ? "sequence_nextval(" : "sequence_currval(") + quote_text(sequence) + ")", offset);

@@ -241,6 +241,7 @@ class Block {
   Item read_item() {
     const size_t first = tokens().position();
     Item result;
+    context_.item = first;
     result.value = expression(context_, scope_);
     result.name = implied_name(first);
     const bool announced = tokens().accept_word("AS");

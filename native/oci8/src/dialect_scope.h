@@ -13,6 +13,12 @@
 
 namespace oci8 {
 
+/// The first use of a sequence in a statement.
+struct SequenceUse {
+  std::string name;
+  bool drawn = false;  // by NEXTVAL, in every row and before what follows in the text
+};
+
 /// A statement being translated.
 struct Context {
   Context(const SqlText& sql, Schema& of_session) : tokens(sql), schema(of_session) {}
@@ -23,6 +29,8 @@ struct Context {
   int names_made = 0;  // for inline views without a name
   std::string object;  // the first table that the statement names
   std::string defines;  // the view that the statement defines
+  std::vector<SequenceUse> sequences;  // used so far
+  std::optional<size_t> item;  // first token of the value being read, where all are made in order
 };
 
 /// Counts one nesting level for its own lifetime; ORA-03001 where a statement nests too deeply.

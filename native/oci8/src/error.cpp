@@ -164,6 +164,7 @@ constexpr Message kMessages[] = {
     {2019, "connection description for remote database not found"},
     {2091, "transaction rolled back"},
     {2260, "table can have only one primary key"},
+    {2266, "unique/primary keys in table referenced by enabled foreign keys"},
     {2270, "no matching unique or primary key for this column-list"},
     {2277, "invalid sequence name"},
     {2287, "sequence number not allowed here"},

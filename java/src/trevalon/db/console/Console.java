@@ -9,6 +9,7 @@ import java.io.IOException;
 import java.io.InputStreamReader;
 import java.io.PrintStream;
 import java.io.UnsupportedEncodingException;
+import java.nio.charset.CharacterCodingException;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
@@ -64,7 +65,7 @@ public final class Console {
                 case 1:
                     return isTerminal(0)
                             ? prompt(arguments[0])
-                            : script(arguments[0], standardInput(), "standard input");
+                            : script(arguments[0], strictInput(), "standard input");
                 case 2:
                     return script(arguments[0], open(Paths.get(arguments[1])), arguments[1]);
                 default:
@@ -128,7 +129,20 @@ public final class Console {
         try (BufferedReader in = input;
                 OciConnection connection = connect(login)) {
             Script script = new Script(connection, out, errors, new BreakKey(), progress());
+            return run(script, in, connection, name);
+        }
+    }
+
+    /** Text of another encoding ends a script: read somehow, it would store other characters. */
+    private int run(Script script, BufferedReader in, OciConnection connection, String name)
+            throws SQLException, IOException {
+        try {
             return script.run(new StatementReader(in, line -> {}), name) ? OK : FAILED;
+        } catch (CharacterCodingException e) {
+            connection.rollback();
+            out.flush();
+            errors.println("ERROR:\nThe script " + name + " is not UTF-8 text");
+            return FAILED;
         }
     }
 
@@ -153,6 +167,13 @@ public final class Console {
 
     private static BufferedReader open(Path file) throws IOException {
         return Files.newBufferedReader(file, StandardCharsets.UTF_8);
+    }
+
+    private static BufferedReader strictInput() {
+        return new BufferedReader(
+                new InputStreamReader(
+                        new FileInputStream(FileDescriptor.in),
+                        StandardCharsets.UTF_8.newDecoder()));
     }
 
     private static BufferedReader standardInput() {

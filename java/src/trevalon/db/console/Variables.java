@@ -179,9 +179,24 @@ final class Variables {
             if (variable.type == OciType.DATE) {
                 variable.moment = statement.getOutDateTime(i + 1);
             } else if (!variable.isCursor()) {
-                variable.text = statement.getOutString(i + 1);
+                variable.text = checkedText(variable, statement.getOutString(i + 1));
             }
         }
+    }
+
+    /** A NUMBER comes out as text, and a block may have put any text there. */
+    private static String checkedText(Variable variable, String text) throws SQLException {
+        if (variable.type == OciType.NUMBER && text != null) {
+            try {
+                return new BigDecimal(text.trim()).toPlainString();
+            } catch (NumberFormatException e) {
+                throw new SQLException(
+                        "ORA-06502: PL/SQL: numeric or value error\nThe variable \"" + variable.name
+                                + "\" is a NUMBER and cannot hold this text",
+                        e);
+            }
+        }
+        return text;
     }
 
     /** Prints one variable, or all of them; the rows of a cursor can be printed once. */

@@ -4,10 +4,8 @@ import static trevalon.db.oci.TestRun.same;
 import static trevalon.db.oci.TestRun.yes;
 
 import java.io.BufferedReader;
-import java.io.ByteArrayOutputStream;
 import java.io.File;
 import java.io.IOException;
-import java.io.InputStream;
 import java.io.StringReader;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
@@ -15,6 +13,7 @@ import java.nio.file.Path;
 import java.util.ArrayList;
 import java.util.Arrays;
 import java.util.List;
+import java.util.Scanner;
 
 import trevalon.db.oci.TestRun;
 
@@ -204,14 +203,9 @@ public final class ConsoleCases {
             Process process = new ProcessBuilder(command).redirectErrorStream(true).start();
             process.getOutputStream().write(input.getBytes(StandardCharsets.UTF_8));
             process.getOutputStream().close();
-            ByteArrayOutputStream all = new ByteArrayOutputStream();
-            InputStream from = process.getInputStream();
-            byte[] buffer = new byte[8192];
-            for (int n = from.read(buffer); n >= 0; n = from.read(buffer)) {
-                all.write(buffer, 0, n);
-            }
+            Scanner all = new Scanner(process.getInputStream(), "UTF-8").useDelimiter("\\A");
+            output = all.hasNext() ? all.next() : "";
             exitCode = process.waitFor();
-            output = new String(all.toByteArray(), StandardCharsets.UTF_8);
             // What the checker of JNI calls says there must be seen here as well.
             Arrays.stream(output.split("\n")).filter(l -> l.contains("native method"))
                     .forEach(System.out::println);

@@ -1,6 +1,5 @@
 package trevalon.db.oci;
 
-import static trevalon.db.oci.TestRun.connect;
 import static trevalon.db.oci.TestRun.execute;
 import static trevalon.db.oci.TestRun.oracleError;
 import static trevalon.db.oci.TestRun.same;
@@ -9,7 +8,6 @@ import static trevalon.db.oci.TestRun.value;
 import static trevalon.db.oci.TestRun.yes;
 
 import java.io.ByteArrayInputStream;
-import java.io.File;
 import java.io.FilterInputStream;
 import java.io.IOException;
 import java.io.InputStream;
@@ -17,49 +15,31 @@ import java.io.SequenceInputStream;
 import java.io.StringReader;
 import java.math.BigDecimal;
 import java.nio.charset.StandardCharsets;
-import java.nio.file.Files;
 import java.sql.SQLDataException;
 import java.sql.SQLException;
 import java.time.LocalDate;
 import java.time.LocalDateTime;
 import java.util.Arrays;
 import java.util.Collections;
-import java.util.List;
 
 /** Bind variables: values in, streams in, values and cursors out. */
 public final class BindCases {
-    private static final int COMMIT_EVERY = 10;
-
     /** Sets the variables of a statement. */
     private interface Setter {
         void set(OciStatement statement) throws Exception;
     }
 
-    /** A case with a session and a statement on it. */
-    private interface Case {
-        void run(OciConnection connection, OciStatement statement) throws Exception;
-    }
-
     private BindCases() {}
 
     public static void addTo(TestRun tests) {
-        add(tests, "extreme values of every setter come back", BindCases::extremes);
-        add(tests, "no byte of an earlier value stays behind", BindCases::reuse);
-        add(tests, "values that cannot go in are refused", BindCases::refusals);
-        add(tests, "bytes and streams of each kind and length come back", BindCases::streams);
-        add(tests, "what a stream throws comes out, nothing goes in", BindCases::failingStream);
-        add(tests, "a query runs again with other values", BindCases::queryAgain);
-        add(tests, "a block's outputs and inputs", BindCases::outputs);
-        add(tests, "cursor variables are read like queries", BindCases::cursorVariables);
-        add(tests, "a killed process leaves what it committed", BindCases::killed);
-    }
-
-    private static void add(TestRun tests, String name, Case test) {
-        tests.add(name, () -> {
-            try (OciConnection connection = connect()) {
-                test.run(connection, connection.createStatement());
-            }
-        });
+        tests.add("extreme values of every setter come back", BindCases::extremes);
+        tests.add("no byte of an earlier value stays behind", BindCases::reuse);
+        tests.add("values that cannot go in are refused", BindCases::refusals);
+        tests.add("bytes and streams of each kind and length come back", BindCases::streams);
+        tests.add("what a stream throws comes out, nothing goes in", BindCases::failingStream);
+        tests.add("a query runs again with other values", BindCases::queryAgain);
+        tests.add("a block's outputs and inputs", BindCases::outputs);
+        tests.add("cursor variables are read like queries", BindCases::cursorVariables);
     }
 
     private static void insert(OciConnection connection, String table, Setter... rows)
@@ -92,6 +72,7 @@ public final class BindCases {
             {"NUMBER", "-2147483648", (Setter) s -> s.setInt(1, Integer.MIN_VALUE)},
             {"NUMBER(10)", "2147483647", (Setter) s -> s.setInt(1, Integer.MAX_VALUE)},
             {"NUMBER", "-9223372036854775808", (Setter) s -> s.setLong(1, Long.MIN_VALUE)},
+            {"NUMBER(38)", "9223372036854775807", (Setter) s -> s.setLong(1, Long.MAX_VALUE)},
             {"NUMBER", "2147483648", (Setter) s -> s.setLong(1, 1L << 31)},
             {"NUMBER", "-.000025", (Setter) s -> s.setBigDecimal(1, new BigDecimal("-2.5E-5"))},
             {"NUMBER", "0", (Setter) s -> s.setDouble(1, -0.0)},
@@ -301,51 +282,6 @@ public final class BindCases {
                 same(String.format("label %05d", n), rows.getString(2), "label");
             }
             yes(!rows.next(), "no row after the last");
-        }
-    }
-
-    /** Inserts row after row in a process of its own, and tells of each commit. */
-    public static final class Loader {
-        private Loader() {}
-
-        public static void main(String[] arguments) throws Exception {
-            try (OciConnection connection = connect();
-                    OciStatement insert = connection.createStatement()) {
-                insert.prepare("INSERT INTO survived VALUES (:n)");
-                for (int n = 1; ; n++) {
-                    insert.setInt(1, n);
-                    insert.execute();
-                    if (n % COMMIT_EVERY == 0) {
-                        connection.commit();
-                        System.out.println(n);
-                    }
-                }
-            }
-        }
-    }
-
-    private static void killed(OciConnection c, OciStatement unused) throws Exception {
-        File told = File.createTempFile("commits", ".txt");
-        try {
-            execute(c, "CREATE TABLE survived (n NUMBER(9) PRIMARY KEY)");
-            Process child = new ProcessBuilder(System.getProperty("java.home") + "/bin/java",
-                    "-Djava.library.path=" + System.getProperty("java.library.path"), "-cp",
-                    System.getProperty("java.class.path"), Loader.class.getName())
-                    .redirectErrorStream(true).redirectOutput(told).start();
-            while (child.isAlive() && told.length() < 2000) {
-                Thread.sleep(1);
-            }
-            child.destroyForcibly().waitFor();
-            List<String> commits = Files.readAllLines(told.toPath());
-            int acknowledged = Integer.parseInt(commits.get(commits.size() - 1));
-            int rows = Integer.parseInt(value(c, "SELECT COUNT(*) FROM survived"));
-            String last = value(c, "SELECT MAX(n) FROM survived");
-            same(Integer.toString(rows), last, "rows up to the last");
-            // The kill may fall between a commit and the word of it.
-            yes(acknowledged > 0 && (rows == acknowledged || rows == acknowledged + COMMIT_EVERY),
-                    rows + " rows, though " + acknowledged + " were acknowledged");
-        } finally {
-            told.delete();
         }
     }
 }

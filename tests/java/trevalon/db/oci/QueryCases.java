@@ -5,17 +5,12 @@ import static trevalon.db.oci.TestRun.execute;
 import static trevalon.db.oci.TestRun.oracleError;
 import static trevalon.db.oci.TestRun.same;
 import static trevalon.db.oci.TestRun.throwing;
-import static trevalon.db.oci.TestRun.value;
 import static trevalon.db.oci.TestRun.yes;
 
 import java.io.IOException;
 import java.io.InputStream;
 import java.io.StringReader;
 import java.nio.charset.StandardCharsets;
-import java.time.LocalDateTime;
-import java.util.ArrayList;
-import java.util.Arrays;
-import java.util.List;
 
 /** Queries: describe, values, arrays, LONG columns, and errors of statements. */
 public final class QueryCases {
@@ -30,17 +25,17 @@ public final class QueryCases {
     private QueryCases() {}
 
     public static void addTo(TestRun tests) {
-        tests.add("every declared type is described as declared", () -> describe());
-        tests.add("values of every type come back exactly", () -> values());
-        tests.add("statement errors carry Oracle's code", () -> errors());
-        tests.add("arrays of 1, 7 and 1000 rows hold the same rows", () -> arrays());
-        tests.add("a row number outside the arrays is refused", () -> outsideArrays());
+        tests.add("every declared type is described as declared", QueryCases::describe);
+        tests.add("statement errors carry Oracle's code", QueryCases::errors);
+        tests.add("arrays of 1, 7 and 1000 rows hold the same rows", QueryCases::arrays);
+        tests.add("there is no value outside the row", QueryCases::outsideTheRow);
         tests.add("LONG values of all lengths, NULLs among them", () -> longValues());
         tests.add("a LONG that is not read to its end is passed over", () -> unreadLong());
         tests.add("stream pieces are filled whole, and split no character", () -> streamPieces());
     }
 
-    private static void describe() throws Exception {
+    private static void describe(OciConnection connection, OciStatement statement)
+            throws Exception {
         String[][] types = {
             {"VARCHAR2(30)", "VARCHAR2(30)"}, {"CHAR(5)", "CHAR(5)"}, {"CHAR", "CHAR(1)"},
             {"NUMBER", "NUMBER"}, {"NUMBER(7)", "NUMBER(7)"}, {"NUMBER(9,2)", "NUMBER(9,2)"},
@@ -48,87 +43,49 @@ public final class QueryCases {
             {"DATE", "DATE"}, {"RAW(16)", "RAW(16)"}, {"LONG", "LONG"}, {"LONG RAW", "LONG RAW"},
             {"CLOB", "CLOB"}, {"BLOB", "BLOB"}, {"ROWID", "ROWID"},
         };
-        try (OciConnection connection = connect();
-                OciStatement statement = connection.createStatement()) {
-            for (int i = 0; i < types.length; i++) {
-                String table = "described_" + i;
-                execute(connection, "CREATE TABLE " + table + " (c_" + i + " " + types[i][0] + ")");
-                statement.prepare("SELECT * FROM " + table);
-                same(1, statement.columns().size(), "columns of " + types[i][0]);
-                OciColumn column = statement.columns().get(0);
-                same("C_" + i, column.name(), "name");
-                same(types[i][1], column.typeText(), "type of " + types[i][0]);
-            }
+        for (int i = 0; i < types.length; i++) {
+            String table = "described_" + i;
+            execute(connection, "CREATE TABLE " + table + " (c_" + i + " " + types[i][0] + ")");
+            statement.prepare("SELECT * FROM " + table);
+            same(1, statement.columns().size(), "columns of " + types[i][0]);
+            OciColumn column = statement.columns().get(0);
+            same("C_" + i, column.name(), "name");
+            same(types[i][1], column.typeText(), "type of " + types[i][0]);
         }
     }
 
-    private static void values() throws Exception {
-        String digits = "9223372036854775807";
-        String[][] texts = {
-            {"0", "NUMBER", "0"}, {".5", "NUMBER", ".5"}, {"-1.25", "NUMBER(9,2)", "-1.25"},
-            {digits, "NUMBER(38)", digits}, {"-" + digits, "NUMBER", "-" + digits},
-            {"NULL", "NUMBER", null}, {"''", "VARCHAR2(5)", null},
-            {"'ab'", "CHAR(5)", "ab   "}, {"'it''s'", "VARCHAR2(5)", "it's"},
-            {"'Tromsø 京都 😀'", "VARCHAR2(30)", "Tromsø 京都 😀"},
-            {"TO_DATE('1999-12-31 23:59:58', 'YYYY-MM-DD HH24:MI:SS')", "DATE",
-                "1999-12-31 23:59:58"},
-        };
-        try (OciConnection connection = connect()) {
-            for (int i = 0; i < texts.length; i++) {
-                String table = "value_" + i;
-                execute(connection, "CREATE TABLE " + table + " (v " + texts[i][1] + ")",
-                        "INSERT INTO " + table + " VALUES (" + texts[i][0] + ")");
-                same(texts[i][2], value(connection, "SELECT v FROM " + table), texts[i][0]);
-            }
-        }
-        byte[] leapDay = {119, (byte) 180, 2, 29, 24, 60, 60};
-        same(LocalDateTime.of(1980, 2, 29, 23, 59, 59), OciDates.decode(leapDay), "1980");
-        byte[] caesar = {100, 56, 3, 15, 1, 1, 1};
-        same(LocalDateTime.of(-43, 3, 15, 0, 0), OciDates.decode(caesar), "44 BC");
-    }
-
-    private static void errors() throws Exception {
+    private static void errors(OciConnection connection, OciStatement unused) throws Exception {
         Object[][] statements = {
-            {942, "SELECT * FROM nowhere"}, {904, "SELECT nothing FROM DUAL"},
-            {900, "GIBBERISH"}, {1476, "SELECT 1 / 0 FROM DUAL"},
-            {1722, "SELECT TO_NUMBER('x') FROM DUAL"}, {1, "INSERT INTO strict VALUES (1, 'b')"},
-            {1400, "INSERT INTO strict VALUES (2, NULL)"},
-            {1401, "INSERT INTO strict VALUES (3, 'too long')"},
-            {955, "CREATE TABLE strict (n NUMBER)"},
+            {942, "SELECT * FROM nowhere"}, {900, "GIBBERISH"}, {1476, "SELECT 1 / 0 FROM DUAL"},
+            {1, "INSERT INTO strict VALUES (1)"}, {955, "CREATE TABLE strict (n NUMBER)"},
         };
-        try (OciConnection connection = connect()) {
-            execute(connection,
-                    "CREATE TABLE strict (n NUMBER PRIMARY KEY, t VARCHAR2(3) NOT NULL)",
-                    "INSERT INTO strict VALUES (1, 'a')");
-            for (Object[] statement : statements) {
-                oracleError((Integer) statement[0],
-                        () -> {
-                            try (OciStatement query = connection.createStatement()) {
-                                query.execute((String) statement[1]);
-                                query.next();
-                            }
-                        });
-            }
+        execute(connection, "CREATE TABLE strict (n NUMBER PRIMARY KEY)",
+                "INSERT INTO strict VALUES (1)");
+        for (Object[] statement : statements) {
+            oracleError((Integer) statement[0], () -> {
+                try (OciStatement query = connection.createStatement()) {
+                    query.execute((String) statement[1]);
+                    query.next();
+                }
+            });
         }
     }
 
     /** 100,000 rows made by the database; what each must hold follows from its number. */
-    private static void arrays() throws Exception {
-        try (OciConnection connection = connect()) {
-            execute(connection, "CREATE TABLE digit (d NUMBER(1))",
-                    "CREATE TABLE big (n NUMBER(6), label VARCHAR2(20), odd NUMBER(1))");
-            for (int d = 0; d < 10; d++) {
-                execute(connection, "INSERT INTO digit VALUES (" + d + ")");
-            }
-            execute(connection,
-                    "INSERT INTO big SELECT a.d * 10000 + b.d * 1000 + c.d * 100 + d.d * 10 + e.d,"
-                            + " 'label ' || a.d || b.d || c.d || d.d || e.d,"
-                            + " DECODE(e.d, 1, 1, 3, 3, 5, 5, 7, 7, 9, 9, NULL)"
-                            + " FROM digit a, digit b, digit c, digit d, digit e");
-            connection.commit();
-            for (int fetchSize : new int[] {1, 7, 1000}) {
-                compareBig(connection, fetchSize);
-            }
+    private static void arrays(OciConnection connection, OciStatement unused) throws Exception {
+        execute(connection, "CREATE TABLE digit (d NUMBER(1))",
+                "CREATE TABLE big (n NUMBER(6), label VARCHAR2(20), odd NUMBER(1))");
+        for (int d = 0; d < 10; d++) {
+            execute(connection, "INSERT INTO digit VALUES (" + d + ")");
+        }
+        execute(connection,
+                "INSERT INTO big SELECT a.d * 10000 + b.d * 1000 + c.d * 100 + d.d * 10 + e.d,"
+                        + " 'label ' || a.d || b.d || c.d || d.d || e.d,"
+                        + " DECODE(e.d, 1, 1, 3, 3, 5, 5, 7, 7, 9, 9, NULL)"
+                        + " FROM digit a, digit b, digit c, digit d, digit e");
+        connection.commit();
+        for (int fetchSize : new int[] {1, 7, 1000}) {
+            compareBig(connection, fetchSize);
         }
     }
 
@@ -148,31 +105,11 @@ public final class QueryCases {
         }
     }
 
-    private static void outsideArrays() throws Exception {
-        try (OciConnection connection = connect()) {
-            OciCursor cursor = new OciCursor(connection, 0, PIECE, true, "SELECT 1 FROM DUAL");
-            try (OciColumn column = new OciColumn(1, null)) {
-                yes(!cursor.describe(column) && !cursor.bindSelectItem(column, 4)
-                        && !cursor.execAndFetch(4), "the query runs");
-                byte[] buffer = new byte[200];
-                same(1, cursor.getStringValue(column, 0, buffer), "length of the value");
-                for (int row : new int[] {-1, 4, 1 << 20, Integer.MAX_VALUE, Integer.MIN_VALUE}) {
-                    throwing(RuntimeException.class, () -> cursor.getIndicator(column, row));
-                    throwing(RuntimeException.class,
-                            () -> cursor.getStringValue(column, row, buffer));
-                    throwing(RuntimeException.class,
-                            () -> cursor.getByteValue(column, row, buffer));
-                }
-                cursor.close();
-            }
-            cursor.native_finalize();
-            try (OciStatement query = connection.createStatement()) {
-                query.execute("SELECT 1 FROM DUAL");
-                throwing(IllegalStateException.class, () -> query.getString(1));
-                query.next();
-                throwing(IndexOutOfBoundsException.class, () -> query.getString(2));
-            }
-        }
+    private static void outsideTheRow(OciConnection unused, OciStatement query) throws Exception {
+        query.execute("SELECT 1 FROM DUAL");
+        throwing(IllegalStateException.class, () -> query.getString(1));
+        query.next();
+        throwing(IndexOutOfBoundsException.class, () -> query.getString(2));
     }
 
     private static String longText(int id, int length) {
@@ -249,15 +186,11 @@ public final class QueryCases {
     private static void streamPieces() throws Exception {
         String text = "aé京😀" + longText(1, 5000) + "😀😀";
         for (int length : new int[] {1, 5, 1000, 4096}) {
-            List<byte[]> pieces = new ArrayList<>();
             PieceSource source = PieceSource.ofCharacters(new StringReader(text));
+            StringBuilder whole = new StringBuilder();
             byte[] buffer = new byte[length + 4];
             for (int n = source.fill(buffer, length); n > 0; n = source.fill(buffer, length)) {
-                pieces.add(Arrays.copyOf(buffer, n));
-            }
-            StringBuilder whole = new StringBuilder();
-            for (byte[] piece : pieces) {
-                whole.append(new String(piece, StandardCharsets.UTF_8));
+                whole.append(new String(buffer, 0, n, StandardCharsets.UTF_8));
             }
             same(text, whole.toString(), "text in pieces of " + length);
         }

@@ -10,6 +10,11 @@ public final class TestRun {
         void run() throws Exception;
     }
 
+    /** A case with a session and a statement on it. */
+    interface SessionCase {
+        void run(OciConnection connection, OciStatement statement) throws Exception;
+    }
+
     private static final String LOGIN_SERVER = "TEST";
 
     private int failures;
@@ -25,6 +30,14 @@ public final class TestRun {
             System.out.printf("[FAILED] %s%n", name);
             e.printStackTrace(System.out);
         }
+    }
+
+    void add(String name, SessionCase test) {
+        add(name, () -> {
+            try (OciConnection connection = connect()) {
+                test.run(connection, connection.createStatement());
+            }
+        });
     }
 
     public int failures() {
