@@ -37,7 +37,14 @@ void set_session_text(ldadata& ld, const char* value, ub4 attribute) {
 }
 
 void trace_handles(const ldadata& ld) {
-  TRACE("    svchp=", ld.svchp, ", srvhp=", ld.srvhp, ", authp=", ld.authp);
+  TRACE("---  in oralayer ldadata login: svchp is: ", ld.svchp);
+  TRACE("---  in oralayer ldadata login: srvhp is: ", ld.srvhp);
+  TRACE("---  in oralayer ldadata login: authp is: ", ld.authp);
+}
+
+void free_session(OCISession*& session) {
+  if (session != nullptr) OCIHandleFree(session, OCI_HTYPE_SESSION);
+  session = nullptr;
 }
 
 }  // namespace
@@ -51,8 +58,7 @@ int ldadata::login(const char* username, const char* password, const char* host,
   OCIServerAttach(srvhp, errhp, reinterpret_cast<const text*>(host),
                   static_cast<sb4>(std::strlen(host)), OCI_DEFAULT);
   OCIAttrSet(svchp, OCI_HTYPE_SVCCTX, srvhp, 0, OCI_ATTR_SERVER, errhp);
-  // The handle of an earlier login would never be freed otherwise.
-  if (authp != nullptr) OCIHandleFree(authp, OCI_HTYPE_SESSION);
+  OCISession* former = authp;
   authp = nullptr;
   OCIHandleAlloc(envhp, reinterpret_cast<void**>(&authp), OCI_HTYPE_SESSION, 0, nullptr);
   set_session_text(*this, username, OCI_ATTR_USERNAME);
@@ -62,8 +68,17 @@ int ldadata::login(const char* username, const char* password, const char* host,
 
   if (status == OCI_SUCCESS) {
     OCIAttrSet(svchp, OCI_HTYPE_SVCCTX, authp, 0, OCI_ATTR_SESSION, errhp);
+    free_session(former);
+    free_session(usrhp);
     trace_handles(*this);
     return 0;
+  }
+  // The service context names the session of the last login that succeeded, if any: its handle is
+  // kept for as long.
+  if (usrhp == nullptr) {
+    usrhp = former;
+  } else {
+    free_session(former);
   }
   TRACE("*** OCISessionBegin failed");
   trace_handles(*this);

@@ -117,6 +117,7 @@ sword free_statement(cdadata& cda) {
   if (cda.stmthp == nullptr) return OCI_SUCCESS;
   TRACE("*** OCIHandleFree (OCI_HTYPE_STMT) ***");
   end_statement_memory(cda);
+  touch_record(&cda);  // for a statement that has this cursor bound
   const sword retvali = OCIHandleFree(cda.stmthp, OCI_HTYPE_STMT);
   TRACE("    OCIHandleFree result", "=", retvali);
   cda.stmthp = nullptr;
@@ -135,7 +136,9 @@ JNIEXPORT jboolean JNICALL Java_trevalon_db_oci_OciCursor_open(JNIEnv* env, jobj
   ldadata* ld = session_record(env, connobj, "LDA is null");
   if (ld == nullptr) return kCallOk;
 
-  free_statement(*cda);  // of an open that no close followed
+  if (!is_idle(env, *cda)) return kCallOk;
+  drop_defines_and_binds(env, *cda);  // of an open that no close followed
+  free_statement(*cda);
   cda->errhp = ld->errhp;
   const sword retvali = OCIHandleAlloc(ld->envhp, reinterpret_cast<void**>(&cda->stmthp),
                                        OCI_HTYPE_STMT, kStatementMemorySize, &cda->tmp);
@@ -200,6 +203,7 @@ JNIEXPORT jboolean JNICALL Java_trevalon_db_oci_OciCursor_close(JNIEnv* env, job
   cdadata* cda = cursor_record(env, obj);
   if (cda == nullptr) return kCallOk;
 
+  if (!is_idle(env, *cda)) return kCallOk;
   // Inconsistent chains are reported, and the rest is closed all the same.
   PendingException pending(env);
   cda->long_count = 0;
@@ -219,7 +223,7 @@ JNIEXPORT jboolean JNICALL Java_trevalon_db_oci_OciCursor_close(JNIEnv* env, job
 JNIEXPORT void JNICALL Java_trevalon_db_oci_OciCursor_native_1finalize(JNIEnv* env, jobject obj) {
   if (!env_and_object(env, obj)) return;
   auto* cda = record_of<cdadata>(env, obj, cdadata32iD);
-  if (cda == nullptr) return;
+  if (cda == nullptr || !is_idle(env, *cda)) return;
   store_record<cdadata>(env, obj, cdadata32iD, nullptr);
   delete cda;
 }
@@ -276,7 +280,7 @@ JNIEXPORT jboolean JNICALL Java_trevalon_db_oci_OciCursor_parse(JNIEnv* env, job
   if (!argument_given(env, HSqlBuf, "result buffer is null")) return kCallOk;
   cdadata* cda = cursor_record(env, obj);
   if (cda == nullptr) return kCallOk;
-  if (!keep_statement_text(env, *cda, HSqlBuf)) return kCallOk;
+  if (!is_idle(env, *cda) || !keep_statement_text(env, *cda, HSqlBuf)) return kCallOk;
 
   const auto length = static_cast<ub4>(std::strlen(reinterpret_cast<char*>(cda->sqlstr)));
   sword retvali =
@@ -403,15 +407,10 @@ JNIEXPORT jboolean JNICALL Java_trevalon_db_oci_OciCursor_exec(JNIEnv* env, jobj
   cdadata* cda = cursor_record(env, obj);
   if (cda == nullptr) return kCallOk;
   if (required(env, cda->lda, "LDA is null") == nullptr) return kCallOk;
-  PendingException pending(env);  // of the Java method that the insert callback calls
-  if (!lent_records_stand(env, *cda)) {
-    pending.set_aside();
-    clean_longinsert_chain(env, cda);
-    return kCallOk;
-  }
-
+  if (!may_execute(env, *cda)) return kCallOk;
   TRACE("*** OCIStmtExecute 1 *** ");
   const ub4 mode = cda->lda->autocommit != 0 ? OCI_COMMIT_ON_SUCCESS : OCI_DEFAULT;
+  PendingException pending(env);  // of the Java method that the insert callback calls
   const sword retvali = execute_statement(env, *cda, 1, mode);
   TRACE("    OCIStmtExecute result", "=", retvali);
   pending.set_aside();

@@ -19,23 +19,28 @@ struct stream_context : colctx {
   stream_context* next;
 };
 
-/// A record whose buffers a define or a bind has lent to OCI, which reads and writes them whenever
-/// the statement runs.
+enum class Lend : ub1 {
+  Bind,  // at a position
+  Define,  // at a position
+  Chain  // a LONG column on the cursor's chain, wherever it is defined by now
+};
+
+/// A record whose buffers OCI reads and writes whenever the statement runs, or that the cursor's
+/// chain of LONG columns names.
 struct lent_record {
   const void* record;
   std::uint32_t version;  // of the record when it was lent
-  bool is_define;
+  Lend how;
   ub4 position;
+  sb4 rows;  // that its arrays have room for
   lent_record* next;
 };
 
 /// What belongs to an open statement and to no record, kept in the statement handle's user memory.
 struct statement_memory {
-  // A fetch writes as many rows into the columns' arrays as it asks for: at most this many, the
-  // rows of the smallest array.
-  sb4 defined_rows;
   stream_context* contexts;
   lent_record* lent;
+  bool running;  // inside OCIStmtExecute, where Java may be called
   bool of_heap;  // of a client library that gave no user memory
 };
 
@@ -58,20 +63,26 @@ void clear_statement_memory(cdadata& cda);
 /// After a prepare, which makes OCI drop them: both chains are empty, nothing is lent.
 void drop_defines_and_binds(JNIEnv* env, cdadata& cda);
 
+/// True for an open cursor; otherwise raises NullPointerException.
+bool is_open(JNIEnv* env, const cdadata& cda);
+/// False after raising InternalError: the statement is executing, and Java, called for a stream's
+/// next chunk, has come back to its cursor.
+bool is_idle(JNIEnv* env, const cdadata& cda);
+
 /// The rows that every column defined on the statement has room for.
 sb4 defined_rows(const cdadata& cda);
-void column_defined(cdadata& cda, sb4 rows);
 
-enum class Lend : bool { Bind, Define };
-
-/// After a define or bind at `position`, in the place of a former one. Raises OutOfMemoryError and
-/// yields false where this cannot be kept.
-bool lend(JNIEnv* env, cdadata& cda, Lend how, ub4 position, const void* record);
-/// True for a column that was lent and has ended since, or serves another statement by now.
+/// Keeps what OCI was told of, in the place of what was lent before at the position (Chain: of the
+/// same record). The cursor must be open. False after raising OutOfMemoryError.
+bool lend(JNIEnv* env, cdadata& cda, const lent_record& what);
+/// True for a LONG column on the chain that has ended since, or lent its buffers anew elsewhere.
 bool has_ended(const cdadata& cda, const void* record);
-/// Before the statement runs: raises InternalError where a column or cursor that OCI would touch
-/// has ended or changed its buffers since.
+/// False after raising InternalError: a column or cursor that OCI would touch has ended, or has
+/// changed its buffers, since it was bound or defined.
 bool lent_records_stand(JNIEnv* env, const cdadata& cda);
+/// Before an execution: is_idle and lent_records_stand. A refusal empties the insert chain, as an
+/// execution would.
+bool may_execute(JNIEnv* env, cdadata& cda);
 
 /// Runs the statement on the calling thread, `iterations` times or for so many rows, with this
 /// thread's environment in its streaming contexts.

@@ -91,8 +91,10 @@ namespace {
 // The array that carries the chunks, made at the first one. False after raising.
 bool has_array(JNIEnv* env, colctx& ctx) {
   if (ctx.jbytes != nullptr) {
-    TRACE("+++ UNPIN ctx->buf from ctx->jbytes +++  col:", ctx.col->colpos);
-    unpin(env, ctx);
+    if (ctx.buf != nullptr) {
+      TRACE("+++ UNPIN ctx->buf from ctx->jbytes +++  col:", ctx.col->colpos);
+      unpin(env, ctx);
+    }
     return true;
   }
   TRACE("+++ Allocate Java Byte Array +++");
@@ -118,6 +120,8 @@ bool pull_chunk(JNIEnv* env, const colctx& ctx, jint& bytes_read) {
     return false;
   }
   TRACE("    bytes_read", "=", bytes_read);
+  // What Java did meanwhile may have taken away what the statement is about to read.
+  if (!lent_records_stand(env, *ctx.cda)) return false;
   if (bytes_read <= env->GetArrayLength(ctx.jbytes)) return true;
   TV_ThrowInternalError(env, "getNextStreamBuffer returned more than its buffer holds");
   return false;
@@ -145,7 +149,8 @@ sb4 icbfp(void* ictxp, OCIBind*, ub4, ub4, void** bufpp, ub4* alenp, ub1* piecep
   if (bytes_read <= 0) {
     bytes_read = 0;
     *piecep = OCI_LAST_PIECE;
-    TRACE("    OCI_LAST_PIECE ", pieceName(*piecep));
+    TRACE("    OCI_LAST_PIECE");
+    TRACE(pieceName(*piecep));
     TRACE("   NOTE: OCI_LAST_PIECE==3.   piecep value=", int{*piecep});
   }
   if (!pin_chunk(env, ctx)) return OCI_ERROR;
@@ -167,7 +172,12 @@ sword execute_statement(JNIEnv* env, cdadata& cda, ub4 iterations, ub4 mode) {
     colctx* ctx = node->coldata != nullptr ? node->coldata->ctx : nullptr;
     if (ctx != nullptr && ctx->cda == &cda) ctx->env = env;
   }
-  return OCIStmtExecute(cda.svchp, cda.stmthp, cda.errhp, iterations, 0, nullptr, nullptr, mode);
+  statement_memory* memory = memory_of(cda);
+  if (memory != nullptr) memory->running = true;
+  const sword retvali =
+      OCIStmtExecute(cda.svchp, cda.stmthp, cda.errhp, iterations, 0, nullptr, nullptr, mode);
+  if (memory != nullptr) memory->running = false;
+  return retvali;
 }
 
 // --- Binding -------------------------------------------------------------------------------------
@@ -212,7 +222,7 @@ ub1* bindParamData(columndata* col) {
                                      : reinterpret_cast<ub1*>(col->double_arr);
     case SQLT_CLOB:
     case SQLT_BLOB:
-      TRACE("========= support8:bindParamData, returning &col->lobloc", &col->lobloc);
+      TRACE("========= support8:bindParamData, returning &col->lobloc", "=", &col->lobloc);
       return reinterpret_cast<ub1*>(&col->lobloc);
     default:
       return nullptr;
@@ -261,7 +271,7 @@ colctx* start_stream(JNIEnv* env, jobject obj, cdadata& cda, columndata& col) {
     return nullptr;
   }
   forget_streamed_column(col);
-  unlink_column(*ctx);
+  if (ctx->col != nullptr) forget_streamed_column(*ctx->col);
   ctx->env = env;
   ctx->col = &col;
   ctx->cda = &cda;
@@ -305,6 +315,11 @@ sword bind_plain(cdadata& cda, columndata& col, ub2* lengths) {
   return bind_value(cda, col, &bindp, lengths, OCI_DEFAULT);
 }
 
+// A bind that failed has left the former one in force. False after raising.
+bool keep_bind(JNIEnv* env, cdadata& cda, ub4 position, const void* record, sword retvali) {
+  return retvali != OCI_SUCCESS || lend(env, cda, {record, 0, Lend::Bind, position, 1, nullptr});
+}
+
 }  // namespace
 
 JNIEXPORT jboolean JNICALL Java_trevalon_db_oci_OciCursor_bindVariableByPosition(JNIEnv* env,
@@ -317,6 +332,7 @@ JNIEXPORT jboolean JNICALL Java_trevalon_db_oci_OciCursor_bindVariableByPosition
   if (cda == nullptr) return kCallOk;
   columndata* col = column_record(env, colobj, "COLDATA is null");
   if (col == nullptr) return kCallOk;
+  if (!is_open(env, *cda) || !is_idle(env, *cda)) return kCallOk;
 
   TRACE("    internal_dbtype=", col->internal_dbtype, ", colpos=", col->colpos,
         ", prec=", col->prec, ", scale=", col->scale, ", ctx=", col->ctx, ", dbsize=", col->dbsize,
@@ -337,7 +353,7 @@ JNIEXPORT jboolean JNICALL Java_trevalon_db_oci_OciCursor_bindVariableByPosition
   }
   assignCdaCodes(env, obj);
   col->boundinsert = 1;
-  if (!lend(env, *cda, Lend::Bind, static_cast<ub4>(col->colpos), col)) return kCallOk;
+  if (!keep_bind(env, *cda, static_cast<ub4>(col->colpos), col, retvali)) return kCallOk;
   return call_result(retvali);
 }
 
@@ -352,6 +368,8 @@ JNIEXPORT jboolean JNICALL Java_trevalon_db_oci_OciCursor_bindCursorByPosition(J
   if (cda == nullptr) return kCallOk;
   cdadata* other = cursor_record(env, curobj, "Null Cursor");
   if (other == nullptr) return kCallOk;
+  if (required(env, other->stmthp, "Null Cursor") == nullptr) return kCallOk;
+  if (!is_open(env, *cda) || !is_idle(env, *cda)) return kCallOk;
 
   TRACE("*** bindCursorByPosition  OCIBindByPos 1 *** colpos", "=", colpos);
   OCIBind* bindp = nullptr;
@@ -359,6 +377,6 @@ JNIEXPORT jboolean JNICALL Java_trevalon_db_oci_OciCursor_bindCursorByPosition(J
       OCIBindByPos(cda->stmthp, &bindp, cda->errhp, static_cast<ub4>(colpos), &other->stmthp,
                    kHandleSize, SQLT_RSET, nullptr, nullptr, nullptr, 0, nullptr, OCI_DEFAULT);
   assignCdaCodes(env, obj);
-  if (!lend(env, *cda, Lend::Bind, static_cast<ub4>(colpos), other)) return kCallOk;
+  if (!keep_bind(env, *cda, static_cast<ub4>(colpos), other, retvali)) return kCallOk;
   return call_result(retvali);
 }

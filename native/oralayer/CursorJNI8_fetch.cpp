@@ -1,5 +1,8 @@
 // Definition of the select list, array fetch and piecewise fetch.
 
+#include <algorithm>
+#include <cstdint>
+#include <limits>
 #include <new>
 
 #include "CursorJNI8.h"
@@ -37,11 +40,15 @@ sword define(const cdadata& cda, columndata& col, const char* banner, void* valu
                         col.retlenvect, col.retcodevect, mode);
 }
 
-// Queues the column for the piecewise fetch, whatever the definition gave. False without memory.
-bool queue_long_column(cdadata& cda, columndata& col) {
+// Queues the column for the piecewise fetch, whatever the definition gave. False after raising.
+bool queue_long_column(JNIEnv* env, cdadata& cda, columndata& col) {
   ++cda.long_count;
+  if (!lend(env, cda, {&col, 0, Lend::Chain, 0, 0, nullptr})) return false;
   auto* node = new (std::nothrow) longcol_node;
-  if (node == nullptr) return false;
+  if (node == nullptr) {
+    TV_ThrowOutOfMemoryError(env, "Out of memory");
+    return false;
+  }
   node->coldata = &col;
   longcol_node::queue(&cda.lc_head, &cda.lc_tail, node);
   return true;
@@ -49,29 +56,29 @@ bool queue_long_column(cdadata& cda, columndata& col) {
 
 // Defines the column as its kind asks. False after raising.
 bool define_column(JNIEnv* env, cdadata& cda, columndata& col, jint fetchsize, sword& retvali) {
+  sb4 rows = fetchsize;
   if (is_long(col)) {
+    rows = std::numeric_limits<sb4>::max();  // one at a time, in pieces
     retvali = define(cda, col, "*** OCIDefineByPos for LONG, LONGRAW  ***", nullptr, kLongestLong,
                      OCI_DYNAMIC_FETCH);
-    if (queue_long_column(cda, col)) return true;
-    TV_ThrowOutOfMemoryError(env, "Out of memory");
-    return false;
-  }
-  if (is_lob(col)) {
+    if (!queue_long_column(env, cda, col)) return false;
+  } else if (is_lob(col)) {
+    rows = 1;  // the record has one locator
     retvali = define(cda, col, "*** OCIDefineByPos for BLOB, CLOB, NCLOB ***", &col.lobloc,
                      col.buflen, OCI_DEFAULT);
-    column_defined(cda, 1);  // one locator, one row
-    return true;
+  } else {
+    retvali = define(cda, col, "*** OCIDefineByPos ***", col.bufptr, col.buflen, OCI_DEFAULT);
   }
-  retvali = define(cda, col, "*** OCIDefineByPos ***", col.bufptr, col.buflen, OCI_DEFAULT);
-  column_defined(cda, fetchsize);
-  return true;
+  const auto position = static_cast<ub4>(col.colpos);
+  return retvali != OCI_SUCCESS || lend(env, cda, {&col, 0, Lend::Define, position, rows, nullptr});
 }
 
 // The column's data buffer, unless it is smaller than what OCI would be told.
 ub1* data_buffer(columndata& col, jint fetchsize) {
   ub1* buffer = bindSelectData(&col);
   if (is_long(col)) return buffer;
-  const auto needed = static_cast<std::size_t>(col.buflen) * static_cast<std::size_t>(fetchsize);
+  const auto needed =
+      static_cast<std::uint64_t>(col.buflen) * static_cast<std::uint64_t>(fetchsize);
   return col.byte_capacity() >= needed ? buffer : nullptr;
 }
 
@@ -87,6 +94,7 @@ JNIEXPORT jboolean JNICALL Java_trevalon_db_oci_OciCursor_bindSelectItem(JNIEnv*
   if (cda == nullptr) return kCallOk;
   columndata* col = column_record(env, colobj, "COLDATA is null");
   if (col == nullptr) return kCallOk;
+  if (!is_open(env, *cda) || !is_idle(env, *cda)) return kCallOk;
 
   const sword external = int2extSelectOciType(col->internal_dbtype, col->prec, col->scale);
   const sb4 piece_length = longBufferSize(env, obj);
@@ -107,10 +115,7 @@ JNIEXPORT jboolean JNICALL Java_trevalon_db_oci_OciCursor_bindSelectItem(JNIEnv*
     TRACE("    col->bufptr=", "NULL");
   }
   sword retvali = OCI_SUCCESS;
-  if (!define_column(env, *cda, *col, fetchsize, retvali) ||
-      !lend(env, *cda, Lend::Define, static_cast<ub4>(col->colpos), col)) {
-    return kCallOk;
-  }
+  if (!define_column(env, *cda, *col, fetchsize, retvali)) return kCallOk;
   TRACE("    retvali", "=", retvali);
   assignCdaCodes(env, obj);
   return call_result(retvali);
@@ -121,9 +126,13 @@ JNIEXPORT jboolean JNICALL Java_trevalon_db_oci_OciCursor_bindSelectItem(JNIEnv*
 namespace {
 
 bool rows_have_room(JNIEnv* env, const cdadata& cda, jint rows) {
-  if (rows >= 0 && rows <= defined_rows(cda)) return lent_records_stand(env, cda);
+  if (rows >= 0 && rows <= defined_rows(cda)) return true;
   TV_ThrowInternalError(env, "fetch size is larger than the columns' arrays");
   return false;
+}
+
+bool may_fetch(JNIEnv* env, const cdadata& cda, jint rows) {
+  return is_idle(env, cda) && rows_have_room(env, cda, rows) && lent_records_stand(env, cda);
 }
 
 sword fetch_rows(const cdadata& cda, ub4 rows) {
@@ -136,7 +145,7 @@ JNIEXPORT jboolean JNICALL Java_trevalon_db_oci_OciCursor_fetch(JNIEnv* env, job
   if (!env_and_object(env, obj)) return kCallOk;
   const cdadata* cda = cursor_record(env, obj);
   if (cda == nullptr) return kCallOk;
-  if (!rows_have_room(env, *cda, 1)) return kCallOk;
+  if (!may_fetch(env, *cda, 1)) return kCallOk;
   TRACE("*** OCIStmtFetch 1 ***");
   const sword retvali = fetch_rows(*cda, 1);
   assignCdaCodes(env, obj);
@@ -212,7 +221,8 @@ Step fetch_piece(LongRow& row, void* defnp, ub1 piece) {
     ldn->buf_size = 0;
     return Step::Done;
   }
-  ldn->buf_size = static_cast<sb4>(std::min(ret_len, room));
+  // Without the offer nothing was written.
+  if (row.retvali == OCI_SUCCESS) ldn->buf_size = static_cast<sb4>(std::min(ret_len, room));
   trace_piece(row, piece, ret_len);
   return row.fetchstat == OCI_NEED_DATA ? Step::Go : Step::Done;
 }
@@ -274,7 +284,7 @@ jboolean array_fetch(JNIEnv* env, jobject obj, cdadata& cda, jint fetchsize) {
   const int longCount = cda.long_count;
   TRACE("*** ArrayFetch  OCIStmtFetch  *** ");
   const jint rows = longCount > 0 ? 1 : fetchsize;
-  if (!rows_have_room(env, cda, rows)) return kCallOk;
+  if (!may_fetch(env, cda, rows)) return kCallOk;
   sword retvali = fetch_rows(cda, static_cast<ub4>(rows));
   TRACE("    retvali", "=", retvali);
   if (retvali == OCI_NEED_DATA) cda.need_data = 1;
@@ -314,7 +324,7 @@ JNIEXPORT jboolean JNICALL Java_trevalon_db_oci_OciCursor_execAndFetch(JNIEnv* e
     TRACE("     reset fetchsize to zero, longCount = ", longCount);
     fetchsize = 0;
   }
-  if (!rows_have_room(env, *cda, fetchsize)) return kCallOk;
+  if (!rows_have_room(env, *cda, fetchsize) || !may_execute(env, *cda)) return kCallOk;
   ub4 rows = static_cast<ub4>(fetchsize);
   if (longCount <= 0) {
     TRACE("   hasLong is false, Set Statement Prefetch Rows Attribute to ", rows);

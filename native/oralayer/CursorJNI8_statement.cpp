@@ -12,7 +12,7 @@ void start_statement_memory(cdadata& cda) {
   const bool of_heap = cda.tmp == nullptr;
   if (of_heap) cda.tmp = new (std::nothrow) statement_memory;
   if (cda.tmp == nullptr) return;
-  *memory_of(cda) = {std::numeric_limits<sb4>::max(), nullptr, nullptr, of_heap};
+  *memory_of(cda) = {nullptr, nullptr, false, of_heap};
 }
 
 void end_statement_memory(cdadata& cda) {
@@ -35,37 +35,57 @@ void clear_statement_memory(cdadata& cda) {
     memory->lent = lent->next;
     delete lent;
   }
-  memory->defined_rows = std::numeric_limits<sb4>::max();
+}
+
+bool is_open(JNIEnv* env, const cdadata& cda) {
+  if (memory_of(cda) != nullptr) return true;
+  TV_ThrowNullPointerException(env, "the cursor is not open");
+  return false;
+}
+
+bool is_idle(JNIEnv* env, const cdadata& cda) {
+  const statement_memory* memory = memory_of(cda);
+  if (memory == nullptr || !memory->running) return true;
+  TV_ThrowInternalError(env, "the cursor is executing");
+  return false;
 }
 
 sb4 defined_rows(const cdadata& cda) {
+  sb4 rows = std::numeric_limits<sb4>::max();
   const statement_memory* memory = memory_of(cda);
-  return memory != nullptr ? memory->defined_rows : std::numeric_limits<sb4>::max();
-}
-
-void column_defined(cdadata& cda, sb4 rows) {
-  statement_memory* memory = memory_of(cda);
-  if (memory != nullptr) memory->defined_rows = std::min(memory->defined_rows, rows);
-}
-
-bool lend(JNIEnv* env, cdadata& cda, Lend how, ub4 position, const void* record) {
-  statement_memory* memory = memory_of(cda);
-  if (memory == nullptr) return true;
-  const bool is_define = how == Lend::Define;
-  lent_record* lent = memory->lent;
-  while (lent != nullptr && (lent->is_define != is_define || lent->position != position)) {
-    lent = lent->next;
+  if (memory == nullptr) return rows;
+  for (const lent_record* lent = memory->lent; lent != nullptr; lent = lent->next) {
+    if (lent->how == Lend::Define) rows = std::min(rows, lent->rows);
   }
+  return rows;
+}
+
+namespace {
+
+bool replaces(const lent_record& what, const lent_record& former) {
+  if (what.how != former.how) return false;
+  return what.how == Lend::Chain ? what.record == former.record : what.position == former.position;
+}
+
+}  // namespace
+
+bool lend(JNIEnv* env, cdadata& cda, const lent_record& what) {
+  statement_memory* memory = memory_of(cda);
+  lent_record* lent = memory->lent;
+  while (lent != nullptr && !replaces(what, *lent)) lent = lent->next;
   if (lent == nullptr) {
-    lent = new (std::nothrow) lent_record{nullptr, 0, is_define, position, memory->lent};
+    lent = new (std::nothrow) lent_record{};
     if (lent == nullptr) {
       TV_ThrowOutOfMemoryError(env, "Out of memory");
       return false;
     }
+    lent->next = memory->lent;
     memory->lent = lent;
   }
-  lent->record = record;
-  lent->version = record_version(record);
+  lent_record* next = lent->next;
+  *lent = what;
+  lent->version = record_version(what.record);
+  lent->next = next;
   return true;
 }
 
@@ -73,7 +93,9 @@ bool has_ended(const cdadata& cda, const void* record) {
   const statement_memory* memory = memory_of(cda);
   if (memory == nullptr) return false;
   for (const lent_record* lent = memory->lent; lent != nullptr; lent = lent->next) {
-    if (lent->record == record) return lent->version != record_version(record);
+    if (lent->how == Lend::Chain && lent->record == record) {
+      return lent->version != record_version(record);
+    }
   }
   return false;
 }
@@ -82,11 +104,20 @@ bool lent_records_stand(JNIEnv* env, const cdadata& cda) {
   const statement_memory* memory = memory_of(cda);
   if (memory == nullptr) return true;
   for (const lent_record* lent = memory->lent; lent != nullptr; lent = lent->next) {
-    if (lent->version == record_version(lent->record)) continue;
+    if (lent->how == Lend::Chain || lent->version == record_version(lent->record)) continue;
     TV_ThrowInternalError(env, "a column of the statement has ended or changed since it was bound");
     return false;
   }
   return true;
+}
+
+bool may_execute(JNIEnv* env, cdadata& cda) {
+  if (!is_idle(env, cda)) return false;
+  PendingException pending(env);
+  if (lent_records_stand(env, cda)) return true;
+  pending.set_aside();
+  clean_longinsert_chain(env, &cda);
+  return false;
 }
 
 void drop_defines_and_binds(JNIEnv* env, cdadata& cda) {

@@ -40,11 +40,11 @@ struct Element {
 };
 
 Element element_of(const columndata& col, jint recnum) {
-  if (col.buflen <= 0) return {};
+  if (col.buflen < 0) return {};
   const auto size = static_cast<std::size_t>(col.buflen);
-  const auto offset = size * static_cast<std::size_t>(recnum);
-  if (offset + size > col.byte_capacity()) return {};
-  return {col.byte_arr + offset, size};
+  const auto row = static_cast<std::size_t>(recnum);
+  if (size > 0 && row >= col.byte_capacity() / size) return {};
+  return {col.byte_arr + size * row, size};
 }
 
 // Raises where the column has no data buffer for the row: it is fetched otherwise, or not defined.

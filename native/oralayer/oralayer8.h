@@ -63,7 +63,7 @@ struct ldadata {
   OCIServer* srvhp;
   OCIError* errhp;  // lent to every cursor and LOB of the session
   OCISvcCtx* svchp;
-  OCISession* usrhp;  // unused
+  OCISession* usrhp;  // of an earlier login, while the service context names it still
   void* tmp;  // unused
   OCISession* authp;  // of the current login; null before the first one
   int status;  // result of the last OCISessionBegin

@@ -152,7 +152,8 @@ longdata_node* with_room(longdata_node* node, int size) {
     return node;
   }
   delete[] node->buf_ptr;
-  node->buf_ptr = new (std::nothrow) ub1[static_cast<std::size_t>(size)];
+  // Cleared once: a client library that leaves a piece's length alone shows no stray memory.
+  node->buf_ptr = new (std::nothrow) ub1[static_cast<std::size_t>(size)]();
   if (node->buf_ptr != nullptr) return node;
   delete node;
   return nullptr;

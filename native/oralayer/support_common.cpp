@@ -1,12 +1,12 @@
 // Class lookup and exceptions, the byte dump, the sizing of column buffers, and the rules for
 // select-list data.
 
+#include <algorithm>
 #include <cctype>
 #include <cstdio>
 #include <cstring>
 #include <limits>
 #include <new>
-#include <string>
 
 #include "exceptions.h"
 #include "oralayer8.h"
@@ -71,11 +71,11 @@ jclass TV_FindClass(JNIEnv* env, jobject obj, const char* className) {
 
   // Since JDK 9 a loader refuses a name with slashes; older ones know no other.
   env->ExceptionClear();
-  std::string dotted(className);
-  for (char& c : dotted) {
-    if (c == '/') c = '.';
-  }
-  return load_class(env, loader, loadClass, dotted.c_str());
+  char dotted[128];
+  const std::size_t length = std::strlen(className);
+  if (length >= sizeof dotted) return nullptr;
+  std::replace_copy(className, className + length + 1, dotted, '/', '.');
+  return load_class(env, loader, loadClass, dotted);
 }
 
 // --- Exceptions ----------------------------------------------------------------------------------
@@ -149,7 +149,10 @@ void release_array(T*& array) {
 
 template <typename T>
 T* allocate_array(int size) {
-  return size < 0 ? nullptr : new (std::nothrow) T[static_cast<std::size_t>(size)];
+  // Beyond this, array new raises where it should yield null.
+  constexpr auto kMost = std::numeric_limits<std::ptrdiff_t>::max() / sizeof(T);
+  if (size < 0 || static_cast<std::size_t>(size) > kMost) return nullptr;
+  return new (std::nothrow) T[static_cast<std::size_t>(size)];
 }
 
 template <typename T>
@@ -168,7 +171,7 @@ void columndata::allocByteArray(sb4 newsize) {
   TRACE("*** allocByteArray ***");
   if (newsize != 0 && newsize <= byte_arrlen) return;
   if (newsize < 0) return;
-  touch_record(this);
+  if (newsize != byte_arrlen) touch_record(this);
   if (byte_arrlen != 0) release_array(byte_arr);
   byte_arrlen = newsize;
   if (newsize == 0) return;

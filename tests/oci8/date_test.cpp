@@ -60,7 +60,7 @@ TEST(Date, DaysCountOnWithoutGapsFromEndToEnd) {
 TEST(Date, IsWrittenByModel) {
   const DateFields kDay{1999, 3, 5, 15, 4, 9};
   const struct {
-    const char* format, *expected;
+    const char *format, *expected;
   } kRows[] = {{"DD-MON-YY", "05-MAR-99"},
                {"YYYY-MM-DD HH24:MI:SS", "1999-03-05 15:04:09"},
                {"Month DD", "March     05"},
@@ -80,7 +80,7 @@ TEST(Date, IsWrittenByModel) {
 
 TEST(Date, IsReadByModel) {
   const struct {
-    const char* text, *format;
+    const char *text, *format;
     const char* expected;
   } kRows[] = {
       {"15-MAR-1999 13:05:09", "DD-MON-YYYY HH24:MI:SS", "1999-3-15 13:5:9"},

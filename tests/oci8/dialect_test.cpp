@@ -85,27 +85,32 @@ TEST(SqlText, CountsPlaceholdersByOccurrenceInSqlAndByNameInBlocks) {
               ElementsAre());
 }
 
+// A select list as "NAME:type(size,precision,scale)", with "!" where it cannot be null.
+std::string described(const std::vector<ColumnInfo>& columns) {
+  std::string result;
+  for (const ColumnInfo& column : columns) {
+    result += column.name + ":" + std::to_string(column.type) + "(" + std::to_string(column.size) +
+              "," + std::to_string(column.precision) + "," + std::to_string(column.scale) + ")" +
+              (column.nullable ? " " : "! ");
+  }
+  return result;
+}
+
 TEST(DeclaredType, ReadsBackWhatItSpells) {
-  const ColumnInfo columns[] = {{"A", SQLT_CHR, 4000, 0, 0},    {"B", SQLT_AFC, 1, 0, 0},
-                                {"C", SQLT_NUM, 22, 0, -127},   {"D", SQLT_NUM, 22, 38, -84},
-                                {"E", SQLT_NUM, 22, 126, -127}, {"F", SQLT_DAT, 7, 0, 0},
-                                {"G", SQLT_BIN, 2000, 0, 0},    {"H", SQLT_LNG, 0, 0, 0},
-                                {"I", SQLT_LBI, 0, 0, 0},       {"J\"", SQLT_RID, 18, 0, 0, false},
-                                {"K", SQLT_CLOB, 86, 0, 0},     {"L", SQLT_BLOB, 86, 0, 0}};
-  const std::vector<ColumnInfo> all(std::begin(columns), std::end(columns));
+  const std::vector<ColumnInfo> all = {
+      {"A", SQLT_CHR, 4000, 0, 0},    {"B", SQLT_AFC, 1, 0, 0},
+      {"C", SQLT_NUM, 22, 0, -127},   {"D", SQLT_NUM, 22, 38, -84},
+      {"E", SQLT_NUM, 22, 126, -127}, {"F", SQLT_DAT, 7, 0, 0},
+      {"G", SQLT_BIN, 2000, 0, 0},    {"H", SQLT_LNG, 0, 0, 0},
+      {"I", SQLT_LBI, 0, 0, 0},       {"J\"", SQLT_RID, 18, 0, 0, false},
+      {"K", SQLT_CLOB, 86, 0, 0},     {"L", SQLT_BLOB, 86, 0, 0}};
   std::vector<ColumnInfo> read;
   ASSERT_TRUE(read_view(view_heading("V\"(", all) + "SELECT 1", read));
-  ASSERT_EQ(read.size(), all.size());
-  for (size_t i = 0; i < all.size(); ++i) {
-    EXPECT_EQ(read[i].name, all[i].name);
-    EXPECT_EQ(read[i].type, all[i].type);
-    EXPECT_EQ(read[i].size, all[i].size);
-    EXPECT_EQ(read[i].precision, all[i].precision);
-    EXPECT_EQ(read[i].scale, all[i].scale);
-    EXPECT_EQ(read[i].nullable, all[i].nullable);
+  EXPECT_EQ(described(read), described(all));
+  for (const ColumnInfo& column : all) {
     ColumnInfo alone;
-    EXPECT_TRUE(read_type(spell_type(all[i]), alone));
-    EXPECT_EQ(spell_type(alone), spell_type(all[i]));
+    EXPECT_TRUE(read_type(spell_type(column), alone));
+    EXPECT_EQ(spell_type(alone), spell_type(column));
   }
   for (const char* foreign :
        {"INTEGER", "VARCHAR2(0)", "VARCHAR2(9999999999)", "NUMBER(5", "TEXT"}) {
@@ -271,6 +276,17 @@ TEST_F(DialectTest, ChangesStoreWhatTheColumnDeclares) {
       {"RENAME c TO c2", ""},
       {"TRUNCATE TABLE c2", ""},
       {"SELECT COUNT(*) FROM c2", "0"},
+      {"CREATE TABLE p (id NUMBER PRIMARY KEY, up NUMBER REFERENCES p)", ""},
+      {"CREATE TABLE k (id NUMBER REFERENCES p ON DELETE CASCADE)", ""},
+      {"INSERT INTO p VALUES (1, 1)", ""},
+      {"INSERT INTO k VALUES (1)", ""},
+      {"TRUNCATE TABLE p", "2266@-1"},
+      {"DROP TABLE p", "2449@-1"},
+      {"DROP TABLE p CASCADE CONSTRAINTS", "3001@-1"},
+      {"SELECT id FROM k", "1"},
+      {"DROP TABLE k CASCADE CONSTRAINTS", ""},
+      {"TRUNCATE TABLE p", ""},
+      {"DROP TABLE p", ""},
       {"CREATE SEQUENCE s MAXVALUE 9999999999999999999999999999", ""},
       {"CREATE SEQUENCE s", "955@-1"},
       {"DROP SEQUENCE s", ""},
@@ -311,6 +327,8 @@ TEST_F(DialectTest, ErrorsNameTheirPlace) {
       {"SELECT 1 FROM dual UNION SELECT 1, 2 FROM dual", "1789@25"},
       {"SELECT 1 FROM dual UNION SELECT 'a' FROM dual", "1790@25"},
       {"SELECT 1 FROM emp ORDER BY 2", "1785@27"},
+      {"SELECT DECODE(1, 2, s.NEXTVAL, s.NEXTVAL) FROM dual", "3001@34"},
+      {"INSERT INTO dept (deptno, dname) VALUES (s.CURRVAL, s.NEXTVAL)", "3001@54"},
       {"INSERT INTO dept VALUES (1)", "947@24"},
       {"INSERT INTO dept (deptno) VALUES (1, 2)", "913@33"},
       {"INSERT INTO dept VALUES (dname, 1, 2)", "984@25"},
@@ -331,13 +349,7 @@ TEST_F(DialectTest, DescribesSelectLists) {
                " hired-1, COUNT(*) OVERALL, ROWID FROM emp e GROUP BY empno, ename, hired, sal,"
                " deptno, photo, ROWID"),
       schema_);
-  std::string described;
-  for (const ColumnInfo& column : made.columns) {
-    described += column.name + ":" + std::to_string(column.type) + "(" +
-                 std::to_string(column.size) + "," + std::to_string(column.precision) + "," +
-                 std::to_string(column.scale) + ")" + (column.nullable ? " " : "! ");
-  }
-  EXPECT_EQ(described,
+  EXPECT_EQ(described(made.columns),
             "EMPNO:2(22,4,0)! ENAME:1(10,0,0) HIRED:12(7,0,0) SAL:2(22,7,2) DEPTNO:2(22,2,0) "
             "PHOTO:23(4,0,0) SAL*2:2(22,0,-127) 'abc':96(3,0,0)! n:1(1,0,0) ENAME||'x':1(11,0,0) "
             "SUBSTR(ENAME,1,1):1(4,0,0) SYSDATE:12(7,0,0) HIRED-1:12(7,0,0) OVERALL:2(22,0,-127) "

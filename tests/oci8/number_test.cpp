@@ -32,7 +32,7 @@ std::string read(std::string_view text) {
 
 TEST(Number, ReadsWhatItKeepsExactlyAndRefusesTheRest) {
   const struct {
-    const char* input, *expected;
+    const char *input, *expected;
   } kRows[] = {
       {"0", "0"},
       {"-0", "0"},

@@ -279,7 +279,7 @@ TEST_F(Bind, StreamsArePulledPieceByPiece) {
 
 // By the rules of a fetch: what a variable cannot take is told by whatever it has for that.
 TEST_F(Bind, BlocksWriteTheirVariables) {
-  must("insert into t (n, s, d, r) values (7, 'seven', to_date('1999', 'YYYY'), 'FF00')");
+  must("insert into t (n, s, r) values (7, 'seven', 'FF00')");
   const std::string garbage(9, '\xff');
   const struct {
     const char* assigned;
@@ -292,9 +292,8 @@ TEST_F(Bind, BlocksWriteTheirVariables) {
     ub2 length;
     std::string value;
   } cases[] = {{"n", SQLT_INT, 4, true, OCI_SUCCESS, 0, 0, 4, raw(7)},
-               {"n / 2", SQLT_FLT, 8, true, OCI_SUCCESS, 0, 0, 8, raw(3.5)},
                {"s", SQLT_STR, 9, true, OCI_SUCCESS, 0, 0, 5, std::string("seven\0", 6)},
-               {"n", SQLT_CHR, 9, true, OCI_SUCCESS, 0, 0, 1, "7"},
+               {"n / 2", SQLT_CHR, 9, true, OCI_SUCCESS, 0, 0, 3, "3.5"},
                {"r", SQLT_BIN, 9, true, OCI_SUCCESS, 0, 0, 2, std::string("\xff\0", 2)},
                {"to_date('1999-01-02', 'YYYY-MM-DD')", SQLT_DAT, 7, true, OCI_SUCCESS, 0, 0, 7,
                 seven({119, 199, 1, 2, 1, 1, 1})},
@@ -321,22 +320,20 @@ TEST_F(Bind, BlocksWriteTheirVariables) {
   }
 }
 
-TEST_F(Bind, BlocksReadBindsAndRunAsAWhole) {
+TEST_F(Bind, BlocksReadTheirBindsAndFailAsAWhole) {
   int in = 20, out = -1;
-  ASSERT_EQ(c.prepare("begin :o := :i * 2 + :i; insert into t (n) values (:o); end;"), OCI_SUCCESS);
-  ASSERT_EQ(bind(1, &out, 4, SQLT_INT), OCI_SUCCESS);
-  ASSERT_EQ(bind(2, &in, 4, SQLT_INT), OCI_SUCCESS);
+  ASSERT_EQ(c.prepare("begin insert into t (n) values (:i); :o := :i * 2; end;"), OCI_SUCCESS);
+  ASSERT_EQ(bind(1, &in, 4, SQLT_INT), OCI_SUCCESS);
+  ASSERT_EQ(bind(2, &out, 4, SQLT_INT), OCI_SUCCESS);
   for (in = 20; in < 23; ++in) {
     ASSERT_EQ(c.execute(1), OCI_SUCCESS) << c.code();
-    EXPECT_EQ(out, 3 * in);
-    EXPECT_EQ(c.row_count(), 1u);
+    EXPECT_EQ(out, 2 * in);
   }
-  EXPECT_EQ(first_value("select sum(n) from t", SQLT_CHR, 9), "189");
   ASSERT_EQ(c.prepare("begin delete from t; select n into :1 from t; end;"), OCI_SUCCESS);
   ASSERT_EQ(bind(1, &out, 4, SQLT_INT), OCI_SUCCESS);
   EXPECT_EQ(c.execute(1, OCI_COMMIT_ON_SUCCESS), OCI_NO_DATA);
   EXPECT_EQ(c.code(), 1403);
-  EXPECT_EQ(first_value("select count(*) from t", SQLT_CHR, 9), "3");
+  EXPECT_EQ(first_value("select sum(n) from t", SQLT_CHR, 9), "63");
 }
 
 // As after an execute of that query; the block may be gone by then.

@@ -193,8 +193,6 @@ TEST_F(Column, TypeMapping) {
                {112, 0, 0, 112, -1, 0, 4, "UKNOWN_TYPE"},
                {113, 0, 0, 113, -1, 0, 4, "UKNOWN_TYPE"},
                {0, 0, 0, 0, 0, 0, 0, "UKNOWN_TYPE"},
-               {7, 0, 0, 0, 0, 0, 0, "UKNOWN_TYPE"},
-               {116, 0, 0, 0, 0, 0, 0, "UKNOWN_TYPE"},
                {-1, 0, 0, 0, 0, 0, 0, "UKNOWN_TYPE"},
                {65535, 0, 0, 0, 0, 0, 0, "UKNOWN_TYPE"},
                {65537, 0, 0, 5, 31, 5, 11, "UKNOWN_TYPE"}};

@@ -299,7 +299,7 @@ TEST_F(Connection, TransactionAndCallControl) {
   using Method = jboolean (*)(JNIEnv*, jobject);
   const struct {
     Method method;
-    const char* call, *reply_key;
+    const char *call, *reply_key;
     bool assigns;
   } cases[] = {
       {CONNECTION(native_1autoCommitOn), "", "", false},

@@ -282,6 +282,14 @@ class Values : public JvmTest {
     return column;
   }
 
+  /// What a getter returns, and what an array that held `room` holds then: "3 abc...".
+  std::string filled(jint (*getter)(JNIEnv*, jobject, jobject, jint, jbyteArray), jobject column,
+                     jint row, const std::string& room) {
+    const jbyteArray array = bytes(room);
+    const jint length = getter(env, cursor, column, row, array);
+    return std::to_string(length) + " " + contents(array);
+  }
+
   jobject cursor = nullptr;
 };
 
@@ -292,7 +300,7 @@ TEST_F(Values, TextFitsOrIsRefused) {
     jint row;
     const char* room;
     jint result;
-    const char* expected, *exception;
+    const char *expected, *exception;
   } cases[] = {{2, "..........", 3, "ccc.......", ""},
                {2, "...", 3, "ccc", ""},
                {2, "..", 0, "..", "java.lang.NullPointerException: Null array"},
@@ -313,19 +321,16 @@ TEST_F(Values, TextFitsOrIsRefused) {
 TEST_F(Values, BytesAreCutToTheArray) {
   const std::string raw(100, 'r');
   const jobject column = fetched({std::string("\0\1\2", 3), raw}, 100, SQLT_BIN);
-  jbyteArray array = bytes(std::string(40, '.'));
-  EXPECT_EQ(CURSOR(getByteValue)(env, cursor, column, 1, array), 40);
-  EXPECT_EQ(contents(array), raw.substr(0, 40));
-  array = bytes("....");
-  EXPECT_EQ(CURSOR(getByteValue)(env, cursor, column, 0, array), 3);
-  EXPECT_EQ(contents(array), std::string("\0\1\2.", 4));
+  const std::string dots(40, '.');
+  EXPECT_EQ(filled(CURSOR(getByteValue), column, 1, dots), "40 " + raw.substr(0, 40));
+  EXPECT_EQ(filled(CURSOR(getByteValue), column, 0, "...."), std::string("3 \0\1\2.", 6));
   column_of(column)->indpvect[0] = -1;
-  EXPECT_EQ(CURSOR(getByteValue)(env, cursor, column, 0, array), 0);
+  EXPECT_EQ(filled(CURSOR(getByteValue), column, 0, "...."), "0 ....");
   const jobject large = fetched({"x"}, 65536, SQLT_BIN);
   EXPECT_EQ(CURSOR(getByteValue)(env, cursor, large, 0, bytes(std::string(70000, '.'))), 65536)
       << "a returned length has only 16 bits";
   const jobject just_below = fetched({"x"}, 65535, SQLT_BIN);
-  EXPECT_EQ(CURSOR(getByteValue)(env, cursor, just_below, 0, bytes("..")), 1);
+  EXPECT_EQ(filled(CURSOR(getByteValue), just_below, 0, ".."), "1 x.");
 }
 
 TEST_F(Values, NumbersDatesIndicatorsAndReturnCodes) {
