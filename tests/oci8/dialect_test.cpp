@@ -327,7 +327,7 @@ TEST_F(DialectTest, ErrorsNameTheirPlace) {
       {"SELECT 1 FROM dual UNION SELECT 1, 2 FROM dual", "1789@25"},
       {"SELECT 1 FROM dual UNION SELECT 'a' FROM dual", "1790@25"},
       {"SELECT 1 FROM emp ORDER BY 2", "1785@27"},
-      {"SELECT DECODE(1, 2, s.NEXTVAL, s.NEXTVAL) FROM dual", "3001@34"},
+      {"SELECT DECODE(1, 2, s.NEXTVAL, s.NEXTVAL) FROM dual", "3001@33"},
       {"INSERT INTO dept (deptno, dname) VALUES (s.CURRVAL, s.NEXTVAL)", "3001@54"},
       {"INSERT INTO dept VALUES (1)", "947@24"},
       {"INSERT INTO dept (deptno) VALUES (1, 2)", "913@33"},
