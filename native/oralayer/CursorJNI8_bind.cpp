@@ -188,30 +188,11 @@ bool is_integer_number(const columndata& col) {
   return col.prec != 0 && col.scale == 0;
 }
 
-// Types whose value lies in byte_arr.
-bool is_in_bytes(sb2 type) {
-  switch (type) {
-    case SQLT_CHR:
-    case SQLT_STR:
-    case SQLT_LNG:
-    case SQLT_RID:
-    case SQLT_DAT:
-    case SQLT_BIN:
-    case SQLT_LBI:
-    case SQLT_AFC:
-    case SQLT_RDD:
-    case SQLT_LAB:
-      return true;
-    default:
-      return false;
-  }
-}
-
 }  // namespace
 
 ub1* bindParamData(columndata* col) {
   TRACE("*** bindParamData ***");
-  if (is_in_bytes(col->internal_dbtype)) return col->byte_arr;
+  if (is_byte_type(col->internal_dbtype)) return col->byte_arr;
   switch (col->internal_dbtype) {
     case SQLT_INT:
       return reinterpret_cast<ub1*>(col->long_arr);
@@ -234,7 +215,7 @@ namespace {
 // Makes sure that OCI may read and write buflen bytes where it is told to. An empty value has given
 // its buffer back, so it gets one of zero bytes here. False after raising.
 bool buffer_holds(JNIEnv* env, columndata& col) {
-  const bool in_bytes = is_in_bytes(col.internal_dbtype);
+  const bool in_bytes = is_byte_type(col.internal_dbtype);
   if (col.buflen >= 0 && in_bytes && col.byte_capacity() == 0) {
     col.allocByteArray(std::max<sb4>(col.buflen, 1));
   }

@@ -330,6 +330,9 @@ sword getParamLength(int internaltype, int prec, int scale, sb4 length, ub4 piec
 sword int2extOciType(int internal_type, int prec, int scale);
 const char* typeName(int type);
 
+/// True for the types whose values are laid into a column's byte buffer, bound or fetched.
+bool is_byte_type(sb2 type);
+
 void allocSelectData(columndata* col, sb4 long_buf_size, int fetchsize);
 ub1* bindSelectData(columndata* col);
 

@@ -309,12 +309,9 @@ void allocSelectData(columndata* col, sb4 long_buf_size, int fetchsize) {
   }
 }
 
-ub1* bindSelectData(columndata* col) {
-  switch (col->internal_dbtype) {
+bool is_byte_type(sb2 type) {
+  switch (type) {
     case SQLT_CHR:
-    case SQLT_NUM:
-    case SQLT_INT:
-    case SQLT_FLT:
     case SQLT_STR:
     case SQLT_LNG:
     case SQLT_RID:
@@ -324,8 +321,14 @@ ub1* bindSelectData(columndata* col) {
     case SQLT_AFC:
     case SQLT_RDD:
     case SQLT_LAB:
-      return col->byte_arr;
+      return true;
     default:
-      return nullptr;
+      return false;
   }
+}
+
+ub1* bindSelectData(columndata* col) {
+  const sb2 type = col->internal_dbtype;
+  const bool number = type == SQLT_NUM || type == SQLT_INT || type == SQLT_FLT;
+  return number || is_byte_type(type) ? col->byte_arr : nullptr;
 }
