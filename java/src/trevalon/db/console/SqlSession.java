@@ -44,6 +44,7 @@ final class SqlSession {
     private final BreakKey breakKey;
     private final Progress progress;
     private final Variables variables;
+    private volatile boolean stopped;
     private final ErrorLocator locator = new ErrorLocator(this::tableExists);
 
     SqlSession(
@@ -60,7 +61,7 @@ final class SqlSession {
         if (statement.command) {
             return runCommand(statement.text);
         }
-        runStoppable(connection::breakCall, () -> runSql(statement.text));
+        runBreakable(() -> runSql(statement.text));
         return true;
     }
 
@@ -77,6 +78,16 @@ final class SqlSession {
         }
     }
 
+    private void runBreakable(Work work) throws SQLException {
+        stopped = false;
+        runStoppable(
+                () -> {
+                    stopped = true;
+                    connection.breakCall();
+                },
+                work);
+    }
+
     private boolean runCommand(String text) throws SQLException {
         String[] parts = text.split("\\s+", 2);
         String argument = parts.length > 1 ? parts[1] : "";
@@ -91,13 +102,13 @@ final class SqlSession {
             case "EXEC":
             case "EXECUTE":
                 String block = "BEGIN " + argument + "; END;";
-                runStoppable(connection::breakCall, () -> runSql(block));
+                runBreakable(() -> runSql(block));
                 return true;
             case "LOAD":
                 load(argument);
                 return true;
             case "PRINT":
-                runStoppable(connection::breakCall, () -> variables.print(argument));
+                runBreakable(() -> variables.print(argument, () -> stopped));
                 return true;
             case "SET":
                 setAutoCommit(argument);
@@ -132,7 +143,7 @@ final class SqlSession {
         try (OciStatement statement = connection.createStatement()) {
             variables.prepare(statement, sql);
             if (statement.execute()) {
-                out.println(Feedback.selected(TablePrinter.print(statement, out)));
+                out.println(Feedback.selected(TablePrinter.print(statement, out, () -> stopped)));
             } else {
                 variables.takeOutputs(statement, sql);
                 out.println(

@@ -11,6 +11,7 @@ import java.time.LocalTime;
 import java.time.format.DateTimeFormatter;
 import java.util.ArrayList;
 import java.util.List;
+import java.util.function.BooleanSupplier;
 
 import trevalon.db.oci.OciColumn;
 import trevalon.db.oci.OciStatement;
@@ -32,11 +33,13 @@ final class TablePrinter {
     private final OciStatement query;
     private final List<OciColumn> columns;
     private final int[] widths;
+    private final BooleanSupplier stopped;
     private boolean headed;
 
-    private TablePrinter(PrintStream out, OciStatement query) {
+    private TablePrinter(PrintStream out, OciStatement query, BooleanSupplier stopped) {
         this.out = out;
         this.query = query;
+        this.stopped = stopped;
         columns = query.columns();
         widths = new int[columns.size()];
         for (int i = 0; i < widths.length; i++) {
@@ -44,15 +47,23 @@ final class TablePrinter {
         }
     }
 
-    /** Prints the executed query's remaining rows, and returns how many there were. */
-    static long print(OciStatement query, PrintStream out) throws SQLException {
-        return new TablePrinter(out, query).printAll();
+    /**
+     * Prints the executed query's remaining rows, and returns how many there were.
+     *
+     * @param stopped asked before each row, because a break finds no call to stop between two
+     */
+    static long print(OciStatement query, PrintStream out, BooleanSupplier stopped)
+            throws SQLException {
+        return new TablePrinter(out, query, stopped).printAll();
     }
 
     private long printAll() throws SQLException {
         long rows = 0;
         List<String[]> batch = new ArrayList<>();
         while (query.next()) {
+            if (stopped.getAsBoolean()) {
+                throw new SQLException("ORA-01013: user requested cancel of current operation");
+            }
             batch.add(readRow());
             rows++;
             if (batch.size() == BATCH) {

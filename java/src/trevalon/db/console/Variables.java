@@ -12,6 +12,7 @@ import java.util.LinkedHashSet;
 import java.util.List;
 import java.util.Locale;
 import java.util.Map;
+import java.util.function.BooleanSupplier;
 import java.util.regex.Matcher;
 import java.util.regex.Pattern;
 
@@ -188,7 +189,7 @@ final class Variables {
     private static String checkedText(Variable variable, String text) throws SQLException {
         if (variable.type == OciType.NUMBER && text != null) {
             try {
-                return new BigDecimal(text.trim()).toPlainString();
+                new BigDecimal(text);
             } catch (NumberFormatException e) {
                 throw new SQLException(
                         "ORA-06502: PL/SQL: numeric or value error\nThe variable \"" + variable.name
@@ -200,28 +201,28 @@ final class Variables {
     }
 
     /** Prints one variable, or all of them; the rows of a cursor can be printed once. */
-    void print(String name) throws SQLException {
+    void print(String name, BooleanSupplier stopped) throws SQLException {
         Collection<Variable> chosen =
                 name.isEmpty()
                         ? variables.values()
                         : Collections.singleton(find(name.replaceFirst("^:", "")));
         for (Variable variable : chosen) {
             if (variable.isCursor()) {
-                printRows(variable);
+                printRows(variable, stopped);
             } else {
                 printValue(variable);
             }
         }
     }
 
-    private void printRows(Variable variable) throws SQLException {
+    private void printRows(Variable variable, BooleanSupplier stopped) throws SQLException {
         if (variable.rows == null || variable.rows.columns().isEmpty()) {
             out.println(variable.name + " has no open query.");
             return;
         }
         try (OciStatement rows = variable.rows) {
             variable.rows = null;
-            out.println(Feedback.selected(TablePrinter.print(rows, out)));
+            out.println(Feedback.selected(TablePrinter.print(rows, out, stopped)));
         }
     }
 
