@@ -54,11 +54,11 @@ struct FreeBlock {
 // Where a region of `size` bytes may start, from `from` upwards; 0 when there is no room left.
 // MAP_32BIT would look between 1 and 2 GiB only, a range that JVMs like to fill.
 std::uintptr_t map_region(std::uintptr_t from, std::size_t size) {
-  for (std::uintptr_t at = from; at + size <= kLimit; at += kRegionSize) {
-    void* wanted = reinterpret_cast<void*>(at);
+  for (std::uint64_t at = from; at + size <= kLimit; at += kRegionSize) {
+    void* wanted = reinterpret_cast<void*>(static_cast<std::uintptr_t>(at));
     void* got = mmap(wanted, size, PROT_READ | PROT_WRITE,
                      MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE | MAP_FIXED_NOREPLACE, -1, 0);
-    if (got == wanted) return at;
+    if (got == wanted) return static_cast<std::uintptr_t>(at);
     // A kernel that does not know the flag takes the address as a hint.
     if (got != MAP_FAILED) munmap(got, size);
   }

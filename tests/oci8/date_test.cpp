@@ -102,7 +102,7 @@ TEST(Date, IsReadByModel) {
       {"2024-02-30", "YYYY-MM-DD", "ORA-01839"},
       {"2023-02-29", "YYYY-MM-DD", "ORA-01839"},
       {"2024-13-01", "YYYY-MM-DD", "ORA-01843"},
-      {"01-XXX-99", "DD-MON-YY", "ORA-01843"},
+      {"01-QQQ-99", "DD-MON-YY", "ORA-01843"},
       {"2024-01-32", "YYYY-MM-DD", "ORA-01847"},
       {"2024-01-00", "YYYY-MM-DD", "ORA-01847"},
       {"0000-01-01", "YYYY-MM-DD", "ORA-01841"},

@@ -124,7 +124,7 @@ TEST_F(Functions, StoringChecksTheDeclaredType) {
       {"store_fixed_char('', 2)", "NULL"},
       {"store_date('15-MAR-1999')", "x'77C7030F010101'"},
       {"store_date(x'77C7030F0E060A')", "x'77C7030F0E060A'"},
-      {"store_date('15-XXX-1999')", "ORA-01843"},
+      {"store_date('15-QQQ-1999')", "ORA-01843"},
       {"store_date(x'00')", "ORA-00932"},
       {"store_raw('0aFF', 2)", "x'0AFF'"},
       {"store_raw('aFF', 2)", "x'0AFF'"},

@@ -126,7 +126,7 @@ constexpr Message kMessages[] = {
     {1740, "missing double quote in identifier"},
     {1742, "comment not terminated properly"},
     {1745, "invalid host/bind variable name"},
-    {1747, "invalid user.table.column, table.column, or column specification"},
+    {1747, "invalid user.table.column, table.column, or column name"},
     {1756, "quoted string not properly terminated"},
     {1758, "table must be empty to add mandatory (NOT NULL) column"},
     {1773, "may not specify column datatypes in this CREATE TABLE"},
