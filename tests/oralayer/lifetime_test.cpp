@@ -94,20 +94,28 @@ TEST_F(Lifetime, RedefinedColumnsCountWithTheirNewRows) {
 jobject cursor_in_turn, column_in_turn;
 void (*meddle)();
 
+void close_cursor() {
+  CURSOR(close)(env, cursor_in_turn);
+}
+void end_cursor() {
+  CURSOR(native_1finalize)(env, cursor_in_turn);
+}
+void parse_again() {
+  CURSOR(parse)(env, cursor_in_turn, bytes("INSERT"), JNI_FALSE);
+}
+void bind_again() {
+  CURSOR(bindVariableByPosition)(env, cursor_in_turn, column_in_turn);
+}
+void execute_again() {
+  CURSOR(exec)(env, cursor_in_turn);
+}
+void end_column() {
+  COLUMN(native_1finalize)(env, column_in_turn);
+}
+
 TEST_F(Lifetime, JavaCannotTakeARunningStatementApart) {
-  void (*const deeds[])() = {[] { CURSOR(close)
-                                  (env, cursor_in_turn); },
-                             [] { CURSOR(native_1finalize)
-                                  (env, cursor_in_turn); },
-                             [] { CURSOR(parse)
-                                  (env, cursor_in_turn, bytes("INSERT"), JNI_FALSE); },
-                             [] {
-                               CURSOR(bindVariableByPosition)(env, cursor_in_turn, column_in_turn);
-                             },
-                             [] { CURSOR(exec)
-                                  (env, cursor_in_turn); },
-                             [] { COLUMN(native_1finalize)
-                                  (env, column_in_turn); }};
+  constexpr void (*deeds[])() = {close_cursor, end_cursor,    parse_again,
+                                 bind_again,   execute_again, end_column};
   for (const auto deed : deeds) {
     cursor_in_turn = new_cursor();
     column_in_turn = stream(1);
