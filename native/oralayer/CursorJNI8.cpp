@@ -352,11 +352,7 @@ sword read_parameter(void* parameter, columndata& col, OCIError* errhp) {
 
 JNIEXPORT jboolean JNICALL Java_trevalon_db_oci_OciCursor_describe(JNIEnv* env, jobject obj,
                                                                    jobject colobj) {
-  if (!env_and_object(env, obj)) return kCallOk;
-  if (!argument_given(env, colobj, "COL is null")) return kCallOk;
-  const cdadata* cda = cursor_record(env, obj);
-  if (cda == nullptr) return kCallOk;
-  columndata* col = column_record(env, colobj, "COLDATA is null");
+  const auto [cda, col] = cursor_and_column(env, obj, colobj);
   if (col == nullptr) return kCallOk;
 
   TRACE("*** OCIParamGet (describe) ***");
@@ -373,10 +369,7 @@ namespace {
 
 // The column's internal type for the two predicates, or -1 after raising.
 sb2 described_type(JNIEnv* env, jobject obj, jobject colobj) {
-  if (!env_and_object(env, obj)) return -1;
-  if (!argument_given(env, colobj, "COL is null")) return -1;
-  if (cursor_record(env, obj) == nullptr) return -1;
-  const columndata* col = column_record(env, colobj, "COLDATA is null");
+  const columndata* col = cursor_and_column(env, obj, colobj).col;
   return col == nullptr ? sb2{-1} : col->internal_dbtype;
 }
 

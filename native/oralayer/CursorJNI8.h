@@ -63,11 +63,24 @@ void clear_statement_memory(cdadata& cda);
 /// After a prepare, which makes OCI drop them: both chains are empty, nothing is lent.
 void drop_defines_and_binds(JNIEnv* env, cdadata& cda);
 
+/// The records of a call on a cursor with one of its columns.
+struct cursor_column {
+  cdadata* cda = nullptr;
+  columndata* col = nullptr;
+};
+
+/// The checks that such calls share, in their order: "JNIEnv", "COL is null", "CDA is null",
+/// "COLDATA is null". Without a column after raising.
+cursor_column cursor_and_column(JNIEnv* env, jobject obj, jobject colobj);
+
 /// True for an open cursor; otherwise raises NullPointerException.
 bool is_open(JNIEnv* env, const cdadata& cda);
 /// False after raising InternalError: the statement is executing, and Java, called for a stream's
 /// next chunk, has come back to its cursor.
 bool is_idle(JNIEnv* env, const cdadata& cda);
+
+/// What a bind or define asks of its cursor: is_open and is_idle.
+bool may_bind(JNIEnv* env, const cdadata& cda);
 
 /// The rows that every column defined on the statement has room for.
 sb4 defined_rows(const cdadata& cda);

@@ -277,11 +277,7 @@ bool bind_stream(JNIEnv* env, jobject obj, jobject colobj, cdadata& cda, columnd
   TRACE("*** OCIBindDynamic 1 ***   new LONG COLUMN, do setup for insert CALLBACK");
   colctx* ctx = start_stream(env, obj, cda, col);
   if (ctx == nullptr) return false;
-  if (col.bufptr != nullptr) {
-    TRACE("BIND DYNAMIC: col->bufptr", "=", static_cast<void*>(col.bufptr));
-  } else {
-    TRACE("BIND DYNAMIC: col->bufptr", "=", "NULL");
-  }
+  trace_pointer("BIND DYNAMIC: col->bufptr", col.bufptr);
   const sword dynamic = OCIBindDynamic(bindp, cda.errhp, ctx, icbfp, ctx, nullptr);
   if (retvali == OCI_SUCCESS) retvali = dynamic;
   return true;
@@ -307,13 +303,8 @@ JNIEXPORT jboolean JNICALL Java_trevalon_db_oci_OciCursor_bindVariableByPosition
                                                                                  jobject obj,
                                                                                  jobject colobj) {
   TRACE("*** bindVariableByPosition ***");
-  if (!env_and_object(env, obj)) return kCallOk;
-  if (!argument_given(env, colobj, "COL is null")) return kCallOk;
-  cdadata* cda = cursor_record(env, obj);
-  if (cda == nullptr) return kCallOk;
-  columndata* col = column_record(env, colobj, "COLDATA is null");
-  if (col == nullptr) return kCallOk;
-  if (!is_open(env, *cda) || !is_idle(env, *cda)) return kCallOk;
+  const auto [cda, col] = cursor_and_column(env, obj, colobj);
+  if (col == nullptr || !may_bind(env, *cda)) return kCallOk;
 
   TRACE("    internal_dbtype=", col->internal_dbtype, ", colpos=", col->colpos,
         ", prec=", col->prec, ", scale=", col->scale, ", ctx=", col->ctx, ", dbsize=", col->dbsize,
@@ -350,7 +341,7 @@ JNIEXPORT jboolean JNICALL Java_trevalon_db_oci_OciCursor_bindCursorByPosition(J
   cdadata* other = cursor_record(env, curobj, "Null Cursor");
   if (other == nullptr) return kCallOk;
   if (required(env, other->stmthp, "Null Cursor") == nullptr) return kCallOk;
-  if (!is_open(env, *cda) || !is_idle(env, *cda)) return kCallOk;
+  if (!may_bind(env, *cda)) return kCallOk;
 
   TRACE("*** bindCursorByPosition  OCIBindByPos 1 *** colpos", "=", colpos);
   OCIBind* bindp = nullptr;

@@ -88,13 +88,8 @@ JNIEXPORT jboolean JNICALL Java_trevalon_db_oci_OciCursor_bindSelectItem(JNIEnv*
                                                                          jobject colobj,
                                                                          jint fetchsize) {
   TRACE("*** bindSelectItem ***");
-  if (!env_and_object(env, obj)) return kCallOk;
-  if (!argument_given(env, colobj, "COL is null")) return kCallOk;
-  cdadata* cda = cursor_record(env, obj);
-  if (cda == nullptr) return kCallOk;
-  columndata* col = column_record(env, colobj, "COLDATA is null");
-  if (col == nullptr) return kCallOk;
-  if (!is_open(env, *cda) || !is_idle(env, *cda)) return kCallOk;
+  const auto [cda, col] = cursor_and_column(env, obj, colobj);
+  if (col == nullptr || !may_bind(env, *cda)) return kCallOk;
 
   const sword external = int2extSelectOciType(col->internal_dbtype, col->prec, col->scale);
   const sb4 piece_length = longBufferSize(env, obj);
@@ -109,11 +104,7 @@ JNIEXPORT jboolean JNICALL Java_trevalon_db_oci_OciCursor_bindSelectItem(JNIEnv*
   col->buflen = length;
   allocSelectData(col, piece_length, fetchsize);
   col->bufptr = data_buffer(*col, fetchsize);
-  if (col->bufptr != nullptr) {
-    TRACE("    col->bufptr=", static_cast<void*>(col->bufptr));
-  } else {
-    TRACE("    col->bufptr=", "NULL");
-  }
+  trace_pointer("    col->bufptr", col->bufptr);
   sword retvali = OCI_SUCCESS;
   if (!define_column(env, *cda, *col, fetchsize, retvali)) return kCallOk;
   TRACE("    retvali", "=", retvali);

@@ -1,5 +1,5 @@
 // What belongs to an open statement: how far its columns reach, what it has lent to OCI, and the
-// contexts of its streams.
+// contexts of its streams; and the checks of the calls that change it.
 
 #include <algorithm>
 #include <limits>
@@ -37,6 +37,14 @@ void clear_statement_memory(cdadata& cda) {
   }
 }
 
+cursor_column cursor_and_column(JNIEnv* env, jobject obj, jobject colobj) {
+  if (!env_and_object(env, obj)) return {};
+  if (!argument_given(env, colobj, "COL is null")) return {};
+  cdadata* cda = cursor_record(env, obj);
+  if (cda == nullptr) return {};
+  return {cda, column_record(env, colobj, "COLDATA is null")};
+}
+
 bool is_open(JNIEnv* env, const cdadata& cda) {
   if (memory_of(cda) != nullptr) return true;
   TV_ThrowNullPointerException(env, "the cursor is not open");
@@ -48,6 +56,10 @@ bool is_idle(JNIEnv* env, const cdadata& cda) {
   if (memory == nullptr || !memory->running) return true;
   TV_ThrowInternalError(env, "the cursor is executing");
   return false;
+}
+
+bool may_bind(JNIEnv* env, const cdadata& cda) {
+  return is_open(env, cda) && is_idle(env, cda);
 }
 
 sb4 defined_rows(const cdadata& cda) {

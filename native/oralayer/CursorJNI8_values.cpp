@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "CursorJNI8.h"
 #include "oralayer8.h"
 #include "records.h"
 #include "trace.h"
@@ -196,11 +197,7 @@ jint take_piece(JNIEnv* env, jobject obj, jobject colobj, jint offset, jbyteArra
                 const LongGetter& getter) {
   TRACE(getter.banner, "    offset = ", offset);
   if (!argument_given(env, array, "result buffer is null")) return 0;
-  if (!env_and_object(env, obj)) return 0;
-  if (!argument_given(env, colobj, "COL is null")) return 0;
-  const cdadata* cda = cursor_record(env, obj);
-  if (cda == nullptr) return 0;
-  columndata* col = column_record(env, colobj, "COLDATA is null");
+  const auto [cda, col] = cursor_and_column(env, obj, colobj);
   if (col == nullptr || col->longbuf_tail == nullptr) return 0;
 
   const sb4 size = col->longbuf_tail->buf_size;

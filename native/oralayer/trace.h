@@ -65,6 +65,16 @@ void dump_units(const char* msg, const char* heading, const Unit* buf, int len) 
   std::cout << std::endl;
 }
 
+/// A value line for a pointer that may be null.
+inline void trace_pointer(const char* label, const void* value) {
+  if (!trace_on()) return;
+  if (value != nullptr) {
+    trace_line(label, "=", value);
+  } else {
+    trace_line(label, "=", "NULL");
+  }
+}
+
 /// A dump as part of a statement that has already asked for the switch.
 #define TRACE_BYTES(msg, buf, len)                   \
   do {                                               \
