@@ -105,7 +105,7 @@ TEST_F(EngineTest, ConnectStringsNameDatabases) {
       {"FOREIGN", 1251},
   };
   for (const auto& [name, code] : kCases) {
-    EXPECT_EQ(failure([&] { open_database(name); }).code, code) << name;
+    EXPECT_EQ(failure([&name = name] { open_database(name); }).code, code) << name;
   }
   EXPECT_FALSE(fs::exists(folder_ / "NOPE.db"));
   unsetenv("OCI8_DATA");

@@ -351,7 +351,8 @@ TEST_F(Functions, AccountsLetInWithTheirPasswordOnly) {
       {"a;b", "x", 911},
       {"ab", std::string(31, 'x'), 988}};
   for (const auto& [user, password, code] : kBadAccounts) {
-    EXPECT_EQ(failure([&] { add_account(db_, user, password); }).code, code) << user;
+    const auto add = [&, &user = user, &password = password] { add_account(db_, user, password); };
+    EXPECT_EQ(failure(add).code, code) << user;
   }
   EXPECT_EQ(list_accounts(db_), (std::vector<std::string>{"LOCKED", "SCOTT"}));
   drop_account(db_, "scott");

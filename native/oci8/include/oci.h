@@ -125,6 +125,11 @@ typedef struct Cda_Def {
 
 #define OCI_ERROR_MAXMSG_SIZE 1024
 
+/* Character sets and forms. In UCS-2 data a surrogate pair counts as two characters. */
+#define OCI_UCS2ID 1000
+#define SQLCS_IMPLICIT 1
+#define SQLCS_NCHAR 2
+
 /* External and internal datatype codes */
 #define SQLT_CHR 1
 #define SQLT_NUM 2
@@ -210,6 +215,29 @@ sword OCIStmtGetPieceInfo(OCIStmt* stmtp, OCIError* errhp, void** hndlpp, ub4* t
                           ub4* iterp, ub4* idxp, ub1* piecep);
 sword OCIStmtSetPieceInfo(void* hndlp, ub4 type, OCIError* errhp, const void* bufp, ub4* alenp,
                           ub1 piece, const void* indp, ub2* rcodep);
+
+/* Descriptors. A LOB locator is allocated empty and filled by a fetch, a bind or an assignment;
+ * freeing it does not touch the value. */
+sword OCIDescriptorAlloc(const void* parenth, void** descpp, ub4 type, size_t xtramem_sz,
+                         void** usrmempp);
+sword OCIDescriptorFree(void* descp, ub4 type);
+
+/* LOBs. Offsets count from 1. Offsets and amounts are in characters for a CLOB and in bytes for a
+ * BLOB, buffer lengths always in bytes. csid and csfrm describe the buffer's data; csid 0 is the
+ * database's own set. Without a callback a transfer that needs several buffers goes on, while the
+ * call answers OCI_NEED_DATA, with further calls on the same locator. */
+typedef sb4 (*OCICallbackLobRead)(void* ctxp, const void* bufp, ub4 len, ub1 piece);
+typedef sb4 (*OCICallbackLobWrite)(void* ctxp, void* bufp, ub4* lenp, ub1* piecep);
+sword OCILobAssign(OCIEnv* envhp, OCIError* errhp, const OCILobLocator* src_locp,
+                   OCILobLocator** dst_locpp);
+sword OCILobGetLength(OCISvcCtx* svchp, OCIError* errhp, OCILobLocator* locp, ub4* lenp);
+sword OCILobCharSetId(OCIEnv* envhp, OCIError* errhp, const OCILobLocator* locp, ub2* csid);
+sword OCILobCharSetForm(OCIEnv* envhp, OCIError* errhp, const OCILobLocator* locp, ub1* csfrm);
+sword OCILobRead(OCISvcCtx* svchp, OCIError* errhp, OCILobLocator* locp, ub4* amtp, ub4 offset,
+                 void* bufp, ub4 bufl, void* ctxp, OCICallbackLobRead cbfp, ub2 csid, ub1 csfrm);
+sword OCILobWrite(OCISvcCtx* svchp, OCIError* errhp, OCILobLocator* locp, ub4* amtp, ub4 offset,
+                  void* bufp, ub4 buflen, ub1 piece, void* ctxp, OCICallbackLobWrite cbfp, ub2 csid,
+                  ub1 csfrm);
 
 #pragma GCC visibility pop
 #ifdef __cplusplus

@@ -9,6 +9,7 @@
 #include "ascii.h"
 #include "date.h"
 #include "error.h"
+#include "locator.h"
 
 namespace oci8 {
 namespace {
@@ -93,6 +94,14 @@ Value read_date(const ub1* data) {
   return view_of(Value::Kind::Bytes, data, kDateSize);
 }
 
+// The column gets a copy of what the locator names.
+Value read_locator(const ub1* variable, ub2 type) {
+  Value value;
+  value.kind = Value::Kind::Large;
+  value.large = name_in_variable(variable, type);
+  return value;
+}
+
 bool is_text(ub2 type) {
   return type == SQLT_CHR || type == SQLT_STR || type == SQLT_LNG || type == SQLT_AFC;
 }
@@ -105,6 +114,9 @@ bool bound_null(const BindHandle& bind, size_t row) {
 // tells them apart, and for text their look.
 ub2 column_type(const Value& value, ub2 external) {
   if (value.kind == Value::Kind::Text) return SQLT_CHR;
+  if (value.kind == Value::Kind::Large) {
+    return value.large.unit == LargeName::Unit::Character ? SQLT_CLOB : SQLT_BLOB;
+  }
   if (value.kind != Value::Kind::Bytes) return SQLT_NUM;
   if (external == SQLT_BIN || external == SQLT_LBI) return SQLT_BIN;
   const bool date = value.size == kDateSize && valid_date(reinterpret_cast<const ub1*>(value.data));
@@ -146,6 +158,12 @@ void HeldBytes::append(const void* bytes, size_t size, size_t expected) {
   size_ = needed;
 }
 
+char* HeldBytes::make_room(size_t size) {
+  if (size > capacity_) grow(size);
+  size_ = size;
+  return data_.get();
+}
+
 void HeldBytes::release() noexcept {
   data_.reset();
   size_ = capacity_ = 0;
@@ -162,6 +180,8 @@ int bind_error(ub2 type, size_t size) noexcept {
     case SQLT_BIN:
     case SQLT_LBI:
     case SQLT_RSET:
+    case SQLT_CLOB:
+    case SQLT_BLOB:
       return 0;
     case SQLT_INT:
       return power ? 0 : kInvalidLength;
@@ -180,6 +200,8 @@ bool arrives_in_pieces(ub2 type) noexcept {
 
 Value read_value(const BindHandle& bind, size_t row) {
   if (bound_null(bind, row)) return {};
+  // A length says nothing about a locator.
+  if (is_locator(bind.type)) return read_locator(bind.buffer + row * bind.room, bind.type);
   const size_t length = bind.lengths == nullptr ? bind.room : bind.lengths[row];
   if (length > bind.room) fail(1458);
   if (length == 0) return {};
@@ -200,9 +222,9 @@ Value read_value(const BindHandle& bind, size_t row) {
   }
 }
 
-// A piece is copied before the next call: the caller may put the next one in the same place.
-void pull_value(BindHandle& bind, ub4 row, HeldBytes& held) {
-  if (bound_null(bind, row)) return;
+// A piece is taken before the next call: the caller may put the next one in the same place.
+bool pull_value(BindHandle& bind, ub4 row, PieceSink& sink) {
+  if (bound_null(bind, row)) return false;
   void* indicator = bind.indicators == nullptr ? nullptr : bind.indicators + row;
   ub1 piece = OCI_FIRST_PIECE;
   for (;;) {
@@ -213,11 +235,16 @@ void pull_value(BindHandle& bind, ub4 row, HeldBytes& held) {
       fail(24343);
     }
     if (data == nullptr && size > 0) fail(24343);
-    held.append(data, size, bind.room);
+    sink.take(data, size);
     if (piece == OCI_LAST_PIECE || piece == OCI_ONE_PIECE) break;
     piece = OCI_NEXT_PIECE;
   }
-  if (indicator != nullptr && load<sb2>(static_cast<ub1*>(indicator)) == -1) held.release();
+  return indicator == nullptr || load<sb2>(static_cast<ub1*>(indicator)) != -1;
+}
+
+bool streams_into(ub2 external, ub2 internal) noexcept {
+  if (is_text(external)) return internal == SQLT_LNG;
+  return arrives_in_pieces(external) && (internal == SQLT_LBI || internal == SQLT_BLOB);
 }
 
 Value held_value(const BindHandle& bind, const HeldBytes& held) {

@@ -35,6 +35,9 @@ class HeldBytes {
   /// Adds a piece; `expected` bytes are announced in all, which is not relied on. ORA-01401 for
   /// more than a value may have.
   void append(const void* bytes, size_t size, size_t expected);
+  /// Room for a value of `size` bytes, which is for the caller to fill.
+  char* make_room(size_t size);
+  void clear() { size_ = 0; }
   void release() noexcept;
 
  private:
@@ -56,12 +59,24 @@ bool arrives_in_pieces(ub2 type) noexcept;
 
 /// Element `row`, text and bytes where they stand in the caller's memory. ORA-01426 for a number
 /// outside of NUMBER's range, ORA-01458 for a length beyond the element, ORA-01480 for a string
-/// that does not end in it, ORA-01841 and its siblings for bytes that are no date.
+/// that does not end in it, ORA-01841 and its siblings for bytes that are no date, ORA-22275 for a
+/// variable that holds no locator, or an empty one.
 Value read_value(const BindHandle& bind, size_t row);
 
-/// Has the callback bring the value for iteration `row`, piece by piece; `held` is empty for NULL.
-/// ORA-24343 when the callback gives up.
-void pull_value(BindHandle& bind, ub4 row, HeldBytes& held);
+/// Where the pieces of a value go.
+class PieceSink {
+ public:
+  virtual ~PieceSink() = default;
+  /// The bytes are the caller's and good for this call only.
+  virtual void take(const void* bytes, size_t size) = 0;
+};
+
+/// Has the callback bring the value for iteration `row`, piece by piece; false for NULL, whatever
+/// came before it was known. ORA-24343 when the callback gives up.
+bool pull_value(BindHandle& bind, ub4 row, PieceSink& sink);
+/// Whether a value of the external type is kept byte for byte in a column of type `internal` that
+/// takes large values: only then its pieces can go there as they come.
+bool streams_into(ub2 external, ub2 internal) noexcept;
 /// What was pulled, as a value of the bind's type.
 Value held_value(const BindHandle& bind, const HeldBytes& held);
 

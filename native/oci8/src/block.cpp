@@ -46,6 +46,7 @@ class OpenedQuery final : public Statement {
     own.copy(value);
     query_->bind(position, own.value);
   }
+  ub2 takes_large(ub4 position) const override { return query_->takes_large(position); }
   bool step() override { return query_->step(); }
   Value column(ub4 index) override { return query_->column(index); }
   ub4 rows_changed() const override { return query_->rows_changed(); }
@@ -87,7 +88,8 @@ struct Block::Program {
         bound(block.placeholders.size()),
         slots(bound.size() + code.variables.size()) {}
 
-  void run();
+  void run(bool marked);
+  ub2 takes_large(size_t index);
   void prepare();
   void start();
   void forget_results();
@@ -137,6 +139,21 @@ void Block::Program::prepare() {
   }
 }
 
+ub2 Block::Program::takes_large(size_t index) {
+  prepare();
+  ub2 type = 0;
+  size_t uses = 0;
+  for (const Step& step : code.steps) {
+    uses += static_cast<size_t>(std::ranges::count(step.targets, index));
+    for (size_t i = 0; i < step.inputs.size(); ++i) {
+      if (step.inputs[i] != index) continue;
+      ++uses;
+      if (step.run != nullptr) type = step.run->takes_large(static_cast<ub4>(i + 1));
+    }
+  }
+  return uses == 1 ? type : ub2{0};
+}
+
 // The caller's bytes are good for this run only, so the binds are used up.
 void Block::Program::start() {
   forget_results();
@@ -154,16 +171,17 @@ void Block::Program::forget_results() {
 
 // A savepoint that the block leaves behind is the session's from now on; releasing the mark would
 // take it along.
-void Block::Program::run() {
-  start();
-  prepare();
-  connection.mark();
+void Block::Program::run(bool marked) {
   try {
+    start();
+    prepare();
+    if (!marked) connection.mark();
+    marked = true;
     for (Step& step : code.steps) {
       within(step, [&] { perform(step); });
     }
   } catch (...) {
-    connection.return_to_mark();
+    if (marked) connection.return_to_mark();
     forget_results();
     throw;
   }
@@ -274,8 +292,13 @@ void Block::bind(ub4 position, const Value& value) {
   program_->bound[position - 1] = value;
 }
 
-void Block::run() {
-  program_->run();
+ub2 Block::takes_large(ub4 position) {
+  if (position == 0 || position > program_->bound.size()) fail(1036);
+  return program_->takes_large(position - 1);
+}
+
+void Block::run(bool marked) {
+  program_->run(marked);
 }
 
 const Value* Block::assigned(ub4 position) const {

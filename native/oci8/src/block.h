@@ -32,11 +32,16 @@ class Block {
   /// bytes stay the caller's until run() has returned. Without a bind it is NULL.
   void bind(ub4 position, const Value& value);
 
+  /// As Statement::takes_large, for a placeholder that the block uses once and does not assign to.
+  /// Errors of the block's statements come up here.
+  ub2 takes_large(ub4 position);
+
   /// Runs the block as a whole or not at all: after a failure the transaction is as it was before,
   /// or where the block itself ended one, as it was then. Failures have the code of the statement
   /// that failed, and its place in the block.
   /// ORA-01403 and ORA-01422 where a SELECT INTO finds no row or several.
-  void run();
+  /// `marked`: the connection's mark stands at where to go back to, and is used up.
+  void run(bool marked = false);
 
   /// What the last run assigned to a placeholder; null where it assigned nothing. Valid until the
   /// next run.

@@ -6,9 +6,10 @@ namespace oci8 {
 namespace {
 
 // The words decide the engine's affinity by what they contain: CHAR and TEXT keep text as text,
-// BLOB keeps every value as it is, a name without any of the engine's words is numeric. Nothing
-// here may contain INT, REAL, FLOA or DOUB, which would turn values into 64-bit numbers; and none
-// is INTEGER, which would make a primary key an alias of the row number.
+// BLOB keeps every value as it is (also of LONG, where an integer is no text but the number of a
+// large value), a name without any of the engine's words is numeric. Nothing here may contain INT,
+// REAL, FLOA or DOUB, which would turn values into 64-bit numbers; and none is INTEGER, which would
+// make a primary key an alias of the row number.
 enum class Arguments : ub1 { None, Size, PrecisionScale };
 
 struct Spelling {
@@ -22,7 +23,7 @@ constexpr Spelling kSpellings[] = {
     {"VARCHAR2", SQLT_CHR, 0, Arguments::Size},
     {"CHAR", SQLT_AFC, 0, Arguments::Size},
     {"NUMBER", SQLT_NUM, 22, Arguments::PrecisionScale},
-    {"LONG_TEXT", SQLT_LNG, 0, Arguments::None},
+    {"LONG_BLOB", SQLT_LNG, 0, Arguments::None},
     {"ROWID_TEXT", SQLT_RID, 18, Arguments::None},
     {"DATE_BLOB", SQLT_DAT, 7, Arguments::None},
     {"RAW_BLOB", SQLT_BIN, 0, Arguments::Size},
@@ -110,6 +111,10 @@ bool take_name(std::string_view& from, std::string& name) {
 }
 
 }  // namespace
+
+bool may_be_large(ub2 type) {
+  return type == SQLT_LNG || type == SQLT_LBI || type == SQLT_CLOB || type == SQLT_BLOB;
+}
 
 std::string quote_name(std::string_view name) {
   std::string quoted = "\"";

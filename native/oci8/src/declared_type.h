@@ -1,7 +1,7 @@
 // Declared column types, as the engine's own schema keeps them. A type is spelled so that the
-// engine's affinity rules lose nothing (text for character types and LONG, none for RAW and DATE,
-// numeric for NUMBER) and so that the declaration can be read back from it: the engine's schema is
-// the one catalogue of types, and follows every DROP, rename and rollback by itself.
+// engine's affinity rules lose nothing (text for character types, none for RAW, DATE and what may
+// be large, numeric for NUMBER) and so that the declaration can be read back from it: the engine's
+// schema is the one catalogue of types, and follows every DROP, rename and rollback by itself.
 #ifndef OCI8_DECLARED_TYPE_H
 #define OCI8_DECLARED_TYPE_H
 
@@ -12,6 +12,9 @@
 #include "engine.h"
 
 namespace oci8 {
+
+/// Whether cells of a column of this type may name large values: LONG, LONG RAW, CLOB, BLOB.
+bool may_be_large(ub2 type);
 
 /// The spelling for `type`, `size`, `precision` and `scale` of a column.
 std::string spell_type(const ColumnInfo& column);

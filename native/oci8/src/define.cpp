@@ -9,6 +9,7 @@
 #include <type_traits>
 
 #include "date.h"
+#include "locator.h"
 #include "number.h"
 
 namespace oci8 {
@@ -76,6 +77,8 @@ Placed put_any(const Value& value, ub1* target, size_t limit) {
       return put_number(value.real, target, limit);
     case Value::Kind::Bytes:
       return put_hex(value, target, limit);
+    case Value::Kind::Large:
+      return {0, 0, 932};
     default:
       return put_bytes(value.data, value.size, target, limit);
   }
@@ -163,6 +166,15 @@ Placed to_bytes(const Value& value, ub1* target, size_t room) {
   return put_bytes(value.data, value.size, target, room);
 }
 
+// --- LOBs --------------------------------------------------------------------------------------
+
+// The element is the address of a locator, which comes to name the value.
+template <LargeName::Unit unit>
+Placed to_locator(const Value& value, ub1* target, size_t room) {
+  if (value.kind != Value::Kind::Large || value.large.unit != unit) return {0, 0, 932};
+  return {room, room, fill_variable(target, value.large)};
+}
+
 // --- The choice --------------------------------------------------------------------------------
 
 // What a column's type means for conversions; lengths and character forms make no difference.
@@ -235,6 +247,10 @@ Converter find_converter(ub2 external, size_t room, ub2 internal) {
     case SQLT_BIN:
     case SQLT_LBI:
       return family == Family::Bytes ? to_bytes : nullptr;
+    case SQLT_CLOB:
+      return internal == external ? to_locator<LargeName::Unit::Character> : nullptr;
+    case SQLT_BLOB:
+      return internal == external ? to_locator<LargeName::Unit::Byte> : nullptr;
     default:
       return nullptr;
   }
@@ -243,7 +259,7 @@ Converter find_converter(ub2 external, size_t room, ub2 internal) {
 bool definable(ub2 external, size_t room) {
   // Each external type converts from at least one of these.
   return find_converter(external, room, SQLT_CHR) || find_converter(external, room, SQLT_DAT) ||
-         find_converter(external, room, SQLT_BIN);
+         find_converter(external, room, SQLT_BIN) || is_locator(external);
 }
 
 // Only as the bytes that the value consists of: a piece is a part of the engine's own memory, and a
@@ -278,7 +294,11 @@ int HostVariable::store(const Value& value, size_t row) const noexcept {
   sb2* indicator = indicators == nullptr ? nullptr : indicators + row;
   ub2* length = lengths == nullptr ? nullptr : lengths + row;
   ub2* code = codes == nullptr ? nullptr : codes + row;
-  if (value.kind == Value::Kind::Null) return store_null(indicator, length, code);
+  if (value.kind == Value::Kind::Null) {
+    // A locator must not go on naming the value of the row before.
+    if (is_locator(type)) fill_variable(buffer + row * room, {});
+    return store_null(indicator, length, code);
+  }
 
   const Placed placed = convert(value, buffer + row * room, room);
   store_fine(indicator, length, code, placed.length);

@@ -33,20 +33,22 @@ void check_tokens(const SqlText& sql) {
 
 // Fragments keep marks in the order in which they were put together, which for a select list (read
 // behind its FROM clause) is not that of the text: the engine looks marks up by halving.
-Translation finish(Action action, Fragment sql, const Context& context) {
+Translation finish(Action action, Fragment sql, Context& context) {
   Translation result;
   result.action = action;
   result.sql = std::move(sql.sql);
   result.marks = std::move(sql.marks);
   result.object = context.object;
+  result.large_places = std::move(context.large_places);
+  result.large = context.large;
   std::ranges::stable_sort(result.marks, {}, &SourceMark::engine_offset);
   return result;
 }
 
-// Rows are not locked one by one here: whoever writes waits for whoever writes.
-void skip_for_update(Context& context) {
+// Rows are not locked one by one here: the lock for writing stands for them all.
+bool for_update(Context& context) {
   Tokens& tokens = context.tokens;
-  if (!tokens.accept_word("FOR")) return;
+  if (!tokens.accept_word("FOR")) return false;
   tokens.expect_word("UPDATE");
   if (tokens.accept_word("OF")) {
     do {
@@ -55,15 +57,17 @@ void skip_for_update(Context& context) {
     } while (tokens.accept_symbol(","));
   }
   tokens.accept_word("NOWAIT");
+  return true;
 }
 
 // The only statement with a select list; everything that may follow a query belongs to it alone,
 // because subqueries take neither FOR UPDATE nor the end of the text.
 Translation select(Context& context) {
   Query whole = query(context, nullptr, Naming::Names);
-  skip_for_update(context);
+  const bool locks = for_update(context);
   context.tokens.expect_end();
   Translation result = finish(Action::Query, std::move(whole.sql), context);
+  result.locks = locks;
   result.columns = std::move(whole.columns);
   return result;
 }

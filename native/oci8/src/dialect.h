@@ -40,12 +40,21 @@ struct SourceMark {
   ub4 source_offset;
 };
 
+/// A placeholder whose value goes as it is into a column that takes large values.
+struct LargePlace {
+  ub4 position;
+  ub2 type;  // of the column
+};
+
 struct Translation {
   Action action = Action::Query;
   std::string sql;  // engine SQL; placeholders as ?1, ?2, ... by position
   std::vector<ColumnInfo> columns;  // select list of a query
   std::vector<SourceMark> marks;  // ascending by engine_offset
   std::string object;  // the table or other object that the statement names, for messages
+  std::vector<LargePlace> large_places;
+  bool large = false;  // a change of a table that has columns for large values
+  bool locks = false;  // a query FOR UPDATE
 };
 
 /// Translates one statement. Raises Failure with a source offset for text that is no statement

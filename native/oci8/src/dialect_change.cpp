@@ -14,6 +14,15 @@ struct Target {
   std::vector<ColumnInfo> columns;
 };
 
+// A value on its way into a column of the table.
+Fragment stored(Context& context, const Fragment& value, const ColumnInfo& column) {
+  if (is_placeholder(value) && may_be_large(column.type)) {
+    const auto position = static_cast<ub4>(std::stoul(value.sql.substr(1)));
+    context.large_places.push_back({position, column.type});
+  }
+  return store(value, column);
+}
+
 // Columns that values go into are those of the one table; no scope around it can offer others.
 const ColumnInfo& column_named(const Target& target, const std::string& name, ub4 offset) {
   const auto found = std::ranges::find(target.columns, name, &ColumnInfo::name);
@@ -32,6 +41,7 @@ Target target_table(Context& context, Scope& scope, Fragment& sql, bool with_ali
   Target target;
   target.name = tokens.object_name(context.schema.user(), 903);
   target.columns = table_columns(context, target.name, offset);
+  context.large = has_large(target.columns);
   Fragment name = fragment(quote_name(target.name), offset);
   std::string alias = target.name;
   if (with_alias && tokens.at_name()) {
@@ -97,7 +107,7 @@ Fragment insert_values(Context& context, const std::vector<const ColumnInfo*>& c
   } while (tokens.accept_symbol(","));
   tokens.expect_symbol(")", 917);
   check_count(values.size(), columns.size(), offset);
-  for (size_t i = 0; i < values.size(); ++i) values[i] = store(values[i], *columns[i]);
+  for (size_t i = 0; i < values.size(); ++i) values[i] = stored(context, values[i], *columns[i]);
   if (context.sequences.empty()) return call(" VALUES ", values, offset);
   // The engine makes the values of VALUES in the order of the table's columns, and a query's in
   // the order of the text, which NEXTVAL and CURRVAL beside each other depend on.
@@ -125,6 +135,22 @@ void add_where(Context& context, Scope& scope, Fragment& sql) {
   sql.add(" WHERE ").add(whole).add(" LIMIT " + limit + ")");
 }
 
+// a = (SELECT ...), b = (SELECT ...). The engine runs a query that does not depend on the row once
+// for all rows, and each needs a large value of its own: it is made outside of the query.
+Fragment assign_each(const std::vector<const ColumnInfo*>& columns, const Query& inner,
+                     const std::vector<Fragment>& values) {
+  Fragment result;
+  for (size_t i = 0; i < columns.size(); ++i) {
+    Fragment one = fragment("(", inner.sql.offset);
+    one.add(select_from(inner, {values[i]})).add(")");
+    deepen(one, 6);
+    one.type = inner.types[i];
+    result.add(i > 0 ? ", " : "").add(quote_name(columns[i]->name)).add(" = ");
+    result.add(store(one, *columns[i]));
+  }
+  return result;
+}
+
 // (a, b) = (SELECT ...)
 Fragment assign_row(Context& context, Scope& scope, const Target& target) {
   Tokens& tokens = context.tokens;
@@ -138,9 +164,13 @@ Fragment assign_row(Context& context, Scope& scope, const Target& target) {
   check_count(inner.columns.size(), columns.size(), offset);
   std::vector<Fragment> values;
   for (size_t i = 0; i < columns.size(); ++i) {
-    const Fragment one = call("ora_single", {column_of(inner, i)}, offset);
-    values.push_back(store(one, *columns[i]));
+    values.push_back(call("ora_single", {column_of(inner, i)}, offset));
+    values.back().type = inner.types[i];
   }
+  if (std::ranges::any_of(columns, [](const auto* one) { return may_be_large(one->type); })) {
+    return assign_each(columns, inner, values);
+  }
+  for (size_t i = 0; i < columns.size(); ++i) values[i] = store(values[i], *columns[i]);
   Fragment result = fragment("(", offset);
   for (size_t i = 0; i < columns.size(); ++i) {
     result.add(i > 0 ? "," : "").add(quote_name(columns[i]->name));
@@ -156,7 +186,7 @@ Fragment assignment(Context& context, Scope& scope, const Target& target) {
   const ColumnInfo& column = target_column(context, target);
   tokens.expect_symbol("=", 927);
   Fragment result = fragment(quote_name(column.name) + " = ", offset);
-  return result.add(store(expression(context, scope), column));
+  return result.add(stored(context, expression(context, scope), column));
 }
 
 }  // namespace

@@ -46,7 +46,9 @@ Fragment create_index(Context& context, bool unique) {
   tokens.expect_symbol("(", 906);
   std::string separator = " (";
   do {
-    sql.add(separator).add(expression(context, scope));
+    const Fragment key = expression(context, scope);
+    refuse_large(key);
+    sql.add(separator).add(key);
     if (tokens.accept_word("DESC")) sql.add(" DESC");
     tokens.accept_word("ASC");
     separator = ", ";
@@ -156,10 +158,15 @@ Fragment unless_referenced(const std::string& table, int code) {
 // The engine cannot take a foreign key from the table that has it: CASCADE CONSTRAINTS is done
 // where there is none.
 Fragment drop_table(Context& context) {
+  const ub4 offset = context.tokens.offset();
   const std::string name = existing_table(context);
   const bool cascade = context.tokens.accept_word("CASCADE");
   if (cascade) context.tokens.expect_word("CONSTRAINTS");
-  return unless_referenced(name, cascade ? 3001 : 2449).add("DROP TABLE " + quote_name(name));
+  Fragment sql = unless_referenced(name, cascade ? 3001 : 2449);
+  for (const ColumnInfo& column : table_columns(context, name, offset)) {
+    if (may_be_large(column.type)) sql.add(release_values(name, column.name));
+  }
+  return sql.add("DROP TABLE " + quote_name(name));
 }
 
 // --- Dispatch ------------------------------------------------------------------------------------
@@ -207,10 +214,11 @@ Fragment alter(Context& context) {
 
 // Views and indexes follow a renamed table by themselves; privileges there are none.
 Fragment rename(Context& context) {
+  const ub4 offset = context.tokens.offset();
   const std::string from = existing_table(context);
   context.tokens.expect_word("TO");
   const std::string to = context.tokens.name(903);
-  return fragment("ALTER TABLE " + quote_name(from) + " RENAME TO " + quote_name(to), 0);
+  return rename_table(from, to, table_columns(context, from, offset));
 }
 
 // Deleting everything without a condition is the engine's own way to empty a table at once.

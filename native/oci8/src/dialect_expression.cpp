@@ -346,6 +346,10 @@ Fragment cast_expression(Context& context, Scope& scope) {
   context.tokens.expect_word("AS");
   const ColumnInfo type = declared_type(context.tokens);
   context.tokens.expect_symbol(")", 907);
+  refuse_large(value);
+  if (type.type == SQLT_CLOB || type.type == SQLT_BLOB) {
+    fail(3001, {}, static_cast<int>(value.offset));
+  }
   return store(value, type);
 }
 

@@ -86,12 +86,40 @@ void pad_together(const std::vector<Fragment*>& values) {
   }
 }
 
+// The value for a column that takes large ones. What is large already is copied with its name; no
+// other value can be taken for a name, as a bound one comes by a way of its own.
+Fragment store_large(const Fragment& value, const ColumnInfo& column, bool as_text) {
+  const ValueClass from = value.type.value_class();
+  const StaticType type = type_of(column);
+  Fragment type_code = fragment(std::to_string(column.type), value.offset);
+  if (from == ValueClass::Long || from == ValueClass::Lob) {
+    if (value.type.code != column.type) fail(932, {}, static_cast<int>(value.offset));
+    Fragment copied = call("copy_large", {value, type_code}, value.offset);
+    copied.type = type;
+    return copied;
+  }
+  const bool text = column.type == SQLT_LNG || column.type == SQLT_CLOB;
+  if (column.type == SQLT_BLOB && from == ValueClass::Date) {
+    fail(932, {}, static_cast<int>(value.offset));
+  }
+  const char* function = column.type == SQLT_LNG    ? "store_long"
+                         : column.type == SQLT_LBI  ? "store_long_raw"
+                         : column.type == SQLT_CLOB ? "store_clob"
+                                                    : "store_blob";
+  Fragment stored = wrap(function, text && as_text ? to_text(value) : value, type);
+  if (!is_placeholder(value)) return stored;
+  const Fragment taken = call("take_large", {value, type_code}, value.offset);
+  Fragment either = call("coalesce", {taken, stored}, value.offset);
+  either.type = type;
+  return either;
+}
+
+}  // namespace
+
 bool is_placeholder(const Fragment& value) {
   return value.sql.starts_with('?') &&
          value.sql.find_first_not_of("0123456789", 1) == std::string::npos;
 }
-
-}  // namespace
 
 // ROWIDs are text to everything but a comparison with a row's own.
 ValueClass StaticType::value_class() const {
@@ -253,6 +281,13 @@ Fragment infix(const Fragment& left, std::string_view operation, const Fragment&
   return result;
 }
 
+void refuse_large(const Fragment& value) {
+  const ValueClass of_value = value.type.value_class();
+  if (of_value == ValueClass::Long || of_value == ValueClass::Lob) {
+    fail(932, {}, static_cast<int>(value.offset));
+  }
+}
+
 std::string quote_text(std::string_view value) {
   std::string quoted = "'";
   for (const char c : value) {
@@ -315,21 +350,19 @@ Fragment store(const Fragment& value, const ColumnInfo& column) {
   // DATE and RAW look alike at run time: only here is known how their text is made.
   const ValueClass from = value.type.value_class();
   const bool as_text = from == ValueClass::Date || from == ValueClass::Raw;
+  if (may_be_large(column.type)) return store_large(value, column, as_text);
+  refuse_large(value);
   switch (column.type) {
     case SQLT_CHR:
     case SQLT_RID:
       return wrap_sized("store_char", as_text ? to_text(value) : value, type);
     case SQLT_AFC:
       return wrap_sized("store_fixed_char", as_text ? to_text(value) : value, type);
-    case SQLT_LNG:
-      return wrap("store_long", as_text ? to_text(value) : value, type);
     case SQLT_DAT:
       if (from == ValueClass::Number) break;
       return wrap("store_date", value, type);
     case SQLT_BIN:
       return wrap_sized("store_raw", value, type);
-    case SQLT_LBI:
-      return wrap("store_long_raw", value, type);
     case SQLT_NUM: {
       if (as_text) break;
       // A binary precision (FLOAT) limits no decimal digits.

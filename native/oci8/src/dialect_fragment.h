@@ -76,6 +76,8 @@ Fragment infix(const Fragment& left, std::string_view operation, const Fragment&
 /// Notes that `entries` more symbols wait on the engine's parser stack while it reads this;
 /// ORA-03001 where the stack would not hold them.
 void deepen(Fragment& part, int entries);
+/// ORA-00932 for a LONG or LOB, which can be stored, fetched and tested for NULL, and no more.
+void refuse_large(const Fragment& value);
 /// 'text' for the engine.
 std::string quote_text(std::string_view value);
 
@@ -84,6 +86,8 @@ std::string quote_text(std::string_view value);
 Fragment coerce(const Fragment& value, ValueClass target);
 /// Makes values comparable by one class; blank-pads where all are fixed-length character data.
 void make_comparable(const std::vector<Fragment*>& values);
+/// Whether the fragment is a placeholder and nothing else.
+bool is_placeholder(const Fragment& value);
 /// The value as it is stored into the column: checked, padded or rounded by its declared type.
 Fragment store(const Fragment& value, const ColumnInfo& column);
 

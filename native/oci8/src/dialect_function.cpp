@@ -171,10 +171,7 @@ Fragment aggregate_argument(Context& context, Scope& scope, std::string_view nam
   Fragment value = expression(context, scope);
   const bool numeric = name == "SUM" || name == "AVG";
   if (numeric) value = coerce(value, ValueClass::Number);
-  const ValueClass of_value = value.type.value_class();
-  if (of_value == ValueClass::Long || of_value == ValueClass::Lob) {
-    fail(932, {}, static_cast<int>(value.offset));
-  }
+  refuse_large(value);
   return value;
 }
 
@@ -293,6 +290,7 @@ StaticType unify(const std::vector<Fragment*>& values) {
   }
   StaticType type;
   for (Fragment* value : values) {
+    refuse_large(*value);
     *value = coerce(*value, target);
     if (!value->null) type = common_type(type, value->type);
   }
@@ -337,6 +335,7 @@ Fragment known_function(const std::string& name, std::vector<Fragment> arguments
   if (count < known->least) fail(938, {}, static_cast<int>(offset));
   if (count > known->most) fail(939, {}, static_cast<int>(offset));
   for (size_t i = 0; i < arguments.size(); ++i) {
+    refuse_large(arguments[i]);
     const size_t rule = std::min(i, known->arguments.size() - 1);
     arguments[i] = argument_of_class(arguments[i], known->arguments[rule]);
   }
@@ -348,6 +347,15 @@ Fragment known_function(const std::string& name, std::vector<Fragment> arguments
   return result;
 }
 
+// The name of no value: storing it makes an empty one.
+Fragment empty_lob(ub2 type, const std::vector<Fragment>& arguments, ub4 offset) {
+  if (!arguments.empty()) fail(909, {}, static_cast<int>(offset));
+  Fragment result = fragment("0", offset);
+  result.type = {type, 86, 0, 0, 0};
+  result.nullable = false;
+  return result;
+}
+
 // Those with a syntax of their own go before the table.
 Fragment function_call(Context& context, Scope& scope, const std::string& name, ub4 offset) {
   for (const Aggregate& known : kAggregates) {
@@ -355,6 +363,8 @@ Fragment function_call(Context& context, Scope& scope, const std::string& name, 
   }
   if (name == "TRIM") return trim(context, scope, offset);
   std::vector<Fragment> arguments = argument_list(context, scope);
+  if (name == "EMPTY_CLOB") return empty_lob(SQLT_CLOB, arguments, offset);
+  if (name == "EMPTY_BLOB") return empty_lob(SQLT_BLOB, arguments, offset);
   if (name == "DECODE") return decode(std::move(arguments), offset);
   if (name == "CONCAT") {
     if (arguments.size() != 2) fail(909, {}, static_cast<int>(offset));

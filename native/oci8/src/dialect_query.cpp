@@ -124,6 +124,7 @@ class Block {
     std::vector<std::string> keys;
     do {
       Fragment key = expression(context_, scope_);
+      refuse_large(key);
       if (key.integer) key.sql = constant(key);
       groups_.add(groups_.sql.empty() ? "" : ", ").add(key);
       keys.push_back(key.sql);
@@ -200,7 +201,10 @@ class Block {
   }
 
   void check_items() const {
-    for (const Item& item : items_) check_grouping(item.value);
+    for (const Item& item : items_) {
+      check_grouping(item.value);
+      if (distinct_) refuse_large(item.value);
+    }
   }
 
   // name.* or owner.name.*; anything else is an expression and is left alone.
@@ -280,6 +284,7 @@ class Block {
       const std::optional<size_t> position = ordered_item();
       Fragment key = position ? fragment(std::to_string(*position + 1), tokens().offset())
                               : expression(context_, scope_);
+      refuse_large(position ? items_[*position].value : key);
       if (!position) check_grouping(key);
       if (!position && key.integer) key.sql = constant(key);
       const bool nullable = position ? items_[*position].value.nullable : key.nullable;
@@ -392,7 +397,8 @@ void make_member(Query& member) {
 }
 
 // The first query names the columns; types must agree in class and are widened.
-void combine_columns(Query& left, const Query& right, ub4 offset) {
+// A large value can neither be compared with others nor be taken for another type's.
+void combine_columns(Query& left, const Query& right, bool all, ub4 offset) {
   if (left.columns.size() != right.columns.size()) fail(1789, {}, static_cast<int>(offset));
   for (size_t i = 0; i < left.columns.size(); ++i) {
     StaticType& type = left.types[i];
@@ -400,6 +406,8 @@ void combine_columns(Query& left, const Query& right, ub4 offset) {
     if (type.code != 0 && other.code != 0 && type.value_class() != other.value_class()) {
       fail(1790, {}, static_cast<int>(offset));
     }
+    const bool large = may_be_large(type.code) || may_be_large(other.code);
+    if (large && (!all || type.code != other.code)) fail(932, {}, static_cast<int>(offset));
     const bool nullable = left.columns[i].nullable || right.columns[i].nullable;
     const ub2 size = std::max(left.columns[i].size, right.columns[i].size);
     type = common_type(type, other);
@@ -408,12 +416,14 @@ void combine_columns(Query& left, const Query& right, ub4 offset) {
   }
 }
 
+constexpr std::string_view kUnionAll = " UNION ALL ";
+
 // All of them bind alike, from left to right, in both dialects.
 std::string_view set_operator(Tokens& tokens) {
   if (tokens.accept_word("INTERSECT")) return " INTERSECT ";
   if (tokens.accept_word("MINUS")) return " EXCEPT ";
   tokens.skip();
-  return tokens.accept_word("ALL") ? " UNION ALL " : " UNION ";
+  return tokens.accept_word("ALL") ? kUnionAll : " UNION ";
 }
 
 // A combined query has no columns but those that it gives: no expressions here.
@@ -436,6 +446,7 @@ void order_whole(Tokens& tokens, Query& whole) {
   std::string separator = " ORDER BY ";
   do {
     const size_t column = ordered_column(tokens, whole);
+    if (may_be_large(whole.types[column].code)) tokens.fail_here(932);
     whole.sql.add(separator + std::to_string(column + 1));
     whole.sql.add(direction(tokens, whole.columns[column].nullable));
     separator = ", ";
@@ -460,11 +471,12 @@ Query query(Context& context, Scope* outer, Naming naming) {
   if (!at_set_operator(tokens) || whole.ordered) return whole;
   make_member(whole);
   while (at_set_operator(tokens)) {
-    whole.sql.add(set_operator(tokens));
+    const std::string_view operation = set_operator(tokens);
+    whole.sql.add(operation);
     const ub4 offset = tokens.offset();
     Query member = term(context, outer, naming, false);
     make_member(member);
-    combine_columns(whole, member, offset);
+    combine_columns(whole, member, operation == kUnionAll, offset);
     whole.sql.add(member.sql);
     whole.one_row = false;
   }

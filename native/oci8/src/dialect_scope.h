@@ -30,6 +30,8 @@ struct Context {
   std::string object;  // the first table that the statement names
   std::string defines;  // the view that the statement defines
   std::vector<SequenceUse> sequences;  // used so far
+  std::vector<LargePlace> large_places;
+  bool large = false;  // as in Translation
   std::optional<size_t> item;  // first token of the value being read, where all are made in order
 };
 

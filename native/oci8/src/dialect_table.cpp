@@ -47,18 +47,28 @@ class TableReader {
     if (tokens().accept_word("RENAME")) {
       tokens().expect_word("TO");
       const std::string to = tokens().name(903);
-      return fragment("ALTER TABLE " + quote_name(name_) + " RENAME TO " + quote_name(to), 0);
+      return rename_table(name_, to, table_columns(context_, name_, 0));
     }
     if (!tokens().accept_word("DROP") || !tokens().accept_word("COLUMN")) {
       tokens().fail_here(3001);
     }
-    const ub4 offset = tokens().offset();
-    return fragment("ALTER TABLE " + quote_name(name_) + " DROP COLUMN ", 0)
-        .add(fragment(quote_name(tokens().name(904)), offset));
+    return drop_column();
   }
 
  private:
   Tokens& tokens() { return context_.tokens; }
+
+  Fragment drop_column() {
+    const ub4 offset = tokens().offset();
+    const std::string name = tokens().name(904);
+    Fragment sql;
+    for (const ColumnInfo& column : table_columns(context_, name_, 0)) {
+      if (column.name != name || !may_be_large(column.type)) continue;
+      sql.add(release_values(name_, name)).add(drop_triggers(name_, column));
+    }
+    return sql.add("ALTER TABLE " + quote_name(name_) + " DROP COLUMN ")
+        .add(fragment(quote_name(name), offset));
+  }
 
   void element() {
     if (at_table_constraint()) {
@@ -234,6 +244,7 @@ class TableReader {
         fail(904, "\"" + name + "\"", static_cast<int>(offset));
       }
       if (not_null) found->column.nullable = false;
+      found->constrained = true;
       result.add(quote_name(name)).add(tokens().is_symbol(",") ? "," : ")");
     } while (tokens().accept_symbol(","));
     tokens().expect_symbol(")", 907);
@@ -245,6 +256,7 @@ class TableReader {
   // The type is spelled so that it can be read back from the engine's schema, see declared_type.h.
   Fragment write_definition(const Definition& of) {
     if (!of.typed) tokens().fail_here(902);
+    if (of.constrained && may_be_large(of.column.type)) tokens().fail_here(932);
     Fragment sql = fragment(quote_name(of.column.name) + " " + spell_type(of.column), 0);
     if (of.value) sql.add(" DEFAULT (").add(*of.value).add(")");
     if (!of.column.nullable) sql.add(" NOT NULL");
@@ -257,7 +269,9 @@ class TableReader {
       sql.add(i > 0 ? ", " : "").add(write_definition(definitions_[i]));
     }
     for (const Fragment& constraint : table_constraints_) sql.add(",").add(constraint);
-    return sql.add(")");
+    sql.add(")");
+    for (const Definition& of : definitions_) sql.add(make_triggers(name_, of.column));
+    return sql;
   }
 
   // Columns take names (where none are listed) and types from the query.
@@ -317,7 +331,7 @@ class TableReader {
     if (!of.column.nullable && !of.value) tokens().fail_here(1758);
     if (of.value) of.value = constant(of.column);
     Fragment sql = fragment("ALTER TABLE " + quote_name(name_) + " ADD COLUMN ", 0);
-    return sql.add(write_definition(of));
+    return sql.add(write_definition(of)).add(make_triggers(name_, of.column));
   }
 
   // What storing would make of the literal, worked out here.

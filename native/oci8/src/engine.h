@@ -25,6 +25,22 @@ struct ColumnInfo {
   bool nullable = true;
 };
 
+/// The name of a large value: one that the database keeps in chunks outside of its row. A copy
+/// names the same value. Whether the value still stands shows when the name is used.
+struct LargeName {
+  enum class Unit : ub1 {
+    Byte,  // BLOB, LONG and LONG RAW
+    Character  // CLOB: UCS-2 in machine byte order
+  };
+  long long id = 0;  // 0 names nothing
+  long long stamp = 0;  // tells the value from one that had the same id before
+  Unit unit = Unit::Byte;
+};
+
+/// Large values are best written in parts of this many bytes, and from multiples of it on; values
+/// up to this size are better kept in the row, where the column allows.
+inline constexpr size_t kLargePart = 32768;
+
 /// One value on the border: a view of bytes that somebody else owns.
 struct Value {
   enum class Kind : ub1 {
@@ -32,13 +48,18 @@ struct Value {
     Integer,  // NUMBER
     Real,  // NUMBER
     Text,  // character data in the database's character set, LONG, ROWID; no terminator
-    Bytes  // RAW, LONG RAW; DATE as its seven bytes
+    Bytes,  // RAW, LONG RAW; DATE as its seven bytes
+    Large  // CLOB and BLOB always, LONG and LONG RAW where they are long
   };
   Kind kind = Kind::Null;
   long long integer = 0;
   double real = 0;
   const char* data = nullptr;
   size_t size = 0;
+  LargeName large{};
+  // A bound large value: the first cell that stores it takes it over instead of a copy; without
+  // one it ends with the statement's success.
+  bool given = false;
 };
 
 /// A prepared statement.
@@ -52,6 +73,11 @@ class Statement {
   /// Binds a value to the placeholder at `position` (from 1). The bytes stay the caller's and must
   /// stay in place until the statement has been stepped to its end or reset.
   virtual void bind(ub4 position, const Value& value) = 0;
+
+  /// The type of the LONG, LONG RAW, CLOB or BLOB column that the placeholder's value goes into as
+  /// it is, so that a large value may be bound to it: a LONG takes given ones only. 0 for every
+  /// other placeholder, where a large value is ORA-00932.
+  virtual ub2 takes_large(ub4 position) const = 0;
 
   /// Runs to the next row: true when a row stands, false at the end (a statement that is no query
   /// is then done, and has taken effect as a whole or, having raised, not at all).
@@ -91,6 +117,24 @@ class Connection {
   virtual void release_mark() noexcept = 0;
   /// Undoes what was done since the mark, and forgets it. A transaction that began since is gone.
   virtual void return_to_mark() noexcept = 0;
+
+  // Large values. Sizes and places are in units of the value, places from 0. ORA-22275 for a name
+  // that names nothing, ORA-22922 where the value is gone.
+
+  /// A new empty value, which belongs to no row until a bind gives it to one. Begins a transaction
+  /// where none is open.
+  virtual LargeName create_large(LargeName::Unit unit) = 0;
+  virtual unsigned long long large_size(const LargeName& name) = 0;
+  /// Reads up to `units` units into `target`; returns how many there were.
+  virtual size_t read_large(const LargeName& name, unsigned long long place, void* target,
+                            size_t units) = 0;
+  /// Overwrites and extends; what lies between the old end and `place` reads as zeros (blanks for
+  /// characters). ORA-22920 where the session holds no lock for writing. Takes effect as a whole or
+  /// not at all.
+  virtual void write_large(const LargeName& name, unsigned long long place, const void* source,
+                           size_t units) = 0;
+  /// Ends a value that belongs to no row. ORA-22920 as for a write.
+  virtual void remove_large(const LargeName& name) = 0;
 
   /// Stops the operation that runs on another thread with ORA-01013; without one, does nothing,
   /// also not to a later operation. Any thread.

@@ -1,4 +1,5 @@
 // Executing: values in, the run of a change, query or block, and what a block gives back.
+#include <algorithm>
 #include <cstring>
 
 #include "guard.h"
@@ -10,7 +11,120 @@ namespace {
 constexpr int kNoDataFound = 1403;
 constexpr int kCutWithInfo = 24345;
 
+Value given_value(const LargeName& name) {
+  Value value;
+  value.kind = Value::Kind::Large;
+  value.large = name;
+  value.given = true;
+  return value;
+}
+
 }  // namespace
+
+// What an iteration streams into the database before its statement runs: undone with a statement
+// that fails, and where a callback, which runs code of the caller's, ends the session.
+class StatementHandle::StreamUnit {
+ public:
+  StreamUnit(StatementHandle& statement, Attachment& attachment)
+      : statement_(statement), attachment_(attachment) {
+    statement.unit_ = this;
+  }
+  ~StreamUnit() {
+    abandon();
+    statement_.unit_ = nullptr;
+  }
+  StreamUnit(const StreamUnit&) = delete;
+  StreamUnit& operator=(const StreamUnit&) = delete;
+
+  void require_live() const {
+    if (statement_.attachment_ != &attachment_) fail(1012);
+  }
+
+  /// The connection, for a change that belongs to the unit.
+  Connection& connection() {
+    require_live();
+    if (!marked_) {
+      attachment_.connection->mark();
+      attachment_.streaming = marked_ = true;
+    }
+    return *attachment_.connection;
+  }
+
+  /// Leaves the mark to the caller; false without one.
+  bool hand_over() {
+    if (!marked_) return false;
+    attachment_.streaming = marked_ = false;
+    return true;
+  }
+
+  void keep() {
+    if (hand_over()) attachment_.connection->release_mark();
+  }
+
+  void abandon() noexcept {
+    if (hand_over()) attachment_.connection->return_to_mark();
+  }
+
+ private:
+  StatementHandle& statement_;
+  Attachment& attachment_;
+  bool marked_ = false;
+};
+
+// Keeps a value in memory, or where the column takes large ones the first part of it: from the
+// second on it goes to the database part by part.
+class StatementHandle::LargeSink final : public PieceSink {
+ public:
+  LargeSink(StreamUnit& unit, HeldBytes& held, size_t expected, bool large)
+      : unit_(unit), held_(held), expected_(expected), large_(large) {}
+
+  void take(const void* bytes, size_t size) override {
+    if (!large_) return held_.append(bytes, size, expected_);
+    const auto* from = static_cast<const char*>(bytes);
+    while (size > 0) {
+      if (held_.size() == kLargePart) flush();
+      const bool whole = held_.size() == 0 && size > kLargePart;
+      const size_t part =
+          whole ? size - size % kLargePart : std::min(size, kLargePart - held_.size());
+      whole ? write(from, part) : held_.append(from, part, kLargePart);
+      from += part;
+      size -= part;
+    }
+  }
+
+  /// The value turns out to be NULL.
+  void discard() {
+    held_.release();
+    if (name_.id != 0) unit_.connection().remove_large(name_);
+    name_ = {};
+  }
+
+  /// The large value; names nothing where the value is in memory as a whole.
+  LargeName finish() {
+    if (name_.id != 0) flush();
+    return name_;
+  }
+
+ private:
+  void flush() {
+    write(held_.data(), held_.size());
+    held_.clear();
+  }
+
+  void write(const char* bytes, size_t size) {
+    Connection& connection = unit_.connection();
+    if (name_.id == 0) name_ = connection.create_large(LargeName::Unit::Byte);
+    connection.write_large(name_, written_, bytes, size);
+    written_ += size;
+  }
+
+  StreamUnit& unit_;
+  HeldBytes& held_;
+  const size_t expected_;
+  const bool large_;
+  LargeName name_;
+  unsigned long long written_ = 0;
+};
 
 // Rows that are fetched along are outside of the remembering part: a value that does not fit its
 // variable fails the call but does not end the cursor.
@@ -44,22 +158,27 @@ sword StatementHandle::execute(Attachment& attachment, ub4 iterations, bool comm
 int StatementHandle::start(Attachment& attachment, ub4 iterations) {
   const bool query = prepared_text().type == OCI_STMT_SELECT;
   if (!query && iterations == 0) fail(24333);
+  // A change of a callback's own would be undone with the stream, and an end of the transaction
+  // keep a part of it.
+  if (!query) attachment.require_no_stream();
   enter(attachment);
   check_binds();
   close_cursor();
   int information = 0;
   for (ub4 row = 0; row < (query ? 1 : iterations); ++row) {
-    pull_streams(attachment, row);
+    StreamUnit unit(*this, attachment);
+    pull_streams(unit, row);
     give_inputs(row);
     if (query) {
       // The first step belongs to the execute: it fixes the state of the database that the rows
       // are read from, and brings up what is wrong with the query.
       cursor_ = step() ? Cursor::AtRow : Cursor::AtEnd;
     } else if (block_ != nullptr) {
-      keep_worst(information, run_block(row));
+      keep_worst(information, run_block(row, unit.hand_over()));
     } else {
       run_change();
     }
+    unit.keep();
   }
   if (!query) release_streams();
   return information;
@@ -85,20 +204,28 @@ void StatementHandle::check_binds() const {
   }
 }
 
-// The callback runs code of the caller's, which may end the session or bind anew.
-void StatementHandle::pull_streams(Attachment& attachment, ub4 row) {
+bool StatementHandle::streams_large(size_t index) {
+  const auto position = static_cast<ub4>(index + 1);
+  const ub2 column =
+      block_ != nullptr ? block_->takes_large(position) : run_->takes_large(position);
+  return streams_into(binds_[index]->type, column);
+}
+
+void StatementHandle::pull_streams(StreamUnit& unit, ub4 row) {
   for (size_t i = 0; i < binds_.size(); ++i) {
     if (!binds_[i]->at_execution) continue;
     HeldBytes pulled;
+    LargeSink sink(unit, pulled, binds_[i]->room, streams_large(i));
     pulling_ = true;
     try {
-      pull_value(*binds_[i], row, pulled);
+      if (!pull_value(*binds_[i], row, sink)) sink.discard();
     } catch (...) {
       pulling_ = false;
       throw;
     }
     pulling_ = false;
-    if (attachment_ != &attachment) fail(1012);
+    unit.require_live();
+    streamed_[i] = sink.finish();
     held_[i] = std::move(pulled);
   }
 }
@@ -108,6 +235,7 @@ void StatementHandle::pull_streams(Attachment& attachment, ub4 row) {
 Value StatementHandle::input(size_t index, ub4 row) {
   const BindHandle& bind = *binds_[index];
   if (block_ != nullptr && !uses_[index].read) return {};
+  if (bind.at_execution && streamed_[index].id != 0) return given_value(streamed_[index]);
   if (bind.at_execution) return held_value(bind, held_[index]);
   Value value = read_value(bind, row);
   if (text_->type == OCI_STMT_SELECT && value.data != nullptr) {
@@ -128,8 +256,8 @@ void StatementHandle::give_inputs(ub4 row) {
   }
 }
 
-int StatementHandle::run_block(ub4 row) {
-  block_->run();
+int StatementHandle::run_block(ub4 row, bool marked) {
+  block_->run(marked);
   ++row_count;
   const int information = store_outputs(row);
   hand_over_cursors();
@@ -178,6 +306,7 @@ void StatementHandle::adopt(OpenedCursor opened, Attachment& attachment) {
   run_ = std::move(opened.run);
   binds_.resize(text_->placeholders.size());
   held_.resize(binds_.size());
+  streamed_.resize(binds_.size());
   cursor_ = Cursor::PastRow;
   look_ahead();
 }
@@ -186,6 +315,10 @@ void StatementHandle::release_streams() noexcept {
   for (size_t i = 0; i < held_.size() && i < binds_.size(); ++i) {
     if (binds_[i] != nullptr && binds_[i]->at_execution) held_[i].release();
   }
+}
+
+void StatementHandle::abandon_streams() noexcept {
+  if (unit_ != nullptr) unit_->abandon();
 }
 
 }  // namespace oci8

@@ -23,6 +23,7 @@ sword StatementHandle::fetch(ub4 rows, ErrorRecord& record) {
     close_cursor();
     return OCI_SUCCESS;
   }
+  if (attachment_ != nullptr) attachment_->require_idle();
   if (piece_.phase == Pieces::BufferOffered) return fill_piece(record);
   if (piece_.phase == Pieces::BufferDue) fail(kFetchOutOfSequence);
   check_fetch();
@@ -103,9 +104,28 @@ int StatementHandle::store_row(size_t row) {
   int result = 0;
   for (const DefineHandle* define : defines_) {
     if (define->in_pieces) continue;
-    keep_worst(result, define->store(run_->column(define->position - 1), row));
+    Value value = run_->column(define->position - 1);
+    if (value.kind == Value::Kind::Large) value = begin_of_long(*define, value);
+    keep_worst(result, define->store(value, row));
   }
   return result;
+}
+
+// As much of a large LONG as its variable can show, with the size of the whole. No number and no
+// date is so long, and a LOB is left to its locator.
+Value StatementHandle::begin_of_long(const DefineHandle& define, const Value& value) {
+  const ub2 type = columns()[define.position - 1].type;
+  const bool whole = type != SQLT_LNG && type != SQLT_LBI;
+  if (whole || !arrives_in_pieces(define.type)) return value;
+  Value begin;
+  begin.kind = type == SQLT_LNG ? Value::Kind::Text : Value::Kind::Bytes;
+  const unsigned long long size = attachment_->connection->large_size(value.large);
+  begin.size = static_cast<size_t>(size);
+  const size_t room = std::min(begin.size, define.room);
+  char* target = begin_.make_room(room);
+  if (attachment_->connection->read_large(value.large, 0, target, room) != room) fail(22922);
+  begin.data = target;
+  return begin;
 }
 
 void StatementHandle::close_cursor() noexcept {
@@ -132,15 +152,34 @@ sword StatementHandle::begin_pieces(size_t define, ErrorRecord& record) {
   if (define == defines_.size()) return OCI_SUCCESS;
   const Value value = run_->column(defines_[define]->position - 1);
   piece_.null = value.kind == Value::Kind::Null;
-  if (!piece_.null && value.kind != Value::Kind::Text && value.kind != Value::Kind::Bytes) {
-    fail(932);
-  }
+  if (value.kind == Value::Kind::Integer || value.kind == Value::Kind::Real) fail(932);
   piece_.data = value.data;
-  piece_.left = piece_.total = piece_.null ? 0 : value.size;
+  piece_.large = value.large;
+  piece_.total = value.size;
+  if (value.kind == Value::Kind::Large) {
+    piece_.total = static_cast<size_t>(attachment_->connection->large_size(value.large));
+  }
+  piece_.left = piece_.total;
   piece_.define = define;
   piece_.first = true;
   piece_.phase = Pieces::BufferDue;
   return note(record, OCI_NEED_DATA, kPieceBufferRequired);
+}
+
+// From the engine's memory, or a large value straight from the database, which the open query has
+// keep it as it was when the row was read. A row whose piece cannot be read is abandoned.
+void StatementHandle::copy_piece(size_t length) {
+  ub1* target = piece_.buffer.data;
+  if (piece_.data != nullptr) {
+    std::memcpy(target, piece_.data, length);
+    piece_.data += length;
+    return;
+  }
+  piece_.phase = Pieces::None;
+  const size_t place = piece_.total - piece_.left;
+  if (attachment_->connection->read_large(piece_.large, place, target, length) != length) {
+    fail(22922);
+  }
 }
 
 // A value that ends with the buffer ends with this piece: callers take a further, empty one for the
@@ -153,9 +192,8 @@ sword StatementHandle::fill_piece(ErrorRecord& record) {
     piece_.phase = Pieces::None;
     fail(1459);
   }
-  if (length > 0) std::memcpy(buffer.data, piece_.data, length);
+  if (length > 0) copy_piece(length);
   *buffer.length = static_cast<ub4>(length);
-  piece_.data += length;
   piece_.left -= length;
   piece_.first = false;
   if (piece_.left == 0) return end_pieces(record);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "locator.h"
 #include "statement.h"
 
 namespace oci8 {
@@ -30,6 +31,7 @@ constexpr HandleKind kKinds[] = {
     kind_of<Environment>(OCI_HTYPE_ENV),       kind_of<ErrorHandle>(OCI_HTYPE_ERROR),
     kind_of<ServiceContext>(OCI_HTYPE_SVCCTX), kind_of<StatementHandle>(OCI_HTYPE_STMT),
     kind_of<ServerHandle>(OCI_HTYPE_SERVER),   kind_of<SessionHandle>(OCI_HTYPE_SESSION),
+    kind_of<Locator>(OCI_DTYPE_LOB),
 };
 
 }  // namespace
@@ -60,6 +62,9 @@ DefineHandle& as_define(const void* address) {
 }
 ParameterHandle& as_parameter(const void* address) {
   return required<ParameterHandle>(address);
+}
+Locator& as_locator(const void* address) {
+  return required<Locator>(address);
 }
 
 const HandleKind* find_kind(ub4 type) noexcept {
@@ -154,6 +159,7 @@ void Environment::release(Handle& child) noexcept {
 void Attachment::end_session() {
   if (session != nullptr) session->server = nullptr;
   session = nullptr;
+  transfer.end();
   while (!statements.empty()) statements.back()->drop_run();
   try {
     connection->commit();
@@ -162,6 +168,14 @@ void Attachment::end_session() {
     connection->rollback();
     throw;
   }
+}
+
+void Attachment::require_no_stream() const {
+  if (streaming) fail(3127);
+}
+
+void Attachment::require_idle() const {
+  if (transfer.open()) fail(3127);
 }
 
 ServerHandle::~ServerHandle() {
@@ -219,6 +233,7 @@ bool ServerHandle::interrupt() noexcept {
   const std::lock_guard lock(break_mutex_);
   if (attachment_ == nullptr) return false;
   attachment_->connection->interrupt();
+  attachment_->transfer.end();
   return true;
 }
 
@@ -245,11 +260,17 @@ ServerHandle& ServiceContext::server_handle() const {
 
 // Being attached, having logged in, and having told the context which session it serves are three
 // steps of the interface, and each has its own code for being left out.
-Attachment& ServiceContext::live() const {
+Attachment& ServiceContext::logged_in() const {
   Attachment* attachment = server_handle().attachment();
   if (attachment == nullptr) fail(3114);
   if (attachment->session == nullptr || attachment->session != session) fail(1012);
   return *attachment;
+}
+
+Attachment& ServiceContext::live() const {
+  Attachment& attachment = logged_in();
+  attachment.require_idle();
+  return attachment;
 }
 
 }  // namespace oci8

@@ -14,6 +14,7 @@
 
 #include "engine.h"
 #include "error.h"
+#include "lob_transfer.h"
 #include "oci.h"
 #include "pool.h"
 
@@ -23,13 +24,14 @@ struct BindHandle;
 struct DefineHandle;
 struct Environment;
 struct Handle;
+struct Locator;
 struct ParameterHandle;
 struct SessionHandle;
 class StatementHandle;
 
 /// One row of the table of kinds: all that allocation and freeing need to know of a kind.
 struct HandleKind {
-  ub4 type;  // OCI_HTYPE_*
+  ub4 type;  // OCI_HTYPE_*, OCI_DTYPE_*
   Handle* (*make)();
   Handle* (*find)(const void* address);
   bool (*retire)(Handle* handle);
@@ -83,10 +85,16 @@ struct ErrorHandle : Handle {
 struct Attachment {
   /// Ends the statements' runs, then commits.
   void end_session();
+  /// ORA-03127 while a transfer of a LOB is open.
+  void require_idle() const;
+  /// ORA-03127 while a value that a callback brings is on its way into the database.
+  void require_no_stream() const;
 
   std::unique_ptr<Connection> connection;
   SessionHandle* session = nullptr;  // live
   std::vector<StatementHandle*> statements;
+  LobTransfer transfer;
+  bool streaming = false;  // a part of such a value is there
 };
 
 class ServerHandle : public Handle {
@@ -104,7 +112,8 @@ class ServerHandle : public Handle {
   /// The attached database; ORA-24327, or what made the last attach fail.
   Attachment& attachment_for_login() const;
 
-  /// Stops the running call; false when no database is attached. Any thread.
+  /// Stops the running call and ends an open transfer of a LOB; false when no database is attached.
+  /// Any thread.
   bool interrupt() noexcept;
 
   // Kept and reported. Calls run to their end all the same, which the interface allows: a call
@@ -136,6 +145,8 @@ struct ServiceContext : Handle {
   /// ORA-24324 without a server handle.
   ServerHandle& server_handle() const;
   /// The database of a live session; ORA-24324, ORA-03114 or ORA-01012.
+  Attachment& logged_in() const;
+  /// The same for a new operation; ORA-03127 while a transfer of a LOB is open.
   Attachment& live() const;
 
   // Atomic for a break from another thread.
@@ -156,8 +167,10 @@ StatementHandle& as_statement(const void* address);
 BindHandle& as_bind(const void* address);
 DefineHandle& as_define(const void* address);
 ParameterHandle& as_parameter(const void* address);
+Locator& as_locator(const void* address);
 
-/// The kind with this OCI_HTYPE_*; null for a kind that cannot be allocated.
+/// The kind with this OCI_HTYPE_* or OCI_DTYPE_*, whose numbers are all different; null for a kind
+/// that cannot be allocated.
 const HandleKind* find_kind(ub4 type) noexcept;
 
 /// A new handle with `user_size` bytes of user memory, owned by `environment` (null for a new

@@ -1,15 +1,10 @@
 // Binds: the variables of a statement's placeholders.
 #include "guard.h"
+#include "locator.h"
 #include "statement.h"
 
 namespace oci8 {
 namespace {
-
-// Callers announce a cursor variable with four bytes on every platform, which is what an address
-// has on some of them: the address's own width is what counts.
-size_t element_size(ub2 type, size_t announced) {
-  return type == SQLT_RSET ? sizeof(void*) : announced;
-}
 
 void check_bind(const BindHandle& wanted) {
   if (const int code = bind_error(wanted.type, wanted.room)) fail(code);
@@ -26,7 +21,9 @@ using namespace oci8;
 /// `valuep`, with an optional indicator, length in bytes and return code. All of them are the
 /// caller's, read by each execute and written by a block's; a fetch does not need them any more.
 /// With OCI_DATA_AT_EXEC there is no buffer, `value_sz` is the length expected in all, and the
-/// value comes from the callback of OCIBindDynamic. The bind handle is the statement's. ORA-01036
+/// value comes from the callback of OCIBindDynamic. For SQLT_CLOB and SQLT_BLOB the element is the
+/// address of a locator, of its own width whatever `value_sz` is: the statement gets a copy of the
+/// value that it names, and a block may fill it. The bind handle is the statement's. ORA-01036
 /// for a position without a placeholder, ORA-01459 for a bad size, ORA-24328 for a missing buffer
 /// and for PL/SQL tables, ORA-03115 for an external type that is not offered.
 sword OCIBindByPos(OCIStmt* stmtp, OCIBind** bindpp, OCIError* errhp, ub4 position, void* valuep,

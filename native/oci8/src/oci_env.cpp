@@ -1,6 +1,40 @@
 // Process, environments, handles and diagnostics.
 #include "guard.h"
 
+namespace oci8 {
+namespace {
+
+sword make_child(const void* parenth, void** made_address, const HandleKind* kind, size_t user_size,
+                 void** user_memory) {
+  Environment* parent = pool<Environment>.find(parenth);
+  if (parent == nullptr || made_address == nullptr || kind == nullptr) return OCI_INVALID_HANDLE;
+  parent->record.clear();
+  return recorded(parent->record, [&](ErrorRecord&) {
+    Handle* made = make_handle(*kind, parent, user_size);
+    if (user_memory != nullptr) *user_memory = made->user_memory.get();
+    *made_address = made;
+    return OCI_SUCCESS;
+  });
+}
+
+sword free_child(void* address, const HandleKind* kind) {
+  Handle* handle = kind == nullptr ? nullptr : kind->find(address);
+  return handle != nullptr && free_handle(*handle) ? OCI_SUCCESS : OCI_INVALID_HANDLE;
+}
+
+// Handles and descriptors are made and freed by calls of their own, each of which knows its kinds
+// only.
+const HandleKind* find_handle_kind(ub4 type) {
+  return type < OCI_DTYPE_LOB ? find_kind(type) : nullptr;
+}
+
+const HandleKind* find_descriptor_kind(ub4 type) {
+  return type >= OCI_DTYPE_LOB ? find_kind(type) : nullptr;
+}
+
+}  // namespace
+}  // namespace oci8
+
 using namespace oci8;
 
 /// Accepts every mode: handles of different environments may always be used on different threads,
@@ -28,25 +62,25 @@ sword OCIEnvInit(OCIEnv** envhpp, ub4, size_t xtramem_sz, void** usrmempp) {
 /// live as long as it does. OCI_INVALID_HANDLE for a kind that is not made by this call.
 sword OCIHandleAlloc(const void* parenth, void** hndlpp, ub4 type, size_t xtramem_sz,
                      void** usrmempp) {
-  Environment* parent = pool<Environment>.find(parenth);
-  const HandleKind* kind = find_kind(type);
-  if (parent == nullptr || hndlpp == nullptr || kind == nullptr || type == OCI_HTYPE_ENV) {
-    return OCI_INVALID_HANDLE;
-  }
-  parent->record.clear();
-  return recorded(parent->record, [&](ErrorRecord&) {
-    Handle* made = make_handle(*kind, parent, xtramem_sz);
-    if (usrmempp != nullptr) *usrmempp = made->user_memory.get();
-    *hndlpp = made;
-    return OCI_SUCCESS;
-  });
+  const HandleKind* kind = type == OCI_HTYPE_ENV ? nullptr : find_handle_kind(type);
+  return make_child(parenth, hndlpp, kind, xtramem_sz, usrmempp);
 }
 
 /// Ends a handle with all that it owns; a live session under it is ended, which commits.
 sword OCIHandleFree(void* hndlp, ub4 type) {
-  const HandleKind* kind = find_kind(type);
-  Handle* handle = kind == nullptr ? nullptr : kind->find(hndlp);
-  return handle != nullptr && free_handle(*handle) ? OCI_SUCCESS : OCI_INVALID_HANDLE;
+  return free_child(hndlp, find_handle_kind(type));
+}
+
+/// Makes a descriptor in the environment `parenth`, with user memory as for a handle: a LOB locator
+/// that names nothing yet. OCI_INVALID_HANDLE for any other type.
+sword OCIDescriptorAlloc(const void* parenth, void** descpp, ub4 type, size_t xtramem_sz,
+                         void** usrmempp) {
+  return make_child(parenth, descpp, find_descriptor_kind(type), xtramem_sz, usrmempp);
+}
+
+/// Frees a descriptor. What a locator names is not touched, and copies of it stay good.
+sword OCIDescriptorFree(void* descp, ub4 type) {
+  return free_child(descp, find_descriptor_kind(type));
 }
 
 /// Copies a diagnostic of an error or environment handle out and keeps it: the text is cut to

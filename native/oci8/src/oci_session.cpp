@@ -65,24 +65,32 @@ sword OCISessionEnd(OCISvcCtx* svchp, OCIError* errhp, OCISession* usrhp, ub4) {
   });
 }
 
-/// Commits. ORA-24324, ORA-03114 or ORA-01012 without a live session.
+/// Commits. ORA-24324, ORA-03114 or ORA-01012 without a live session, ORA-03127 while a transfer of
+/// a LOB is open.
 sword OCITransCommit(OCISvcCtx* svchp, OCIError* errhp, ub4) {
   return guarded(errhp, [&](ErrorRecord&) {
-    as_service(svchp).live().connection->commit();
+    Attachment& attachment = as_service(svchp).live();
+    attachment.require_no_stream();
+    attachment.connection->commit();
     return OCI_SUCCESS;
   });
 }
 
-/// Rolls back. Errors as for the commit.
+/// Rolls back; an open transfer of a LOB ends, and what it wrote goes with the rest. Errors as for
+/// the commit otherwise.
 sword OCITransRollback(OCISvcCtx* svchp, OCIError* errhp, ub4) {
   return guarded(errhp, [&](ErrorRecord&) {
-    as_service(svchp).live().connection->rollback();
+    Attachment& attachment = as_service(svchp).logged_in();
+    attachment.require_no_stream();
+    attachment.transfer.end();
+    attachment.connection->rollback();
     return OCI_SUCCESS;
   });
 }
 
-/// Stops the call that runs on the service context or server with ORA-01013; without one, does
-/// nothing and succeeds. Any thread. ORA-24324 and ORA-03114 where nothing can be running.
+/// Stops the call that runs on the service context or server with ORA-01013, and ends a transfer of
+/// a LOB that is open between calls; without either, does nothing and succeeds. Any thread.
+/// ORA-24324 and ORA-03114 where nothing can be running.
 sword OCIBreak(void* hndlp, OCIError* errhp) {
   // A success leaves the diagnostic alone: the broken call reports with the same error handle,
   // and what it says must not be lost to the break.

@@ -1,5 +1,6 @@
 // Statements: prepare, execute, define, fetch, pieces.
 #include "guard.h"
+#include "locator.h"
 #include "statement.h"
 
 using namespace oci8;
@@ -41,9 +42,11 @@ sword OCIStmtExecute(OCISvcCtx* svchp, OCIStmt* stmtp, OCIError* errhp, ub4 iter
 /// Defines where the values of a column go: elements of `value_sz` bytes from `valuep` on, with
 /// optional arrays of indicators, lengths (without a terminator) and return codes. With
 /// OCI_DYNAMIC_FETCH there is no buffer, `value_sz` is the greatest length expected, and the values
-/// are fetched in pieces. The define handle is the statement's. ORA-01459 for a bad size, ORA-24328
-/// for a missing buffer, ORA-03115 for an external type that is not offered; a type that does not
-/// suit the column is ORA-00932 at the fetch.
+/// are fetched in pieces. For SQLT_CLOB and SQLT_BLOB the elements are addresses of locators, of an
+/// address's own width whatever `value_sz` is; a fetch fills the locators, and empties them for
+/// NULL (ORA-22275 for an element that holds no locator). The define handle is the statement's.
+/// ORA-01459 for a bad size, ORA-24328 for a missing buffer, ORA-03115 for an external type that is
+/// not offered; a type that does not suit the column is ORA-00932 at the fetch.
 sword OCIDefineByPos(OCIStmt* stmtp, OCIDefine** defnpp, OCIError* errhp, ub4 position,
                      void* valuep, sb4 value_sz, ub2 dty, void* indp, ub2* rlenp, ub2* rcodep,
                      ub4 mode) {
@@ -54,9 +57,8 @@ sword OCIDefineByPos(OCIStmt* stmtp, OCIDefine** defnpp, OCIError* errhp, ub4 po
     const bool in_pieces = (mode & OCI_DYNAMIC_FETCH) != 0;
     if (defnpp == nullptr || (valuep == nullptr && !in_pieces)) fail(24328);
     if (position == 0) fail(1007);
-    if (dty == SQLT_CLOB || dty == SQLT_BLOB) fail(3115);
-    if (value_sz <= 0) fail(1459);
-    const auto room = static_cast<size_t>(value_sz);
+    if (value_sz <= 0 && !is_locator(dty)) fail(1459);
+    const size_t room = element_size(dty, static_cast<size_t>(value_sz));
     if (!definable(dty, room)) fail(3115);
     DefineHandle wanted;
     wanted.statement = &statement;

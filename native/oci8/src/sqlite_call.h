@@ -44,6 +44,12 @@ class Call {
   DateFields date(int index) const;
   /// The bytes of TEXT or BLOB, as they are.
   std::string_view bytes(int index) const;
+  /// An INTEGER, all of it.
+  long long integer64(int index) const { return sqlite3_value_int64(values_[index]); }
+  /// What was bound as a pointer of that type; null for every other value.
+  void* pointer(int index, const char* of_type) const {
+    return sqlite3_value_pointer(values_[index], of_type);
+  }
   bool is_number(int index) const {
     return type(index) == SQLITE_INTEGER || type(index) == SQLITE_FLOAT;
   }

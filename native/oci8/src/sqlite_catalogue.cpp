@@ -9,6 +9,7 @@
 #include "declared_type.h"
 #include "sqlite_call.h"
 #include "sqlite_handle.h"
+#include "sqlite_large.h"
 #include "sqlite_schema.h"
 
 namespace oci8 {
@@ -191,6 +192,7 @@ void create_system_objects(sqlite3* db) {
                       " increment INTEGER NOT NULL, minimum INTEGER NOT NULL,"
                       " maximum INTEGER NOT NULL, cycle INTEGER NOT NULL) WITHOUT ROWID");
   create_accounts_table(db);
+  LargeStore::create_tables(db);
   for (const SystemView& view : system_views()) {
     execute_sql(db, view_heading(view.name, view.columns) + kSystemMark + view.query);
   }

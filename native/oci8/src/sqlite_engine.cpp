@@ -63,9 +63,54 @@ class SqliteConnection final : public Connection {
   void mark() override { session_->mark(); }
   void release_mark() noexcept override { session_->release_mark(); }
   void return_to_mark() noexcept override { session_->return_to_mark(); }
+  LargeName create_large(LargeName::Unit unit) override {
+    session_->require_open();
+    const SqliteSession::Operation running(*session_);
+    SqliteSession::Change change(*session_);
+    const LargeName made = session_->large().create(unit);
+    change.keep();
+    return made;
+  }
+
+  unsigned long long large_size(const LargeName& name) override {
+    session_->require_open();
+    const SqliteSession::Operation running(*session_);
+    return session_->large().size(name);
+  }
+
+  size_t read_large(const LargeName& name, unsigned long long place, void* target,
+                    size_t units) override {
+    session_->require_open();
+    const SqliteSession::Operation running(*session_);
+    return session_->large().read(name, place, target, units);
+  }
+
+  void write_large(const LargeName& name, unsigned long long place, const void* source,
+                   size_t units) override {
+    change_large(name, [&](LargeStore& store) { store.write(name, place, source, units); });
+  }
+
+  void remove_large(const LargeName& name) override {
+    change_large(name, [&](LargeStore& store) { store.remove(name); });
+  }
+
   void interrupt() noexcept override { session_->interrupt(); }
 
  private:
+  // The session's transaction holds the lock for writing, which stands for that of the value's row.
+  template <class Body>
+  void change_large(const LargeName& name, Body&& body) {
+    session_->require_open();
+    if (name.id == 0) fail(22275);
+    if (!session_->in_transaction()) fail(22920);
+    const SqliteSession::Operation running(*session_);
+    SqliteSession::Change change(*session_);
+    SqliteSession::Whole whole(*session_);
+    body(session_->large());
+    whole.keep();
+    change.keep();
+  }
+
   const bool memory_;
   std::shared_ptr<SqliteSession> session_;
 };

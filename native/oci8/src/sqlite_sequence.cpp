@@ -75,7 +75,8 @@ void Sequences::advance(std::string_view name, long long value) {
   }
   const ResetOnExit reset(advance_.get());
   int result = sqlite3_step(advance_.get());
-  for (int waits = 0; result == SQLITE_BUSY && session_.pause(waits); ++waits) {
+  session_.start_waiting();
+  while (result == SQLITE_BUSY && session_.pause()) {
     sqlite3_reset(advance_.get());
     result = sqlite3_step(advance_.get());
   }

@@ -15,13 +15,18 @@
 namespace oci8 {
 namespace {
 
+using std::chrono::microseconds;
 using std::chrono::milliseconds;
 
 // Long enough for another session's ordinary transaction, short enough for a person who waits.
 // The environment variable OCI8_LOCK_TIMEOUT (milliseconds) overrides it.
 constexpr milliseconds kLockTimeout{5000};
-// Between two attempts at a lock: a break has to wait for the end of a pause.
-constexpr milliseconds kLongestPause{20};
+// How long a session waits for its turn before it looks whether it is to stop.
+constexpr milliseconds kTurn{20};
+// Between two attempts at a lock. Of different length each time, because what waits in different
+// processes must not keep in step; never growing, because that would favour who came last.
+constexpr microseconds kShortestPause{500};
+constexpr long long kPauseSpread = 1000;
 
 // Instructions of SQLite's virtual machine between two looks at the break: a fraction of a
 // millisecond, and no measurable cost.
@@ -30,13 +35,16 @@ constexpr int kProgressSteps = 1000;
 // How long a change may take to notice by itself that it is to stop; see must_stop.
 constexpr milliseconds kGentleTime{300};
 
-// The mark has a name that a client gives to none of its savepoints by accident.
+// Names that a client gives to none of its savepoints by accident.
 constexpr const char* kControls[] = {"BEGIN IMMEDIATE",
                                      "COMMIT",
                                      "ROLLBACK",
                                      "SAVEPOINT \"oci8 mark\"",
                                      "RELEASE \"oci8 mark\"",
-                                     "ROLLBACK TO \"oci8 mark\""};
+                                     "ROLLBACK TO \"oci8 mark\"",
+                                     "SAVEPOINT \"oci8 step\"",
+                                     "RELEASE \"oci8 step\"",
+                                     "ROLLBACK TO \"oci8 step\""};
 
 milliseconds lock_timeout() {
   const char* setting = std::getenv("OCI8_LOCK_TIMEOUT");
@@ -58,6 +66,7 @@ SqliteOwner open_session(const std::string& path) {
   }
   // Readers go on beside a writer. Kept in the file: not for one that is somebody else's.
   execute_sql(db.get(), "PRAGMA journal_mode = WAL");
+  LargeStore::create_tables(db.get());
   return db;
 }
 
@@ -67,6 +76,8 @@ SqliteSession::SqliteSession(const std::string& path)
     : db_(open_session(path)),
       schema_(db(), user_),
       sequences_(*this),
+      large_(db()),
+      queue_(WriteQueue::of(sqlite3_db_filename(db(), "main"))),
       lock_timeout_(lock_timeout()) {
   register_all();
   prepare_controls();
@@ -83,6 +94,7 @@ void SqliteSession::register_all() {
   register_rowid_functions(db());
   register_control_functions(db());
   sequences_.register_functions();
+  large_.register_functions();
   check(db(), sqlite3_busy_handler(db(), on_busy, this));
   sqlite3_progress_handler(db(), kProgressSteps, on_progress, this);
 }
@@ -113,21 +125,39 @@ int SqliteSession::run(Control control) {
   sqlite3_stmt* statement = controls_[static_cast<size_t>(control)].get();
   const int stepped = sqlite3_step(statement);
   sqlite3_reset(statement);
+  if (control == Control::Commit || control == Control::Rollback) queue_->released();
   return stepped == SQLITE_DONE ? SQLITE_OK : stepped;
 }
 
 // The lock is taken at the transaction's first change, not at its first write to a page: SQLite
 // could otherwise refuse it in the middle of the statement, where waiting does not help any more.
 void SqliteSession::begin() {
+  start_waiting();
+  const int result = begin_in_turn();
+  place_ = nullptr;
+  if (result != SQLITE_OK && stopping()) fail(1013);
+  if (result == SQLITE_BUSY) fail(54);
+  check(db(), result);
+  transaction_schema_ = schema_.version();
+}
+
+// The place is given up with the lock in hand: the next one in turn then asks for it.
+int SqliteSession::begin_in_turn() {
+  WriteQueue::Place place(*queue_);
+  place_ = &place;
+  if (!await_turn()) return SQLITE_BUSY;
   waited_ = false;
   int result = run(Control::Begin);
   // Under an open query of this session SQLite reports a lock without calling the busy handler.
-  for (int waits = 0; result == SQLITE_BUSY && !waited_ && pause(waits); ++waits) {
-    result = run(Control::Begin);
+  while (result == SQLITE_BUSY && !waited_ && pause()) result = run(Control::Begin);
+  return result;
+}
+
+bool SqliteSession::await_turn() {
+  while (!place_->first_within(kTurn)) {
+    if (!may_wait()) return false;
   }
-  if (result != SQLITE_OK && stopping()) fail(1013);
-  check(db(), result);
-  transaction_schema_ = schema_.version();
+  return true;
 }
 
 // A client that did not read the text of the error that lost its changes must not take the rest
@@ -186,18 +216,24 @@ void SqliteSession::interrupt() noexcept {
   state_.compare_exchange_strong(running, RunState::Stopping);
 }
 
-bool SqliteSession::pause(int waits) {
-  const Clock::time_point now = Clock::now();
-  if (waits == 0) wait_until_ = now + lock_timeout_;
-  if (stopping() || now >= wait_until_) return false;
-  std::this_thread::sleep_for(std::min(milliseconds(1 + waits), kLongestPause));
+bool SqliteSession::pause() {
+  if (!may_wait()) return false;
+  // What the clock's last digits say is as good as chance.
+  const long long chance = Clock::now().time_since_epoch().count() % kPauseSpread;
+  const microseconds time = kShortestPause + microseconds(chance);
+  if (place_ == nullptr) {
+    std::this_thread::sleep_for(time);
+  } else {
+    place_->wait_for_release(time);
+  }
   return true;
 }
 
 int SqliteSession::on_busy(void* session, int waits) {
   auto& self = *static_cast<SqliteSession*>(session);
   self.waited_ = true;
-  return self.pause(waits) ? 1 : 0;
+  if (waits == 0 && self.place_ == nullptr) self.start_waiting();
+  return self.pause() ? 1 : 0;
 }
 
 // SQLite answers the interrupt of a statement that writes by rolling back the whole transaction.
@@ -244,6 +280,24 @@ SqliteSession::Change::~Change() {
 void SqliteSession::Change::keep() {
   session_.stop_listening();
   kept_ = true;
+}
+
+SqliteSession::Whole::Whole(SqliteSession& session) : session_(session) {
+  check(session.db(), session.run(Control::Step));
+}
+
+// Without a transaction there is nothing left to undo: SQLite gave it up.
+SqliteSession::Whole::~Whole() {
+  if (!open_) return;
+  session_.stop_listening();
+  if (!session_.in_transaction()) return;
+  session_.run(Control::ReturnStep);
+  session_.run(Control::ReleaseStep);
+}
+
+void SqliteSession::Whole::keep() {
+  check(session_.db(), session_.run(Control::ReleaseStep));
+  open_ = false;
 }
 
 }  // namespace oci8

@@ -10,6 +10,8 @@
 #include <string>
 
 #include "sqlite_handle.h"
+#include "sqlite_large.h"
+#include "sqlite_queue.h"
 #include "sqlite_schema.h"
 #include "sqlite_sequence.h"
 #include "sqlite_stop.h"
@@ -17,6 +19,8 @@
 namespace oci8 {
 
 class SqliteSession {
+  using Clock = std::chrono::steady_clock;
+
  public:
   /// Opens the file `path`, which exists, or ":memory:". Raises ORA-01251 for a file that is no
   /// database of this library.
@@ -28,6 +32,7 @@ class SqliteSession {
   sqlite3* db() const { return db_.get(); }
   SqliteSchema& schema() { return schema_; }
   Sequences& sequences() { return sequences_; }
+  LargeStore& large() { return large_; }
 
   /// Begins a session: `user` in upper case.
   void log_in(std::string user);
@@ -54,9 +59,10 @@ class SqliteSession {
 
   /// Stops the operation that runs, if one does. Any thread.
   void interrupt() noexcept;
-  /// Waits a moment for a lock, longer each time (`waits` counts from 0). False when the lock
-  /// timeout is over or the operation is to stop.
-  bool pause(int waits);
+  /// From now on the lock timeout runs.
+  void start_waiting() { wait_until_ = Clock::now() + lock_timeout_; }
+  /// Waits a moment for a lock. False when the lock timeout is over or the operation is to stop.
+  bool pause();
   bool stopping() const { return state_.load(std::memory_order_relaxed) == RunState::Stopping; }
 
   /// The scope in which interrupt() reaches an operation; everywhere else it does nothing, so that
@@ -92,12 +98,40 @@ class SqliteSession {
     bool kept_ = false;
   };
 
+  /// The scope of several steps that take effect as a whole or not at all, within a transaction and
+  /// between the statements of SQLite.
+  class Whole {
+   public:
+    explicit Whole(SqliteSession& session);
+    ~Whole();
+    Whole(const Whole&) = delete;
+    Whole& operator=(const Whole&) = delete;
+
+    void keep();
+
+   private:
+    SqliteSession& session_;
+    bool open_ = true;
+  };
+
  private:
-  enum class Control : ub1 { Begin, Commit, Rollback, Mark, Release, Return };
-  using Clock = std::chrono::steady_clock;
+  enum class Control : ub1 {
+    Begin,
+    Commit,
+    Rollback,
+    Mark,
+    Release,
+    Return,
+    Step,
+    ReleaseStep,
+    ReturnStep
+  };
 
   void stop_listening() { state_.store(RunState::Idle, std::memory_order_release); }
   int run(Control control);
+  bool may_wait() const { return !stopping() && Clock::now() < wait_until_; }
+  bool await_turn();
+  int begin_in_turn();
   bool must_stop();
   void prepare_controls();
   void register_all();
@@ -106,15 +140,18 @@ class SqliteSession {
 
   std::string user_;  // read by SQL functions: before the connection
   SqliteOwner db_;
-  std::array<SqliteStatementOwner, 6> controls_;
+  std::array<SqliteStatementOwner, 9> controls_;
   SqliteSchema schema_;
   Sequences sequences_;
+  LargeStore large_;
+  std::shared_ptr<WriteQueue> queue_;
   std::chrono::milliseconds lock_timeout_;
   Clock::time_point wait_until_;
   Clock::time_point gentle_until_;
   std::atomic<RunState> state_ = RunState::Idle;
   int transaction_schema_ = 0;
   bool gentle_ = false;  // a stop must not cost the transaction
+  WriteQueue::Place* place_ = nullptr;  // of a transaction that begins: its timeout runs already
   bool waited_ = false;  // SQLite has called the busy handler
   bool lost_ = false;  // changes are gone that the client has not been told to repeat
   bool marked_ = false;  // a savepoint stands for the mark; else it is where no transaction was

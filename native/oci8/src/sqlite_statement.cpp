@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <limits>
 
+#include "declared_type.h"
+
 namespace oci8 {
 namespace {
 
@@ -93,6 +95,11 @@ void SqliteStatement::bind(ub4 position, const Value& value) {
   if (position == 0 || position > bound_.size()) fail(1036);
   session_->require_open();
   if (at_end_) reset();
+  if (value.kind == Value::Kind::Large) {
+    if (value.large.id == 0) fail(22275);
+    large_.resize(bound_.size());
+    large_[position - 1] = {value.large, value.given};
+  }
   bound_[position - 1] = value;
   bind_value(position, value);
 }
@@ -117,8 +124,26 @@ void SqliteStatement::bind_value(ub4 position, const Value& value) {
     case Value::Kind::Bytes:
       result = bind_bytes(statement, index, value);
       break;
+    case Value::Kind::Large:
+      result = bind_large(position);
+      break;
   }
   check(session_->db(), result);
+}
+
+// As a pointer, which is NULL to everything but the function that stores it. The object is this
+// statement's, as SQLite's may be made again.
+int SqliteStatement::bind_large(ub4 position) {
+  if (takes_large(position) == 0) fail(932);
+  return sqlite3_bind_pointer(now_.statement.get(), static_cast<int>(position),
+                              &large_[position - 1], kLargeInput, nullptr);
+}
+
+ub2 SqliteStatement::takes_large(ub4 position) const {
+  for (const LargePlace& place : now_.translation.large_places) {
+    if (place.position == position) return place.type;
+  }
+  return 0;
 }
 
 void SqliteStatement::reset() {
@@ -225,10 +250,13 @@ bool SqliteStatement::next_row() {
 bool SqliteStatement::step_query() {
   if (at_end_) return false;
   const SqliteSession::Operation running(*session_);
+  const bool locks = now_.translation.locks && !row_stands_ && !session_->in_transaction();
   try {
+    if (locks) session_->begin();
     row_stands_ = row_stands_ ? next_row() : start_query();
   } catch (...) {
     reset();
+    if (locks) session_->rollback();
     throw;
   }
   if (row_stands_) return true;
@@ -247,6 +275,10 @@ void SqliteStatement::run_change() {
   const SqliteSession::Operation running(*session_);
   SqliteSession::Change change(*session_);
   if (session_->transaction_schema() != now_.schema_version) translate_again();
+  // The values that a statement makes are not its own changes to SQLite, which may find that there
+  // is nothing to undo.
+  std::optional<SqliteSession::Whole> whole;
+  if (now_.translation.large) whole.emplace(*session_);
   const ResetOnExit reset(now_.statement.get());
   try {
     while (next_row()) {
@@ -256,7 +288,21 @@ void SqliteStatement::run_change() {
     throw;
   }
   changed_ = rows_of(session_->db());
+  if (whole) {
+    remove_untaken();
+    whole->keep();
+  }
   change.keep();
+}
+
+// Of an UPDATE that found no row, for example.
+void SqliteStatement::remove_untaken() {
+  for (size_t i = 0; i < large_.size(); ++i) {
+    LargeInput& input = large_[i];
+    if (bound_[i].kind != Value::Kind::Large || !input.given || input.taken) continue;
+    input.taken = true;
+    session_->large().remove(input.name);
+  }
 }
 
 // The commit before is outside of what a break or a failure undoes: the server does it first, and
@@ -289,15 +335,24 @@ void SqliteStatement::run_control() {
   }
 }
 
-// The value's own type decides, not the column's: text and bytes are handed out where they stand.
+void SqliteStatement::name_large(ub2 type, Value& value) {
+  const bool characters = type == SQLT_CLOB;
+  value.kind = Value::Kind::Large;
+  value.large = session_->large().name_of(
+      value.integer, characters ? LargeName::Unit::Character : LargeName::Unit::Byte);
+}
+
+// The value's own type decides, not the column's, but for the names of large values: text and bytes
+// are handed out where they stand.
 Value SqliteStatement::column(ub4 index) {
   sqlite3_stmt* statement = now_.statement.get();
   const int i = static_cast<int>(index);
   Value value;
   switch (sqlite3_column_type(statement, i)) {
     case SQLITE_INTEGER:
-      value.kind = Value::Kind::Integer;
       value.integer = sqlite3_column_int64(statement, i);
+      value.kind = Value::Kind::Integer;
+      if (may_be_large(columns()[index].type)) name_large(columns()[index].type, value);
       return value;
     case SQLITE_FLOAT:
       value.kind = Value::Kind::Real;

@@ -17,6 +17,7 @@ class SqliteStatement final : public Statement {
 
   const std::vector<ColumnInfo>& columns() const override { return now_.translation.columns; }
   void bind(ub4 position, const Value& value) override;
+  ub2 takes_large(ub4 position) const override;
   bool step() override;
   Value column(ub4 index) override;
   ub4 rows_changed() const override { return changed_; }
@@ -32,6 +33,9 @@ class SqliteStatement final : public Statement {
   Translated translate_text() const;
   void translate_again();
   void bind_value(ub4 position, const Value& value);
+  int bind_large(ub4 position);
+  void remove_untaken();
+  void name_large(ub2 type, Value& value);
   std::optional<bool> first_step();
   bool outdated();
   Failure failure(int result);
@@ -49,6 +53,7 @@ class SqliteStatement final : public Statement {
   const SqlText& text_;
   Translated now_;
   std::vector<Value> bound_;  // by position, for a translation that has to be made again
+  std::vector<LargeInput> large_;  // by position, from the first large value that is bound on
   ub4 changed_ = 0;
   bool row_stands_ = false;
   bool at_end_ = false;

@@ -73,6 +73,7 @@ void StatementHandle::enter(Attachment& attachment) {
     run = attachment.connection->prepare(text);
   }
   held_.resize(binds_.size());
+  streamed_.resize(binds_.size());
   attachment.statements.push_back(this);
   attachment_ = &attachment;
   run_ = std::move(run);
@@ -82,6 +83,7 @@ void StatementHandle::enter(Attachment& attachment) {
 // Descriptors go with the run, because they point into its select list. Defines stay: they are the
 // caller's wishes for the text, and get their conversions anew in the next database.
 void StatementHandle::drop_run() noexcept {
+  abandon_streams();
   cursor_ = Cursor::Closed;
   piece_.phase = Pieces::None;
   armed_ = false;
@@ -93,6 +95,7 @@ void StatementHandle::drop_run() noexcept {
   run_.reset();
   block_.reset();
   held_.clear();
+  streamed_.clear();
   if (attachment_ != nullptr) std::erase(attachment_->statements, this);
   attachment_ = nullptr;
 }

@@ -98,6 +98,8 @@ class StatementHandle : public Handle {
     AtEnd,
     Failed  // failure_ ended it
   };
+  class StreamUnit;
+  class LargeSink;
   enum class Pieces : ub1 { None, BufferDue, BufferOffered };
 
   struct PieceState {
@@ -106,6 +108,7 @@ class StatementHandle : public Handle {
     bool null = false;
     size_t define = 0;  // index into defines_
     const char* data = nullptr;
+    LargeName large;  // in the place of data
     size_t left = 0;
     size_t total = 0;
     PieceBuffer buffer;
@@ -115,7 +118,7 @@ class StatementHandle : public Handle {
   void enter(Attachment& attachment);
   int start(Attachment& attachment, ub4 iterations);
   void run_change();
-  int run_block(ub4 row);
+  int run_block(ub4 row, bool marked);
   void remember(const Failure& failure);
   const std::vector<ColumnInfo>& columns() const;
 
@@ -126,15 +129,18 @@ class StatementHandle : public Handle {
   void arm();
   sword fetch_rows(ub4 rows, ErrorRecord& record);
   int store_row(size_t row);
+  Value begin_of_long(const DefineHandle& define, const Value& value);
   void close_cursor() noexcept;
 
   sword fetch_in_pieces(ErrorRecord& record);
   sword begin_pieces(size_t define, ErrorRecord& record);
   sword fill_piece(ErrorRecord& record);
+  void copy_piece(size_t length);
   sword end_pieces(ErrorRecord& record);
 
   void check_binds() const;
-  void pull_streams(Attachment& attachment, ub4 row);
+  bool streams_large(size_t index);
+  void pull_streams(StreamUnit& unit, ub4 row);
   Value input(size_t index, ub4 row);
   void give_inputs(ub4 row);
   int store_outputs(ub4 row);
@@ -142,6 +148,7 @@ class StatementHandle : public Handle {
   StatementHandle& cursor_variable(const BindHandle& bind) const;
   void adopt(OpenedCursor opened, Attachment& attachment);
   void release_streams() noexcept;
+  void abandon_streams() noexcept;
 
   void drop_binds() noexcept;
   void drop_defines() noexcept;
@@ -158,6 +165,9 @@ class StatementHandle : public Handle {
   std::optional<Failure> failure_;
   std::vector<BindHandle*> binds_;  // for each placeholder, null without one
   std::vector<HeldBytes> held_;  // for each placeholder: pulled, or needed by an open query
+  std::vector<LargeName> streamed_;  // for each placeholder: pulled into the database
+  StreamUnit* unit_ = nullptr;  // of the iteration that runs
+  HeldBytes begin_;  // of a long value, for a variable that takes no more
   std::vector<DefineHandle*> defines_;  // by position
   std::vector<ParameterHandle*> parameters_;
   PieceState piece_;

@@ -1,0 +1,330 @@
+#include "sqlite_large.h"
+
+#include <algorithm>
+#include <cstring>
+#include <limits>
+
+#include "lob_text.h"
+#include "sqlite_call.h"
+
+namespace oci8 {
+namespace {
+
+using Unit = LargeName::Unit;
+
+constexpr std::string_view kTables =
+    "CREATE TABLE IF NOT EXISTS OCI8$LARGE(id INTEGER PRIMARY KEY, stamp INTEGER NOT NULL,"
+    " unit INTEGER NOT NULL, size INTEGER NOT NULL);"
+    "CREATE TABLE IF NOT EXISTS OCI8$CHUNKS(place INTEGER PRIMARY KEY, data BLOB NOT NULL);"
+    "CREATE TRIGGER IF NOT EXISTS OCI8$LARGE_GONE AFTER DELETE ON OCI8$LARGE BEGIN"
+    " DELETE FROM OCI8$CHUNKS WHERE place >= OLD.id << 20 AND place < (OLD.id + 1) << 20; END";
+
+constexpr std::string_view kFind = "SELECT stamp, size FROM OCI8$LARGE WHERE id = ?1 AND unit = ?2";
+constexpr std::string_view kCreate = "INSERT INTO OCI8$LARGE(stamp, unit, size) VALUES (?1, ?2, 0)";
+constexpr std::string_view kResize = "UPDATE OCI8$LARGE SET size = ?2 WHERE id = ?1";
+constexpr std::string_view kRemove = "DELETE FROM OCI8$LARGE WHERE id = ?1";
+constexpr std::string_view kChunks =
+    "SELECT place, data FROM OCI8$CHUNKS WHERE place BETWEEN ?1 AND ?2 ORDER BY place";
+constexpr std::string_view kPut = "INSERT OR REPLACE INTO OCI8$CHUNKS(place, data) VALUES (?1, ?2)";
+
+constexpr int kNumberBits = 20;
+constexpr long long kLastId = std::numeric_limits<long long>::max() >> kNumberBits;
+constexpr unsigned long long kMostUnits = std::numeric_limits<ub4>::max();
+static_assert(kMostUnits * sizeof(utext) / kChunkSize < 1ULL << kNumberBits);
+
+size_t width_of(Unit unit) {
+  return unit == Unit::Character ? sizeof(utext) : 1;
+}
+
+long long place_of(long long id, unsigned long long number) {
+  return id << kNumberBits | static_cast<long long>(number);
+}
+
+/// What a value holds where nothing was written. Begins at the begin of a unit.
+void fill(char* target, size_t size, Unit unit) {
+  std::memset(target, 0, size);
+  if (unit == Unit::Byte) return;
+  const utext blank = ' ';
+  for (size_t i = 0; i + sizeof blank <= size; i += sizeof blank) {
+    std::memcpy(target + i, &blank, sizeof blank);
+  }
+}
+
+void bind_integer(sqlite3_stmt* statement, int position, long long value) {
+  check(sqlite3_db_handle(statement), sqlite3_bind_int64(statement, position, value));
+}
+
+std::string_view column_bytes(sqlite3_stmt* row, int column) {
+  const auto* data = static_cast<const char*>(sqlite3_column_blob(row, column));
+  const auto size = static_cast<size_t>(sqlite3_column_bytes(row, column));
+  if (data == nullptr && size > 0) throw std::bad_alloc();
+  return {data, size};
+}
+
+/// The size in a value's row. The file is not trusted: a size beyond what can be written would lead
+/// into the chunks of other values.
+unsigned long long units_of(sqlite3_stmt* row) {
+  return std::min(static_cast<unsigned long long>(sqlite3_column_int64(row, 1)), kMostUnits);
+}
+
+unsigned long long number_of(sqlite3_stmt* chunk) {
+  return static_cast<unsigned long long>(sqlite3_column_int64(chunk, 0)) &
+         ((1ULL << kNumberBits) - 1);
+}
+
+}  // namespace
+
+void LargeStore::create_tables(sqlite3* db) {
+  execute_sql(db, kTables);
+}
+
+// Prepared when first used, and kept: a value is read and written in many small parts.
+sqlite3_stmt* LargeStore::prepared(SqliteStatementOwner& owner, std::string_view sql) {
+  if (owner == nullptr) owner = prepare_sql(db_, sql);
+  return owner.get();
+}
+
+/// The value's row, for the caller to reset: until then chunks are read as of the same moment.
+sqlite3_stmt* LargeStore::find(const LargeName& name) {
+  if (name.id == 0) fail(22275);
+  if (name.id < 0 || name.id >= kLastId) fail(22922);
+  sqlite3_stmt* row = prepared(find_, kFind);
+  bind_integer(row, 1, name.id);
+  bind_integer(row, 2, static_cast<long long>(name.unit));
+  if (step_sql(row) && sqlite3_column_int64(row, 0) == name.stamp) return row;
+  sqlite3_reset(row);
+  fail(22922);
+}
+
+sqlite3_stmt* LargeStore::chunks(long long id, unsigned long long first, unsigned long long last) {
+  sqlite3_stmt* rows = prepared(chunks_, kChunks);
+  bind_integer(rows, 1, place_of(id, first));
+  bind_integer(rows, 2, place_of(id, last));
+  return rows;
+}
+
+LargeName LargeStore::create(Unit unit) {
+  LargeName made;
+  made.unit = unit;
+  sqlite3_randomness(sizeof made.stamp, &made.stamp);
+  sqlite3_stmt* row = prepared(create_, kCreate);
+  const ResetOnExit reset(row);
+  bind_integer(row, 1, made.stamp);
+  bind_integer(row, 2, static_cast<long long>(unit));
+  step_sql(row);
+  made.id = sqlite3_last_insert_rowid(db_);
+  return made;
+}
+
+LargeName LargeStore::name_of(long long id, Unit unit) {
+  sqlite3_stmt* row = prepared(find_, kFind);
+  const ResetOnExit reset(row);
+  bind_integer(row, 1, id);
+  bind_integer(row, 2, static_cast<long long>(unit));
+  const long long stamp = step_sql(row) ? sqlite3_column_int64(row, 0) : 0;
+  return {id, stamp, unit};
+}
+
+unsigned long long LargeStore::size(const LargeName& name) {
+  sqlite3_stmt* row = find(name);
+  const ResetOnExit reset(row);
+  return units_of(row);
+}
+
+size_t LargeStore::read(const LargeName& name, unsigned long long place, void* target,
+                        size_t units) {
+  sqlite3_stmt* row = find(name);
+  const ResetOnExit reset(row);
+  const unsigned long long size = units_of(row);
+  if (place >= size || units == 0) return 0;
+  units = static_cast<size_t>(std::min<unsigned long long>(units, size - place));
+  const size_t width = width_of(name.unit);
+  const unsigned long long begin = place * width;
+  const unsigned long long end = begin + units * width;
+  auto* out = static_cast<char*>(target);
+  unsigned long long at = begin;  // up to where the target is filled
+  sqlite3_stmt* chunk = chunks(name.id, begin / kChunkSize, (end - 1) / kChunkSize);
+  const ResetOnExit reset_chunk(chunk);
+  while (step_sql(chunk)) {
+    const std::string_view data = column_bytes(chunk, 1);
+    const unsigned long long start = number_of(chunk) * kChunkSize;
+    const unsigned long long from = std::max(start, at);
+    const unsigned long long to = std::min(start + data.size(), end);
+    if (from >= to) continue;
+    fill(out + (at - begin), static_cast<size_t>(from - at), name.unit);
+    std::memcpy(out + (from - begin), data.data() + (from - start), static_cast<size_t>(to - from));
+    at = to;
+  }
+  fill(out + (at - begin), static_cast<size_t>(end - at), name.unit);
+  return units;
+}
+
+void LargeStore::put(long long id, unsigned long long number, const void* data, size_t size) {
+  sqlite3_stmt* row = prepared(put_, kPut);
+  const ResetOnExit reset(row);
+  bind_integer(row, 1, place_of(id, number));
+  check(db_, sqlite3_bind_blob64(row, 2, data, size, SQLITE_STATIC));
+  step_sql(row);
+}
+
+// A part of one chunk, at byte `at` of the value. A chunk that the part covers as far as the value
+// went is not read before.
+void LargeStore::put_part(long long id, Unit unit, unsigned long long at, const char* data,
+                          size_t size, unsigned long long old_end) {
+  const unsigned long long number = at / kChunkSize;
+  const auto from = static_cast<size_t>(at % kChunkSize);
+  if (from == 0 && (size == kChunkSize || at + size >= old_end)) return put(id, number, data, size);
+  if (scratch_ == nullptr) scratch_ = std::make_unique<char[]>(kChunkSize);
+  size_t length = 0;
+  {
+    sqlite3_stmt* chunk = chunks(id, number, number);
+    const ResetOnExit reset(chunk);
+    if (step_sql(chunk)) {
+      const std::string_view held = column_bytes(chunk, 1).substr(0, kChunkSize);
+      length = held.size();
+      if (length > 0) std::memcpy(scratch_.get(), held.data(), length);
+    }
+  }
+  if (length < from) fill(scratch_.get() + length, from - length, unit);
+  std::memcpy(scratch_.get() + from, data, size);
+  put(id, number, scratch_.get(), std::max(length, from + size));
+}
+
+void LargeStore::resize(long long id, unsigned long long units) {
+  sqlite3_stmt* row = prepared(resize_, kResize);
+  const ResetOnExit reset(row);
+  bind_integer(row, 1, id);
+  bind_integer(row, 2, static_cast<long long>(units));
+  step_sql(row);
+}
+
+void LargeStore::write(const LargeName& name, unsigned long long place, const void* source,
+                       size_t units) {
+  const unsigned long long old_size = size(name);
+  if (units == 0) return;
+  if (place > kMostUnits || units > kMostUnits - place) fail(22925);
+  const size_t width = width_of(name.unit);
+  const auto* data = static_cast<const char*>(source);
+  unsigned long long at = place * width;
+  for (size_t left = units * width; left > 0;) {
+    if (stop_asked()) fail(1013);
+    const size_t part = std::min(left, kChunkSize - static_cast<size_t>(at % kChunkSize));
+    put_part(name.id, name.unit, at, data, part, old_size * width);
+    at += part;
+    data += part;
+    left -= part;
+  }
+  if (place + units > old_size) resize(name.id, place + units);
+}
+
+// The chunks are written to the table that they are read from: the new ones are behind the old.
+LargeName LargeStore::copy(const LargeName& name) {
+  const unsigned long long units = size(name);
+  const LargeName made = create(name.unit);
+  {
+    sqlite3_stmt* chunk = chunks(name.id, 0, (1ULL << kNumberBits) - 1);
+    const ResetOnExit reset(chunk);
+    while (step_sql(chunk)) {
+      if (stop_asked()) fail(1013);
+      const std::string_view data = column_bytes(chunk, 1);
+      put(made.id, number_of(chunk), data.data(), data.size());
+    }
+  }
+  resize(made.id, units);
+  return made;
+}
+
+void LargeStore::remove(const LargeName& name) {
+  {
+    sqlite3_stmt* found = find(name);
+    sqlite3_reset(found);
+  }
+  sqlite3_stmt* row = prepared(remove_, kRemove);
+  const ResetOnExit reset(row);
+  bind_integer(row, 1, name.id);
+  step_sql(row);
+}
+
+// --- SQL functions -------------------------------------------------------------------------------
+
+namespace {
+
+LargeStore& store_of(const Call& call) {
+  return *static_cast<LargeStore*>(sqlite3_user_data(call.context()));
+}
+
+Unit unit_of(int type) {
+  return type == SQLT_CLOB ? Unit::Character : Unit::Byte;
+}
+
+// LONG columns take what is made for them only: the name of a BLOB would look the same.
+void take_large(Call& call) {
+  auto* input = static_cast<LargeInput*>(call.pointer(0, kLargeInput));
+  if (input == nullptr) return;
+  const int type = call.integer(1);
+  const bool lob = type == SQLT_CLOB || type == SQLT_BLOB;
+  if (input->name.unit != unit_of(type) || (!lob && !input->given)) fail(932);
+  const bool take = input->given && !input->taken;
+  input->taken = true;
+  call.give_integer(take ? input->name.id : store_of(call).copy(input->name).id);
+}
+
+// The dialect writes an empty LOB as number 0.
+void copy_large(Call& call) {
+  if (call.type(0) != SQLITE_INTEGER) return call.give_argument(0);
+  LargeStore& store = store_of(call);
+  const Unit unit = unit_of(call.integer(1));
+  const long long id = call.integer64(0);
+  const LargeName made = id == 0 ? store.create(unit) : store.copy(store.name_of(id, unit));
+  call.give_integer(made.id);
+}
+
+void store_clob(Call& call) {
+  if (call.is_null(0)) return;
+  if (call.type(0) == SQLITE_BLOB) fail(932);
+  const TextArgument text(call, 0);
+  LargeStore& store = store_of(call);
+  const LargeName made = store.create(Unit::Character);
+  const auto units = std::make_unique<utext[]>(kChunkSize);
+  const auto* data = reinterpret_cast<const ub1*>(text.view().data());
+  TextDecoder decoder;
+  unsigned long long size = 0;
+  for (size_t left = text.view().size();;) {
+    const Converted done = decoder.decode(LobForm::Utf8, data, left, true, units.get(), kChunkSize);
+    store.write(made, size, units.get(), done.written);
+    size += done.written;
+    data += done.read;
+    left -= done.read;
+    if (!done.full) break;
+  }
+  call.give_integer(made.id);
+}
+
+void store_blob(Call& call) {
+  if (call.is_null(0)) return;
+  if (call.is_number(0)) fail(932);
+  std::string from_text;
+  if (call.type(0) == SQLITE_TEXT) from_text = hex_to_bytes(call.bytes(0));
+  const std::string_view bytes = call.type(0) == SQLITE_TEXT ? from_text : call.bytes(0);
+  LargeStore& store = store_of(call);
+  const LargeName made = store.create(Unit::Byte);
+  store.write(made, 0, bytes.data(), bytes.size());
+  call.give_integer(made.id);
+}
+
+constexpr SqlFunction kFunctions[] = {{"take_large", 2, run_call<take_large>},
+                                      {"copy_large", 2, run_call<copy_large>},
+                                      {"store_clob", 1, run_call<store_clob>},
+                                      {"store_blob", 1, run_call<store_blob>}};
+
+}  // namespace
+
+// Never deterministic: SQLite would make one value for all rows of a statement. Innocuous as the
+// others, for a DEFAULT.
+void LargeStore::register_functions() {
+  for (const SqlFunction& function : kFunctions) {
+    add_function(db_, function.name, function.arguments, function.run, this, SQLITE_INNOCUOUS);
+  }
+}
+
+}  // namespace oci8

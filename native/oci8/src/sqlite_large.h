@@ -1,0 +1,86 @@
+// Large values: what CLOB and BLOB cells, and those of long LONGs, name by a number.
+//
+//   OCI8$LARGE   id, stamp, unit, size   a row for each value; the size in units of the value
+//   OCI8$CHUNKS  place, data             place = id << 20 | number of the chunk, from 0
+//
+// - A chunk holds kChunkSize bytes of the value, at number * kChunkSize. It may be shorter, or not
+//   be there: what is missing of it up to the value's size reads as zeros, of characters as blanks.
+// - A cell holds the id and owns the value: every row has values of its own, and copies are whole.
+//   Triggers on its table (dialect_large.cpp) take the value away with the row, or when the cell
+//   gets another; one on OCI8$LARGE takes the chunks. The type that the cell's column was declared
+//   with makes an integer in it an id.
+// - Ids come back once their value is gone. The stamp is random and tells a name that was given out
+//   before from the value that has its id now.
+// - Everything here runs within the transaction and the view of whatever runs around it. What takes
+//   several steps is made whole by the caller (SqliteSession::Whole).
+#ifndef OCI8_SQLITE_LARGE_H
+#define OCI8_SQLITE_LARGE_H
+
+#include <memory>
+
+#include "engine.h"
+#include "sqlite_handle.h"
+
+namespace oci8 {
+
+// About as long as the pieces in which clients read and write, so that each of these touches one or
+// two, and long enough for a step of SQLite's to cost little beside the copying. A multiple of
+// every unit.
+constexpr size_t kChunkSize = kLargePart;
+
+/// A large value that is bound to a statement.
+struct LargeInput {
+  LargeName name;
+  bool given = false;  // to the first cell that stores it; all others get copies
+  bool taken = false;
+};
+/// The type under which SQLite hands a LargeInput to functions: no ordinary value has one.
+inline constexpr const char* kLargeInput = "oci8 large";
+
+class LargeStore {
+ public:
+  explicit LargeStore(sqlite3* db) : db_(db) {}
+
+  /// Makes the tables where they are missing.
+  static void create_tables(sqlite3* db);
+  /// Registers what the dialect stores large values with; this object outlives their use.
+  ///
+  ///   take_large(v, type)  a bound large value as a cell of a column of that SQLT_ type; NULL for
+  ///                        any other value
+  ///   copy_large(v, type)  a cell's value for another cell: a copy where it is large
+  ///   store_clob(v)        a new value of text or a number
+  ///   store_blob(v)        a new value of bytes, text being read as hexadecimal
+  void register_functions();
+
+  LargeName create(LargeName::Unit unit);
+  /// The name of the value of a cell. A value that is not there shows when the name is used.
+  LargeName name_of(long long id, LargeName::Unit unit);
+  unsigned long long size(const LargeName& name);
+  size_t read(const LargeName& name, unsigned long long place, void* target, size_t units);
+  /// ORA-22925 for a value of more units than an ub4 can count.
+  void write(const LargeName& name, unsigned long long place, const void* source, size_t units);
+  LargeName copy(const LargeName& name);
+  void remove(const LargeName& name);
+
+ private:
+  sqlite3_stmt* prepared(SqliteStatementOwner& owner, std::string_view sql);
+  sqlite3_stmt* find(const LargeName& name);
+  sqlite3_stmt* chunks(long long id, unsigned long long first, unsigned long long last);
+  void put(long long id, unsigned long long number, const void* data, size_t size);
+  void put_part(long long id, LargeName::Unit unit, unsigned long long at, const char* data,
+                size_t size, unsigned long long old_end);
+  void resize(long long id, unsigned long long units);
+
+  sqlite3* db_;
+  SqliteStatementOwner find_;
+  SqliteStatementOwner create_;
+  SqliteStatementOwner resize_;
+  SqliteStatementOwner remove_;
+  SqliteStatementOwner chunks_;
+  SqliteStatementOwner put_;
+  std::unique_ptr<char[]> scratch_;  // a chunk, from the first that is written in part on
+};
+
+}  // namespace oci8
+
+#endif

@@ -1,0 +1,259 @@
+// Many sessions at once, processes that die, and the same work again and again.
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <csignal>
+#include <deque>
+#include <fstream>
+#include <random>
+#include <thread>
+#include <vector>
+
+#include "oci_fixture.h"
+
+namespace {
+
+using std::chrono::microseconds;
+
+// Repetitions, times the environment variable OCI8_TEST_SCALE for a longer look.
+int scaled(int repetitions) {
+  const char* scale = std::getenv("OCI8_TEST_SCALE");
+  return repetitions * std::max(scale == nullptr ? 1 : std::atoi(scale), 1);
+}
+
+int number_of(Client& client, const std::string& query) {
+  int number = -1;
+  if (client.run(query, 0) != OCI_SUCCESS) return -client.code();
+  client.define(1, &number, sizeof number, SQLT_INT);
+  return client.fetch(1) == OCI_SUCCESS ? number : -client.code();
+}
+
+// In a process of its own: whatever the first call sets up must not be there yet.
+TEST(FirstCall, MayComeFromTwoThreadsAtOnce) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  const auto race = [] {
+    std::atomic<int> ready{0}, good{0};
+    const auto body = [&] {
+      for (++ready; ready < 2;) {
+      }
+      OCIInitialize(OCI_THREADED, nullptr, nullptr, nullptr, nullptr);
+      Client client;
+      if (client.log_in(":memory:") == 0 && client.run("select 1 from dual", 0) == 0) ++good;
+    };
+    std::thread other(body);
+    body();
+    other.join();
+    std::exit(good == 2 ? 0 : 1);
+  };
+  EXPECT_EXIT(race(), testing::ExitedWithCode(0), "");
+}
+
+class Threads : public OciTest {
+ protected:
+  static constexpr int kSessions = 64, kAmount = 100;
+
+  // A writer waits for all others in turn, on a machine that may be busy with something else.
+  void SetUp() override {
+    OciTest::SetUp();
+    setenv("OCI8_LOCK_TIMEOUT", "120000", 0);
+    log_in();
+    must("create table t (id number primary key, amount number)");
+    for (int i = 0; i < kSessions; ++i) {
+      must("insert into t values (" + std::to_string(i) + ", " + std::to_string(kAmount) + ")");
+      ASSERT_EQ(clients_.emplace_back().log_in(database_), OCI_SUCCESS);
+    }
+    OCITransCommit(c.svc, c.err, 0);
+  }
+
+  static bool add(Client& client, int row, int amount) {
+    const std::string change = std::to_string(amount) + " where id = " + std::to_string(row);
+    return client.run("update t set amount = amount + " + change) == OCI_SUCCESS;
+  }
+
+  template <class Body>
+  void on_all(Body body) {
+    std::vector<std::thread> threads;
+    for (int i = 0; i < kSessions; ++i) threads.emplace_back([&, i] { body(i, clients_[i]); });
+    for (std::thread& thread : threads) thread.join();
+  }
+
+  std::deque<Client> clients_;
+};
+
+TEST_F(Threads, SessionsChangeOneFileAndNothingIsLostOrSeenHalf) {
+  std::atomic<int> failures{0}, torn{0}, broken{0};
+  std::atomic<bool> over{false};
+  std::thread breaker([&] {
+    for (std::mt19937 random(1); !over;) {
+      Client& victim = clients_[random() % kSessions];
+      OCIBreak(victim.svc, victim.err);
+      std::this_thread::sleep_for(microseconds(random() % 1000));
+    }
+  });
+  on_all([&](int number, Client& client) {
+    std::mt19937 random(static_cast<unsigned>(number));
+    for (int round = scaled(4); round > 0; --round) {
+      const int from = static_cast<int>(random() % kSessions), to = (from + number) % kSessions;
+      const bool moved = add(client, from, -number) && add(client, to, number);
+      if (!moved) ++(client.code() == 1013 ? broken : failures);
+      (moved && random() % 4 != 0 ? OCITransCommit : OCITransRollback)(client.svc, client.err, 0);
+      const int sum = number_of(client, "select sum(amount) from t");
+      if (sum != kSessions * kAmount && sum != -1013) ++torn;
+    }
+  });
+  over = true;
+  breaker.join();
+  std::printf("%d calls were broken off\n", broken.load());
+  EXPECT_EQ(failures + torn, 0) << failures << " failures";
+  EXPECT_EQ(number_of(c, "select sum(amount) from t"), kSessions * kAmount);
+}
+
+// Whoever waits is served after those who came before, not after whoever comes later, too.
+TEST_F(Threads, AWriterThatWaitsIsNotOvertakenAgainAndAgain) {
+  std::atomic<int> commits{0}, failures{0}, most{0};
+  on_all([&](int number, Client& client) {
+    for (int round = scaled(6); round > 0; --round) {
+      const int before = commits;
+      if (!add(client, number, 1)) ++failures;
+      for (int seen = most; commits - before > seen;) {
+        if (most.compare_exchange_weak(seen, commits - before)) break;
+      }
+      OCITransCommit(client.svc, client.err, 0);
+      ++commits;
+    }
+  });
+  std::printf("at most %d commits while one waited\n", most.load());
+  EXPECT_EQ(failures, 0);
+  EXPECT_LE(most, 2 * kSessions);
+}
+
+class Crash : public OciTest {
+ protected:
+  static constexpr int kRowsOfOne = 3;
+
+  [[noreturn]] static void load(const std::string& database, int next, int acknowledge) {
+    Client client;
+    bool good = client.log_in(database) == OCI_SUCCESS;
+    for (; good; ++next) {
+      const std::string row = "insert into t values (rpad('x', 3000, 'y'), " + std::to_string(next);
+      for (int i = 0; i < kRowsOfOne; ++i) good &= client.run(row + ")") == 0;
+      good &= OCITransCommit(client.svc, client.err, 0) == 0 && write(acknowledge, "+", 1) == 1;
+    }
+    _exit(1);
+  }
+
+  int kill_after(microseconds life, int next) {
+    int channel[2];
+    EXPECT_EQ(pipe(channel), 0);
+    const pid_t child = fork();
+    if (child == 0) load(database_, next, channel[1]);
+    close(channel[1]);
+    char sign = 0;
+    int acknowledged = static_cast<int>(read(channel[0], &sign, 1));
+    std::this_thread::sleep_for(life);
+    kill(child, SIGKILL);
+    int status = 0;
+    waitpid(child, &status, 0);
+    EXPECT_TRUE(WIFSIGNALED(status)) << "the loading process failed by itself";
+    while (read(channel[0], &sign, 1) == 1) ++acknowledged;
+    close(channel[0]);
+    return acknowledged;
+  }
+};
+
+TEST_F(Crash, EveryAcknowledgedCommitIsThereAndNothingElse) {
+  log_in();
+  must("create table t (v varchar2(4000), n number)");
+  std::mt19937 random(20010125);
+  int kept = 0;
+  for (int kills = scaled(10); kills > 0 && !HasFailure(); --kills) {
+    const int expected = kept + kill_after(microseconds(random() % 30000), kept);
+    kept = number_of(c, "select nvl(max(n) + 1, 0) from t");
+    EXPECT_TRUE(kept == expected || kept == expected + 1) << kept << " not " << expected;
+    EXPECT_EQ(number_of(c, "select count(*) from t"), kept * kRowsOfOne) << "half a transaction";
+    EXPECT_EQ(number_of(c, "select count(distinct n) from t where length(v) = 3000"), kept);
+    const auto db = oci8::open_file(database_, SQLITE_OPEN_READONLY);
+    const auto check = oci8::prepare_sql(db.get(), "PRAGMA integrity_check");
+    EXPECT_TRUE(oci8::step_sql(check.get()));
+    EXPECT_EQ(oci8::column_text(check.get(), 0), "ok");
+  }
+}
+
+long resident_kilobytes() {
+  long pages = 0;
+  std::ifstream("/proc/self/statm") >> pages >> pages;
+  return pages * (sysconf(_SC_PAGESIZE) / 1024);
+}
+
+class Soak : public OciTest {
+ protected:
+  void SetUp() override {
+    OciTest::SetUp();
+    log_in();
+    must("create table t (n number, l long)");
+    must("insert into t values (1, 'a long text')");
+  }
+
+  template <class Body>
+  void repeat(int times, Body body) {
+    for (int i = 0; i < times / 4 + 1; ++i) body();
+    const long before = resident_kilobytes();
+    for (int i = 0; i < times && !HasFailure(); ++i) body();
+    const long after = resident_kilobytes();
+    std::printf("%d times: %ld kB before, %ld kB after\n", times, before, after);
+#if !defined(__SANITIZE_ADDRESS__)  // which keeps freed memory for a while
+    EXPECT_LE(after, before + 512) << "more than what allocator and page cache still settle";
+#endif
+  }
+};
+
+TEST_F(Soak, CursorsOpenedParsedFetchedAndClosed) {
+  repeat(scaled(2000), [&] {
+    OCIStmt* former = std::exchange(c.stmt, c.make<OCIStmt>(OCI_HTYPE_STMT));
+    int n = 0;
+    char l[30];
+    ASSERT_EQ(c.prepare("select n, l from t"), OCI_SUCCESS);
+    c.define(1, &n, sizeof n, SQLT_INT);
+    c.define(2, l, sizeof l, SQLT_STR);
+    ASSERT_EQ(c.execute(0), OCI_SUCCESS);
+    while (c.fetch(1) == OCI_SUCCESS) {
+    }
+    ASSERT_EQ(n, 1);
+    ASSERT_EQ(OCIHandleFree(std::exchange(c.stmt, former), OCI_HTYPE_STMT), OCI_SUCCESS);
+  });
+}
+
+sb4 next_piece(void* pieces, OCIBind*, ub4, ub4, void** data, ub4* size, ub1* piece, void**) {
+  static char bytes[3000] = {'x', 'y'};
+  *data = bytes;
+  *size = sizeof bytes;
+  if (++*static_cast<int*>(pieces) % 3 == 0) *piece = OCI_LAST_PIECE;
+  return OCI_CONTINUE;
+}
+
+TEST_F(Soak, ValuesStreamedIntoABind) {
+  int pieces = 0;
+  repeat(scaled(2000), [&] {
+    OCIBind* bind = nullptr;
+    ASSERT_EQ(c.prepare("update t set l = :1 where n = 1"), OCI_SUCCESS);
+    OCIBindByPos(c.stmt, &bind, c.err, 1, nullptr, 0x7fffffff, SQLT_LNG, nullptr, nullptr, nullptr,
+                 0, nullptr, OCI_DATA_AT_EXEC);
+    ASSERT_EQ(OCIBindDynamic(bind, c.err, &pieces, next_piece, nullptr, nullptr), OCI_SUCCESS);
+    ASSERT_EQ(c.execute(1), OCI_SUCCESS) << c.code();
+    // Not each one: a commit waits for the disk, and is not what is looked at.
+    if (pieces % 3000 == 0) OCITransCommit(c.svc, c.err, 0);
+  });
+}
+
+TEST_F(Soak, LoginsAndLogouts) {
+  repeat(scaled(20), [&] {
+    Client client;
+    ASSERT_EQ(client.log_in(database_), OCI_SUCCESS);
+    OCISessionEnd(client.svc, client.err, client.ses, 0);
+    ASSERT_EQ(OCIServerDetach(client.srv, client.err, 0), OCI_SUCCESS);
+  });
+}
+
+}  // namespace
