@@ -3,6 +3,7 @@
 
 #include <cstring>
 
+#include "ColumnJNI8.h"
 #include "oralayer8.h"
 #include "records.h"
 #include "trace.h"
@@ -14,18 +15,9 @@ namespace {
 // laid down whether or not it is NULL.
 columndata* value_column(JNIEnv* env, jobject obj, jboolean setnull, const char* missing) {
   columndata* col = column_record(env, obj, missing);
-  if (col == nullptr) return nullptr;
-  if (col->vectsize < 1) {
-    TV_ThrowIndexOutOfBounds(env, "the column has no row to hold a value");
-    return nullptr;
-  }
+  if (col == nullptr || !has_value_row(env, *col)) return nullptr;
   col->indpvect[0] = setnull != JNI_FALSE ? -1 : 0;
   return col;
-}
-
-void set_types(columndata& col, int type) {
-  col.internal_dbtype = static_cast<sb2>(type);
-  col.external_dbtype = type;
 }
 
 void set_number(JNIEnv* env, jobject obj, double val, jboolean setnull) {

@@ -124,6 +124,12 @@ sword free_statement(cdadata& cda) {
   return retvali;
 }
 
+// The record's hold on its Java object, which streamed binds have taken.
+void release_java_cursor(JNIEnv* env, cdadata& cda) {
+  if (cda.jocicursor != nullptr) env->DeleteGlobalRef(cda.jocicursor);
+  cda.jocicursor = nullptr;
+}
+
 }  // namespace
 
 JNIEXPORT jboolean JNICALL Java_trevalon_db_oci_OciCursor_open(JNIEnv* env, jobject obj,
@@ -209,10 +215,7 @@ JNIEXPORT jboolean JNICALL Java_trevalon_db_oci_OciCursor_close(JNIEnv* env, job
   cda->long_count = 0;
   cda->described = 0;
   cda->need_data = 0;
-  if (cda->jocicursor != nullptr) {
-    env->DeleteGlobalRef(cda->jocicursor);
-    cda->jocicursor = nullptr;
-  }
+  release_java_cursor(env, *cda);
   clean_longinsert_chain(env, cda);
   release_long_columns(env, *cda, pending);
   const sword retvali = free_statement(*cda);
@@ -224,6 +227,7 @@ JNIEXPORT void JNICALL Java_trevalon_db_oci_OciCursor_native_1finalize(JNIEnv* e
   if (!env_and_object(env, obj)) return;
   auto* cda = record_of<cdadata>(env, obj, cdadata32iD);
   if (cda == nullptr || !is_idle(env, *cda)) return;
+  release_java_cursor(env, *cda);
   store_record<cdadata>(env, obj, cdadata32iD, nullptr);
   delete cda;
 }

@@ -33,6 +33,7 @@ struct lent_record {
   Lend how;
   ub4 position;
   sb4 rows;  // that its arrays have room for
+  bool locator;  // a column whose LOB locator, and not its buffer, is handed to OCI
   lent_record* next;
 };
 

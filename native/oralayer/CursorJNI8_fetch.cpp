@@ -22,10 +22,6 @@ bool is_long(const columndata& col) {
   return col.internal_dbtype == SQLT_LNG || col.internal_dbtype == SQLT_LBI;
 }
 
-bool is_lob(const columndata& col) {
-  return col.internal_dbtype == SQLT_CLOB || col.internal_dbtype == SQLT_BLOB;
-}
-
 sword define(const cdadata& cda, columndata& col, const char* banner, void* value, sb4 value_size,
              ub4 mode) {
   OCIDefine* defnp = nullptr;  // OCI allocates it; it belongs to the statement
@@ -43,7 +39,7 @@ sword define(const cdadata& cda, columndata& col, const char* banner, void* valu
 // Queues the column for the piecewise fetch, whatever the definition gave. False after raising.
 bool queue_long_column(JNIEnv* env, cdadata& cda, columndata& col) {
   ++cda.long_count;
-  if (!lend(env, cda, {&col, 0, Lend::Chain, 0, 0, nullptr})) return false;
+  if (!lend(env, cda, {&col, 0, Lend::Chain, 0, 0, false, nullptr})) return false;
   auto* node = new (std::nothrow) longcol_node;
   if (node == nullptr) {
     TV_ThrowOutOfMemoryError(env, "Out of memory");
@@ -70,7 +66,8 @@ bool define_column(JNIEnv* env, cdadata& cda, columndata& col, jint fetchsize, s
     retvali = define(cda, col, "*** OCIDefineByPos ***", col.bufptr, col.buflen, OCI_DEFAULT);
   }
   const auto position = static_cast<ub4>(col.colpos);
-  return retvali != OCI_SUCCESS || lend(env, cda, {&col, 0, Lend::Define, position, rows, nullptr});
+  return retvali != OCI_SUCCESS ||
+         lend(env, cda, {&col, 0, Lend::Define, position, rows, is_lob(col), nullptr});
 }
 
 // The column's data buffer, unless it is smaller than what OCI would be told.

@@ -79,6 +79,14 @@ bool replaces(const lent_record& what, const lent_record& former) {
   return what.how == Lend::Chain ? what.record == former.record : what.position == former.position;
 }
 
+// OCI looks at the locator of an input that is not NULL, and writes to that of a select-list column
+// whatever its indicator.
+bool locator_stands(JNIEnv* env, const lent_record& lent) {
+  const auto& col = *static_cast<const columndata*>(lent.record);
+  const bool null_input = lent.how == Lend::Bind && col.indpvect[0] == -1;
+  return null_input || borrowed_locator_stands(env, col);
+}
+
 }  // namespace
 
 bool lend(JNIEnv* env, cdadata& cda, const lent_record& what) {
@@ -116,9 +124,13 @@ bool lent_records_stand(JNIEnv* env, const cdadata& cda) {
   const statement_memory* memory = memory_of(cda);
   if (memory == nullptr) return true;
   for (const lent_record* lent = memory->lent; lent != nullptr; lent = lent->next) {
-    if (lent->how == Lend::Chain || lent->version == record_version(lent->record)) continue;
-    TV_ThrowInternalError(env, "a column of the statement has ended or changed since it was bound");
-    return false;
+    if (lent->how == Lend::Chain) continue;
+    if (lent->version != record_version(lent->record)) {
+      TV_ThrowInternalError(env,
+                            "a column of the statement has ended or changed since it was bound");
+      return false;
+    }
+    if (lent->locator && !locator_stands(env, *lent)) return false;
   }
   return true;
 }

@@ -14,42 +14,79 @@ enum class Pin : jint {
   CopyBack = 0  // the native side fills the array
 };
 
-/// The pinned elements of a Java byte array, released exactly once: by release(), where the moment
+/// How elements of one type are pinned, and as what OCI knows them.
+template <typename Element>
+struct ArrayPinning;
+
+template <>
+struct ArrayPinning<jbyte> {
+  using Array = jbyteArray;
+  using Unit = text;
+  static jbyte* get(JNIEnv* env, jbyteArray array) {
+    return env->GetByteArrayElements(array, nullptr);
+  }
+  static void release(JNIEnv* env, jbyteArray array, jbyte* elements, Pin pin) {
+    env->ReleaseByteArrayElements(array, elements, static_cast<jint>(pin));
+  }
+};
+
+template <>
+struct ArrayPinning<jchar> {
+  using Array = jcharArray;
+  using Unit = utext;
+  static jchar* get(JNIEnv* env, jcharArray array) {
+    return env->GetCharArrayElements(array, nullptr);
+  }
+  static void release(JNIEnv* env, jcharArray array, jchar* elements, Pin pin) {
+    env->ReleaseCharArrayElements(array, elements, static_cast<jint>(pin));
+  }
+};
+
+/// The pinned elements of a Java array, released exactly once: by release(), where the moment
 /// matters, else by the destructor. The array must not be null. No exception is raised here; where
 /// the JVM cannot pin, ok() is false and the JVM's own error may be pending.
-class PinnedBytes {
+template <typename Element>
+class PinnedArray {
+  using Pinning = ArrayPinning<Element>;
+
  public:
-  PinnedBytes(JNIEnv* env, jbyteArray array, Pin pin)
+  using Array = typename Pinning::Array;
+  using Unit = typename Pinning::Unit;
+
+  PinnedArray(JNIEnv* env, Array array, Pin pin)
       : env_(env),
         array_(array),
         pin_(pin),
         length_(env->GetArrayLength(array)),
-        elements_(env->GetByteArrayElements(array, nullptr)) {}
-  ~PinnedBytes() { release(); }
-  PinnedBytes(const PinnedBytes&) = delete;
-  PinnedBytes& operator=(const PinnedBytes&) = delete;
+        elements_(Pinning::get(env, array)) {}
+  ~PinnedArray() { release(); }
+  PinnedArray(const PinnedArray&) = delete;
+  PinnedArray& operator=(const PinnedArray&) = delete;
 
   bool ok() const { return elements_ != nullptr; }
-  /// Length of the array in bytes, never negative.
+  /// Elements of the array, never negative.
   jsize length() const { return length_; }
-  text* data() const { return reinterpret_cast<text*>(elements_); }
+  Unit* data() const { return reinterpret_cast<Unit*>(elements_); }
 
   /// From here on the contents are not copied back: a refused call leaves the array as it was.
   void discard() { pin_ = Pin::ReadOnly; }
 
   void release() {
     if (elements_ == nullptr) return;
-    env_->ReleaseByteArrayElements(array_, elements_, static_cast<jint>(pin_));
+    Pinning::release(env_, array_, elements_, pin_);
     elements_ = nullptr;
   }
 
  private:
   JNIEnv* env_;
-  jbyteArray array_;
+  Array array_;
   Pin pin_;
   jsize length_;
-  jbyte* elements_;
+  Element* elements_;
 };
+
+using PinnedBytes = PinnedArray<jbyte>;
+using PinnedChars = PinnedArray<jchar>;
 
 /// For functions that go on after raising: set_aside() takes the pending exception off the
 /// environment, so that the remaining JNI calls are legal; the destructor raises it again. The

@@ -31,6 +31,12 @@ std::uint32_t record_version(const void* record) noexcept;
 /// To be called when a record changes the buffers that it lends.
 void touch_record(void* record) noexcept;
 
+/// Notes that a record holds something that belongs to `lender`, as that is now; null: to nobody.
+void note_lender(void* record, const void* lender) noexcept;
+bool has_lender(const void* record) noexcept;
+/// False where the lender has ended, or changed what it lends, since it was noted.
+bool lender_stands(const void* record) noexcept;
+
 /// Gives a record type its place in the low arena. A macro rather than a base class, so that the
 /// records stay plain. Array forms raise std::bad_alloc when the arena is exhausted.
 #define ORALAYER_LOW_RECORD                                                     \
@@ -97,6 +103,8 @@ class ldapool_holder {
   static int pool_size_from_str(const char* name);
 
  private:
+  friend struct ldapool_holder_layout;
+
   int is_inited;
   char* env_var;
   int pool_size;
@@ -161,7 +169,7 @@ struct columndata {
   colctx* ctx;  // the cursor's (clean_longinsert_chain releases it)
   longdata_node* longbuf_head;  // newest piece of the current LONG value
   longdata_node* longbuf_tail;  // oldest; the cursor's close releases the chain
-  OCILobLocator* lobloc;
+  OCILobLocator* lobloc;  // own, or borrowed from the OciLob whose record is noted as lender
 
   explicit columndata(int size);
   ~columndata();
@@ -178,6 +186,11 @@ struct columndata {
   /// Bytes that byte_arr really has room for.
   std::size_t byte_capacity() const;
 };
+
+/// True for a column whose values are LOB locators.
+inline bool is_lob(const columndata& col) {
+  return col.internal_dbtype == SQLT_CLOB || col.internal_dbtype == SQLT_BLOB;
+}
 
 /// Ends the process with "PROCESS OUT OF MEMORY (which)" on standard output and exit status 1.
 [[noreturn]] void process_out_of_memory(const char* which);
@@ -295,6 +308,13 @@ sb4 ocbfp(void* octxp, OCIBind* bindp, ub4 iter, ub4 index, void** bufpp, ub4** 
 ub1* bindParamData(columndata* col);
 
 // --- LOB -----------------------------------------------------------------------------------------
+
+/// Frees the LOB locator in `locator`, where there is one, and forgets it. The result is that of
+/// OCIDescriptorFree.
+sword free_locator(OCILobLocator*& locator);
+/// Allocates a LOB locator from the session's environment into `locator`, after a former one that
+/// it holds was freed; null where that fails.
+sword allocate_locator(const ldadata& ld, OCILobLocator*& locator);
 
 /// One LOB value's locator. Owned by its OciLob.
 struct lobdata {

@@ -40,7 +40,10 @@ constexpr int kClasses = 28;  // powers of two from kSmallest to 4 GiB
 struct alignas(kGranule) Header {
   std::uint32_t size_class;
   std::atomic<std::uint32_t> version;  // fresh regions start at 0, records at 1
+  std::uint32_t lender;  // address of the record that this one borrows from; 0: none
+  std::uint32_t lender_version;
 };
+static_assert(sizeof(Header) == kGranule);
 
 Header* header_of(void* record) {
   return static_cast<Header*>(record) - 1;
@@ -75,7 +78,9 @@ class Arena {
     std::lock_guard<std::mutex> lock(mutex_);
     void* record = take_free(size_class);
     if (record == nullptr) record = cut(size_class);
-    if (record != nullptr) ++header_of(record)->version;
+    if (record == nullptr) return nullptr;
+    ++header_of(record)->version;
+    header_of(record)->lender = 0;
     return record;
   }
 
@@ -107,7 +112,7 @@ class Arena {
   void* cut(std::uint32_t size_class) {
     const std::size_t block = block_size(size_class);
     if (block > end_ - next_ && !grow(block)) return nullptr;
-    auto* header = new (reinterpret_cast<void*>(next_)) Header{size_class, 0};
+    auto* header = new (reinterpret_cast<void*>(next_)) Header{size_class, 0, 0, 0};
     next_ += block;
     return header + 1;
   }
@@ -155,4 +160,22 @@ std::uint32_t record_version(const void* record) noexcept {
 
 void touch_record(void* record) noexcept {
   if (arena.owns(record)) ++header_of(record)->version;
+}
+
+void note_lender(void* record, const void* lender) noexcept {
+  if (!arena.owns(record)) return;
+  Header* header = header_of(record);
+  header->lender = static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(lender));
+  header->lender_version = record_version(lender);
+}
+
+bool has_lender(const void* record) noexcept {
+  return arena.owns(record) && header_of(const_cast<void*>(record))->lender != 0;
+}
+
+bool lender_stands(const void* record) noexcept {
+  if (!has_lender(record)) return true;
+  const Header* header = header_of(const_cast<void*>(record));
+  const auto* lender = reinterpret_cast<const void*>(std::uintptr_t{header->lender});
+  return header->lender_version == record_version(lender);
 }

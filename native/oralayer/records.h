@@ -70,6 +70,18 @@ inline columndata* column_record(JNIEnv* env, jobject column, const char* messag
   return required(env, record_of<columndata>(env, column, coldata32iD), message);
 }
 
+/// False after raising InternalError: the LOB object that lent the column its locator has ended or
+/// has another one by now.
+inline bool borrowed_locator_stands(JNIEnv* env, const columndata& col) {
+  if (lender_stands(&col)) return true;
+  TV_ThrowInternalError(env, "the LOB object that the column was given has ended or changed");
+  return false;
+}
+
+inline lobdata* lob_record(JNIEnv* env, jobject lob, const char* message = "LOBDATA is null") {
+  return required(env, record_of<lobdata>(env, lob, lobdata32iD), message);
+}
+
 /// OutOfMemoryError where the JVM could not pin an array's elements.
 inline bool pinned(JNIEnv* env, const PinnedBytes& bytes) {
   if (bytes.ok()) return true;

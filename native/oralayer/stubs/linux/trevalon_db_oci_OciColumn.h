@@ -247,6 +247,46 @@ JNIEXPORT void JNICALL Java_trevalon_db_oci_OciColumn_setValueWithStream
 JNIEXPORT void JNICALL Java_trevalon_db_oci_OciColumn_setValueWithDate
   (JNIEnv *, jobject, jint, jint, jint, jint, jint, jint, jint, jboolean);
 
+/*
+ * Class:     trevalon_db_oci_OciColumn
+ * Method:    allocLobLocator
+ * Signature: (Ltrevalon/db/oci/OciConnection;I)V
+ */
+JNIEXPORT void JNICALL Java_trevalon_db_oci_OciColumn_allocLobLocator
+  (JNIEnv *, jobject, jobject, jint);
+
+/*
+ * Class:     trevalon_db_oci_OciColumn
+ * Method:    deallocLobLocator
+ * Signature: ()V
+ */
+JNIEXPORT void JNICALL Java_trevalon_db_oci_OciColumn_deallocLobLocator
+  (JNIEnv *, jobject);
+
+/*
+ * Class:     trevalon_db_oci_OciColumn
+ * Method:    setValueWithLob
+ * Signature: (Ltrevalon/db/oci/OciLob;IZ)V
+ */
+JNIEXPORT void JNICALL Java_trevalon_db_oci_OciColumn_setValueWithLob
+  (JNIEnv *, jobject, jobject, jint, jboolean);
+
+/*
+ * Class:     trevalon_db_oci_OciColumn
+ * Method:    setValueWithBlob
+ * Signature: (Ltrevalon/db/oci/OciLob;Z)V
+ */
+JNIEXPORT void JNICALL Java_trevalon_db_oci_OciColumn_setValueWithBlob
+  (JNIEnv *, jobject, jobject, jboolean);
+
+/*
+ * Class:     trevalon_db_oci_OciColumn
+ * Method:    setValueWithClob
+ * Signature: (Ltrevalon/db/oci/OciLob;Z)V
+ */
+JNIEXPORT void JNICALL Java_trevalon_db_oci_OciColumn_setValueWithClob
+  (JNIEnv *, jobject, jobject, jboolean);
+
 #ifdef __cplusplus
 }
 #endif

@@ -183,6 +183,14 @@ JNIEXPORT jint JNICALL Java_trevalon_db_oci_OciConnection_native_1clibversion
 JNIEXPORT jint JNICALL Java_trevalon_db_oci_OciConnection_native_1builddate
   (JNIEnv *, jobject, jbyteArray);
 
+/*
+ * Class:     trevalon_db_oci_OciConnection
+ * Method:    native_describeParams
+ * Signature: (Ltrevalon/db/oci/OciSchema;[B)Z
+ */
+JNIEXPORT jboolean JNICALL Java_trevalon_db_oci_OciConnection_native_1describeParams
+  (JNIEnv *, jobject, jobject, jbyteArray);
+
 #ifdef __cplusplus
 }
 #endif
