@@ -1,4 +1,4 @@
--- The sample: a small guild of studios and its people, their letters, and a calendar.
+-- The sample: a small guild of studios and its people, their letters and exhibits, and a calendar.
 CREATE TABLE studio (
   studio_id  NUMBER(4)     NOT NULL PRIMARY KEY,
   name       VARCHAR2(30)  NOT NULL,
@@ -30,6 +30,13 @@ CREATE TABLE letter (
   title      VARCHAR2(40)  NOT NULL,
   written    DATE,
   body       LONG
+);
+
+CREATE TABLE exhibit (
+  exhibit_id   NUMBER(4)     NOT NULL PRIMARY KEY,
+  title        VARCHAR2(40)  NOT NULL,
+  description  CLOB,
+  picture      BLOB
 );
 
 CREATE TABLE sample_loaded (

@@ -49,3 +49,9 @@ PROMPT Letters, whose bodies are LONG values
 SELECT letter_id, title, written, body
   FROM letter
  ORDER BY letter_id;
+
+PROMPT
+PROMPT Exhibits, whose texts and pictures are CLOB and BLOB values
+SELECT exhibit_id, title, description, picture
+  FROM exhibit
+ ORDER BY exhibit_id;

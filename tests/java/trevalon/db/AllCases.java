@@ -3,6 +3,7 @@ package trevalon.db;
 import trevalon.db.console.ConsoleCases;
 import trevalon.db.oci.BindCases;
 import trevalon.db.oci.ConnectionCases;
+import trevalon.db.oci.LobCases;
 import trevalon.db.oci.QueryCases;
 import trevalon.db.oci.TestRun;
 
@@ -15,6 +16,7 @@ public final class AllCases {
         // The queries make the tables that the later cases use.
         QueryCases.addTo(tests);
         BindCases.addTo(tests);
+        LobCases.addTo(tests);
         ConnectionCases.addTo(tests);
         ConsoleCases.addTo(tests);
         System.out.println(tests.failures() + " failed");

@@ -20,10 +20,9 @@ import trevalon.db.oci.OciType;
 
 /** Inserts the rows of a CSV file into a table: one statement, each row as its bind variables. */
 final class CsvLoader {
-    private static final String SAVEPOINT = "oralayer_load_begins";
     private static final String NAME = "[\\p{L}][\\p{L}\\p{N}_$#]*";
 
-    /** Texts for a LONG that are longer go in as streams. */
+    /** Texts for a LONG or CLOB that are longer go in as streams. */
     private static final int LONGEST_TEXT = 4000;
 
     private final OciConnection connection;
@@ -48,37 +47,11 @@ final class CsvLoader {
      * @return the rows loaded
      */
     long load(String table, Path path) throws SQLException, IOException {
-        boolean autoCommit = connection.isAutoCommit();
-        connection.setAutoCommit(false);
         try (CsvFile file = CsvFile.open(path)) {
-            execute("SAVEPOINT " + SAVEPOINT);
-            try {
-                long rows = insertRows(table, file, path.getFileName().toString());
-                if (autoCommit) {
-                    connection.commit();
-                }
-                return rows;
-            } catch (SQLException | IOException | RuntimeException e) {
-                takeBack(e);
-                throw e;
-            }
+            return AllOrNothing.run(
+                    connection, () -> insertRows(table, file, path.getFileName().toString()));
         } finally {
             progress.clear();
-            connection.setAutoCommit(autoCommit);
-        }
-    }
-
-    private void takeBack(Exception reason) {
-        try {
-            execute("ROLLBACK TO SAVEPOINT " + SAVEPOINT);
-        } catch (SQLException e) {
-            reason.addSuppressed(e);
-        }
-    }
-
-    private void execute(String sql) throws SQLException {
-        try (OciStatement statement = connection.createStatement()) {
-            statement.execute(sql);
         }
     }
 
@@ -102,7 +75,7 @@ final class CsvLoader {
                 }
                 rows++;
                 if (progress.isDue()) {
-                    progress.show(table, rows, file.percentRead());
+                    progress.show(table, rows, "rows", file.percentRead());
                 }
             }
             return rows;
@@ -158,9 +131,11 @@ final class CsvLoader {
                 break;
             case OciType.RAW:
             case OciType.LONG_RAW:
+            case OciType.BLOB:
                 insert.setBytes(position, bytes(field));
                 break;
             case OciType.LONG:
+            case OciType.CLOB:
                 if (field.length() > LONGEST_TEXT) {
                     insert.setCharacterStream(position, new StringReader(field));
                     break;

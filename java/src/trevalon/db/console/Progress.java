@@ -25,11 +25,11 @@ final class Progress {
         return terminal != null && System.nanoTime() - lastShown >= INTERVAL_NANOS;
     }
 
-    /** Shows how many rows are done, and which part of the whole that is. */
-    void show(String what, long done, int percent) {
+    /** Shows how many rows, bytes or the like are done, and which part of the whole that is. */
+    void show(String what, long done, String unit, int percent) {
         lastShown = System.nanoTime();
         shown = true;
-        terminal.print(CLEAR_LINE + String.format("%s: %,d rows, %d %%", what, done, percent));
+        terminal.print(CLEAR_LINE + String.format("%s: %,d %s, %d %%", what, done, unit, percent));
         terminal.flush();
     }
 

@@ -4,6 +4,7 @@ import java.io.BufferedReader;
 import java.io.IOException;
 import java.io.OutputStream;
 import java.io.PrintStream;
+import java.io.Writer;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
@@ -12,13 +13,14 @@ import java.time.LocalDateTime;
 
 import trevalon.db.oci.OciConnection;
 import trevalon.db.oci.OciException;
+import trevalon.db.oci.OciLob;
 import trevalon.db.oci.OciStatement;
 
 /** The sample database: loaded once, shown, and checked against what the program works out. */
 final class Sample {
     private static final int NO_SUCH_TABLE = 942;
     private static final String[] TABLES = {
-        "sample_loaded", "letter", "calendar", "person", "studio"
+        "sample_loaded", "exhibit", "letter", "calendar", "person", "studio"
     };
 
     private final OciConnection connection;
@@ -64,10 +66,13 @@ final class Sample {
         return good;
     }
 
-    /** The mark is made by the transaction that loads, so half a load does not count as one. */
+    /**
+     * The mark is made by the transaction that loads, so half a load does not count as one; nor
+     * does a sample of earlier versions, which is without exhibits.
+     */
     private boolean isLoaded() throws SQLException {
         try (OciStatement query = connection.createStatement()) {
-            query.execute("SELECT finished FROM sample_loaded");
+            query.execute("SELECT s.finished FROM sample_loaded s, exhibit e");
             return query.next();
         } catch (OciException e) {
             if (e.code() == NO_SUCH_TABLE) {
@@ -78,7 +83,8 @@ final class Sample {
     }
 
     private void load() throws IOException, SQLException {
-        // What an interrupted load has left behind: tables commit by themselves, rows do not.
+        // What an interrupted load or an earlier version has left behind: tables commit by
+        // themselves, rows do not.
         for (String table : TABLES) {
             dropIfThere(table);
         }
@@ -95,6 +101,10 @@ final class Sample {
         loader.load("person", content.resolve("people.csv"));
         long days = loader.load("calendar", calendar);
         loadLetters();
+        loadExhibits();
+        try (OciStatement mark = connection.createStatement()) {
+            mark.execute("INSERT INTO sample_loaded (finished) VALUES (SYSDATE)");
+        }
         connection.commit();
         out.printf(
                 "Loaded %,d days from %s in %.1f s.%n",
@@ -123,7 +133,38 @@ final class Sample {
                 statement.setCharacterStream(4, letter.open());
                 statement.execute();
             }
-            statement.execute("INSERT INTO sample_loaded (finished) VALUES (SYSDATE)");
+        }
+    }
+
+    /** Each row first gets empty values, whose locators then take the text and the picture. */
+    private void loadExhibits() throws IOException, SQLException {
+        try (OciStatement insert = connection.createStatement();
+                OciStatement query = connection.createStatement()) {
+            insert.prepare(
+                    "INSERT INTO exhibit (exhibit_id, title, description, picture)"
+                            + " VALUES (:id, :title, EMPTY_CLOB(), EMPTY_BLOB())");
+            query.prepare(
+                    "SELECT description, picture FROM exhibit WHERE exhibit_id = :id FOR UPDATE");
+            for (SampleExhibit exhibit : SampleExhibit.all()) {
+                insert.setInt(1, exhibit.id);
+                insert.setString(2, exhibit.title);
+                insert.execute();
+                query.setInt(1, exhibit.id);
+                query.execute();
+                query.next();
+                write(exhibit, query);
+            }
+        }
+    }
+
+    private static void write(SampleExhibit exhibit, OciStatement row)
+            throws IOException, SQLException {
+        try (OciLob description = row.getLob(1);
+                OciLob picture = row.getLob(2);
+                Writer text = description.writer(0);
+                OutputStream bytes = picture.outputStream(0)) {
+            text.write(exhibit.description);
+            bytes.write(exhibit.picture);
         }
     }
 

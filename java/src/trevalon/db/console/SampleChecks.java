@@ -1,8 +1,10 @@
 package trevalon.db.console;
 
+import java.io.BufferedReader;
 import java.io.DataInputStream;
 import java.io.EOFException;
 import java.io.IOException;
+import java.io.InputStream;
 import java.io.PrintStream;
 import java.math.BigDecimal;
 import java.nio.charset.StandardCharsets;
@@ -17,6 +19,7 @@ import java.util.function.Supplier;
 import java.util.zip.CRC32;
 
 import trevalon.db.oci.OciConnection;
+import trevalon.db.oci.OciLob;
 import trevalon.db.oci.OciStatement;
 
 /** Compares what the database answers with what the program works out without it. */
@@ -61,6 +64,7 @@ final class SampleChecks {
                 withoutValue("studio_id"));
         checkCalendar(days);
         checkLetters();
+        checkExhibits();
         return good;
     }
 
@@ -162,6 +166,52 @@ final class SampleChecks {
             length += found.length;
         }
         return body.read() < 0 ? asWritten(length) : "goes on after byte " + length;
+    }
+
+    private void checkExhibits() throws SQLException, IOException {
+        try (OciStatement query = connection.createStatement()) {
+            query.execute("SELECT description, picture FROM exhibit ORDER BY exhibit_id");
+            for (SampleExhibit exhibit : SampleExhibit.all()) {
+                boolean there = query.next();
+                byte[] text = utf8(exhibit.description);
+                report("text of exhibit " + exhibit.id, asWritten(text.length),
+                        there ? compareText(query, exhibit.description, text.length) : "nothing");
+                report("picture of exhibit " + exhibit.id, asWritten(exhibit.picture.length),
+                        there ? comparePicture(query, exhibit.picture) : "nothing");
+            }
+        }
+    }
+
+    private static String compareText(OciStatement query, String expected, int bytes)
+            throws SQLException, IOException {
+        if (query.isNull(1)) {
+            return "NULL";
+        }
+        try (OciLob lob = query.getLob(1);
+                BufferedReader text = new BufferedReader(lob.reader(0))) {
+            for (int i = 0; i < expected.length(); i++) {
+                if (text.read() != expected.charAt(i)) {
+                    return "another character at " + i;
+                }
+            }
+            return text.read() < 0 ? asWritten(bytes) : "goes on after its end";
+        }
+    }
+
+    private static String comparePicture(OciStatement query, byte[] expected)
+            throws SQLException, IOException {
+        if (query.isNull(2)) {
+            return "NULL";
+        }
+        try (OciLob lob = query.getLob(2);
+                InputStream bytes = lob.inputStream(0)) {
+            for (int i = 0; i < expected.length; i++) {
+                if ((byte) bytes.read() != expected[i]) {
+                    return "another byte at " + i;
+                }
+            }
+            return bytes.read() < 0 ? asWritten(expected.length) : "goes on after its end";
+        }
     }
 
     private static byte[] utf8(String text) {

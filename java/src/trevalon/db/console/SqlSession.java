@@ -2,6 +2,7 @@ package trevalon.db.console;
 
 import java.io.IOException;
 import java.io.PrintStream;
+import java.nio.file.AccessDeniedException;
 import java.nio.file.NoSuchFileException;
 import java.nio.file.Paths;
 import java.sql.SQLException;
@@ -22,6 +23,11 @@ final class SqlSession {
                     + "  DESCRIBE table         the columns of a table or view\n"
                     + "  LOAD table FROM file   inserts the rows of a CSV file, all or none; its\n"
                     + "                         first line names the columns\n"
+                    + "  PUT table.column FROM file WHERE condition\n"
+                    + "                         replaces the CLOB or BLOB of one row with a file,\n"
+                    + "                         which is UTF-8 text for a CLOB\n"
+                    + "  GET table.column INTO file WHERE condition\n"
+                    + "                         writes the CLOB or BLOB of one row to a file\n"
                     + "  VARIABLE name type     declares a variable, used as :name: NUMBER,\n"
                     + "                         CHAR(n), VARCHAR2(n), DATE or REFCURSOR\n"
                     + "  EXECUTE :name := ...   runs one statement of PL/SQL\n"
@@ -38,6 +44,8 @@ final class SqlSession {
             Pattern.compile(
                     "(" + TABLE + ")\\s+FROM\\s+(?:['\"](.+)['\"]|(\\S.*))",
                     Pattern.CASE_INSENSITIVE);
+    private static final Pattern PUT = valueAndFile("FROM");
+    private static final Pattern GET = valueAndFile("INTO");
 
     private final OciConnection connection;
     private final PrintStream out;
@@ -105,7 +113,13 @@ final class SqlSession {
                 runBreakable(() -> runSql(block));
                 return true;
             case "LOAD":
-                load(argument);
+                load(matched(LOAD, argument, "LOAD table FROM file.csv"));
+                return true;
+            case "PUT":
+                put(matched(PUT, argument, "PUT table.column FROM file WHERE condition"));
+                return true;
+            case "GET":
+                get(matched(GET, argument, "GET table.column INTO file WHERE condition"));
                 return true;
             case "PRINT":
                 runBreakable(() -> variables.print(argument, () -> stopped));
@@ -161,24 +175,85 @@ final class SqlSession {
         connection.setAutoCommit(on);
     }
 
-    private void load(String argument) throws SQLException {
-        Matcher matcher = LOAD.matcher(argument);
+    /** A table, a column after its last dot, a file, and a condition with its WHERE. */
+    private static Pattern valueAndFile(String direction) {
+        return Pattern.compile(
+                "(" + TABLE + ")\\.(\"[^\"]+\"|[\\p{L}\\p{N}_$#]+)\\s+" + direction
+                        + "\\s+(?:['\"](.+?)['\"]|(\\S+))(\\s+WHERE\\s.*)?",
+                Pattern.CASE_INSENSITIVE);
+    }
+
+    private static Matcher matched(Pattern command, String argument, String usage)
+            throws SQLException {
+        Matcher matcher = command.matcher(argument);
         if (!matcher.matches()) {
-            throw new SQLException("Usage: LOAD table FROM file.csv");
+            throw new SQLException("Usage: " + usage);
         }
-        String file = matcher.group(3) == null ? matcher.group(2) : matcher.group(3);
+        return matcher;
+    }
+
+    private void load(Matcher command) throws SQLException {
+        String file = command.group(3) == null ? command.group(2) : command.group(3);
         CsvLoader loader = new CsvLoader(connection, progress);
-        // Between two rows no call runs that could be broken.
-        runStoppable(
+        runWithFile(
                 loader::stop,
                 () -> {
+                    long rows = loader.load(command.group(1), Paths.get(file));
+                    out.println(rows + (rows == 1 ? " row" : " rows") + " loaded.");
+                });
+    }
+
+    private void put(Matcher command) throws SQLException {
+        LobFile file = lobFile(command);
+        runWithFile(
+                file::stop,
+                () -> {
+                    String amount =
+                            file.put(command.group(2), command.group(1), condition(command));
+                    out.println(amount + " stored.");
+                });
+    }
+
+    private void get(Matcher command) throws SQLException {
+        LobFile file = lobFile(command);
+        runWithFile(
+                file::stop,
+                () -> {
+                    String amount =
+                            file.get(command.group(2), command.group(1), condition(command));
+                    out.println(amount + " written.");
+                });
+    }
+
+    private LobFile lobFile(Matcher command) {
+        String name = command.group(command.group(3) == null ? 4 : 3);
+        return new LobFile(connection, variables, progress, Paths.get(name));
+    }
+
+    private static String condition(Matcher command) {
+        return command.group(5) == null ? "" : command.group(5);
+    }
+
+    private interface FileWork {
+        void run() throws SQLException, IOException;
+    }
+
+    /** Between two rows or pieces no call runs that could be broken: the work is told to stop. */
+    private void runWithFile(Runnable stop, FileWork work) throws SQLException {
+        runStoppable(
+                stop,
+                () -> {
                     try {
-                        long rows = loader.load(matcher.group(1), Paths.get(file));
-                        out.println(rows + (rows == 1 ? " row" : " rows") + " loaded.");
+                        work.run();
                     } catch (NoSuchFileException e) {
-                        throw new SQLException("There is no file " + file, e);
+                        throw new SQLException("There is no file " + e.getFile(), e);
+                    } catch (AccessDeniedException e) {
+                        throw new SQLException("No access to " + e.getFile(), e);
                     } catch (IOException e) {
                         throw new SQLException(e.getMessage(), e);
+                    } catch (OciException e) {
+                        // Its place is one in a statement that the user has not written.
+                        throw new SQLException(e.getMessage(), null, e.code(), e);
                     }
                 });
     }

@@ -17,8 +17,8 @@ final class StatementReader {
     private static final Set<String> COMMANDS =
             new HashSet<>(
                     Arrays.asList(
-                            "DESC", "DESCRIBE", "EXEC", "EXECUTE", "EXIT", "HELP", "LOAD", "PRINT",
-                            "PROMPT", "QUIT", "REM", "VAR", "VARIABLE"));
+                            "DESC", "DESCRIBE", "EXEC", "EXECUTE", "EXIT", "GET", "HELP", "LOAD",
+                            "PRINT", "PROMPT", "PUT", "QUIT", "REM", "VAR", "VARIABLE"));
 
     private static final Set<String> STORED_CODE =
             new HashSet<>(Arrays.asList("FUNCTION", "PROCEDURE", "TRIGGER", "PACKAGE", "TYPE"));

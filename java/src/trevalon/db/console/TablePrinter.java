@@ -1,6 +1,8 @@
 package trevalon.db.console;
 
+import java.io.ByteArrayInputStream;
 import java.io.IOException;
+import java.io.InputStream;
 import java.io.InputStreamReader;
 import java.io.PrintStream;
 import java.io.Reader;
@@ -14,6 +16,7 @@ import java.util.List;
 import java.util.function.BooleanSupplier;
 
 import trevalon.db.oci.OciColumn;
+import trevalon.db.oci.OciLob;
 import trevalon.db.oci.OciStatement;
 import trevalon.db.oci.OciType;
 
@@ -22,8 +25,11 @@ final class TablePrinter {
     /** Rows that are looked at together to size the columns. */
     private static final int BATCH = 500;
 
-    /** Widest column, and the part of a LONG that is shown. */
+    /** Widest column, and the part of a LONG or CLOB that is shown. */
     private static final int MAX_WIDTH = 80;
+
+    /** Bytes of a BLOB that are shown before its length. */
+    private static final int BLOB_START = 16;
 
     private static final DateTimeFormatter DAY = DateTimeFormatter.ofPattern("uuuu-MM-dd");
     private static final DateTimeFormatter MOMENT =
@@ -96,6 +102,10 @@ final class TablePrinter {
                 return startOfLong(position);
             case OciType.LONG_RAW:
                 return startOfLongRaw(position);
+            case OciType.CLOB:
+                return startOfClob(position);
+            case OciType.BLOB:
+                return startOfBlob(position);
             default:
                 return query.getString(position);
         }
@@ -127,17 +137,41 @@ final class TablePrinter {
     }
 
     private String startOfLongRaw(int position) throws SQLException {
-        StringBuilder text = new StringBuilder();
         try {
-            for (int i = 0; i <= MAX_WIDTH / 2; i++) {
-                int value = query.longStream(position).read();
-                if (value < 0) {
-                    break;
-                }
-                text.append(String.format("%02X", value));
-            }
+            return hexadecimal(query.longStream(position), MAX_WIDTH / 2 + 1);
         } catch (IOException e) {
             throw new SQLException("Reading a LONG RAW value", e);
+        }
+    }
+
+    /** Twice as many units as characters: each may be a surrogate pair. */
+    private String startOfClob(int position) throws SQLException {
+        try (OciLob value = query.getLob(position)) {
+            return value.substring(0, 2 * (MAX_WIDTH + 1));
+        }
+    }
+
+    private String startOfBlob(int position) throws SQLException {
+        byte[] start = new byte[BLOB_START];
+        try (OciLob value = query.getLob(position)) {
+            int count = Math.max(0, value.read(0, start, 0, start.length));
+            long length = value.length();
+            return hexadecimal(new ByteArrayInputStream(start, 0, count), count)
+                    + (count < length ? "... " : " ")
+                    + String.format("(%,d bytes)", length);
+        } catch (IOException e) {
+            throw new SQLException("Reading a BLOB value", e);
+        }
+    }
+
+    private static String hexadecimal(InputStream in, int most) throws IOException {
+        StringBuilder text = new StringBuilder();
+        for (int i = 0; i < most; i++) {
+            int value = in.read();
+            if (value < 0) {
+                break;
+            }
+            text.append(String.format("%02X", value));
         }
         return text.toString();
     }

@@ -50,6 +50,7 @@ final class BindVariable implements AutoCloseable {
 
     private boolean streamed;
     private OciStatement rows;
+    private OciLob lob;
 
     /** The registered type of an output, or NO_FORM. */
     private int outType = NO_FORM;
@@ -173,7 +174,7 @@ final class BindVariable implements AutoCloseable {
         formIs(OciType.DATE, OciLimits.DATE);
     }
 
-    /** NULL of a type; character types and NUMBER go in as text, whose NULL serves them all. */
+    /** NULL of a type; most go in as text, whose NULL serves them all. */
     void setNull(int type) throws SQLException {
         int newForm = formOf(type);
         beginValue(newForm);
@@ -188,6 +189,8 @@ final class BindVariable implements AutoCloseable {
             case OciType.LONG:
             case OciType.ROWID:
             case OciType.ROWID_DESCRIPTOR:
+            case OciType.CLOB:
+            case OciType.BLOB:
                 return OciType.STRING;
             case OciType.INTEGER:
             case OciType.FLOAT:
@@ -239,6 +242,20 @@ final class BindVariable implements AutoCloseable {
         formIs(type, ANY_LENGTH);
     }
 
+    /** A LOB, whose locator this variable borrows. */
+    void setLob(OciLob value) throws SQLException {
+        value.requireLocator();
+        int type = value.isCharacter() ? OciType.CLOB : OciType.BLOB;
+        beginValue(type);
+        lob = value;
+        if (value.isCharacter()) {
+            column.setValueWithClob(value, false);
+        } else {
+            column.setValueWithBlob(value, false);
+        }
+        formIs(type, 0);
+    }
+
     /** A cursor variable: the execution opens a query on the other statement. */
     void setCursor(OciStatement statement) throws SQLException {
         beginValue(CURSOR);
@@ -274,6 +291,7 @@ final class BindVariable implements AutoCloseable {
         source = null;
         streamed = false;
         rows = null;
+        lob = null;
         inputGiven = true;
     }
 
@@ -298,6 +316,10 @@ final class BindVariable implements AutoCloseable {
             throw new SQLException(
                     "The stream of variable " + position
                             + " was used up by an earlier execution: it must be set again");
+        }
+        if (lob != null) {
+            // A locator that was freed meanwhile must not reach the interface.
+            lob.requireLocator();
         }
     }
 

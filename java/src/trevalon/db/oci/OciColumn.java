@@ -116,4 +116,14 @@ public final class OciColumn implements AutoCloseable {
 
     native void setValueWithDate(
             int century, int year, int month, int day, int hour, int min, int sec, boolean setnull);
+
+    native void allocLobLocator(OciConnection connobj, int type);
+
+    native void deallocLobLocator();
+
+    native void setValueWithLob(OciLob lobobj, int type, boolean setnull);
+
+    native void setValueWithBlob(OciLob lobobj, boolean setnull);
+
+    native void setValueWithClob(OciLob lobobj, boolean setnull);
 }

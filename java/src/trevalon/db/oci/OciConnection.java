@@ -17,6 +17,7 @@ public final class OciConnection implements AutoCloseable {
     private static final String DEBUG_PROPERTY = "oralayer.debug";
 
     private final Set<OciStatement> statements = new LinkedHashSet<>();
+    private final Set<OciLob> lobs = new LinkedHashSet<>();
     private final SlotPool slots;
     private final int slot;
 
@@ -103,6 +104,14 @@ public final class OciConnection implements AutoCloseable {
         statements.remove(statement);
     }
 
+    void adopt(OciLob lob) {
+        lobs.add(lob);
+    }
+
+    void forget(OciLob lob) {
+        lobs.remove(lob);
+    }
+
     public void commit() throws OciException {
         requireOpen();
         check(native_commit());
@@ -152,15 +161,18 @@ public final class OciConnection implements AutoCloseable {
         return open;
     }
 
-    /** Ends the session with all its statements; a second call does nothing. */
+    /** Ends the session with all its statements and LOBs; a second call does nothing. */
     @Override
     public void close() {
         if (!open) {
             return;
         }
-        // A copy, because each statement takes itself off the list.
+        // Copies, because each statement and LOB takes itself off its list.
         for (OciStatement statement : new ArrayList<>(statements)) {
             statement.close();
+        }
+        for (OciLob lob : new ArrayList<>(lobs)) {
+            lob.close();
         }
         release();
     }
@@ -268,4 +280,10 @@ public final class OciConnection implements AutoCloseable {
     native int native_clibversion();
 
     native int native_builddate(byte[] HBldBuf);
+
+    /**
+     * The list of a stored procedure's parameters is not available: a call with all its arguments
+     * writes a notice and ends the process.
+     */
+    native boolean native_describeParams(OciSchema schobj, byte[] HNameBuf);
 }

@@ -5,7 +5,6 @@ import java.io.InputStream;
 import java.io.Reader;
 import java.math.BigDecimal;
 import java.sql.SQLException;
-import java.sql.SQLFeatureNotSupportedException;
 import java.time.LocalDate;
 import java.time.LocalDateTime;
 import java.time.format.DateTimeFormatter;
@@ -42,7 +41,7 @@ public final class OciStatement implements AutoCloseable {
     private final OciCursor cursor;
     private final SlotPool slots;
     private final BindList variables;
-    private final List<Column> columns = new ArrayList<>();
+    private final List<SelectColumn> columns = new ArrayList<>();
 
     private int fetchSize = DEFAULT_FETCH_SIZE;
     private boolean closed;
@@ -58,26 +57,6 @@ public final class OciStatement implements AutoCloseable {
     private int rowsInArray;
     private int rowsBefore;
     private boolean lastArray;
-
-    /** A select-list column with what is looked up once a statement instead of once a value. */
-    private static final class Column {
-        final OciColumn peer;
-        final int type;
-        LongStream value;
-        byte[] piece;
-
-        Column(OciColumn peer) {
-            this.peer = peer;
-            type = peer.internalType();
-        }
-
-        void dropValue() {
-            if (value != null) {
-                value.expire();
-                value = null;
-            }
-        }
-    }
 
     OciStatement(OciConnection connection, int pieceLength) throws OciException {
         if (pieceLength < 1) {
@@ -130,7 +109,7 @@ public final class OciStatement implements AutoCloseable {
     private boolean describe(int position) throws OciException {
         OciColumn column = new OciColumn(position, null);
         if (!cursor.describe(column)) {
-            columns.add(new Column(column));
+            columns.add(new SelectColumn(column));
             return true;
         }
         int code = cursor.errorCode();
@@ -164,7 +143,7 @@ public final class OciStatement implements AutoCloseable {
                 return false;
             }
             define();
-            columns.forEach(Column::dropValue);
+            columns.forEach(SelectColumn::dropValue);
             row = -1;
             rowsBefore = 0;
             takeArray(cursor.execAndFetch(arrayRows));
@@ -297,6 +276,21 @@ public final class OciStatement implements AutoCloseable {
     }
 
     /**
+     * Sets a CLOB or BLOB of this connection, which must be open at the execution; null is NULL. A
+     * column gets a copy of the value.
+     */
+    public void setLob(int position, OciLob value) throws SQLException {
+        if (value == null) {
+            setNull(position, OciType.CLOB);
+            return;
+        }
+        if (value.connection() != connection) {
+            throw new IllegalArgumentException("The LOB belongs to another connection");
+        }
+        variable(position).setLob(value);
+    }
+
+    /**
      * Makes a variable of a block an output, before it is set for the first time. What is set goes
      * in as well, with the next execution; where nothing is set, NULL goes in.
      *
@@ -351,45 +345,23 @@ public final class OciStatement implements AutoCloseable {
         }
         int widest = OciLimits.DATE;
         long rowBytes = 0;
-        for (Column column : columns) {
-            if (OciType.isLob(column.type)) {
-                throw new SQLFeatureNotSupportedException(
-                        "Column " + column.peer.name() + " is a LOB, which cannot be fetched yet");
-            }
-            int width = elementSize(column);
+        for (SelectColumn column : columns) {
+            column.allocateLocator(connection);
+            int width = column.elementSize(cursor.pieceLength());
             widest = Math.max(widest, width);
             rowBytes += width;
         }
         scratch = new byte[widest];
-        // LONG columns arrive one row a call; arrays for more rows would only cost memory.
+        // LONG columns arrive one row a call, and a LOB column has only one locator.
+        boolean oneByOne = columns.stream().anyMatch(SelectColumn::isLarge);
         arrayRows =
-                cursor.hasBlobColumn()
+                oneByOne
                         ? 1
                         : (int) Math.max(1, Math.min(fetchSize, FETCH_MEMORY / rowBytes));
-        for (Column column : columns) {
+        for (SelectColumn column : columns) {
             check(cursor.bindSelectItem(column.peer, arrayRows));
         }
         defined = true;
-    }
-
-    /** Bytes of one element of the column's fetch array, as the native side sizes it. */
-    private int elementSize(Column column) {
-        switch (column.type) {
-            case OciType.VARCHAR2:
-            case OciType.CHAR:
-                return 3 * column.peer.length() + 1;
-            case OciType.RAW:
-                return column.peer.length();
-            case OciType.NUMBER:
-                return OciLimits.NUMBER_TEXT;
-            case OciType.DATE:
-                return OciLimits.DATE;
-            case OciType.LONG:
-            case OciType.LONG_RAW:
-                return cursor.pieceLength();
-            default:
-                return OciLimits.ROWID_TEXT;
-        }
     }
 
     /** Notes what the last fetch brought; "no more rows" comes with the last, partial array. */
@@ -414,7 +386,7 @@ public final class OciStatement implements AutoCloseable {
     /** Moves to the next row; false after the last. */
     public boolean next() throws OciException {
         requireOpen();
-        columns.forEach(Column::dropValue);
+        columns.forEach(SelectColumn::dropValue);
         row++;
         if (row < rowsInArray) {
             return true;
@@ -441,7 +413,7 @@ public final class OciStatement implements AutoCloseable {
     /** The select list of the prepared query; empty for any other statement. */
     public List<OciColumn> columns() {
         List<OciColumn> peers = new ArrayList<>();
-        for (Column column : columns) {
+        for (SelectColumn column : columns) {
             peers.add(column.peer);
         }
         return Collections.unmodifiableList(peers);
@@ -449,7 +421,7 @@ public final class OciStatement implements AutoCloseable {
 
     /** Whether the value is NULL; an empty LONG is NULL, as everywhere on this server. */
     public boolean isNull(int position) {
-        Column column = column(position);
+        SelectColumn column = column(position);
         if (OciType.isLong(column.type)) {
             return cursor.getIndicator(column.peer, 0) == NULL_INDICATOR
                     || (column.value == null && cursor.getLongDataLength(column.peer) == 0);
@@ -458,8 +430,8 @@ public final class OciStatement implements AutoCloseable {
     }
 
     /**
-     * The value as text: dates as year-month-day and time, raw bytes in hexadecimal. A LONG is read
-     * whole; use {@link #longStream} for one that may be large.
+     * The value as text: dates as year-month-day and time, raw bytes in hexadecimal. A LONG or LOB
+     * is read whole; use {@link #longStream} or {@link #getLob} for one that may be large.
      *
      * @return null for NULL
      */
@@ -472,7 +444,12 @@ public final class OciStatement implements AutoCloseable {
                 return DATE_TEXT.format(getDateTime(position));
             case OciType.RAW:
             case OciType.LONG_RAW:
+            case OciType.BLOB:
                 return OciText.hexadecimal(getBytes(position));
+            case OciType.CLOB:
+                try (OciLob lob = getLob(position)) {
+                    return lob.readText();
+                }
             case OciType.LONG:
                 byte[] bytes = getBytes(position);
                 return OciText.decode(bytes, bytes.length);
@@ -525,7 +502,7 @@ public final class OciStatement implements AutoCloseable {
 
     /** A DATE with its time; null for NULL. */
     public LocalDateTime getDateTime(int position) throws OciException {
-        Column column = column(position);
+        SelectColumn column = column(position);
         if (column.type != OciType.DATE) {
             throw new OciException(932, "ORA-00932: inconsistent datatypes");
         }
@@ -541,9 +518,14 @@ public final class OciStatement implements AutoCloseable {
         if (isNull(position)) {
             return null;
         }
-        Column column = column(position);
+        SelectColumn column = column(position);
         if (OciType.isLong(column.type)) {
             return longValue(position).readFully();
+        }
+        if (OciType.isLob(column.type)) {
+            try (OciLob lob = getLob(position)) {
+                return lob.isCharacter() ? OciText.encode(lob.readText()) : lob.readBytes();
+            }
         }
         if (column.type != OciType.RAW) {
             return OciText.encode(text(position));
@@ -552,6 +534,19 @@ public final class OciStatement implements AutoCloseable {
         byte[] value = new byte[length];
         System.arraycopy(scratch, 0, value, 0, length);
         return value;
+    }
+
+    /**
+     * The CLOB or BLOB of this row, which the caller closes: it outlives the row and the statement.
+     *
+     * @return null for NULL
+     */
+    public OciLob getLob(int position) throws OciException {
+        SelectColumn column = column(position);
+        if (!OciType.isLob(column.type)) {
+            throw new OciException(932, "ORA-00932: inconsistent datatypes");
+        }
+        return isNull(position) ? null : OciLob.ofColumn(connection, column.peer, column.type);
     }
 
     /** Bytes of the LONG value of this row that have not been read yet. */
@@ -569,7 +564,7 @@ public final class OciStatement implements AutoCloseable {
     }
 
     private LongStream longValue(int position) throws OciException {
-        Column column = column(position);
+        SelectColumn column = column(position);
         if (!OciType.isLong(column.type)) {
             throw new OciException(932, "ORA-00932: inconsistent datatypes");
         }
@@ -588,7 +583,7 @@ public final class OciStatement implements AutoCloseable {
      * The column at a position; the row index must be one that was fetched, because the native side
      * does not check it.
      */
-    private Column column(int position) {
+    private SelectColumn column(int position) {
         if (position < 1 || position > columns.size()) {
             throw new IndexOutOfBoundsException("No column " + position);
         }
@@ -623,9 +618,8 @@ public final class OciStatement implements AutoCloseable {
             cursor.close();
             opened = false;
         }
-        for (Column column : columns) {
-            column.dropValue();
-            column.peer.close();
+        for (SelectColumn column : columns) {
+            column.close();
         }
         columns.clear();
         variables.clear();

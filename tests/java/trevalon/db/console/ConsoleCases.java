@@ -10,6 +10,7 @@ import java.io.StringReader;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
+import java.nio.file.Paths;
 import java.util.ArrayList;
 import java.util.Arrays;
 import java.util.List;
@@ -31,6 +32,7 @@ public final class ConsoleCases {
         tests.add("a script stops at its first error and shows its place", () -> badScript());
         tests.add("variables go into statements and come out of blocks", () -> variables());
         tests.add("a file is loaded whole or not at all", () -> load());
+        tests.add("LOB values are shown short, and move to and from files", () -> lobFiles());
         tests.add("a script from a pipe, and a login that fails", () -> pipeAndLogin());
         tests.add("the sample loads once, and its checks notice a change", () -> sample());
     }
@@ -148,6 +150,38 @@ public final class ConsoleCases {
         }
     }
 
+    private static void lobFiles() throws Exception {
+        Path folder = Files.createDirectory(Paths.get(System.getenv("OCI8_DATA"), "two words"));
+        Path text = folder.resolve("text");
+        Path bytes = folder.resolve("bytes");
+        String content = DisplayText.repeat('x', 32_767) + "😀京\n" + DisplayText.repeat('y', 40_000);
+        Files.write(text, content.getBytes(StandardCharsets.UTF_8));
+        Files.write(bytes, new byte[] {(byte) 0x80, 1, 2});
+        String quoted = "'" + folder + "/";
+        Run run = script("CREATE TABLE filed (n NUMBER(2), t CLOB, b BLOB);\n"
+                + "INSERT INTO filed VALUES (1, 'old', EMPTY_BLOB());\n"
+                + "INSERT INTO filed VALUES (2, '" + DisplayText.repeat('z', 99) + "', NULL);\n"
+                + "PUT filed.t FROM " + quoted + "text' WHERE n = 1\n"
+                + "put \"FILED\".b from " + quoted + "text' where b is null\n"
+                + "PUT filed.b FROM " + quoted + "bytes' WHERE n = 2\n"
+                + "GET filed.t INTO " + quoted + "copy' WHERE n = 1\nSELECT * FROM filed;\n");
+        same(0, run.exitCode, run.output);
+        run.shows("72,771 characters stored.", "3 bytes stored.", "72,771 characters written.",
+                "1 xxx", "2 zzz", "zzz...", " (0 bytes)", "800102 (3 bytes)");
+        same(content, new String(Files.readAllBytes(folder.resolve("copy")), "UTF-8"), "copy");
+        Run prompt = new Run("0", ("PUT filed.t FROM bytes WHERE n = 2\nPUT filed.b FROM missing\n"
+                + "PUT filed.b FROM bytes\nPUT filed.n FROM bytes\nGET filed.t\n"
+                + "GET filed.t INTO copy WHERE n = 3\nGET nosuch.t INTO copy\n"
+                + "GET lobs.t INTO copy\n").replaceAll("(FROM|INTO) (\\w+)", "$1 " + quoted + "$2'"),
+                new String[] {LOGIN});
+        prompt.shows("bytes is not UTF-8 text", "There is no file", "several such rows",
+                "N is a NUMBER(2), and no CLOB or BLOB", "Usage: GET table.column INTO file",
+                "There is no such row", "ORA-00942", "half a surrogate pair");
+        script("GET filed.t INTO " + quoted + "text' WHERE n = 2");
+        same(99L, Files.size(text), "a failed PUT has changed the value");
+        same(3, folder.toFile().list().length, "files are left over");
+    }
+
     private static void pipeAndLogin() throws Exception {
         Run piped = new Run("SELECT 6 * 7 answer FROM DUAL", LOGIN);
         same(0, piped.exitCode, piped.output);
@@ -188,11 +222,16 @@ public final class ConsoleCases {
         final int exitCode;
 
         Run(String input, String... arguments) throws IOException, InterruptedException {
+            this("", input, arguments);
+        }
+
+        Run(String terminals, String input, String[] arguments)
+                throws IOException, InterruptedException {
             List<String> command = new ArrayList<>();
             command.add(System.getProperty("java.home") + File.separator + "bin/java");
             command.add("-Xcheck:jni");
             command.add("-Doralayer.sample.login=" + LOGIN);
-            command.add("-Doralayer.terminals=");
+            command.add("-Doralayer.terminals=" + terminals);
             for (String property : new String[] {"java.library.path", "oralayer.sample"}) {
                 command.add("-D" + property + "=" + System.getProperty(property));
             }

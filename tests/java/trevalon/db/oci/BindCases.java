@@ -85,6 +85,10 @@ public final class BindCases {
             {"RAW(256)", OciText.hexadecimal(pattern(256)),
                 (Setter) s -> s.setBytes(1, pattern(256))},
             {"RAW(9)", null, (Setter) s -> s.setBytes(1, new byte[0])},
+            {"CLOB", wide, (Setter) s -> s.setString(1, wide)},
+            {"CLOB", null, (Setter) s -> s.setNull(1, OciType.CLOB)},
+            {"BLOB", "00FF", (Setter) s -> s.setBytes(1, new byte[] {0, -1})},
+            {"BLOB", null, (Setter) s -> s.setNull(1, OciType.BLOB)},
             {"LONG RAW", null, (Setter) s -> s.setNull(1, OciType.LONG_RAW)},
             {"DATE", null, (Setter) s -> s.setNull(1, OciType.DATE)},
         };
@@ -157,17 +161,20 @@ public final class BindCases {
 
     private static void streams(OciConnection c, OciStatement used) throws Exception {
         int piece = OciStatement.DEFAULT_PIECE_LENGTH;
-        execute(c, "CREATE TABLE st_long (v LONG)", "CREATE TABLE st_raw (v LONG RAW)");
+        execute(c, "CREATE TABLE st_long (v LONG)", "CREATE TABLE st_raw (v LONG RAW)",
+                "CREATE TABLE st_clob (v CLOB)", "CREATE TABLE st_blob (v BLOB)");
         for (int length : new int[] {0, 1, piece - 1, piece, piece + 1, 65_535, 65_536, 999_999}) {
             byte[] bytes = pattern(length);
             stream(c, "st_raw", bytes, s -> s.setBytes(1, bytes));
             stream(c, "st_raw", bytes, s -> s.setBinaryStream(1, slow(bytes)));
+            stream(c, "st_blob", bytes, s -> s.setBinaryStream(1, slow(bytes)));
             String text = repeat("é京😀abc ", length / 13) + repeat(".", length % 13);
             byte[] utf8 = text.getBytes(StandardCharsets.UTF_8);
             byte[] utf16 = text.getBytes(StandardCharsets.UTF_16BE);
             stream(c, "st_long", utf8, s -> s.setAsciiStream(1, slow(utf8)));
             stream(c, "st_long", utf8, s -> s.setCharacterStream(1, new StringReader(text)));
             stream(c, "st_long", utf8, s -> s.setUnicodeStream(1, slow(utf16)));
+            stream(c, "st_clob", utf8, s -> s.setCharacterStream(1, new StringReader(text)));
         }
         used.prepare("INSERT INTO st_raw VALUES (:v)");
         for (int round = 0; round < 2; round++) {

@@ -1,0 +1,54 @@
+package trevalon.db.console;
+
+import java.io.IOException;
+import java.sql.SQLException;
+
+import trevalon.db.oci.OciConnection;
+import trevalon.db.oci.OciStatement;
+
+/** Lets several statements take effect together or not at all, within the user's transaction. */
+final class AllOrNothing {
+    private static final String SAVEPOINT = "oralayer_begins";
+
+    /** What is done as a whole. */
+    interface Work<T> {
+        T run() throws SQLException, IOException;
+    }
+
+    private AllOrNothing() {}
+
+    /** Commits the work only where every statement does; what fails is taken back. */
+    static <T> T run(OciConnection connection, Work<T> work) throws SQLException, IOException {
+        boolean autoCommit = connection.isAutoCommit();
+        connection.setAutoCommit(false);
+        try {
+            execute(connection, "SAVEPOINT " + SAVEPOINT);
+            try {
+                T result = work.run();
+                if (autoCommit) {
+                    connection.commit();
+                }
+                return result;
+            } catch (SQLException | IOException | RuntimeException e) {
+                takeBack(connection, e);
+                throw e;
+            }
+        } finally {
+            connection.setAutoCommit(autoCommit);
+        }
+    }
+
+    private static void takeBack(OciConnection connection, Exception reason) {
+        try {
+            execute(connection, "ROLLBACK TO SAVEPOINT " + SAVEPOINT);
+        } catch (SQLException e) {
+            reason.addSuppressed(e);
+        }
+    }
+
+    private static void execute(OciConnection connection, String sql) throws SQLException {
+        try (OciStatement statement = connection.createStatement()) {
+            statement.execute(sql);
+        }
+    }
+}
