@@ -399,7 +399,8 @@ TEST_F(Stream, WhatHappensBetweenBindAndExecution) {
       {"bound to another placeholder too", kRefused,
        STEP(COLUMN(setPosition)(env, v, 2), CURSOR(bindVariableByPosition)(env, c, v))},
       {"bound on another cursor", kRefused,
-       STEP(CURSOR(bindVariableByPosition)(env, new_cursor(), v))},
+       STEP(const jobject other = new_cursor(); CURSOR(bindVariableByPosition)(env, other, v);
+            CURSOR(close)(env, other))},
       {"executed already", kRefused, STEP(CURSOR(exec)(env, c))},
       {"column gone", kRefused, STEP(COLUMN(native_1finalize)(env, v))},
       {"parsed", kNoValue, STEP(CURSOR(parse)(env, c, bytes("INSERT"), 0))},
@@ -469,6 +470,7 @@ TEST_F(Stream, Trace) {
     CURSOR(bindVariableByPosition)(env, without_streams, column_at(4));
     CURSOR(exec)(env, without_streams);
     EXPECT_NE(raised(), "");
+    CURSOR(close)(env, without_streams);
     CURSOR(bindCursorByPosition)(env, cursor, cursor, 5);
     EXPECT_EQ(ocbfp(nullptr, nullptr, 0, 0, nullptr, nullptr, nullptr, nullptr, nullptr), -1);
   });

@@ -14,6 +14,8 @@ struct Arguments {
   jobject obj;
   jobject other;  // a column, or for open a connection
   jbyteArray first, second, third;
+  jcharArray chars;  // in the place of the first
+  jobject column;
 };
 
 enum Missing { kObject, kFirst, kSecond, kThird, kOther, kRecord, kOtherRecord };
@@ -43,6 +45,11 @@ const Check kValue = {kFirst, "Value is null"};
 const Check kStreamColumn = {kRecord, "COLUMNDATA is null"};
 const Check kNoCursor = {kOther, "Null Cursor"};
 const Check kNoCursorRecord = {kOtherRecord, "Null Cursor"};
+const Check kNoCol = {kRecord, "COL is null"};
+const Check kLob = {kOther, "Lob is null"};
+const Check kLobRecord = {kOtherRecord, "Lob is null"};
+const Check kLobdata = {kRecord, "LOBDATA is null"};
+const Check kDestination = {kRecord, "DEST LOBDATA is null"};
 const Check kLobConn = {kOther, "assignLobCodes: CONN is null"};
 const Check kLobLda = {kOtherRecord, "assignLobCodes: LDA is null"};
 
@@ -51,6 +58,8 @@ double result_of(Call call) {
   if constexpr (std::is_void_v<decltype(call())>) {
     call();
     return 0;
+  } else if constexpr (std::is_pointer_v<decltype(call())>) {
+    return call() == nullptr ? 0 : 1;
   } else {
     return static_cast<double>(call());
   }
@@ -65,6 +74,7 @@ double result_of(Call call) {
   ENTRY("OciConnection", #method, CONNECTION(native_1##method) __VA_OPT__(, ) __VA_ARGS__)
 #define CUR(method, ...) ENTRY("OciCursor", #method, CURSOR(method) __VA_OPT__(, ) __VA_ARGS__)
 #define COL(method, ...) ENTRY("OciColumn", #method, COLUMN(method) __VA_OPT__(, ) __VA_ARGS__)
+#define LOB_(method, ...) ENTRY("OciLob", #method, LOB(method) __VA_OPT__(, ) __VA_ARGS__)
 
 struct Entry {
   const char* name;
@@ -129,6 +139,26 @@ const Entry kEntries[] = {
     {COL(setValueWithString, a.first, 0), {kEnv, kValue, kColumn}},
     {COL(setValueWithBytes, a.first, 0, 0), {kEnv, kValue, kColumn}},
     {COL(setValueWithStream, 1, 1, 1, 0), {kEnv, kStreamColumn}},
+    {COL(allocLobLocator, a.other, 112), {kEnv, kNoCol, kConn, kConnLda}},
+    {COL(deallocLobLocator), {kEnv, kNoCol}},
+    {COL(setValueWithLob, a.other, 112, 0), {kEnv, kColumn, kLob, kLobRecord}},
+    {COL(setValueWithBlob, a.other, 0), {kEnv, kColumn, kLob, kLobRecord}},
+    {COL(setValueWithClob, a.other, 1), {kEnv, kColumn, kLob, kLobRecord}},
+    {LOB_(initialize), {kEnv}}, {LOB_(native_1finalize), {kEnv}},
+    {LOB_(allocLob, a.other), {kEnv, kConn, kConnLda, kLobdata}},
+    {LOB_(assignLobFromColumn, a.other, a.column), {kEnv, kConn, kConnLda, kDestination}},
+    {LOB_(getLobLength, a.other), {kEnv, kConn, kConnLda, kLobdata}, -1},
+    {LOB_(getLobCharSetId, a.other), {kEnv, kConn, kConnLda, kLobdata}, -1},
+    {LOB_(getLobCharSetForm, a.other), {kEnv, kConn, kConnLda, kLobdata}, -1},
+    {LOB_(getLobBuf, a.other, a.first, 1, 9, 9, 0, 1),
+     {kEnv, kConn, kConnLda, kLobdata, kBuffer}, -1},
+    {LOB_(writeLobBuf, a.other, a.first, 1, 9, 9, 0, 0, 1),
+     {kEnv, kConn, kLobdata, kConnLda, kBuffer}, -1},
+    {LOB_(getLobUCS2Buf, a.other, 1, 9, 0, 1), {kEnv, kConn, kConnLda, kLobdata}},
+    {LOB_(getLobUCS2CharBuf, a.other, a.chars, 1, 9, 0, 1),
+     {kEnv, kConn, kConnLda, kLobdata, kBuffer}, -1},
+    {LOB_(writeLobUCS2CharBuf, a.other, a.chars, 1, 9, 0, 0, 1),
+     {kEnv, kConn, kLobdata, kConnLda, kBuffer}, -1},
     {ENTRY("OciLob", "assignLobCodes", assignLobCodes, a.other), {kEnv, kLobConn, kLobLda}},
     {ENTRY("OciLob", "clearLobErrorCodes", clearLobErrorCodes), {kEnv}}};
 // clang-format on
@@ -139,22 +169,35 @@ class Checks : public JvmTest {
     const std::string owner = entry.owner;
     const jobject object = owner == "OciConnection" ? new_connection()
                            : owner == "OciCursor"   ? new_cursor()
-                           : owner == "OciLob"      ? allocate("OciLob")
+                           : owner == "OciLob"      ? new_lob()
                                                     : new_column();
     const jobject column = new_column(4);
     column_of(column)->buflen = 8;
     column_of(column)->allocByteArray(32);
     oci_double::state().columns = {{}};
     const std::string name = entry.name;
-    const jobject other = name == "open" || owner == "OciLob" ? new_connection()
-                          : name == "bindCursorByPosition"    ? new_cursor()
-                                                              : column;
-    return {env, object, other, bytes(std::string(40, 'a')), bytes("b"), bytes("c")};
+    const bool with_connection = name == "open" || name == "allocLobLocator" || owner == "OciLob";
+    const jobject other = with_connection                    ? new_connection()
+                          : name == "bindCursorByPosition"   ? new_cursor()
+                          : name.starts_with("setValueWith") ? new_lob()
+                                                             : column;
+    COLUMN(allocLobLocator)(env, column, new_connection(), -999);
+    return {env,
+            object,
+            other,
+            bytes(std::string(40, 'a')),
+            bytes("b"),
+            bytes("c"),
+            env->NewCharArray(40),
+            column};
   }
 
   static void take_away(Missing missing, const Entry& entry, Arguments& a) {
     if (missing == kObject) a.obj = nullptr;
-    if (missing == kFirst) a.first = nullptr;
+    if (missing == kFirst) {
+      a.first = nullptr;
+      a.chars = nullptr;
+    }
     if (missing == kSecond) a.second = nullptr;
     if (missing == kThird) a.third = nullptr;
     if (missing == kOther) a.other = nullptr;

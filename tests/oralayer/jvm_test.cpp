@@ -152,6 +152,14 @@ jobject new_column(int rows, int internal_type, int position) {
   return column;
 }
 
+jobject new_lob(bool locator) {
+  const jobject connection = new_connection();
+  const jobject lob = allocate("OciLob");
+  LOB(initialize)(env, lob);
+  if (locator) LOB(allocLob)(env, lob, connection);
+  return lob;
+}
+
 jobject new_cursor(bool open) {
   const jobject cursor = allocate("OciCursor");
   CURSOR(initialize)(env, cursor, 0);
@@ -170,6 +178,11 @@ void forget_initialisation() {
                        &loberrcodeiD,     &AsciiStreamID,     &UnicodeStreamID, &BinaryStreamID,
                        &CharacterStreamID}) {
     *id = nullptr;
+  }
+  for (jclass* cached :
+       {&OciConnectionClass, &OciColumnClass, &OciCursorClass, &OciSchemaClass, &OciLobClass}) {
+    if (env->GetObjectRefType(*cached) == JNIGlobalRefType) env->DeleteGlobalRef(*cached);
+    *cached = nullptr;
   }
   inited = 0;
 }

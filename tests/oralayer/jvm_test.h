@@ -16,10 +16,12 @@
 #include "trevalon_db_oci_OciColumn.h"
 #include "trevalon_db_oci_OciConnection.h"
 #include "trevalon_db_oci_OciCursor.h"
+#include "trevalon_db_oci_OciLob.h"
 
 #define CONNECTION(method) Java_trevalon_db_oci_OciConnection_##method
 #define CURSOR(method) Java_trevalon_db_oci_OciCursor_##method
 #define COLUMN(method) Java_trevalon_db_oci_OciColumn_##method
+#define LOB(method) Java_trevalon_db_oci_OciLob_##method
 
 using Lines = std::vector<std::string>;
 
@@ -116,6 +118,9 @@ inline columndata* column_of(jobject column) {
 inline cdadata* cda_of(jobject cursor) {
   return record<cdadata>(cursor, "cursordata32");
 }
+inline lobdata* lob_of(jobject lob) {
+  return record<lobdata>(lob, "lobdata32");
+}
 inline ldadata* session_of(jobject connection) {
   return record<ldadata>(connection, "logondata32");
 }
@@ -126,6 +131,9 @@ jobject new_connection(int elem = 0, bool xa = false);
 jobject new_column(int rows = 1, int internal_type = SQLT_CHR, int position = 1);
 /// A cursor object, open on a new connection unless told otherwise.
 jobject new_cursor(bool open = true);
+
+/// A LOB object with a record and, unless told otherwise, a locator.
+jobject new_lob(bool locator = true);
 
 /// Runs `action`, given its environment, on a thread of its own, attached.
 template <typename Action>

@@ -19,7 +19,8 @@ struct Handle {
 };
 
 std::map<const void*, std::unique_ptr<Handle>>& handles() {
-  static std::map<const void*, std::unique_ptr<Handle>> all;
+  // Never destroyed: what statements keep in their memory stays reachable for the leak check.
+  static auto& all = *new std::map<const void*, std::unique_ptr<Handle>>;
   return all;
 }
 
@@ -48,7 +49,18 @@ void record(const char* function, const Arguments&... arguments) {
   state().calls.push_back(line.str());
 }
 
+bool is_to_fail(const std::string& call) {
+  State& s = state();
+  if (s.calls_to_fault == 0 || --s.calls_to_fault > 0) return false;
+  s.faulted = call;
+  s.error = 3113;
+  // No fetch brings rows of an execution that has failed.
+  if (call == "OCIStmtExecute") s.replies["OCIStmtFetch"] = {{OCI_ERROR, 1002}};
+  return true;
+}
+
 Reply next_reply(const std::string& call) {
+  if (is_to_fail(call)) return {OCI_ERROR, 3113};
   std::deque<Reply>& queue = state().replies[call];
   if (queue.empty()) return {};
   const Reply reply = queue.front();
@@ -133,6 +145,10 @@ struct Offer {
 Offer offered;
 
 sword fill_offer() {
+  if (is_to_fail("OCIStmtFetch")) {
+    offered = {};
+    return OCI_ERROR;
+  }
   const Piece piece = state().pieces.front();
   state().pieces.pop_front();
   const auto length = std::min<std::size_t>(piece.data.size(), *offered.length);
@@ -145,6 +161,35 @@ sword fill_offer() {
 
 void drop_binds(const void* statement) {
   std::erase_if(state().binds, [&](const Bind& bind) { return bind.statement == statement; });
+  for (Define& define : state().defines) {
+    if (define.statement == statement) define.statement = nullptr;
+  }
+}
+
+void write_rows(const Define& define, ub4 rows) {
+  for (ub4 row = 0; row < rows && define.ind != nullptr; ++row) {
+    static_cast<sb2*>(define.ind)[row] = 0;
+    define.rlen[row] = static_cast<ub2>(define.size);
+    define.rcode[row] = 0;
+  }
+  if (define.mode != OCI_DEFAULT || define.value == nullptr || define.size < 0) return;
+  std::memset(define.value, 'v', static_cast<std::size_t>(define.size) * rows);
+}
+
+void read_bind(const Bind& bind) {
+  static std::string last;
+  if (bind.ind != nullptr && *bind.ind == -1) return;
+  last.assign(static_cast<const char*>(bind.value), static_cast<std::size_t>(bind.size));
+}
+
+void transfer(const OCIStmt* statement, ub4 rows) {
+  if (!state().transfers) return;
+  for (const Define& define : state().defines) {
+    if (define.statement == statement) write_rows(define, rows);
+  }
+  for (const Bind& bind : state().binds) {
+    if (bind.statement == statement) read_bind(bind);
+  }
 }
 
 // Pulls a streamed value to its last piece. False once the callback has refused.
@@ -168,7 +213,8 @@ bool pull(const Bind& bind) {
 }
 
 bool pull_streams(const OCIStmt* statement) {
-  for (const Bind& bind : state().binds) {
+  const std::vector<Bind> binds = state().binds;  // Java may bind on other statements meanwhile
+  for (const Bind& bind : binds) {
     if (bind.statement == statement && bind.pull != nullptr && !pull(bind)) return false;
   }
   return true;
@@ -179,6 +225,14 @@ bool pull_streams(const OCIStmt* statement) {
 State& state() {
   static State the_state;
   return the_state;
+}
+
+void forget_handles() {
+  std::erase_if(handles(), [](const auto& handle) {
+    const std::string& its_name = handle.second->name;
+    return its_name.starts_with("freed:") || its_name.starts_with("par") ||
+           its_name.starts_with("bind") || its_name.starts_with("def");
+  });
 }
 
 std::string name(const void* handle) {
@@ -265,7 +319,9 @@ sword OCIAttrSet(void* trgthndlp, ub4 trghndltyp, void* attributep, ub4 size, ub
 
 sword OCIParamGet(const void* hndlp, ub4 htype, OCIError* errhp, void** parmdpp, ub4 pos) {
   const sword status = called("OCIParamGet", hndlp, htype, name(errhp), pos);
-  if (status == OCI_SUCCESS) *parmdpp = make_handle("par", std::to_string(pos));
+  if (status != OCI_SUCCESS) return status;
+  if (pos < 1 || pos > state().columns.size()) return OCI_ERROR;
+  *parmdpp = make_handle("par", std::to_string(pos));
   return status;
 }
 
@@ -326,6 +382,8 @@ sword OCIStmtExecute(OCISvcCtx* svchp, OCIStmt* stmtp, OCIError* errhp, ub4 iter
          given(snap_out), mode);
   const bool complete = pull_streams(stmtp);
   const sword status = answer(stmtp, "OCIStmtExecute");
+  const ub4 rows = state().stmt_type == OCI_STMT_SELECT ? iters : 0;
+  if (status == OCI_SUCCESS && mode != OCI_DESCRIBE_ONLY) transfer(stmtp, rows);
   if (complete) return status;
   state().error = 24343;  // ORA-24343: user defined callback error
   return OCI_ERROR;
@@ -346,8 +404,9 @@ sword OCIBindByPos(OCIStmt* stmtp, OCIBind** bindpp, OCIError* errhp, ub4 positi
   if (mode == OCI_DEFAULT && valuep != nullptr) {
     bytes.assign(static_cast<const char*>(valuep), static_cast<std::size_t>(value_sz));
   }
-  state().binds.push_back(
-      {*bindpp, stmtp, position, valuep, bytes, static_cast<sb2*>(indp), alenp});
+  state().binds.push_back({*bindpp, stmtp, position, valuep,
+                           mode == OCI_DEFAULT && valuep != nullptr ? value_sz : 0, bytes,
+                           static_cast<sb2*>(indp), alenp});
   return status;
 }
 
@@ -368,13 +427,23 @@ sword OCIDefineByPos(OCIStmt* stmtp, OCIDefine** defnpp, OCIError* errhp, ub4 po
   record("OCIDefineByPos", name(stmtp), name(*defnpp), name(errhp), position, given(valuep),
          value_sz, dty, mode);
   *defnpp = static_cast<OCIDefine*>(next_handle("def"));
-  state().defines.push_back({*defnpp, position, valuep, value_sz, dty, indp, rlenp, rcodep, mode});
-  return answer(stmtp, "OCIDefineByPos");
+  const sword status = answer(stmtp, "OCIDefineByPos");
+  const bool defined = status == OCI_SUCCESS;  // else the former one stays in force
+  for (Define& define : state().defines) {
+    const bool former = define.position == position && define.statement == stmtp;
+    if (former && defined) define.statement = nullptr;
+  }
+  state().defines.push_back({*defnpp, position, valuep, value_sz, dty, indp, rlenp, rcodep, mode,
+                             defined ? stmtp : nullptr});
+  return status;
 }
 
 sword OCIStmtFetch(OCIStmt* stmtp, OCIError* errhp, ub4 nrows, ub2 orientation, ub4 mode) {
   record("OCIStmtFetch", name(stmtp), name(errhp), nrows, orientation, mode);
-  return offered.buffer == nullptr ? answer(stmtp, "OCIStmtFetch") : fill_offer();
+  if (offered.buffer != nullptr) return fill_offer();
+  const sword status = answer(stmtp, "OCIStmtFetch");
+  if (status == OCI_SUCCESS) transfer(stmtp, nrows);
+  return status;
 }
 
 sword OCIStmtGetPieceInfo(OCIStmt* stmtp, OCIError* errhp, void** hndlpp, ub4* typep, ub1* in_outp,
@@ -382,7 +451,8 @@ sword OCIStmtGetPieceInfo(OCIStmt* stmtp, OCIError* errhp, void** hndlpp, ub4* t
   const sword status = called("OCIStmtGetPieceInfo", stmtp, name(errhp), *typep);
   if (status != OCI_SUCCESS || state().pieces.empty()) return status;
   const Piece& piece = state().pieces.front();
-  *hndlpp = state().defines.at(piece.define).handle;
+  if (piece.define >= state().defines.size()) return OCI_ERROR;
+  *hndlpp = state().defines[piece.define].handle;
   *piecep = piece.piece;
   *in_outp = OCI_PARAM_OUT;
   *iterp = *idxp = 0;
@@ -393,10 +463,65 @@ sword OCIStmtSetPieceInfo(void* hndlp, ub4 type, OCIError* errhp, const void* bu
                           ub1 piece, const void* indp, ub2* rcodep) {
   const sword status = called("OCIStmtSetPieceInfo", hndlp, type, name(errhp), *alenp, int{piece},
                               given(indp), given(rcodep));
-  if (state().pieces.empty()) return status;
+  if (status != OCI_SUCCESS || state().pieces.empty()) return status;
   // The interface may write all the room that it is told of: let that show.
   offered = {const_cast<void*>(bufp), alenp};
   std::memset(offered.buffer, 0xEE, *alenp);
   state().piece_buffers.push_back(bufp);
+  return status;
+}
+
+sword OCIDescriptorAlloc(const void* parenth, void** descpp, ub4 type, size_t xtramem_sz,
+                         void** usrmempp) {
+  const sword status =
+      called("OCIDescriptorAlloc", parenth, name(*descpp), type, xtramem_sz, given(usrmempp));
+  if (status == OCI_SUCCESS) *descpp = next_handle("lob");
+  return status;
+}
+
+sword OCIDescriptorFree(void* descp, ub4 type) {
+  const sword status = called("OCIDescriptorFree", descp, type);
+  if (status != OCI_INVALID_HANDLE) handles().at(descp)->name.insert(0, "freed:");
+  return status;
+}
+
+sword OCILobAssign(OCIEnv* envhp, OCIError* errhp, const OCILobLocator* src_locp,
+                   OCILobLocator** dst_locpp) {
+  return called("OCILobAssign", envhp, name(errhp), name(src_locp), name(*dst_locpp));
+}
+
+sword OCILobGetLength(OCISvcCtx* svchp, OCIError* errhp, OCILobLocator* locp, ub4* lenp) {
+  *lenp = state().lob_amount;
+  return called("OCILobGetLength", svchp, name(errhp), name(locp));
+}
+
+sword OCILobCharSetId(OCIEnv* envhp, OCIError* errhp, const OCILobLocator* locp, ub2* csid) {
+  *csid = static_cast<ub2>(state().lob_amount);
+  return called("OCILobCharSetId", envhp, name(errhp), name(locp));
+}
+
+sword OCILobCharSetForm(OCIEnv* envhp, OCIError* errhp, const OCILobLocator* locp, ub1* csfrm) {
+  *csfrm = static_cast<ub1>(state().lob_amount);
+  return called("OCILobCharSetForm", envhp, name(errhp), name(locp));
+}
+
+sword OCILobRead(OCISvcCtx* svchp, OCIError* errhp, OCILobLocator* locp, ub4* amtp, ub4 offset,
+                 void* bufp, ub4 bufl, void* ctxp, OCICallbackLobRead cbfp, ub2 csid, ub1 csfrm) {
+  const sword status = called("OCILobRead", svchp, name(errhp), name(locp), *amtp, offset, bufl,
+                              given(ctxp), cbfp == nullptr ? "-" : "+", csid, int{csfrm});
+  const std::string& data = state().lob_data;
+  std::memcpy(bufp, data.data(), std::min<std::size_t>(data.size(), bufl));
+  *amtp = state().lob_amount;
+  return status;
+}
+
+sword OCILobWrite(OCISvcCtx* svchp, OCIError* errhp, OCILobLocator* locp, ub4* amtp, ub4 offset,
+                  void* bufp, ub4 buflen, ub1 piece, void* ctxp, OCICallbackLobWrite cbfp, ub2 csid,
+                  ub1 csfrm) {
+  state().lob_written.assign(static_cast<const char*>(bufp), buflen);
+  const sword status =
+      called("OCILobWrite", svchp, name(errhp), name(locp), *amtp, offset, buflen, int{piece},
+             given(ctxp), cbfp == nullptr ? "-" : "+", csid, int{csfrm});
+  *amtp = state().lob_amount;
   return status;
 }

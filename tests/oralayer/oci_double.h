@@ -40,6 +40,7 @@ struct Define {
   ub2* rlen;
   ub2* rcode;
   ub4 mode;
+  const OCIStmt* statement;  // null once it has dropped the define
 };
 
 /// A placeholder's bind: its bytes as the interface reads them at the call, or where it pulls them.
@@ -48,6 +49,7 @@ struct Bind {
   OCIStmt* statement;
   ub4 position;
   const void* value;
+  sb4 size;
   std::string bytes;
   const sb2* ind;
   const ub2* lengths;
@@ -84,7 +86,15 @@ struct State {
   std::deque<Piece> pieces;
   std::vector<const void*> piece_buffers;
   std::string prepared;
+  ub4 lob_amount = 0;  // what every LOB call answers as length or amount
+  std::string lob_data;  // what a read writes into the buffer, as far as it fits
+  std::string lob_written;  // the buffer of the last write
   std::map<std::string, int> serials;
+  /// Executions read what is bound, executions and fetches of rows write what is defined.
+  bool transfers = false;
+  /// The n-th call from now that takes a reply fails with ORA-03113, and leaves its name; 0: none.
+  int calls_to_fault = 0;
+  std::string faulted;
 
   void reply(const std::string& call, sword status, sb4 code = 0) {
     replies[call].push_back({status, code});
@@ -93,6 +103,8 @@ struct State {
 
 /// The one state. Usable during static initialisation, when the session pools are built.
 State& state();
+/// Forgets the handles that only one statement or nobody has any more.
+void forget_handles();
 /// The name of a handle, "null", or "?" for an address that is no handle.
 std::string name(const void* handle);
 

@@ -1,0 +1,681 @@
+#include "jni_double.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstring>
+#include <deque>
+#include <map>
+#include <memory>
+#include <shared_mutex>
+#include <sstream>
+#include <thread>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "member_cache.h"
+
+namespace jni_double {
+
+std::function<jint(jbyteArray, jint, jint)> next_stream_buffer;
+
+namespace {
+
+// --- Objects and classes -------------------------------------------------------------------------
+
+struct Class;
+
+struct Object : std::enable_shared_from_this<Object> {
+  explicit Object(Class* c);
+  virtual ~Object() = default;
+
+  Class* its_class;
+  // Atomic without order: Java's fields are no synchronisation, and none must be made up here.
+  std::vector<std::atomic<jint>> fields;
+  std::string data;  // elements of an array, text of a string, message of an exception
+  std::map<jint, std::shared_ptr<Object>> streams;  // by position; an array that is read up
+};
+using ObjectPtr = std::shared_ptr<Object>;
+
+ObjectPtr shared(Object* object) {
+  return object == nullptr ? nullptr : object->shared_from_this();
+}
+
+struct Member {
+  Class* owner;
+  std::string name;
+  std::string signature;
+  std::size_t index;  // of a field
+  jint value;  // of a static one
+};
+
+struct Class : Object {
+  Class(std::string its_name, Class* its_super)
+      : Object(nullptr), name(std::move(its_name)), super(its_super) {}
+
+  std::string name;
+  Class* super;
+  std::deque<Member> members;
+};
+
+Object::Object(Class* c) : its_class(c), fields(c == nullptr ? 0 : c->members.size()) {}
+
+// Members are written name:type, name=value for a static int, name(arguments)result.
+const char* const kClasses[] = {
+    "java/lang/Object getClass()Ljava/lang/Class;",
+    "java/lang/Class getClassLoader()Ljava/lang/ClassLoader; getName()Ljava/lang/String;",
+    "java/lang/ClassLoader loadClass(Ljava/lang/String;)Ljava/lang/Class;",
+    "java/lang/Throwable getMessage()Ljava/lang/String;",
+    "java/lang/String",
+    "java/util/ArrayList",
+    "[B",
+    "[C",
+    "java/util/HashMap <init>()V",
+    "java/io/ByteArrayInputStream <init>([B)V",
+    "trevalon/db/oci/OciConnection logondata64:J logondata32:I ldaerrcode:I oserrcode:I isXA:Z",
+    "trevalon/db/oci/OciColumn input_stream_type:I coldata32:I coldata64:J "
+    "<init>(ILjava/lang/String;)V",
+    "trevalon/db/oci/OciCursor <init>(Ltrevalon/db/oci/OciConnection;IIZLjava/lang/String;)V "
+    "getNextStreamBuffer([BIII)I hasBlobColumn()Z registerStream(ILtrevalon/db/oci/PieceSource;)V "
+    "ASCII_STREAM=1 UNICODE_STREAM=2 BINARY_STREAM=3 CHARACTER_STREAM=4 selPieceLength:I "
+    "cursordata32:I cursordata64:J cdaerrorcode:I rowsprocessed:I parsererroffset:I sqlfunccode:I "
+    "ocifunccode:I oserrcode:I warnflags:I streams:Ljava/util/Map;",
+    "trevalon/db/oci/OciSchema addColumn(Ltrevalon/db/oci/OciColumn;)Ltrevalon/db/oci/OciSchema;",
+    "trevalon/db/oci/OciLob lobdata32:I lobdata64:J loberrcode:I",
+    "trevalon/db/oci/PieceSource ofBytes(Ljava/io/InputStream;)Ltrevalon/db/oci/PieceSource;"};
+constexpr char kThrowables[] =
+    "java/lang/NullPointerException java/lang/NoSuchFieldException java/lang/NoSuchFieldError "
+    "java/lang/NoSuchMethodError java/lang/NoClassDefFoundError java/lang/ClassNotFoundException "
+    "java/lang/InternalError java/lang/OutOfMemoryError java/lang/IllegalStateException "
+    "java/lang/ArrayIndexOutOfBoundsException java/sql/SQLException java/io/IOException";
+
+using Classes = std::map<std::string, std::shared_ptr<Class>>;
+
+void add_class(Classes& all, const std::string& line, const char* super) {
+  std::istringstream words(line);
+  std::string word;
+  words >> word;
+  const auto made = all[word] = std::make_shared<Class>(word, all[super].get());
+  while (words >> word) {
+    const std::size_t split = word.find_first_of(":=(");
+    const bool constant = word[split] == '=';
+    const std::string type = constant ? "I" : word.substr(word[split] == ':' ? split + 1 : split);
+    made->members.push_back({made.get(), word.substr(0, split), type, made->members.size(),
+                             constant ? std::stoi(word.substr(split + 1)) : 0});
+  }
+}
+
+Classes made_classes() {
+  Classes all;
+  for (const char* line : kClasses) add_class(all, line, "java/lang/Object");
+  all.at("java/lang/Object")->super = nullptr;
+  std::istringstream names(kThrowables);
+  for (std::string name; names >> name;) add_class(all, name, "java/lang/Throwable");
+  for (const auto& [name, made] : all) made->its_class = all.at("java/lang/Class").get();
+  return all;
+}
+
+Class* class_named(const std::string& name) {
+  static const Classes all = made_classes();
+  const auto found = all.find(name);
+  return found == all.end() ? nullptr : found->second.get();
+}
+
+bool is_a(const Class* c, const Class* wanted) {
+  while (c != nullptr && c != wanted) c = c->super;
+  return c != nullptr;
+}
+
+const std::string& name_of(const Object& object) {
+  return object.its_class->name;
+}
+
+ObjectPtr made(const char* class_name, const std::string& data = "") {
+  auto object = std::make_shared<Object>(class_named(class_name));
+  object->data = data;
+  return object;
+}
+
+// --- References ----------------------------------------------------------------------------------
+
+// References are numbers that are not used twice, so that one that was deleted is always seen;
+// those of global ones are odd. Readers share the lock: it must not put the threads in an order
+// that the library does not give them.
+std::shared_mutex globals_lock;
+std::map<std::uintptr_t, ObjectPtr> globals;
+std::atomic<std::uintptr_t> next_reference = 2;
+
+std::uintptr_t number(jobject reference) {
+  return reinterpret_cast<std::uintptr_t>(reference);
+}
+
+extern const JNINativeInterface_ table;
+
+struct Pinned {
+  ObjectPtr array;
+  std::unique_ptr<char[]> copy;
+};
+
+struct Environment : JNIEnv_ {
+  Environment() : JNIEnv_{&table} {}
+
+  std::thread::id thread = std::this_thread::get_id();
+  const char* function = "";  // the one in turn
+  ObjectPtr pending;
+  std::unordered_map<std::uintptr_t, ObjectPtr> locals;
+  std::vector<std::vector<std::uintptr_t>> frames{1};
+  std::size_t most_locals = 0;  // since the last NativeCall began
+  std::map<const void*, Pinned> pins;
+  int native_calls = 0;
+  int calls_to_fault = 0;
+  Fault how = Fault::Bare;
+  bool fired = false;
+};
+
+Environment& own() {
+  thread_local Environment environment;
+  return environment;
+}
+
+void report(const Environment& self, const std::string& what) {
+  if (testing::UnitTest::GetInstance()->current_test_info() == nullptr) {
+    std::fprintf(stderr, "JNI %s: %s\n", self.function, what.c_str());
+    std::abort();
+  }
+  ADD_FAILURE() << "JNI " << self.function << ": " << what;
+}
+
+// Calls that are allowed with an exception pending; all others come by enter.
+Environment& enter_pending(JNIEnv* e, const char* function) {
+  auto& self = static_cast<Environment&>(*e);
+  self.function = function;
+  if (self.thread != std::this_thread::get_id()) report(self, "another thread's environment");
+  return self;
+}
+
+Environment& enter(JNIEnv* e, const char* function) {
+  Environment& self = enter_pending(e, function);
+  if (self.pending != nullptr) report(self, "with a pending " + name_of(*self.pending));
+  return self;
+}
+
+template <typename Reference = jobject>
+Reference local(Environment& self, const ObjectPtr& object) {
+  if (object == nullptr) return nullptr;
+  const std::uintptr_t id = next_reference.fetch_add(2, std::memory_order_relaxed);
+  self.locals[id] = object;
+  self.frames.back().push_back(id);
+  self.most_locals = std::max(self.most_locals, self.locals.size());
+  return reinterpret_cast<Reference>(id);
+}
+
+Object* find(Environment& self, jobject reference) {
+  const std::uintptr_t id = number(reference);
+  if (id % 2 == 0) {
+    const auto found = self.locals.find(id);
+    return found == self.locals.end() ? nullptr : found->second.get();
+  }
+  const std::shared_lock held(globals_lock);
+  const auto found = globals.find(id);
+  return found == globals.end() ? nullptr : found->second.get();
+}
+
+// The object of a reference that must be alive and of the class. After a report, one of no class.
+Object& object(Environment& self, jobject reference, const char* of_class = "java/lang/Object") {
+  Object* found = find(self, reference);
+  if (found != nullptr && is_a(found->its_class, class_named(of_class))) return *found;
+  report(self, reference == nullptr ? "null"
+               : found == nullptr   ? "a reference that is deleted, or another thread's"
+                                    : "a " + name_of(*found) + " in place of a " + of_class);
+  static const auto nothing = std::make_shared<Class>("nothing", nullptr);
+  nothing->its_class = nothing.get();
+  return *nothing;
+}
+
+// The member behind an identifier, which must be one of the object's class and of these types.
+const Member& member_of(Environment& self, const Object& of, const void* id, const char* types) {
+  const auto* m = static_cast<const Member*>(id);
+  const bool fits = m != nullptr && is_a(of.its_class, m->owner) &&
+                    std::strchr(types, m->signature.front()) != nullptr;
+  if (fits) return *m;
+  if (name_of(of) != "nothing") {
+    report(self, m == nullptr ? "null identifier" : m->name + " of a " + name_of(of));
+  }
+  static const Member nothing{};
+  return nothing;
+}
+
+std::atomic<jint>& field(Environment& self, jobject reference, jfieldID id, const char* type) {
+  Object& of = object(self, reference);
+  const std::size_t index = member_of(self, of, id, type).index;
+  static std::atomic<jint> nowhere;
+  return index < of.fields.size() ? of.fields[index] : nowhere;
+}
+
+void raise(Environment& self, const char* class_name, const std::string& message) {
+  self.pending = made(class_name, message);
+}
+
+constexpr char kNoMemory[] = "java/lang/OutOfMemoryError";
+
+// True where this call is the one to fail: what cannot fail by its result alone always raises.
+bool fails(Environment& self, Fault least = Fault::Bare, const char* exception = kNoMemory) {
+  if (self.native_calls == 0 || self.calls_to_fault == 0 || --self.calls_to_fault > 0) return false;
+  self.fired = true;
+  if (least == Fault::Raising || self.how == Fault::Raising)
+    raise(self, exception, "by the double");
+  return true;
+}
+
+std::string with(std::string text, char from, char to) {
+  std::replace(text.begin(), text.end(), from, to);
+  return text;
+}
+
+void pin(Environment& self, Object& array, std::size_t room, const void** address) {
+  std::unique_ptr<char[]> copy(new char[room]);
+  std::memcpy(copy.get(), array.data.c_str(), room);
+  *address = copy.get();
+  self.pins[*address] = {array.shared_from_this(), std::move(copy)};
+}
+
+void unpin(Environment& self, Object& array, const void* address, jint mode) {
+  const auto found = self.pins.find(address);
+  const bool pinned = found != self.pins.end() && found->second.array.get() == &array;
+  if (!pinned) return report(self, "not pinned");
+  char* const copy = found->second.copy.get();
+  if (mode != JNI_ABORT) std::memcpy(array.data.data(), copy, array.data.size());
+  if (mode != JNI_COMMIT) self.pins.erase(found);
+}
+
+// --- The functions -------------------------------------------------------------------------------
+
+constexpr char kCursor[] = "trevalon/db/oci/OciCursor";
+constexpr char kString[] = "java/lang/String";
+
+// Members of a class only for their form: each is one entry of the table.
+struct Jni {
+  static jclass FindClass(JNIEnv* e, const char* name) {
+    Environment& self = enter(e, __func__);
+    constexpr char kMissing[] = "java/lang/NoClassDefFoundError";
+    if (fails(self, Fault::Raising, kMissing)) return nullptr;
+    if (class_named(name) == nullptr) raise(self, kMissing, name);
+    return local<jclass>(self, shared(class_named(name)));
+  }
+  static jclass GetObjectClass(JNIEnv* e, jobject reference) {
+    Environment& self = enter(e, __func__);
+    return local<jclass>(self, shared(object(self, reference).its_class));
+  }
+  static jint Throw(JNIEnv* e, jthrowable exception) {
+    Environment& self = enter(e, __func__);
+    self.pending = shared(&object(self, exception, "java/lang/Throwable"));
+    return 0;
+  }
+  static jint ThrowNew(JNIEnv* e, jclass c, const char* message) {
+    Environment& self = enter(e, __func__);
+    if (fails(self, Fault::Raising)) return -1;
+    const auto& thrown = static_cast<Class&>(object(self, c, "java/lang/Class"));
+    if (!is_a(&thrown, class_named("java/lang/Throwable"))) report(self, "a " + thrown.name);
+    raise(self, thrown.name.c_str(), message);
+    return 0;
+  }
+  static jthrowable ExceptionOccurred(JNIEnv* e) {
+    Environment& self = enter_pending(e, __func__);
+    return local<jthrowable>(self, self.pending);
+  }
+  static void ExceptionClear(JNIEnv* e) { enter_pending(e, __func__).pending = nullptr; }
+  static jboolean ExceptionCheck(JNIEnv* e) {
+    return enter_pending(e, __func__).pending != nullptr;
+  }
+
+  static jint PushLocalFrame(JNIEnv* e, jint) {
+    enter_pending(e, __func__).frames.emplace_back();
+    return 0;
+  }
+  static jobject PopLocalFrame(JNIEnv* e, jobject result) {
+    Environment& self = enter_pending(e, __func__);
+    const ObjectPtr kept = result == nullptr ? nullptr : shared(&object(self, result));
+    for (const std::uintptr_t id : self.frames.back()) self.locals.erase(id);
+    self.frames.pop_back();
+    return local(self, kept);
+  }
+  static jobject NewGlobalRef(JNIEnv* e, jobject reference) {
+    Environment& self = enter(e, __func__);
+    if (fails(self)) return nullptr;
+    const std::uintptr_t id = next_reference.fetch_add(2) + 1;
+    const ObjectPtr target = shared(&object(self, reference));
+    const std::unique_lock held(globals_lock);
+    globals[id] = target;
+    return reinterpret_cast<jobject>(id);
+  }
+  static void DeleteGlobalRef(JNIEnv* e, jobject reference) {
+    Environment& self = enter_pending(e, __func__);
+    const std::unique_lock held(globals_lock);
+    if (reference != nullptr && globals.erase(number(reference)) == 0) report(self, "none such");
+  }
+  static void DeleteLocalRef(JNIEnv* e, jobject reference) {
+    Environment& self = enter_pending(e, __func__);
+    if (reference != nullptr && self.locals.erase(number(reference)) == 0) report(self, "no such");
+  }
+  static jboolean IsSameObject(JNIEnv* e, jobject one, jobject other) {
+    return find(enter(e, __func__), one) == find(enter(e, __func__), other);
+  }
+  static jobjectRefType GetObjectRefType(JNIEnv* e, jobject reference) {
+    if (find(enter(e, __func__), reference) == nullptr) return JNIInvalidRefType;
+    return number(reference) % 2 != 0 ? JNIGlobalRefType : JNILocalRefType;
+  }
+
+  template <typename Id>
+  static Id find_member(JNIEnv* e, jclass c, const char* name, const char* signature) {
+    Environment& self = enter(e, "Get[Static]FieldID or MethodID");
+    constexpr bool kField = std::is_same_v<Id, jfieldID>;
+    const char* missing = kField ? "java/lang/NoSuchFieldError" : "java/lang/NoSuchMethodError";
+    if (fails(self, Fault::Raising, missing)) return nullptr;
+    Class* owner = &static_cast<Class&>(object(self, c, "java/lang/Class"));
+    for (; owner != nullptr; owner = owner->super) {
+      for (Member& m : owner->members) {
+        if (m.name == name && m.signature == signature) return reinterpret_cast<Id>(&m);
+      }
+    }
+    raise(self, missing, name);
+    return nullptr;
+  }
+  template <typename Value, char kType>
+  static Value get_field(JNIEnv* e, jobject o, jfieldID id) {
+    constexpr char kTypes[] = {kType, 0};
+    return static_cast<Value>(field(enter(e, "Get<Type>Field"), o, id, kTypes).load(kRelaxed));
+  }
+  template <typename Value, char kType>
+  static void set_field(JNIEnv* e, jobject o, jfieldID id, Value value) {
+    constexpr char kTypes[] = {kType, 0};
+    field(enter(e, "Set<Type>Field"), o, id, kTypes).store(value, kRelaxed);
+  }
+  // Only told that there is an object: registerStream keeps what is in it.
+  static void SetObjectField(JNIEnv* e, jobject o, jfieldID id, jobject value) {
+    field(enter(e, __func__), o, id, "L").store(value != nullptr, kRelaxed);
+  }
+  static jint GetStaticIntField(JNIEnv* e, jclass c, jfieldID id) {
+    Environment& self = enter(e, __func__);
+    const auto* m = reinterpret_cast<const Member*>(id);
+    if (m == nullptr || m->owner != &object(self, c)) report(self, "another class's field");
+    return m == nullptr ? 0 : m->value;
+  }
+
+  static jobject CallObjectMethodV(JNIEnv* e, jobject reference, jmethodID id, va_list arguments) {
+    Environment& self = enter(e, __func__);
+    Object& of = object(self, reference);
+    const std::string& name = member_of(self, of, id, "(").name;
+    if (fails(self, Fault::Raising)) return nullptr;
+    if (name == "getClass") return local(self, shared(of.its_class));
+    if (name == "getMessage") return local(self, made(kString, of.data));
+    if (name == "loadClass") return load(self, va_arg(arguments, jobject));
+    const auto& c = static_cast<Class&>(of);
+    if (name == "getName") return local(self, made(kString, with(c.name, '/', '.')));
+    // Only the package's own classes have a loader.
+    return c.name.starts_with("trevalon/") ? local(self, made("java/lang/ClassLoader")) : nullptr;
+  }
+  static jobject load(Environment& self, jobject name) {
+    const std::string& text = object(self, name, kString).data;
+    const bool slashes = text.find('/') != std::string::npos;
+    Class* found = slashes ? nullptr : class_named(with(text, '.', '/'));
+    if (found == nullptr) raise(self, "java/lang/ClassNotFoundException", text);
+    return local(self, shared(found));
+  }
+  // getNextStreamBuffer
+  static jint CallIntMethodV(JNIEnv* e, jobject reference, jmethodID id, va_list arguments) {
+    Environment& self = enter(e, __func__);
+    Object& cursor = object(self, reference, kCursor);
+    member_of(self, cursor, id, "(");
+    const auto buffer = va_arg(arguments, jbyteArray);
+    const jint position = va_arg(arguments, jint);
+    const jint length = va_arg(arguments, jint);
+    if (fails(self, Fault::Raising, "java/io/IOException")) return 0;
+    if (next_stream_buffer != nullptr) return next_stream_buffer(buffer, position, length);
+    if (cursor.streams[position] != nullptr) {
+      return read(object(self, buffer, "[B").data, cursor.streams[position]->data, length);
+    }
+    raise(self, "java/lang/IllegalStateException", "No stream");
+    return 0;
+  }
+  // As much as there is and fits.
+  static jint read(std::string& to, std::string& from, jint length) {
+    const auto wanted = static_cast<std::size_t>(std::max(length, 0));
+    const std::string piece = from.substr(0, std::min(to.size(), wanted));
+    from.erase(0, piece.size());
+    to.replace(0, piece.size(), piece);
+    return static_cast<jint>(piece.size());
+  }
+  // registerStream
+  static void CallVoidMethodV(JNIEnv* e, jobject reference, jmethodID id, va_list arguments) {
+    Environment& self = enter(e, __func__);
+    Object& cursor = object(self, reference, kCursor);
+    member_of(self, cursor, id, "(");
+    const jint position = va_arg(arguments, jint);
+    cursor.streams[position] = shared(&object(self, va_arg(arguments, jobject)));
+  }
+  // PieceSource.ofBytes: the stream itself serves as source.
+  static jobject CallStaticObjectMethodA(JNIEnv* e, jclass, jmethodID, const jvalue* arguments) {
+    Environment& self = enter(e, __func__);
+    return local(self, shared(&object(self, arguments->l)));
+  }
+  static jobject AllocObject(JNIEnv* e, jclass c) {
+    Environment& self = enter(e, __func__);
+    if (fails(self)) return nullptr;
+    const auto& its_class = static_cast<Class&>(object(self, c, "java/lang/Class"));
+    return local(self, made(its_class.name.c_str()));
+  }
+  // A constructor keeps what its array holds.
+  static jobject NewObjectV(JNIEnv* e, jclass c, jmethodID id, va_list arguments) {
+    const jobject created = AllocObject(e, c);
+    Environment& self = enter(e, __func__);
+    Object& object_made = object(self, created);
+    if (member_of(self, object_made, id, "(").signature == "([B)V") {
+      object_made.data = object(self, va_arg(arguments, jobject), "[B").data;
+    }
+    return created;
+  }
+
+  static jstring NewStringUTF(JNIEnv* e, const char* text) {
+    Environment& self = enter(e, __func__);
+    return fails(self) ? nullptr : local<jstring>(self, made(kString, text));
+  }
+  // ASCII is all that tests look at.
+  static jstring NewString(JNIEnv* e, const jchar* units, jsize length) {
+    Environment& self = enter(e, __func__);
+    if (fails(self, Fault::Raising)) return nullptr;
+    return local<jstring>(self, made(kString, std::string(units, units + length)));
+  }
+  static jsize GetStringLength(JNIEnv* e, jstring text) {
+    return static_cast<jsize>(object(enter(e, __func__), text, kString).data.size());
+  }
+  static const char* GetStringUTFChars(JNIEnv* e, jstring reference, jboolean*) {
+    Environment& self = enter(e, __func__);
+    Object& text = object(self, reference, kString);
+    const void* address = nullptr;
+    pin(self, text, text.data.size() + 1, &address);
+    return static_cast<const char*>(address);
+  }
+  static void ReleaseStringUTFChars(JNIEnv* e, jstring text, const char* chars) {
+    Environment& self = enter_pending(e, __func__);
+    unpin(self, object(self, text, kString), chars, JNI_ABORT);
+  }
+  static jsize GetArrayLength(JNIEnv* e, jarray reference) {
+    Environment& self = enter(e, __func__);
+    const Object* found = find(self, reference);
+    const bool of_chars = found != nullptr && name_of(*found) == "[C";
+    const std::size_t size = object(self, reference, of_chars ? "[C" : "[B").data.size();
+    return static_cast<jsize>(of_chars ? size / sizeof(jchar) : size);
+  }
+
+ private:
+  static constexpr auto kRelaxed = std::memory_order_relaxed;
+};
+
+template <typename Array, typename Element>
+struct ArrayFunctions {
+  static constexpr const char* kClass = sizeof(Element) == 1 ? "[B" : "[C";
+
+  static Array make(JNIEnv* e, jsize length) {
+    Environment& self = enter(e, "New<Type>Array");
+    if (length < 0) report(self, "negative length");
+    if (length < 0 || fails(self)) return nullptr;
+    return local<Array>(self, made(kClass, std::string(std::size_t(length) * sizeof(Element), 0)));
+  }
+  static Element* get(JNIEnv* e, Array reference, jboolean*) {
+    Environment& self = enter(e, "Get<Type>ArrayElements");
+    Object& array = object(self, reference, kClass);
+    const void* address = nullptr;
+    if (!fails(self)) pin(self, array, array.data.size(), &address);
+    return static_cast<Element*>(const_cast<void*>(address));
+  }
+  static void release(JNIEnv* e, Array reference, Element* elements, jint mode) {
+    Environment& self = enter_pending(e, "Release<Type>ArrayElements");
+    unpin(self, object(self, reference, kClass), elements, mode);
+  }
+  // The bytes of a region, or null after raising.
+  static char* region(JNIEnv* e, Array reference, jsize start, jsize length) {
+    Environment& self = enter(e, "Get or Set<Type>ArrayRegion");
+    std::string& data = object(self, reference, kClass).data;
+    const auto from = std::size_t(start) * sizeof(Element);
+    const bool inside =
+        start >= 0 && length >= 0 && from + std::size_t(length) * sizeof(Element) <= data.size();
+    if (!inside) raise(self, "java/lang/ArrayIndexOutOfBoundsException", "region");
+    return inside ? data.data() + from : nullptr;
+  }
+  static void read(JNIEnv* e, Array array, jsize start, jsize length, Element* to) {
+    const char* from = region(e, array, start, length);
+    if (from != nullptr && length > 0) std::memcpy(to, from, std::size_t(length) * sizeof *to);
+  }
+  static void write(JNIEnv* e, Array array, jsize start, jsize length, const Element* from) {
+    char* to = region(e, array, start, length);
+    if (to != nullptr && length > 0) std::memcpy(to, from, std::size_t(length) * sizeof *from);
+  }
+};
+using Bytes = ArrayFunctions<jbyteArray, jbyte>;
+using Chars = ArrayFunctions<jcharArray, jchar>;
+
+// --- The table -----------------------------------------------------------------------------------
+
+template <std::size_t Index>
+void not_for_us() {
+  std::fprintf(stderr, "JNI: function %zu of the table is not provided\n", Index);
+  std::abort();
+}
+
+template <std::size_t... Index>
+JNINativeInterface_ refusing(std::index_sequence<Index...>) {
+  void (*const entries[])() = {not_for_us<Index>...};
+  static_assert(sizeof entries == sizeof(JNINativeInterface_));
+  JNINativeInterface_ t;
+  std::memcpy(static_cast<void*>(&t), entries, sizeof t);
+  return t;
+}
+
+JNINativeInterface_ made_table() {
+  constexpr std::size_t kEntries = sizeof(JNINativeInterface_) / sizeof(void*);
+  JNINativeInterface_ t = refusing(std::make_index_sequence<kEntries>());
+#define OWN(name) t.name = Jni::name
+  // clang-format off
+  OWN(FindClass), OWN(GetObjectClass), OWN(Throw), OWN(ThrowNew), OWN(ExceptionOccurred);
+  OWN(ExceptionClear), OWN(ExceptionCheck), OWN(PushLocalFrame), OWN(PopLocalFrame);
+  OWN(NewGlobalRef), OWN(DeleteGlobalRef), OWN(DeleteLocalRef), OWN(IsSameObject);
+  OWN(GetObjectRefType), OWN(SetObjectField), OWN(GetStaticIntField), OWN(CallObjectMethodV);
+  OWN(CallIntMethodV), OWN(CallVoidMethodV), OWN(CallStaticObjectMethodA), OWN(AllocObject);
+  OWN(NewObjectV), OWN(NewStringUTF), OWN(NewString), OWN(GetStringUTFChars);
+  OWN(ReleaseStringUTFChars), OWN(GetArrayLength), OWN(GetStringLength);
+  t.GetFieldID = t.GetStaticFieldID = Jni::find_member<jfieldID>;
+  t.GetMethodID = t.GetStaticMethodID = Jni::find_member<jmethodID>;
+  t.GetIntField = Jni::get_field<jint, 'I'>, t.SetIntField = Jni::set_field<jint, 'I'>;
+  t.GetBooleanField = Jni::get_field<jboolean, 'Z'>;
+  t.SetBooleanField = Jni::set_field<jboolean, 'Z'>;
+  t.NewByteArray = Bytes::make, t.NewCharArray = Chars::make;
+  t.GetByteArrayElements = Bytes::get, t.GetCharArrayElements = Chars::get;
+  t.ReleaseByteArrayElements = Bytes::release, t.ReleaseCharArrayElements = Chars::release;
+  t.GetByteArrayRegion = Bytes::read, t.GetCharArrayRegion = Chars::read;
+  t.SetByteArrayRegion = Bytes::write, t.SetCharArrayRegion = Chars::write;
+  // clang-format on
+  return t;
+}
+
+const JNINativeInterface_ table = made_table();
+
+jint attach(JavaVM*, void** environment_at, void*) {
+  *environment_at = environment();
+  return JNI_OK;
+}
+
+jint detach(JavaVM*) {
+  if (!own().pins.empty()) report(own(), "a thread ends with pins");
+  return JNI_OK;
+}
+
+// What a test leaves behind fails it.
+class Watch : public testing::EmptyTestEventListener {
+  void OnTestStart(const testing::TestInfo&) override {
+    Jni::PushLocalFrame(&own(), 0);
+    before_ = held();
+  }
+  void OnTestEnd(const testing::TestInfo&) override {
+    EXPECT_EQ(held().pins, 0u) << "left pinned";
+    EXPECT_EQ(held().globals, before_.globals) << "global references";
+    EXPECT_EQ(own().pending, nullptr) << "left pending";
+    Jni::PopLocalFrame(&own(), nullptr);
+  }
+  Held before_{};
+};
+
+}  // namespace
+
+JNIEnv* environment() {
+  return &own();
+}
+
+Held held() {
+  const std::shared_lock lock(globals_lock);
+  Held all{own().pins.size(), globals.size()};
+  for (const jclass cached :
+       {OciConnectionClass, OciColumnClass, OciCursorClass, OciSchemaClass, OciLobClass}) {
+    all.globals -= globals.count(number(cached));
+  }
+  return all;
+}
+
+void fail_call(int n, Fault how) {
+  own().calls_to_fault = n;
+  own().how = how;
+  own().fired = false;
+}
+
+bool fault_fired() {
+  return own().fired;
+}
+
+NativeCall::NativeCall() : locals_(own().locals.size()) {
+  Jni::PushLocalFrame(&own(), 0);
+  own().most_locals = locals_;
+  ++own().native_calls;
+}
+
+NativeCall::~NativeCall() {
+  constexpr std::size_t kPromised = 16;
+  Environment& self = own();
+  --self.native_calls;
+  self.function = "native method";
+  if (!self.pins.empty()) report(self, "returns with pins");
+  if (self.most_locals - locals_ > kPromised) report(self, "has too many local references");
+  Jni::PopLocalFrame(&self, nullptr);
+}
+
+}  // namespace jni_double
+
+extern "C" JNIEXPORT jint JNICALL JNI_CreateJavaVM(JavaVM** vm, void** environment_at, void*) {
+  static JNIInvokeInterface_ functions{};
+  static JavaVM machine{&functions};
+  functions.AttachCurrentThread = jni_double::attach;
+  functions.DetachCurrentThread = jni_double::detach;
+  *vm = &machine;
+  testing::UnitTest::GetInstance()->listeners().Append(new jni_double::Watch);
+  return jni_double::attach(*vm, environment_at, nullptr);
+}

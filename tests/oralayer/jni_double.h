@@ -1,0 +1,57 @@
+// A Java virtual machine without Java: a JNI function table of our own on a few small objects,
+// which JNI_CreateJavaVM hands out as libjvm's does. Leak and thread checks work on it, as they do
+// not in a process with a real one.
+//
+// It knows the classes that the library and the fixtures use. It holds its callers to the rules of
+// JNI and reports a breach as a failure of the test, or ends the process where no test runs: calls
+// with an exception pending, null and deleted references, objects and members of another class,
+// another thread's environment, what is released twice or never. A function that nobody here may
+// call ends the process. Pins are copies, freed by their release.
+#ifndef ORALAYER_JNI_DOUBLE_H
+#define ORALAYER_JNI_DOUBLE_H
+
+#include <jni.h>
+
+#include <functional>
+
+namespace jni_double {
+
+/// The calling thread's environment, made by the first call.
+JNIEnv* environment();
+
+/// What the calling thread has not given back, and global references apart from the library's own
+/// to its classes. Compared around every test.
+struct Held {
+  std::size_t pins;
+  std::size_t globals;
+};
+Held held();
+
+enum class Fault {
+  Bare,  // null, where that alone says it
+  Raising  // an exception as well
+};
+
+/// Fails the n-th call, from 1, that a JVM may fail; 0: none. Only calls inside a NativeCall count.
+void fail_call(int n, Fault how);
+bool fault_fired();
+
+/// What Java's getNextStreamBuffer does. Without one it reads what registerStream was given.
+extern std::function<jint(jbyteArray buffer, jint position, jint length)> next_stream_buffer;
+
+/// The frame that a JVM makes for a native method: expects that it ends without pins, and that it
+/// never has more local references than a JVM promises.
+class NativeCall {
+ public:
+  NativeCall();
+  ~NativeCall();
+  NativeCall(const NativeCall&) = delete;
+  NativeCall& operator=(const NativeCall&) = delete;
+
+ private:
+  std::size_t locals_;
+};
+
+}  // namespace jni_double
+
+#endif

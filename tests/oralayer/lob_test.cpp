@@ -1,0 +1,365 @@
+// LOB objects and the LOB locators of columns.
+#include <unistd.h>
+
+#include <functional>
+
+#include "jvm_test.h"
+
+using oci_double::state;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+namespace {
+
+const char* const kCode = "OCIErrorGet(err1,1,-,-,0,2)";
+const char* const kAlloc = "OCIDescriptorAlloc(env1,null,50,0,-)";
+
+std::string string_of(jstring text) {
+  const char* chars = env->GetStringUTFChars(text, nullptr);
+  std::string copy = chars;
+  env->ReleaseStringUTFChars(text, chars);
+  return copy;
+}
+
+jchar first_char(jcharArray array) {
+  jchar value = 0;
+  env->GetCharArrayRegion(array, 0, 1, &value);
+  return value;
+}
+
+jchar* pin_no_chars(JNIEnv*, jcharArray, jboolean*) {
+  return nullptr;
+}
+
+class Lob : public JvmTest {
+ protected:
+  void SetUp() override {
+    JvmTest::SetUp();
+    connection = new_connection();
+    calls();
+  }
+  jobject column_with_locator() {
+    const jobject column = new_column();
+    COLUMN(allocLobLocator)(env, column, connection, -999);
+    calls();
+    return column;
+  }
+  jint code(jobject lob) { return get_int(lob, "loberrcode"); }
+
+  jobject connection = nullptr;
+  const jbyteArray ten = bytes("0123456789");
+  const jcharArray ten_chars = env->NewCharArray(10);
+};
+
+TEST_F(Lob, ALocatorIsAllocatedOnceAtATimeAndFreedWithTheObject) {
+  const jobject lob = new_lob(false);
+  LOB(native_1finalize)(env, lob);
+  EXPECT_THAT(calls(), IsEmpty());
+  LOB(initialize)(env, lob);
+  EXPECT_FALSE(LOB(allocLob)(env, lob, connection));
+  EXPECT_FALSE(LOB(allocLob)(env, lob, connection));
+  state().reply("OCIDescriptorAlloc", OCI_ERROR, 1019);
+  EXPECT_TRUE(LOB(allocLob)(env, lob, connection));
+  EXPECT_EQ(code(lob), 1019);
+  EXPECT_FALSE(LOB(allocLob)(env, lob, connection));
+  EXPECT_EQ(code(lob), 1019) << "a success clears nothing";
+  LOB(native_1finalize)(env, lob);
+  LOB(native_1finalize)(env, lob);
+  EXPECT_THAT(calls(), ElementsAre(kAlloc, "OCIDescriptorFree(lob1,50)", kAlloc,
+                                   "OCIDescriptorFree(lob2,50)", kAlloc, kCode, kAlloc,
+                                   "OCIDescriptorFree(lob3,50)"));
+  EXPECT_EQ(get_int(lob, "lobdata32"), 0);
+}
+
+TEST_F(Lob, AFetchedLocatorIsCopied) {
+  const jobject lob = new_lob(false);
+  const jobject column = new_column();
+  const auto assign = [&] { return LOB(assignLobFromColumn)(env, lob, connection, column); };
+  assign();
+  expect_raised("NullPointerException", "SOURCE COLUMN LOBLOCATOR is null");
+  LOB(assignLobFromColumn)(env, lob, connection, nullptr);
+  expect_raised("NullPointerException", "COL is null");
+  LOB(assignLobFromColumn)(env, lob, connection, allocate("OciColumn"));
+  expect_raised("NullPointerException", "COL is null");
+  EXPECT_THAT(calls(), IsEmpty());
+  COLUMN(allocLobLocator)(env, column, connection, -999);
+  EXPECT_FALSE(assign());
+  state().reply("OCILobAssign", OCI_ERROR, 22275);
+  EXPECT_TRUE(assign());
+  EXPECT_EQ(code(lob), 22275);
+  EXPECT_THAT(calls(), ElementsAre(kAlloc, kAlloc, "OCILobAssign(env1,err1,lob1,lob2)",
+                                   "OCIDescriptorFree(lob2,50)", kAlloc,
+                                   "OCILobAssign(env1,err1,lob1,lob3)", kCode));
+  state().reply("OCIDescriptorAlloc", OCI_ERROR);
+  state().reply("OCILobAssign", OCI_ERROR, 22276);
+  EXPECT_TRUE(assign());
+  EXPECT_THAT(calls(), testing::Contains("OCILobAssign(env1,err1,lob1,null)"));
+  expect_raised("InternalError", "in assignLobFromColumn: OCIDescriptorAlloc FAILED");
+  EXPECT_EQ(code(lob), 22276);
+}
+
+TEST_F(Lob, AColumnOwnsTheLocatorThatItAllocated) {
+  const jobject column = new_column(1, SQLT_CHR);
+  COLUMN(allocLobLocator)(env, column, connection, -999);
+  EXPECT_EQ(column_of(column)->internal_dbtype, SQLT_CHR);
+  COLUMN(allocLobLocator)(env, column, connection, SQLT_CLOB);
+  EXPECT_EQ(column_of(column)->internal_dbtype, SQLT_CLOB);
+  EXPECT_EQ(column_of(column)->external_dbtype, SQLT_CLOB);
+  COLUMN(deallocLobLocator)(env, column);
+  COLUMN(deallocLobLocator)(env, column);
+  EXPECT_THAT(calls(), ElementsAre(kAlloc, "OCIDescriptorFree(lob1,50)", kAlloc,
+                                   "OCIDescriptorFree(lob2,50)"));
+  state().reply("OCIDescriptorAlloc", OCI_ERROR);
+  COLUMN(allocLobLocator)(env, column, connection, SQLT_BLOB);
+  expect_raised("InternalError", "in OciColumn_allocLobLocator: OCIDescriptorAlloc FAILED");
+  EXPECT_EQ(column_of(column)->internal_dbtype, SQLT_BLOB);
+  COLUMN(allocLobLocator)(env, column, connection, -999);
+  state().reply("OCIDescriptorFree", OCI_ERROR);
+  COLUMN(deallocLobLocator)(env, column);
+  expect_raised("InternalError", "in OciColumn_deallocLobLocator: OCIDescriptorFree FAILED");
+  EXPECT_EQ(column_of(column)->lobloc, nullptr);
+}
+
+TEST_F(Lob, SettersBorrowTheLocator) {
+  using Setter = std::function<void(jobject, jobject)>;
+  const auto with = [](auto setter, jboolean null) {
+    return [=](jobject column, jobject lob) { setter(env, column, lob, null); };
+  };
+  const auto with_type = [](jint type, jboolean null) {
+    return [=](jobject c, jobject lob) { COLUMN(setValueWithLob)(env, c, lob, type, null); };
+  };
+  const struct {
+    Setter set;
+    sb2 type, type_when_refused;
+    sb2 indicator;
+    bool keeps_locator;
+  } cases[] = {{with_type(112, 0), 112, 112, 0, true},
+               {with_type(113, 1), 113, 113, -1, true},
+               {with(COLUMN(setValueWithBlob), 0), 113, 1, 0, true},
+               {with(COLUMN(setValueWithBlob), 1), 113, 1, -1, false},
+               {with(COLUMN(setValueWithClob), 0), 112, 1, 0, true},
+               {with(COLUMN(setValueWithClob), 1), 112, 1, -1, false}};
+  for (const auto& c : cases) {
+    const jobject lob = new_lob();
+    const jobject column = column_with_locator();
+    c.set(column, allocate("OciLob"));
+    expect_raised("NullPointerException", "Lob is null");
+    EXPECT_EQ(column_of(column)->internal_dbtype, c.type_when_refused);
+    EXPECT_THAT(calls(), IsEmpty());
+    c.set(column, lob);
+    EXPECT_EQ(column_of(column)->internal_dbtype, c.type);
+    EXPECT_EQ(column_of(column)->external_dbtype, c.type);
+    EXPECT_EQ(column_of(column)->indpvect[0], c.indicator);
+    EXPECT_EQ(column_of(column)->lobloc, c.keeps_locator ? lob_of(lob)->lobloc : nullptr);
+    COLUMN(deallocLobLocator)(env, column);
+    EXPECT_EQ(calls().size(), 1U) << "only the column's own locator is freed";
+    LOB(allocLob)(env, lob, connection);
+    EXPECT_EQ(column_of(column)->lobloc, nullptr);
+  }
+}
+
+TEST_F(Lob, AStatementDoesNotRunOnALocatorThatIsGone) {
+  const jobject cursor = new_cursor();
+  const jobject column = new_column();
+  const auto bind = [&](jobject lob, jboolean null) {
+    COLUMN(setValueWithBlob)(env, column, lob, null);
+    calls();
+    EXPECT_FALSE(CURSOR(bindVariableByPosition)(env, cursor, column));
+  };
+  const jobject lob = new_lob();
+  bind(lob, JNI_FALSE);
+  EXPECT_THAT(calls(), testing::Contains("OCIBindByPos(stmt1,null,err1,1,4,113,+,+,-,0,-,0)"));
+  EXPECT_EQ(state().binds.back().value, &column_of(column)->lobloc);
+  EXPECT_FALSE(CURSOR(exec)(env, cursor));
+  EXPECT_EQ(raised(), "");
+  const std::function<void()> ends[] = {[&] {
+                                          LOB(allocLob)
+                                          (env, lob, connection);
+                                        },
+                                        [&] {
+                                          LOB(native_1finalize)
+                                          (env, lob);
+                                        }};
+  for (const auto& end : ends) {
+    bind(lob, JNI_FALSE);
+    end();
+    calls();
+    CURSOR(exec)(env, cursor);
+    expect_raised("InternalError", "the LOB object that the column was given has ended or changed");
+    LOB(assignLobFromColumn)(env, new_lob(), connection, column);
+    expect_raised("InternalError", "the LOB object that the column was given has ended or changed");
+    EXPECT_THAT(calls(), testing::Not(testing::Contains(HasSubstr("Execute"))));
+  }
+  bind(new_lob(), JNI_TRUE);
+  EXPECT_FALSE(CURSOR(exec)(env, cursor));
+  EXPECT_EQ(raised(), "");
+}
+
+TEST_F(Lob, EveryTransferIsOneCallWithTheseArguments) {
+  constexpr jlong k2To32 = jlong{1} << 32;
+  const jobject lob = new_lob();
+  state().lob_amount = 7;
+  const struct {
+    std::function<jlong()> call;
+    const char* expected;
+    jlong result;
+  } cases[] = {
+      {[&] { return LOB(getLobLength)(env, lob, connection); }, "OCILobGetLength(svc1,err1,lob1)",
+       7},
+      {[&] { return jlong{LOB(getLobCharSetId)(env, lob, connection)}; },
+       "OCILobCharSetId(env1,err1,lob1)", 7},
+      {[&] { return jlong{LOB(getLobCharSetForm)(env, lob, connection)}; },
+       "OCILobCharSetForm(env1,err1,lob1)", 7},
+      {[&] { return LOB(getLobBuf)(env, lob, connection, ten, 1, 9, 10, 65536 + 31, 256 + 2); },
+       "OCILobRead(svc1,err1,lob1,9,1,10,-,-,31,2)", 7},
+      {[&] {
+         return LOB(getLobBuf)(env, lob, connection, ten, k2To32 + 5, k2To32 + 9, k2To32 + 8, 0, 1);
+       },
+       "OCILobRead(svc1,err1,lob1,9,5,8,-,-,0,1)", 7},
+      {[&] { return LOB(writeLobBuf)(env, lob, connection, ten, 3, 0, 8, 256 + 1, 1, 1); },
+       "OCILobWrite(svc1,err1,lob1,0,3,8,1,-,-,1,1)", 8},
+      {[&] { return LOB(getLobUCS2CharBuf)(env, lob, connection, ten_chars, 2, 10, 31, 2); },
+       "OCILobRead(svc1,err1,lob1,10,2,20,-,-,1000,2)", 7},
+      {[&] { return LOB(writeLobUCS2CharBuf)(env, lob, connection, ten_chars, 4, 3, 3, 31, 1); },
+       "OCILobWrite(svc1,err1,lob1,3,4,6,3,-,-,1000,1)", 7}};
+  for (const auto& c : cases) {
+    calls();
+    EXPECT_EQ(c.call(), c.result);
+    EXPECT_THAT(calls(), ElementsAre(c.expected));
+    const std::string function(c.expected, std::string(c.expected).find('('));
+    for (const sword status : {OCI_ERROR, OCI_SUCCESS_WITH_INFO, OCI_NEED_DATA}) {
+      state().reply(function, status, 3000 + status);
+      EXPECT_EQ(c.call(), -1);
+      EXPECT_EQ(code(lob), 3000 + status);
+    }
+    EXPECT_EQ(raised(), "");
+  }
+  state().lob_amount = 0xFFFFFFFF;
+  EXPECT_EQ(LOB(getLobLength)(env, lob, connection), k2To32 - 1);
+}
+
+TEST_F(Lob, BuffersCarryTheContents) {
+  const jobject lob = new_lob();
+  state().lob_data = std::string("H\0E\0L\0L\0O\0", 10);
+  state().lob_amount = 5;
+  const jstring text = LOB(getLobUCS2Buf)(env, lob, connection, 1, 5, 0, 1);
+  EXPECT_THAT(calls(), testing::Contains("OCILobRead(svc1,err1,lob1,5,1,10,-,-,1000,1)"));
+  EXPECT_EQ(string_of(text), "HELLO");
+  LOB(getLobUCS2CharBuf)(env, lob, connection, ten_chars, 1, 5, 0, 1);
+  EXPECT_EQ(first_char(ten_chars), 'H');
+  LOB(getLobBuf)(env, lob, connection, ten, 1, 3, 3, 0, 1);
+  EXPECT_EQ(contents(ten), std::string("H\0E3456789", 10));
+  LOB(writeLobBuf)(env, lob, connection, ten, 1, 4, 4, 0, 0, 1);
+  EXPECT_EQ(state().lob_written, std::string("H\0E3", 4));
+  LOB(writeLobUCS2CharBuf)(env, lob, connection, ten_chars, 1, 2, 0, 0, 1);
+  EXPECT_EQ(state().lob_written, std::string("H\0E\0", 4));
+  state().lob_amount = 1000;
+  EXPECT_EQ(env->GetStringLength(LOB(getLobUCS2Buf)(env, lob, connection, 1, 2, 0, 1)), 2)
+      << "not more than the buffer has";
+}
+
+TEST_F(Lob, WhatDoesNotFitIsRefusedBeforeTheCall) {
+  const jobject lob = new_lob();
+  const jobject empty = new_lob(false);
+  const std::string internal = "java.lang.InternalError: ";
+  const std::string too_long =
+      "java.lang.ArrayIndexOutOfBoundsException: the length given is larger than the array";
+  const auto read = [&](jobject o, jlong n) {
+    LOB(getLobBuf)(env, o, connection, ten, 1, 1, n, 0, 1);
+  };
+  const auto write = [&](jobject o, jlong n) {
+    LOB(writeLobBuf)(env, o, connection, ten, 1, 1, n, 0, 0, 1);
+  };
+  const auto read_chars = [&](jobject o, jlong n) {
+    LOB(getLobUCS2CharBuf)(env, o, connection, ten_chars, 1, n, 0, 1);
+  };
+  const auto write_chars = [&](jobject o, jlong n) {
+    LOB(writeLobUCS2CharBuf)(env, o, connection, ten_chars, 1, n, 0, 0, 1);
+  };
+  const auto read_string = [&](jobject o, jlong n) {
+    LOB(getLobUCS2Buf)(env, o, connection, 1, n, 0, 1);
+  };
+  const struct {
+    std::function<void(jobject, jlong)> call;
+    const char *no_locator, *not_pinned;
+  } cases[] = {
+      {read, "getLobBuf:  lob->lobloc is null", "getLobBuf: GetByteArrayElements FAILED !"},
+      {write, "writeLobBuf:  lob->lobloc is null", "writeLobBuf: GetByteArrayElements FAILED !"},
+      {read_chars, "getLobUCS2CharBuf:  lob->lobloc is null",
+       "getLobUCS2CharBuf: GetByteArrayElements FAILED !"},
+      {write_chars, "writeLobBuf:  lob->lobloc is null",
+       "getLobUCS2CharBuf: GetByteArrayElements FAILED !"},
+      {read_string, "getLobBuf:  lob->lobloc is null", nullptr}};
+  calls();
+  for (const auto& c : cases) {
+    c.call(empty, 10);
+    EXPECT_EQ(raised(), internal + c.no_locator);
+    if (c.not_pinned == nullptr) continue;
+    for (const jlong length : {jlong{11}, jlong{-1}, jlong{0xFFFFFFFF}}) {
+      c.call(lob, length);
+      EXPECT_EQ(raised(), too_long);
+    }
+    JniTable table;
+    table.copy.GetByteArrayElements = pin_nothing;
+    table.copy.GetCharArrayElements = pin_no_chars;
+    c.call(lob, 10);
+    EXPECT_EQ(raised(), internal + c.not_pinned);
+  }
+  read_string(lob, 0x80000000);
+  expect_raised("OutOfMemoryError", "Out of memory");
+  EXPECT_THAT(calls(), IsEmpty());
+}
+
+TEST_F(Lob, OnlyTheStringReadTurnsAFailureIntoAnException) {
+  const jobject lob = new_lob();
+  state().reply("OCILobRead", OCI_NEED_DATA, 3130);
+  EXPECT_EQ(LOB(getLobUCS2Buf)(env, lob, connection, 1, 5, 0, 1), nullptr);
+  EXPECT_EQ(raised(), "java.sql.SQLException: Error Reading Lob in getLobUCS2Buf");
+  EXPECT_EQ(code(lob), 3130);
+}
+
+TEST_F(Lob, TransfersAreTraced) {
+  const jobject lob = new_lob();
+  state().lob_amount = 3;
+  expect_in_order(
+      traced([&] {
+        LOB(getLobLength)(env, lob, connection);
+        LOB(writeLobBuf)(env, lob, connection, ten, 1, 3, 3, 0, 0, 1);
+        LOB(getLobBuf)(env, lob, connection, ten, 1, 3, 3, 0, 1);
+        LOB(writeLobUCS2CharBuf)(env, lob, connection, ten_chars, 1, 3, 0, 0, 1);
+        LOB(getLobUCS2CharBuf)(env, lob, connection, ten_chars, 1, 3, 0, 1);
+      }),
+      {"^^^^^^^ getLobLength: about to call OCILobGetLength\n", "*** OCILobWrite             ***\n",
+       "Write data (3 bytes)", "RETURN LEN 3\n", "Fetch data (3 bytes)", "RETURN LEN 3\n",
+       "Write data as chars (3 bytes)", "Write data as bytes (6 bytes)",
+       "Fetch data as chars (3 bytes)", "Fetch data as bytes (6 bytes)"});
+}
+
+TEST_F(Lob, TheDescribeOfParametersEndsTheProcessAfterItsChecks) {
+  const jobject schema = allocate("OciSchema");
+  const auto describe = [&](jobject c, jobject s, jbyteArray name) {
+    return CONNECTION(native_1describeParams)(env, c, s, name);
+  };
+  const struct {
+    jobject connection, schema;
+    jbyteArray name;
+    const char* message;
+  } cases[] = {{nullptr, nullptr, nullptr, "JNIEnv"},
+               {allocate("OciConnection"), nullptr, nullptr, "OciSchema not set"},
+               {allocate("OciConnection"), schema, nullptr, "Parameter not set"},
+               {allocate("OciConnection"), schema, ten, "LDA not set"}};
+  for (const auto& c : cases) {
+    EXPECT_FALSE(describe(c.connection, c.schema, c.name));
+    expect_raised("NullPointerException", c.message);
+  }
+  EXPECT_THAT(calls(), IsEmpty());
+  EXPECT_EXIT(
+      {
+        dup2(2, 1);  // death tests look at standard error
+        describe(connection, schema, ten);
+      },
+      testing::ExitedWithCode(1), "^FIXME: ConnectionJNI 2  OCIDescribeAny call is broken\n$");
+}
+
+}  // namespace
