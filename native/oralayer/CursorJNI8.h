@@ -41,6 +41,7 @@ struct lent_record {
 struct statement_memory {
   stream_context* contexts;
   lent_record* lent;
+  lent_record* spare;  // for the next one, so that nothing can fail once OCI has a buffer
   bool running;  // inside OCIStmtExecute, where Java may be called
   bool of_heap;  // of a client library that gave no user memory
 };
@@ -80,15 +81,18 @@ bool is_open(JNIEnv* env, const cdadata& cda);
 /// next chunk, has come back to its cursor.
 bool is_idle(JNIEnv* env, const cdadata& cda);
 
-/// What a bind or define asks of its cursor: is_open and is_idle.
-bool may_bind(JNIEnv* env, const cdadata& cda);
+/// What a bind or define asks of its cursor: is_open, is_idle and may_lend.
+bool may_bind(JNIEnv* env, cdadata& cda);
 
 /// The rows that every column defined on the statement has room for.
 sb4 defined_rows(const cdadata& cda);
 
+/// Sees to the memory that the next lend needs, before OCI is told of anything. The cursor must be
+/// open. False after raising OutOfMemoryError.
+bool may_lend(JNIEnv* env, cdadata& cda);
 /// Keeps what OCI was told of, in the place of what was lent before at the position (Chain: of the
-/// same record). The cursor must be open. False after raising OutOfMemoryError.
-bool lend(JNIEnv* env, cdadata& cda, const lent_record& what);
+/// same record). After may_lend.
+void lend(cdadata& cda, const lent_record& what);
 /// True for a LONG column on the chain that has ended since, or lent its buffers anew elsewhere.
 bool has_ended(const cdadata& cda, const void* record);
 /// False after raising InternalError: a column or cursor that OCI would touch has ended, or has

@@ -292,11 +292,10 @@ sword bind_plain(cdadata& cda, columndata& col, ub2* lengths) {
   return bind_value(cda, col, &bindp, lengths, OCI_DEFAULT);
 }
 
-// A bind that failed has left the former one in force. False after raising.
-bool keep_bind(JNIEnv* env, cdadata& cda, ub4 position, const void* record, bool locator,
-               sword retvali) {
-  return retvali != OCI_SUCCESS ||
-         lend(env, cda, {record, 0, Lend::Bind, position, 1, locator, nullptr});
+// A bind that failed has left the former one in force.
+void keep_bind(cdadata& cda, ub4 position, const void* record, bool locator, sword retvali) {
+  if (retvali != OCI_SUCCESS) return;
+  lend(cda, {record, 0, Lend::Bind, position, 1, locator, nullptr});
 }
 
 }  // namespace
@@ -327,8 +326,7 @@ JNIEXPORT jboolean JNICALL Java_trevalon_db_oci_OciCursor_bindVariableByPosition
   }
   assignCdaCodes(env, obj);
   col->boundinsert = 1;
-  const auto position = static_cast<ub4>(col->colpos);
-  if (!keep_bind(env, *cda, position, col, is_lob(*col), retvali)) return kCallOk;
+  keep_bind(*cda, static_cast<ub4>(col->colpos), col, is_lob(*col), retvali);
   return call_result(retvali);
 }
 
@@ -352,6 +350,6 @@ JNIEXPORT jboolean JNICALL Java_trevalon_db_oci_OciCursor_bindCursorByPosition(J
       OCIBindByPos(cda->stmthp, &bindp, cda->errhp, static_cast<ub4>(colpos), &other->stmthp,
                    kHandleSize, SQLT_RSET, nullptr, nullptr, nullptr, 0, nullptr, OCI_DEFAULT);
   assignCdaCodes(env, obj);
-  if (!keep_bind(env, *cda, static_cast<ub4>(colpos), other, false, retvali)) return kCallOk;
+  keep_bind(*cda, static_cast<ub4>(colpos), other, false, retvali);
   return call_result(retvali);
 }

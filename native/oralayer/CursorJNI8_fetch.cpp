@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <limits>
+#include <memory>
 #include <new>
 
 #include "CursorJNI8.h"
@@ -36,17 +37,21 @@ sword define(const cdadata& cda, columndata& col, const char* banner, void* valu
                         col.retlenvect, col.retcodevect, mode);
 }
 
-// Queues the column for the piecewise fetch, whatever the definition gave. False after raising.
-bool queue_long_column(JNIEnv* env, cdadata& cda, columndata& col) {
-  ++cda.long_count;
-  if (!lend(env, cda, {&col, 0, Lend::Chain, 0, 0, false, nullptr})) return false;
-  auto* node = new (std::nothrow) longcol_node;
+// Defines the column for data at fetch and queues it, whatever the definition gave. All memory is
+// seen to first. False after raising.
+bool define_long(JNIEnv* env, cdadata& cda, columndata& col, sword& retvali) {
+  std::unique_ptr<longcol_node> node(new (std::nothrow) longcol_node);
   if (node == nullptr) {
     TV_ThrowOutOfMemoryError(env, "Out of memory");
     return false;
   }
+  lend(cda, {&col, 0, Lend::Chain, 0, 0, false, nullptr});
+  if (!may_lend(env, cda)) return false;
+  retvali = define(cda, col, "*** OCIDefineByPos for LONG, LONGRAW  ***", nullptr, kLongestLong,
+                   OCI_DYNAMIC_FETCH);
+  ++cda.long_count;
   node->coldata = &col;
-  longcol_node::queue(&cda.lc_head, &cda.lc_tail, node);
+  longcol_node::queue(&cda.lc_head, &cda.lc_tail, node.release());
   return true;
 }
 
@@ -55,9 +60,7 @@ bool define_column(JNIEnv* env, cdadata& cda, columndata& col, jint fetchsize, s
   sb4 rows = fetchsize;
   if (is_long(col)) {
     rows = std::numeric_limits<sb4>::max();  // one at a time, in pieces
-    retvali = define(cda, col, "*** OCIDefineByPos for LONG, LONGRAW  ***", nullptr, kLongestLong,
-                     OCI_DYNAMIC_FETCH);
-    if (!queue_long_column(env, cda, col)) return false;
+    if (!define_long(env, cda, col, retvali)) return false;
   } else if (is_lob(col)) {
     rows = 1;  // the record has one locator
     retvali = define(cda, col, "*** OCIDefineByPos for BLOB, CLOB, NCLOB ***", &col.lobloc,
@@ -65,9 +68,10 @@ bool define_column(JNIEnv* env, cdadata& cda, columndata& col, jint fetchsize, s
   } else {
     retvali = define(cda, col, "*** OCIDefineByPos ***", col.bufptr, col.buflen, OCI_DEFAULT);
   }
+  if (retvali != OCI_SUCCESS) return true;
   const auto position = static_cast<ub4>(col.colpos);
-  return retvali != OCI_SUCCESS ||
-         lend(env, cda, {&col, 0, Lend::Define, position, rows, is_lob(col), nullptr});
+  lend(cda, {&col, 0, Lend::Define, position, rows, is_lob(col), nullptr});
+  return true;
 }
 
 // The column's data buffer, unless it is smaller than what OCI would be told.

@@ -12,12 +12,15 @@ void start_statement_memory(cdadata& cda) {
   const bool of_heap = cda.tmp == nullptr;
   if (of_heap) cda.tmp = new (std::nothrow) statement_memory;
   if (cda.tmp == nullptr) return;
-  *memory_of(cda) = {nullptr, nullptr, false, of_heap};
+  *memory_of(cda) = {nullptr, nullptr, nullptr, false, of_heap};
 }
 
 void end_statement_memory(cdadata& cda) {
   clear_statement_memory(cda);
-  if (cda.tmp != nullptr && memory_of(cda)->of_heap) delete memory_of(cda);
+  statement_memory* memory = memory_of(cda);
+  if (memory == nullptr) return;
+  delete memory->spare;
+  if (memory->of_heap) delete memory;
   cda.tmp = nullptr;
 }
 
@@ -58,8 +61,8 @@ bool is_idle(JNIEnv* env, const cdadata& cda) {
   return false;
 }
 
-bool may_bind(JNIEnv* env, const cdadata& cda) {
-  return is_open(env, cda) && is_idle(env, cda);
+bool may_bind(JNIEnv* env, cdadata& cda) {
+  return is_open(env, cda) && is_idle(env, cda) && may_lend(env, cda);
 }
 
 sb4 defined_rows(const cdadata& cda) {
@@ -89,16 +92,21 @@ bool locator_stands(JNIEnv* env, const lent_record& lent) {
 
 }  // namespace
 
-bool lend(JNIEnv* env, cdadata& cda, const lent_record& what) {
+bool may_lend(JNIEnv* env, cdadata& cda) {
+  statement_memory* memory = memory_of(cda);
+  if (memory->spare == nullptr) memory->spare = new (std::nothrow) lent_record{};
+  if (memory->spare != nullptr) return true;
+  TV_ThrowOutOfMemoryError(env, "Out of memory");
+  return false;
+}
+
+void lend(cdadata& cda, const lent_record& what) {
   statement_memory* memory = memory_of(cda);
   lent_record* lent = memory->lent;
   while (lent != nullptr && !replaces(what, *lent)) lent = lent->next;
   if (lent == nullptr) {
-    lent = new (std::nothrow) lent_record{};
-    if (lent == nullptr) {
-      TV_ThrowOutOfMemoryError(env, "Out of memory");
-      return false;
-    }
+    lent = memory->spare;
+    memory->spare = nullptr;
     lent->next = memory->lent;
     memory->lent = lent;
   }
@@ -106,7 +114,6 @@ bool lend(JNIEnv* env, cdadata& cda, const lent_record& what) {
   *lent = what;
   lent->version = record_version(what.record);
   lent->next = next;
-  return true;
 }
 
 bool has_ended(const cdadata& cda, const void* record) {
