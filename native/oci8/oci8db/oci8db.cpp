@@ -1,4 +1,6 @@
 // oci8db: creates databases and manages their accounts.
+// It works on files directly, with the library's own modules and without the call interface: no
+// account exists yet that it could log in to.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <termios.h>
@@ -53,6 +55,7 @@ class Unseen {
     if (!terminal_) return;
     termios silent = before_;
     silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+    // Flushed, so that what was typed ahead, with its echo, is not taken for the password.
     tcsetattr(STDIN_FILENO, TCSAFLUSH, &silent);
     std::cerr << "Password: " << std::flush;
   }
@@ -79,6 +82,7 @@ std::string read_password() {
 // A password in the arguments can be seen by every user of the machine while the command runs;
 // standard input is the way around that.
 Credentials read_credentials(const std::string& argument) {
+  // The first one: a password may hold slashes, a user name cannot.
   const size_t slash = argument.find('/');
   Credentials credentials{argument.substr(0, slash), {}};
   if (credentials.user.empty()) throw Complaint{"no user name given"};
@@ -91,7 +95,9 @@ Credentials read_credentials(const std::string& argument) {
 class NewFile {
  public:
   explicit NewFile(std::string path)
+      // In the same folder, as a link cannot lead from one file system to another.
       : final_(std::move(path)), path_(final_ + ".new" + std::to_string(getpid())) {}
+  // Also after appear(): the file has its final name by then, and only the temporary one goes.
   ~NewFile() { unlink(path_.c_str()); }
   NewFile(const NewFile&) = delete;
   NewFile& operator=(const NewFile&) = delete;
@@ -131,6 +137,7 @@ void create(const std::string& name, const char* account) {
   if (fs::exists(path)) throw Complaint{path + ": already exists"};
   Credentials credentials;
   if (account != nullptr) credentials = read_credentials(account);
+  // Before the mask below: a folder for several users' databases keeps its usual rights.
   fs::create_directories(fs::path(path).parent_path());
   // The file holds the hashes of passwords: its owner decides who else may read it.
   umask(S_IRWXG | S_IRWXO);

@@ -1,3 +1,6 @@
+// The database has accounts of its own because the engine has none: a file that can be opened can
+// be read. A login is therefore no protection of the file against its reader; it decides which
+// sessions a client program gets, and under which name.
 #include "accounts.h"
 
 #include <crypt.h>
@@ -16,6 +19,8 @@
 namespace oci8 {
 namespace {
 
+// The limits of the server's release 8. A longer password could not be stored there either, and the
+// fixed limit lets a password's copy live on the stack, where it can be wiped.
 constexpr size_t kMaxName = 30;
 constexpr size_t kMaxPassword = 30;
 constexpr size_t kSaltSize = 16;
@@ -50,6 +55,8 @@ std::string checked_name(std::string_view user) {
 // A password's copy with the terminator that crypt_r needs, wiped when it has served.
 class Secret {
  public:
+  // The copy is cut to the limit rather than refused, so that the check of an overlong password
+  // takes one hash as well; usable() refuses it afterwards.
   explicit Secret(std::string_view password) {
     std::memcpy(bytes_, password.data(), std::min(password.size(), kMaxPassword));
   }
@@ -71,6 +78,7 @@ bool usable(std::string_view password) {
 
 std::string hash(std::string_view password, const char* salt) {
   // 32 KB of working memory are too much for an embedding program's stack.
+  // crypt in its place would need none, but has one static buffer for all threads.
   const auto work = std::make_unique<crypt_data>();
   const Secret secret(password);
   const char* result = crypt_r(secret.bytes(), salt, work.get());
@@ -85,6 +93,8 @@ std::string new_salt() {
   constexpr std::string_view kLetters =
       "./0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
   unsigned char random[kSaltSize];
+  // A call for at most 256 bytes is not interrupted once the system's pool is ready, see
+  // getrandom(2): anything but a full answer is a broken system and not a case for another try.
   if (getrandom(random, sizeof random, 0) != static_cast<ssize_t>(sizeof random)) {
     fail(600, "getrandom");
   }
@@ -110,6 +120,8 @@ bool same(std::string_view left, std::string_view right) {
 }
 
 // Runs a change with the values bound in order; false where it met no row.
+// sqlite3_changes counts the rows of the connection's last change that has finished, so it is asked
+// directly behind the step.
 bool change(sqlite3* db, std::string_view sql, std::string_view first, std::string_view second) {
   const SqliteStatementOwner statement = prepare_sql(db, sql);
   bind_text(statement.get(), 1, first);
@@ -119,6 +131,8 @@ bool change(sqlite3* db, std::string_view sql, std::string_view first, std::stri
 }
 
 // A row of the table; `number` is never used again for another account.
+// AUTOINCREMENT in the table below is what keeps numbers from being given out twice: UID shows the
+// number to programs, which may have stored it.
 struct Account {
   std::string hash;
   long long number = 0;
@@ -135,6 +149,8 @@ std::optional<Account> find_account(sqlite3* db, const std::string& name) {
 
 // The operating system's user that this process acts for; empty where it has no name.
 std::string system_user() {
+  // Long enough for any entry of a local user; an entry that does not fit counts as no name, and
+  // the login is refused.
   char names[4096];
   passwd entry{};
   passwd* found = nullptr;
@@ -145,6 +161,8 @@ std::string system_user() {
 
 }  // namespace
 
+// The prefix of the name keeps the table out of the user's sight: the dialect finds no table that
+// begins with OCI8$.
 void create_accounts_table(sqlite3* db) {
   execute_sql(db,
               "CREATE TABLE IF NOT EXISTS \"OCI8$ACCOUNTS\"(number INTEGER PRIMARY KEY "
@@ -188,6 +206,8 @@ long long account_number(sqlite3* db, std::string_view user) {
 
 // Passwords are compared with their case. Every refusal takes one hash, as an acceptance does.
 std::string check_password(sqlite3* db, std::string_view user, std::string_view password) {
+  // Folded only, not checked as a new name is: whatever no account can be called is simply unknown,
+  // with the one answer that does not tell why.
   std::string name = fold(user);
   const std::optional<Account> account = find_account(db, name);
   const bool known = account && !account->hash.empty();

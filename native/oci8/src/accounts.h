@@ -1,4 +1,9 @@
 // Accounts of a database: user names, case-blind, with salted password hashes made by crypt_r.
+// They live in a table inside of the database file (OCI8$ACCOUNTS), so that a file that is copied
+// takes its accounts along. The functions take an open engine connection and begin no transaction
+// themselves: sqlite_engine.cpp checks logins with them, sqlite_functions.cpp answers UID, and the
+// tool oci8db makes and changes accounts. Failures of the engine itself come up as Failure, too
+// (sqlite_errors.h).
 #ifndef OCI8_ACCOUNTS_H
 #define OCI8_ACCOUNTS_H
 
@@ -15,9 +20,12 @@ void create_accounts_table(sqlite3* db);
 
 /// Adds an account, or sets the password of an existing one (set_password: ORA-01918 without one).
 /// An empty password makes an account that only the operating system can log in to.
+/// ORA-01920 for a name that is there already, ORA-00987, ORA-00972 or ORA-00911 for what cannot be
+/// a name, ORA-00988 for a password that is too long or holds a zero byte.
 void add_account(sqlite3* db, std::string_view user, std::string_view password);
 void set_password(sqlite3* db, std::string_view user, std::string_view password);
 void drop_account(sqlite3* db, std::string_view user);  // ORA-01918
+/// All names, in alphabetical order and upper case.
 std::vector<std::string> list_accounts(sqlite3* db);
 /// The number that stands for an account as long as it exists; 0 for an unknown one.
 long long account_number(sqlite3* db, std::string_view user);

@@ -1,9 +1,12 @@
 // Character classes of ASCII, whatever the process's locale says: names, numbers and format models
 // are ASCII.
+// The functions of <cctype> are no replacement: they follow the locale that the embedding program
+// has set, and bytes above 127, which occur in UTF-8 text, are out of their domain as signed chars.
 #ifndef OCI8_ASCII_H
 #define OCI8_ASCII_H
 
 #include <algorithm>
+#include <string>
 #include <string_view>
 
 namespace oci8 {
@@ -16,12 +19,20 @@ inline bool is_letter(char c) {
   return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
 }
 
+/// A printable mark; a blank is none.
 inline bool is_punctuation(char c) {
   return c > ' ' && c < 0x7f && !is_digit(c) && !is_letter(c);
 }
 
+/// Leaves every byte above 127 alone: names compare by their ASCII letters only.
 inline char upper(char c) {
   return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
+}
+
+inline std::string upper(std::string_view text) {
+  std::string result(text);
+  for (char& c : result) c = upper(c);
+  return result;
 }
 
 inline char lower(char c) {

@@ -15,7 +15,9 @@ namespace oci8 {
 namespace {
 
 // The longest value that the engine takes.
+// SQLite's own default for the length of a string or blob (SQLITE_MAX_LENGTH).
 constexpr size_t kLongestValue = 1000000000;
+// Room for the usual first pieces: short values need a single allocation.
 constexpr size_t kFirstCapacity = 65536;
 
 template <class Native>
@@ -43,6 +45,7 @@ Value view_of(Value::Kind kind, const void* data, size_t size) {
   return value;
 }
 
+// The default stands for eight bytes: bind_error has turned every other size away.
 Value read_integer(const ub1* data, size_t room) {
   switch (room) {
     case 1:
@@ -59,6 +62,8 @@ Value read_integer(const ub1* data, size_t room) {
 // Integral values go as integers, which are compared and kept without any rounding; that also
 // takes the sign off a negative zero.
 Value read_real(const ub1* data, size_t room) {
+  // NUMBER's range as the server has it, 1E-130 up to below 1E126. A double outside of it is no
+  // NUMBER that could be kept.
   constexpr double kTooLarge = 1e126;
   constexpr double kSmallest = 1e-130;
   constexpr double kIntegers = 9223372036854775808.0;  // 2^63
@@ -77,6 +82,9 @@ Value read_real(const ub1* data, size_t room) {
 }
 
 // A length that leaves out the terminator is as good as the terminator.
+// OCI reads a null-terminated bind by its terminator. A length array may say less, but an element
+// that is full up to the last byte has none: ORA-01480, because what follows in memory is not the
+// caller's value.
 Value read_string(const ub1* data, size_t length, size_t room) {
   const void* end = std::memchr(data, 0, length);
   if (end == nullptr && length == room) fail(1480);
@@ -102,6 +110,8 @@ Value read_locator(const ub1* variable, ub2 type) {
   return value;
 }
 
+// ROWIDs and numbers are bound as text as well: the dialect converts at the column, see store() in
+// dialect_fragment.cpp.
 bool is_text(ub2 type) {
   return type == SQLT_CHR || type == SQLT_STR || type == SQLT_LNG || type == SQLT_AFC;
 }
@@ -254,6 +264,8 @@ Value held_value(const BindHandle& bind, const HeldBytes& held) {
 
 int store_output(const BindHandle& bind, const Value& value, size_t row) noexcept {
   if (bind.at_execution) return 3001;
+  // A copy, because the conversion suits this value only: the next run may assign one of another
+  // type.
   HostVariable target = bind;
   target.convert = find_converter(bind.type, bind.room, column_type(value, bind.type));
   if (target.convert == nullptr && value.kind != Value::Kind::Null) return 932;
@@ -276,6 +288,8 @@ std::vector<PlaceholderUse> find_uses(const SqlText& text) {
     const auto found = std::ranges::find_if(text.placeholders, [&](const Placeholder& one) {
       return is_word(word.substr(1), one.name);
     });
+    // Cannot happen as long as the tokenizer lists what it reads; a wrong list must not become an
+    // index out of bounds.
     if (found == text.placeholders.end()) continue;
     PlaceholderUse& use = uses[static_cast<size_t>(found - text.placeholders.begin())];
     const bool assigned = i + 1 < text.tokens.size() && text.spelling(text.tokens[i + 1]) == ":=";

@@ -1,5 +1,7 @@
 // Input variables: the caller's values on their way to the engine, and values that are asked for
 // by callback while the statement executes.
+// A bind is checked when it is made (oci_bind.cpp) and read when the statement executes
+// (execute.cpp), each time anew: callers change the values in place between two executions.
 #ifndef OCI8_BIND_H
 #define OCI8_BIND_H
 
@@ -31,13 +33,17 @@ class HeldBytes {
   const char* data() const { return data_.get(); }
   size_t size() const { return size_; }
 
+  /// Takes a copy, in the place of what was held. Raises std::bad_alloc, as everything here that
+  /// grows.
   void assign(const char* bytes, size_t size);
   /// Adds a piece; `expected` bytes are announced in all, which is not relied on. ORA-01401 for
   /// more than a value may have.
   void append(const void* bytes, size_t size, size_t expected);
   /// Room for a value of `size` bytes, which is for the caller to fill.
   char* make_room(size_t size);
+  /// Forgets the value and keeps the memory for the next one.
   void clear() { size_ = 0; }
+  /// Gives the memory back: a value of many megabytes must not stay until the handle is freed.
   void release() noexcept;
 
  private:

@@ -20,6 +20,7 @@ struct OwnedValue {
 
   void copy(const Value& source) {
     value = source;
+    // NULL, numbers and the names of large values have no bytes of their own.
     if (source.data == nullptr) return;
     bytes.assign(source.data, source.size);
     value.data = bytes.data();
@@ -70,6 +71,8 @@ class ResetAfter {
 };
 
 // Where a variable cannot take a value, blocks have one code for what are several in SQL.
+// ORA-01401 (too long), ORA-01438 (too many digits) and ORA-01722 (no number) all come up as
+// ORA-06502 with the cause behind it.
 constexpr int kConversionErrors[] = {1401, 1438, 1722};
 
 }  // namespace
@@ -115,6 +118,8 @@ struct Block::Program {
   const SqlText& text;
   Connection& connection;
   BlockCode code;
+  // The binds of the next run, of placeholders only. They move into the slots when it starts, so
+  // that a run without new binds reads NULL and never bytes that are gone.
   std::vector<Value> bound;
   std::vector<Slot> slots;
   std::vector<OpenedCursor> cursors;
@@ -125,6 +130,8 @@ struct Block::Program {
 // cursors are prepared where they are opened, because they leave with the cursor.
 void Block::Program::prepare() {
   for (Step& step : code.steps) {
+    // A second run of the same block finds its statements prepared: clients execute one block many
+    // times.
     if (step.run != nullptr || step.kind == Step::Kind::Open) continue;
     within(step, [&] {
       std::unique_ptr<Statement> run = connection.prepare(step.text);
@@ -139,6 +146,8 @@ void Block::Program::prepare() {
   }
 }
 
+// Only a placeholder that occurs once can give a value away: the first use takes it over, and a
+// second one would find it gone.
 ub2 Block::Program::takes_large(size_t index) {
   prepare();
   ub2 type = 0;
@@ -175,6 +184,8 @@ void Block::Program::run(bool marked) {
   try {
     start();
     prepare();
+    // From here on a failure has something to go back to. An error before the mark has changed
+    // nothing.
     if (!marked) connection.mark();
     marked = true;
     for (Step& step : code.steps) {
@@ -193,6 +204,7 @@ void Block::Program::raise_at(const Step& step, Failure failure) const {
   const ub4 place =
       failure.offset < 0 ? step.offset : step.source_offset(static_cast<ub4>(failure.offset));
   failure.offset = static_cast<int>(place);
+  // The server appends one line for each level of calls; a block without calls has one.
   failure.text += error_text(6512, "line " + std::to_string(line_of(text, step.offset)));
   throw failure;
 }
@@ -212,6 +224,7 @@ void Block::Program::perform(Step& step) {
 void Block::Program::execute(Step& step) {
   bind_inputs(step, *step.run);
   const ResetAfter reset(*step.run);
+  // Steps of this kind have no rows to keep. A query without INTO is refused by the reader.
   while (step.run->step()) {
   }
 }
@@ -256,6 +269,7 @@ void Block::Program::open(const Step& step) {
   cursor.text = std::make_unique<SqlText>(step.text);
   cursor.run = std::make_unique<OpenedQuery>(connection.prepare(*cursor.text), step.inputs.size());
   bind_inputs(step, *cursor.run);
+  // The older query has not been given to the client yet, so nobody misses it.
   std::erase_if(cursors, [&](const OpenedCursor& old) { return old.position == cursor.position; });
   cursors.push_back(std::move(cursor));
 }

@@ -1,6 +1,9 @@
 // Anonymous blocks: BEGIN ... END of SQL statements, `:n := expression`, SELECT ... INTO :n and
 // OPEN :n FOR SELECT ... . A block is taken apart here and run statement by statement; the engine
 // sees SQL only.
+// Neighbours: block_code.h reads the text into steps, statement.cpp and execute.cpp own a Block in
+// the place of an engine statement. There is no control flow: what needs IF, LOOP or an exception
+// handler is refused when the block is read.
 #ifndef OCI8_BLOCK_H
 #define OCI8_BLOCK_H
 
@@ -15,6 +18,7 @@ namespace oci8 {
 /// A query that a block opened for a cursor variable: its rows have not been fetched yet.
 struct OpenedCursor {
   ub4 position;  // of the placeholder, from 1
+  // Members are destroyed from the last to the first, which is why the run stands behind its text.
   std::unique_ptr<SqlText> text;  // outlives `run`
   std::unique_ptr<Statement> run;
 };

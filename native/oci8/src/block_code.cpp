@@ -36,12 +36,6 @@ constexpr std::string_view kUnsupported[] = {
 
 constexpr std::string_view kIntegerTypes[] = {"PLS_INTEGER", "BINARY_INTEGER"};
 
-std::string upper(std::string_view word) {
-  std::string result(word);
-  std::ranges::transform(result, result.begin(), [](char c) { return oci8::upper(c); });
-  return result;
-}
-
 // The text of a step under construction, with where its parts come from.
 struct StepText {
   std::string text;
@@ -59,6 +53,8 @@ struct StepText {
 
 // Statements are told apart by their first token and end at a semicolon; what is between is copied.
 // Nothing is looked up in the database, so that a block can be read without one.
+// The reader trusts the tokens, not the text: a quoted semicolon or an END in a comment never was a
+// token, so that no search in strings can go wrong here.
 class Reader {
  public:
   explicit Reader(const SqlText& block) : block_(block), tokens_(block) {
@@ -85,6 +81,8 @@ class Reader {
   }
 
  private:
+  // Every mistake in a block is ORA-06550 on the server, with the real cause as text behind line
+  // and column.
   static constexpr int kCompileError = 6550;
 
   // --- Errors ------------------------------------------------------------------------------------
@@ -160,6 +158,8 @@ class Reader {
       if (tokens_.is_symbol("(")) ++depth;
       if (tokens_.is_symbol(")") && depth-- == 0) unexpected();
     }
+    // A parenthesis that is open at the semicolon is a mistake of the block and not of the
+    // statement that would be prepared from half of it.
     if (depth > 0) unexpected();
     return tokens_.position();
   }
@@ -180,12 +180,16 @@ class Reader {
     if (first == last) return;
     const Token& begin = block_.tokens[first];
     const Token& end = block_.tokens[last - 1];
+    // One stretch of the source, blanks and comments included: offsets inside it map back by plain
+    // addition.
     const size_t size = end.offset - begin.offset + end.size;
     text.copy(std::string_view(block_.text).substr(begin.offset, size), begin.offset);
   }
 
   // Takes the semicolon, too. The step's text is read as a statement of its own, in which each
   // occurrence of a placeholder has a position.
+  // Tokenized again although the block was tokenized before: positions of placeholders, and the
+  // type of the statement, are those of the step alone.
   void add(Step step, StepText text) {
     expect_symbol(";");
     step.text = tokenize(text.text);
@@ -243,6 +247,8 @@ class Reader {
   // The name behind END is for the reader only, as labels are where nothing jumps.
   void read_block() {
     if (++depth_ > kDeepest) refuse("PLS-00123: program too large");
+    // Variables of an inner block are forgotten at its END, while their values stay in the list: a
+    // step that was read there refers to them by number.
     const size_t outer = scope_.size();
     if (tokens_.accept_word("DECLARE")) {
       while (!tokens_.is_word("BEGIN")) read_declaration();
@@ -266,6 +272,8 @@ class Reader {
     refuse_unsupported();
     if (code_.variables.size() == kMostVariables) refuse("PLS-00123: program too large");
     const size_t value = placeholders_.size() + code_.variables.size();
+    // The conversion is a CAST that the engine runs, so that a variable follows the same rules of
+    // length and rounding as a column of its type.
     code_.variables.push_back({tokenize("SELECT CAST(:1 AS " + read_type() + ") FROM DUAL"), {}});
     if (tokens_.accept_symbol(":=") || tokens_.accept_word("DEFAULT")) {
       read_value(std::move(step), value);

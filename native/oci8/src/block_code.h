@@ -1,5 +1,7 @@
 // An anonymous block as the steps that it is run in: each SQL statement of its own, with what it
 // reads and writes of the block's values.
+// What comes out knows no nesting and no names any more; block.cpp runs it from the first step to
+// the last. Offsets are bytes from the beginning of the block.
 #ifndef OCI8_BLOCK_CODE_H
 #define OCI8_BLOCK_CODE_H
 
@@ -50,6 +52,7 @@ struct Variable {
   std::unique_ptr<Statement> run;
 };
 
+/// The run pointers are empty: whoever runs the code prepares the statements on a connection.
 struct BlockCode {
   std::vector<Step> steps;  // in the order in which they run: nothing branches
   std::vector<Variable> variables;

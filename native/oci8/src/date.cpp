@@ -1,3 +1,6 @@
+// The calendar: bytes, fields and day numbers. Text is made in date_format.cpp and read in
+// date_parse.cpp. Day arithmetic goes through Julian day numbers, the count of days that is the
+// same for both calendars; the seconds of a day are a fraction, as in the server's date arithmetic.
 #include "date.h"
 
 #include <cmath>
@@ -17,6 +20,8 @@ constexpr long long kFirstGregorianDay = 2299161;
 constexpr long long kGregorianShift = 32045;
 constexpr long long kJulianShift = 32083;
 
+// A date among the ten days between the two calendars counts as one of the Julian calendar, so that
+// every triple of fields has a day.
 bool is_gregorian(int year, int month, int day) {
   return year * 10000LL + month * 100LL + day >= 15821015;
 }
@@ -28,6 +33,7 @@ int astronomical_year(int year) {
 
 // Years begin in March here, so that the leap day is the last one.
 long long julian_day(int year, int month, int day) {
+  // 1 for January and February, which count as months 10 and 11 of the year before.
   const long long shift = (14 - month) / 12;
   const long long y = astronomical_year(year) + 4800 - shift;
   const long long m = month + 12 * shift - 3;
@@ -37,6 +43,9 @@ long long julian_day(int year, int month, int day) {
 }
 
 DateFields fields_of_day(long long julian) {
+  // The inverse of the formula above, with the same epoch in 4801 BC. 146097 days are four
+  // centuries of the Gregorian calendar, 1461 are four years of either one, 153 days are five
+  // months from March on.
   long long c = julian + kJulianShift - 1;
   long long centuries = 0;
   if (julian >= kFirstGregorianDay) {
@@ -76,6 +85,8 @@ int field_error(const DateFields& fields) {
 int days_in_month(int year, int month) {
   static constexpr int kDays[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
   const int y = astronomical_year(year);
+  // The rule of centuries begins with the Gregorian calendar; before it every fourth year had a
+  // leap day, 1 BC (year 0 of the formula) among them.
   const bool leap = y % 4 == 0 && (year < 1582 || y % 100 != 0 || y % 400 == 0);
   return month == 2 && leap ? 29 : kDays[month - 1];
 }
@@ -93,6 +104,8 @@ DateFields unpack_date(const ub1* bytes) {
 }
 
 DateBytes pack_date(const DateFields& fields) {
+  // The casts below are safe only behind this check: the greatest year gives byte 199, the least
+  // one byte 53.
   if (const int code = field_error(fields)) fail(code);
   return {static_cast<ub1>(100 + fields.year / 100),
           static_cast<ub1>(100 + fields.year % 100),
@@ -134,6 +147,7 @@ DateFields days_to_date(double days) {
 DateFields current_date() {
   const std::time_t now = std::time(nullptr);
   std::tm local{};
+  // SYSDATE is the wall clock of the machine that the database runs on, which is this process.
   localtime_r(&now, &local);
   DateFields fields;
   fields.year = local.tm_year + 1900;

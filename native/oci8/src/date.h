@@ -1,4 +1,7 @@
 // DATE values: the server's seven-byte form and its text by format model.
+// The bytes are the external type SQLT_DAT of the interface and, at the same time, what a DATE
+// column keeps in the engine (declared_type.h), so that fetching a DATE as SQLT_DAT converts
+// nothing. There is no time zone and no fraction of a second in them.
 #ifndef OCI8_DATE_H
 #define OCI8_DATE_H
 
@@ -17,11 +20,14 @@ inline constexpr std::string_view kDefaultDateFormat = "DD-MON-YY";
 /// compare like their bytes.
 using DateBytes = std::array<ub1, kDateSize>;
 
+/// A date in parts. There is no year 0, which is therefore free to mean "not given" while a text is
+/// read.
 struct DateFields {
   int year = 0;  // negative: BC
   int month = 1, day = 1, hour = 0, minute = 0, second = 0;
 };
 
+/// Takes the seven bytes as they are: whoever has them from outside asks valid_date first.
 DateFields unpack_date(const ub1* bytes);
 /// Raises ORA-01841, 01843, 01847, 01839, 01850, 01851, 01852 for fields out of range.
 DateBytes pack_date(const DateFields& fields);
@@ -34,6 +40,7 @@ int days_in_month(int year, int month);
 /// Days since 1 January 4712 BC as the server counts them (Julian day number) and back, with the
 /// time of day as a fraction; the result is rounded to whole seconds.
 double date_to_days(const DateFields& fields);
+/// ORA-01841 for a day outside of 4712 BC to 9999.
 DateFields days_to_date(double days);
 
 /// TO_CHAR and TO_DATE for a format model (YYYY YY RR MM MON MONTH DD DDD D DY DAY HH HH12 HH24 MI

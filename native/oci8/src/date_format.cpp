@@ -1,3 +1,6 @@
+// TO_CHAR of a DATE: one pass over the format model, each element writing itself. The fields are
+// right by the time that they come here, so that nothing in this file can fail but a model that is
+// none (ORA-01821).
 #include <charconv>
 #include <cstdlib>
 #include <utility>
@@ -26,9 +29,12 @@ class DateWriter {
 
   const DateFields& fields_;
   std::string out_;
+  // FM is a switch, not a setting: each occurrence in the model turns padding off or on again for
+  // what follows.
   bool fill_ = true;
 };
 
+// A value that is wider than its element is written in full.
 void DateWriter::number(int value, int width) {
   char digits[12];
   const char* end = std::to_chars(digits, digits + sizeof digits, value).ptr;
@@ -38,7 +44,10 @@ void DateWriter::number(int value, int width) {
 }
 
 // A name follows the case of its element: MON, Mon, mon.
+// The width is that of the longest name, so that columns of a report line up; FM takes the blanks
+// away.
 void DateWriter::name(std::string_view name, std::string_view spelling, int width) {
+  // The first two letters of the element tell all: both capital, the first one, or none.
   const bool capital = is_letter(spelling[0]) && spelling[0] == upper(spelling[0]);
   const bool all_capital = capital && spelling[1] == upper(spelling[1]);
   for (size_t i = 0; i < name.size(); ++i) {
@@ -62,6 +71,8 @@ void DateWriter::year_item(const DateItem& item) {
   const int year = std::abs(fields_.year);
   switch (item.element) {
     case DateElement::SignedYear:
+      // SYYYY always takes a place for the sign, blank after 1 BC, unless FM has taken the blanks
+      // away.
       if (fields_.year < 0 || fill_) out_ += fields_.year < 0 ? '-' : ' ';
       return number(year, 4);
     case DateElement::Year3:
@@ -72,6 +83,7 @@ void DateWriter::year_item(const DateItem& item) {
     case DateElement::Year1:
       return number(year % 10, 1);
     case DateElement::Century:
+      // The century of a year ends with the year that is divisible by 100: 2000 is in the 20th.
       return number((year + 99) / 100, 2);
     default:
       return number(year, 4);

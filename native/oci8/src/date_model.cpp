@@ -1,3 +1,5 @@
+// A model is read element by element from the front, always the longest that fits. There are fewer
+// than forty elements and models are short, so that a plain search through the table will do.
 #include "date_model.h"
 
 #include "error.h"
@@ -55,6 +57,7 @@ bool FormatReader::next(DateItem& item) {
   return true;
 }
 
+// The reader is copied, because looking ahead must not take anything away.
 bool FormatReader::number_follows() const {
   FormatReader ahead(rest_);
   DateItem item;
@@ -80,6 +83,8 @@ int weekday(const DateFields& fields) {
 
 // The week belongs to the year that its Thursday is in.
 int iso_week(const DateFields& fields) {
+  // The ISO 8601 rule that the first week is the one with the year's first Thursday makes
+  // Thursday's day of the year decide alone.
   const int thursday = day_number(fields) - (weekday(fields) + 6) % 7 + 3;
   return (day_of_year(days_to_date(thursday)) - 1) / 7 + 1;
 }

@@ -1,4 +1,6 @@
 // Date format models, split into their elements; shared by the writing and the reading of dates.
+// Months and weekdays are English: NLS_DATE_LANGUAGE cannot be changed here. Positions in the two
+// tables are the values (month - 1, Sunday as 0).
 #ifndef OCI8_DATE_MODEL_H
 #define OCI8_DATE_MODEL_H
 
@@ -9,6 +11,8 @@
 
 namespace oci8 {
 
+/// RoundYear is RR and RRRR, WeekOfYear WW, WeekOfMonth W, IsoWeek IW; either of a pair (AM and PM,
+/// AD and BC) stands for both.
 enum class DateElement : ub1 {
   Literal,  // punctuation or quoted text
   SignedYear,
@@ -52,6 +56,8 @@ inline constexpr int kMonthWidth = 9;
 inline constexpr int kWeekdayWidth = 9;
 inline constexpr size_t kShortName = 3;
 
+/// One step through a model. The spelling is kept for elements as well, because its case decides
+/// that of the names which are written.
 struct DateItem {
   DateElement element = DateElement::Literal;
   std::string_view spelling;  // of a literal: its text, without quotes
@@ -62,6 +68,8 @@ class FormatReader {
  public:
   explicit FormatReader(std::string_view format) : rest_(format) {}
 
+  /// Takes the next element or literal; false at the end. ORA-01821 for what is neither. Views in
+  /// `item` are parts of the model and last as long as that.
   bool next(DateItem& item);
   /// Whether an element follows at once, with no literal between.
   bool element_follows() const { return !rest_.empty() && is_letter(rest_.front()); }
@@ -79,9 +87,12 @@ class FormatReader {
 
 /// Whole days of a date, as date_to_days counts them.
 int day_number(const DateFields& fields);
+/// From 1.
 int day_of_year(const DateFields& fields);
 /// 0 is Sunday.
 int weekday(const DateFields& fields);
+/// Week 1 to 53 after ISO 8601. Near the turn of the year it may belong to the year before or
+/// after.
 int iso_week(const DateFields& fields);
 
 }  // namespace oci8

@@ -1,3 +1,6 @@
+// TO_DATE, and every implicit conversion of text to a DATE. The server is lenient here, and
+// programs depend on it: punctuation may differ, digits may be missing, names may be short. What
+// decides is always the model, never a guess about the text.
 #include <algorithm>
 #include <charconv>
 #include <cstdlib>
@@ -10,6 +13,7 @@ namespace oci8 {
 namespace {
 
 constexpr int kSecondsPerDay = 86400;
+// 31 December 9999.
 constexpr int kMaxJulian = 5373484;
 constexpr int kAbsent = -1;
 
@@ -44,6 +48,8 @@ class DateReader {
   std::string_view text_;
   FormatReader format_;
   DateFields today_;
+  // 0 is free as the mark of a missing year, because no calendar year has it; everything else may
+  // be zero and is marked by kAbsent.
   int year_ = 0, month_ = kAbsent, day_ = kAbsent, day_of_year_ = kAbsent, julian_ = kAbsent;
   int hour24_ = kAbsent, hour12_ = kAbsent, minute_ = kAbsent, second_ = kAbsent;
   int second_of_day_ = kAbsent, weekday_ = kAbsent, afternoon_ = kAbsent, before_christ_ = kAbsent;
@@ -79,6 +85,8 @@ int DateReader::number(int max_digits) {
 
 // The full name or its first three letters.
 int DateReader::name(const std::string_view* names, int count, int error) {
+  // All full names go first: "MAY" is full and short at once, and of "March" nothing may be left
+  // behind.
   for (size_t size : {std::string_view::npos, kShortName}) {
     for (int i = 0; i < count; ++i) {
       const std::string_view wanted = names[i].substr(0, size);
@@ -97,6 +105,8 @@ void DateReader::literal(std::string_view spelling) {
     text_.remove_prefix(spelling.size());
     return;
   }
+  // A blank stands for a separator of the model, so that it has to be remembered before it is
+  // skipped.
   const bool blank = !text_.empty() && text_.front() == ' ';
   skip_blanks();
   if (text_.empty()) return;
@@ -115,8 +125,10 @@ void DateReader::year(const DateItem& item, int width) {
   if (negative || (item.element == DateElement::SignedYear && text_.starts_with('+'))) {
     text_.remove_prefix(1);
   }
+  // Where digits of a next element follow without any mark between, this one must leave them to it.
   const int size = std::min(digits_ahead(), format_.element_follows() ? width : 4);
   const int value = number(std::max(size, 1));
+  // Indexed by the digits of the element: what they leave open comes from today's year.
   static constexpr int kCycle[] = {1, 10, 100, 1000};
   const bool full = width == 4 || size > width;
   year_ = full ? value : today().year - today().year % kCycle[width] + value;
@@ -223,12 +235,15 @@ bool is_time(DateElement element) {
 
 // What the text leaves open comes from today: the year, the month and the first of the month.
 DateFields DateReader::date() const {
+  // The most particular one wins: a Julian day is a whole date, a day of the year needs the year
+  // only.
   if (julian_ != kAbsent) {
     if (julian_ < 1 || julian_ > kMaxJulian) fail(1854);
     return days_to_date(julian_);
   }
   DateFields fields{year_, month_, 1, 0, 0, 0};
   if (before_christ_ == 1) fields.year = -std::abs(fields.year);
+  // The year's last day serves as the measure: 365 or 366, and 355 in 1582.
   if (day_of_year_ != kAbsent) {
     fields.month = 12;
     fields.day = 31;
@@ -249,6 +264,7 @@ void DateReader::time(DateFields& fields) const {
     fields.second = second_of_day_ % 60;
     return;
   }
+  // Both would say twice, and perhaps differently, which half of the day is meant.
   if (hour24_ != kAbsent && afternoon_ != kAbsent) fail(1818);
   if (hour12_ != kAbsent) {
     if (hour12_ < 1 || hour12_ > 12) fail(1849);

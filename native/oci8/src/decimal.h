@@ -1,5 +1,8 @@
 // Numbers as decimal digits: the form in which NUMBER values are rounded, compared with a declared
 // precision and written, so that no binary fraction ever decides about a decimal place.
+// A Decimal lives on the stack for the length of one operation; what is stored and passed around is
+// a Number (number.h). Reading, writing and formatting (number_format.cpp) all go through it, so
+// that there is one place where rounding happens.
 #ifndef OCI8_DECIMAL_H
 #define OCI8_DECIMAL_H
 
@@ -11,6 +14,8 @@ namespace oci8 {
 
 /// 0.DIGITS times ten to the power of `point`, without leading or trailing zero digits; no digits
 /// is zero.
+/// Without zeros at either end the form is unique: equal values have the same sign, digits and
+/// point.
 struct Decimal {
   // More than any accepted value has, so that text with surplus decimals can still be rounded.
   static constexpr int kMaxDigits = 60;
@@ -28,6 +33,8 @@ enum class Rounding { HalfAwayFromZero, TowardsZero };
 /// Reads decimal text as parse_number does, without asking whether the value can be kept; false
 /// for text that is no number.
 bool read_decimal(std::string_view text, Decimal& out);
+/// The decimal that the number stands for: an integer's digits, or a double's shortest decimal, cut
+/// to 15 digits.
 Decimal decimal_of(const Number& value);
 /// False for a value that no Number keeps exactly.
 bool number_of(const Decimal& decimal, Number& out);

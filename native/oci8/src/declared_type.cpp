@@ -1,3 +1,6 @@
+// SQLite derives a column's affinity from the declared type by a search for parts of words (section
+// 3.1 of its document "Datatypes In SQLite"), in this order: INT, then CHAR, CLOB or TEXT, then
+// BLOB, then REAL, FLOA or DOUB, else numeric. The table below is chosen for these rules.
 #include "declared_type.h"
 
 #include <charconv>
@@ -19,6 +22,10 @@ struct Spelling {
   Arguments arguments;
 };
 
+// What earlier versions declared a LONG as, behind what it is spelled now: the engine turns every
+// number in such a column into text, also that of a large value.
+constexpr std::string_view kLongInRow = "LONG_TEXT";
+
 constexpr Spelling kSpellings[] = {
     {"VARCHAR2", SQLT_CHR, 0, Arguments::Size},
     {"CHAR", SQLT_AFC, 0, Arguments::Size},
@@ -27,6 +34,7 @@ constexpr Spelling kSpellings[] = {
     {"ROWID_TEXT", SQLT_RID, 18, Arguments::None},
     {"DATE_BLOB", SQLT_DAT, 7, Arguments::None},
     {"RAW_BLOB", SQLT_BIN, 0, Arguments::Size},
+    {kLongInRow, SQLT_LNG, 0, Arguments::None},
     {"LONG_RAW_BLOB", SQLT_LBI, 0, Arguments::None},
     {"BLOB_UNICODE", SQLT_CLOB, 86, Arguments::None},
     {"BLOB", SQLT_BLOB, 86, Arguments::None},
@@ -78,12 +86,15 @@ bool read_precision(std::string_view& from, ColumnInfo& column) {
 
 // Reads one spelling and leaves what follows it.
 bool take_type(std::string_view& from, ColumnInfo& column) {
+  // A view's heading holds several types behind one another, so that a word may end at the list's
+  // comma, at NOT NULL or at the end of the comment.
   const std::string_view word = from.substr(0, from.find_first_of("(, *"));
   for (const Spelling& known : kSpellings) {
     if (known.word != word) continue;
     from.remove_prefix(word.size());
     column.type = known.type;
     column.size = known.fixed_size;
+    column.in_row = known.word == kLongInRow;
     column.precision = 0;
     column.scale = 0;
     if (known.arguments == Arguments::Size) return read_size(from, column);
@@ -116,6 +127,7 @@ bool may_be_large(ub2 type) {
   return type == SQLT_LNG || type == SQLT_LBI || type == SQLT_CLOB || type == SQLT_BLOB;
 }
 
+// Doubling is the only escape that the engine has in a quoted name.
 std::string quote_name(std::string_view name) {
   std::string quoted = "\"";
   for (const char c : name) {

@@ -15,6 +15,8 @@
 namespace oci8 {
 namespace {
 
+// ORA-01405: a NULL was fetched and no indicator could say so. ORA-01406: cut, and the call fails.
+// ORA-24345: cut, and the call succeeds with info.
 constexpr int kNullFetched = 1405;
 constexpr int kCut = 1406;
 constexpr int kCutWithInfo = 24345;
@@ -28,6 +30,8 @@ struct Plain {
   static size_t finish(ub1*, size_t length, size_t) { return length; }
 };
 
+// Elements of no bytes have no room for the terminator; OCIDefineByPos and store_output let none of
+// them come here.
 struct ZeroTerminated {
   static size_t limit(size_t room) { return room - 1; }
   static size_t finish(ub1* target, size_t length, size_t) {
@@ -50,6 +54,7 @@ Placed put_bytes(const char* data, size_t size, ub1* target, size_t limit) {
   return {length, size, 0};
 }
 
+// An odd limit may end between the two digits of a byte: the cut is reported like any other.
 Placed put_hex(const Value& value, ub1* target, size_t limit) {
   static constexpr char kDigits[] = "0123456789ABCDEF";
   const size_t full = value.size * 2;
@@ -89,6 +94,7 @@ Placed put_date(const Value& value, ub1* target, size_t limit) {
   if (value.kind != Value::Kind::Bytes || value.size != kDateSize || !valid_date(bytes)) {
     return put_any(value, target, limit);
   }
+  // Nine characters, which fit the string's own memory: no row costs an allocation.
   const std::string written = format_date(unpack_date(bytes), kDefaultDateFormat);
   return put_bytes(written.data(), written.size(), target, limit);
 }
@@ -256,6 +262,7 @@ Converter find_converter(ub2 external, size_t room, ub2 internal) {
   }
 }
 
+// Room is a part of the question: an INTEGER of three bytes is no type at all.
 bool definable(ub2 external, size_t room) {
   // Each external type converts from at least one of these.
   return find_converter(external, room, SQLT_CHR) || find_converter(external, room, SQLT_DAT) ||
@@ -279,11 +286,14 @@ int store_null(sb2* indicator, ub2* length, ub2* code) noexcept {
 }
 
 void store_fine(sb2* indicator, ub2* length, ub2* code, size_t size) noexcept {
+  // The interface's length arrays have 16 bits. A longer value in a large LONG buffer is there in
+  // full, and only its reported length stops at the limit.
   if (length != nullptr) *length = static_cast<ub2>(std::min<size_t>(size, 65535));
   if (code != nullptr) *code = 0;
   if (indicator != nullptr) *indicator = 0;
 }
 
+// ORA-24345 gives way to any other code because it goes with a status that is no failure.
 void keep_worst(int& kept, int code) noexcept {
   if (code != 0 && (kept == 0 || kept == kCutWithInfo)) kept = code;
 }

@@ -1,4 +1,7 @@
 // Output variables: where a column's values go, and the conversions on the way there.
+// A define belongs to a statement handle (statement.h) and lives as long as that or until the
+// position is defined again. The conversions work on values as the engine border gives them
+// (engine.h) and write into the caller's arrays without any allocation for text, numbers and bytes.
 #ifndef OCI8_DEFINE_H
 #define OCI8_DEFINE_H
 
@@ -33,6 +36,8 @@ bool definable(ub2 external, size_t room);
 bool fetchable_in_pieces(ub2 external, ub2 internal);
 
 /// A variable of the caller; the arrays have one element for each row and are the caller's.
+/// Indicators, lengths and return codes are null where the caller gave none. Elements stand side by
+/// side: the next one begins `room` bytes further on.
 struct HostVariable {
   ub1* buffer = nullptr;
   size_t room = 0;  // bytes of one element
@@ -51,6 +56,7 @@ struct HostVariable {
 struct DefineHandle : HostVariable {
   StatementHandle* statement = nullptr;
   ub4 position = 0;
+  // Set by OCI_DYNAMIC_FETCH: the buffer stays unused and every value is asked for piece by piece.
   bool in_pieces = false;
 };
 

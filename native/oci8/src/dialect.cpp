@@ -18,6 +18,8 @@ namespace {
 void check_tokens(const SqlText& sql) {
   for (const Token& token : sql.tokens) {
     const std::string_view spelling = sql.spelling(token);
+    // The tokenizer never fails, because describe and the block reader want its tokens as well; the
+    // codes for what it could not read are given here.
     int code = 0;
     if (token.kind == TokenKind::Invalid) {
       code = spelling.starts_with('\'')   ? 1756
@@ -135,8 +137,10 @@ Translation lock_table(Context& context) {
   tokens.expect_word("TABLE");
   const ub4 offset = tokens.offset();
   const std::string name = tokens.object_name(context.schema.user(), 903);
+  // Looked up for its error only: the engine's own message would have no place.
   table_columns(context, name, offset);
   tokens.expect_word("IN");
+  // All modes come to the same here, as the engine has one lock for a whole database.
   while (!tokens.at_end() && !tokens.is_word("MODE")) tokens.skip();
   tokens.expect_word("MODE");
   tokens.accept_word("NOWAIT");

@@ -1,5 +1,10 @@
 // From the server's SQL to the engine's: a statement's tokens in, engine SQL and a typed select
 // list out. Tokens and a small expression parser decide, never string search.
+// The parts, from the outside in: dialect.cpp chooses the statement,
+// dialect_query/_change/_define/_table read one kind of statement each,
+// dialect_expression/_comparison/_function read values, dialect_scope resolves names,
+// dialect_fragment writes SQL with types. Nothing here runs anything: sqlite_statement.cpp does,
+// and sqlite_errors.cpp maps error offsets back by the marks.
 #ifndef OCI8_DIALECT_H
 #define OCI8_DIALECT_H
 
@@ -35,6 +40,8 @@ enum class Action : ub1 {
 };
 
 /// Where a run of engine SQL came from, for error offsets.
+/// A place behind one mark and before the next belongs to the token that the mark names: engine
+/// text that was made up has no place of its own.
 struct SourceMark {
   ub4 engine_offset;
   ub4 source_offset;

@@ -1,4 +1,8 @@
 // INSERT, UPDATE, DELETE.
+// Each value on its way into a column goes through store(), which checks and converts by the
+// column's declaration: the engine itself would keep anything anywhere. Large values need one more
+// thing, that every row gets one of its own, and get it from functions that make one each time they
+// are called.
 #include <algorithm>
 #include <utility>
 
@@ -16,7 +20,9 @@ struct Target {
 
 // A value on its way into a column of the table.
 Fragment stored(Context& context, const Fragment& value, const ColumnInfo& column) {
-  if (is_placeholder(value) && may_be_large(column.type)) {
+  if (is_placeholder(value) && may_be_large(column.type) && !column.in_row) {
+    // The digits are our own, written by the reader of placeholders; no text of the client's is
+    // read here.
     const auto position = static_cast<ub4>(std::stoul(value.sql.substr(1)));
     context.large_places.push_back({position, column.type});
   }
@@ -116,23 +122,26 @@ Fragment insert_values(Context& context, const std::vector<const ColumnInfo*>& c
   return query;
 }
 
-// A WHERE clause; with a row limit, which the engine has for queries only, as a query of rows.
+// A WHERE clause; with a row limit, which the engine has for queries only, as a query of rows. It
+// begins with the function at which a break stops the statement without the transaction.
 void add_where(Context& context, Scope& scope, Fragment& sql) {
+  sql.add(" WHERE go_on()");
   if (!context.tokens.accept_word("WHERE")) return;
   std::vector<Fragment> parts = conjuncts(context, scope);
   const std::string limit = take_limit(parts);
   for (const Fragment& part : parts) {
     if (part.outer != 0) fail(1719, {}, static_cast<int>(part.offset));
   }
-  const Fragment whole = join_conditions(parts, " AND ");
+  Fragment whole = join_conditions(parts, " AND ");
+  deepen(whole, 2);
   if (limit.empty()) {
-    sql.add(" WHERE ").add(whole);
+    sql.add(" AND ").add(whole);
     return;
   }
   const Source& source = scope.sources.front();
-  sql.add(" WHERE " + source.rowid + " IN (SELECT " + source.rowid + " FROM ");
+  sql.add(" AND " + source.rowid + " IN (SELECT " + source.rowid + " FROM ");
   sql.add(quote_name(context.object) + " AS " + quote_name(source.name));
-  sql.add(" WHERE ").add(whole).add(" LIMIT " + limit + ")");
+  sql.add(" WHERE go_on() AND ").add(whole).add(" LIMIT " + limit + ")");
 }
 
 // a = (SELECT ...), b = (SELECT ...). The engine runs a query that does not depend on the row once
@@ -165,6 +174,8 @@ Fragment assign_row(Context& context, Scope& scope, const Target& target) {
   std::vector<Fragment> values;
   for (size_t i = 0; i < columns.size(); ++i) {
     values.push_back(call("ora_single", {column_of(inner, i)}, offset));
+    // The function gives back one of the query's values unchanged, so that their type goes on to
+    // hold.
     values.back().type = inner.types[i];
   }
   if (std::ranges::any_of(columns, [](const auto* one) { return may_be_large(one->type); })) {
@@ -232,6 +243,8 @@ Fragment update_statement(Context& context) {
     sql.add(separator).add(assignment(context, scope, target));
     separator = ", ";
   } while (tokens.accept_symbol(","));
+  // Its queries must see no row changed yet: of a join, the engine makes all new values first.
+  if (sql.sql.find("SELECT ") != std::string::npos) sql.add(" FROM (SELECT 1)");
   add_where(context, scope, sql);
   return sql;
 }
@@ -243,7 +256,8 @@ Fragment delete_statement(Context& context) {
   Scope scope(nullptr);
   Fragment sql = fragment("DELETE FROM ", 0);
   target_table(context, scope, sql, true);
-  add_where(context, scope, sql);
+  // Without a condition the engine empties the table at once, with no look at its rows.
+  if (context.tokens.is_word("WHERE")) add_where(context, scope, sql);
   return sql;
 }
 

@@ -1,4 +1,7 @@
 // Comparisons: operators, IN, BETWEEN, LIKE, IS NULL, EXISTS, ANY and ALL, and ROWNUM as a bound.
+// Two things decide how a comparison is written: the classes of its sides, which the engine would
+// compare by kind before value, and whether a side is a row, a query or ROWNUM, which need forms of
+// their own. All of them come back as fragments that are marked as conditions.
 #include <algorithm>
 #include <utility>
 
@@ -72,6 +75,9 @@ Fragment single(Fragment value) {
 
 // Rows are numbered as they pass, so ROWNUM can only bound how many do: a condition that row
 // number 1 fails lets none pass.
+// A bound is an expression of the client's and may be NULL: a comparison with NULL lets no row
+// pass, hence the coalesce to 0. Fractions count as the comparison would: ROWNUM < 2.5 passes two
+// rows, which ceil(2.5) - 1 gives, too.
 std::string row_limit(Operator operation, const Fragment& bound) {
   static const std::string kAll = "9223372036854775807";
   const std::string number = "ora_number(" + bound.sql + ")";
@@ -95,6 +101,8 @@ std::string row_limit(Operator operation, const Fragment& bound) {
 Fragment row_bound(Operator operation, const Fragment& bound) {
   if (bound.sources != 0 || !bound.row.empty() || bound.condition) fail_at(3001, bound);
   Fragment result = fragment("1", bound.offset);
+  // The condition itself says nothing any more; the limit is written at the end of the query
+  // (take_limit).
   result.limit = row_limit(operation, bound);
   return as_condition(std::move(result));
 }
@@ -105,6 +113,8 @@ Fragment row_bound(Operator operation, const Fragment& bound) {
 void use_row_number(Fragment& left, Fragment& right) {
   if (left.rowid.empty()) return;
   left.sql = left.rowid;
+  // The marks belong to the text that is replaced, their offsets would point behind the new one's
+  // end.
   left.marks.clear();
   if (right.rowid.empty()) {
     right = call("rowid_number", {right}, right.offset);
@@ -155,6 +165,8 @@ Fragment compare_to_query(Fragment left_side, std::string_view operation, const 
     const std::string plain = right.back().sql;
     if (left[i].condition || !left[i].row.empty()) fail_at(920, left[i]);
     make_comparable({&left[i], &right.back()});
+    // Only then the query is wrapped in another one: a plain query stays open to the engine's own
+    // plans for IN.
     converted = converted || right.back().sql != plain;
   }
   Fragment result = fragment("(", left.front().offset);
@@ -272,6 +284,7 @@ Fragment binary(Context& context, Scope& scope, Fragment left, Operator operatio
     return compare_to_query(std::move(left), engine_mark(operation),
                             parenthesized_query(context, scope));
   }
+  // In the select list ROWNUM is a value like any other and goes through operand().
   if (tokens.is_word("ROWNUM") && !scope.select_list) {
     tokens.skip();
     return row_bound(mirrored(operation), left);
@@ -297,6 +310,8 @@ Fragment between(Context& context, Scope& scope, Fragment left, bool negated) {
 
 // Patterns match text: a number is matched in the server's spelling, not in the engine's.
 Fragment like(Context& context, Scope& scope, Fragment left, bool negated) {
+  // The engine's LIKE is case-sensitive on our connections by a setting of theirs, see
+  // sqlite_handle.cpp.
   left = coerce(left, ValueClass::Text);
   const Fragment pattern = coerce(single(operand(context, scope)), ValueClass::Text);
   Fragment result = fragment("(", left.offset);
@@ -335,6 +350,8 @@ Fragment comparison(Context& context, Scope& scope) {
     return row_bound(of_rownum, operand(context, scope));
   }
   Fragment left = operand(context, scope);
+  // A condition in parentheses: it is whole, and no operator can follow that would take it as a
+  // value.
   if (left.condition) return left;
   const Operator operation = operator_at(tokens);
   if (operation != Operator::None) return binary(context, scope, std::move(left), operation);

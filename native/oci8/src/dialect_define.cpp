@@ -1,4 +1,7 @@
 // CREATE, DROP, ALTER and their siblings, but for what stands in a CREATE TABLE.
+// A definition may need several engine statements, which are written one after the other with ";\n"
+// between them and run in one transaction (SqliteStatement::run_define). Conditions that the engine
+// does not check are statements of their own in front, which raise an Oracle error by ora_raise.
 #include <algorithm>
 #include <limits>
 
@@ -74,12 +77,16 @@ std::vector<std::string> listed_names(Tokens& tokens) {
 Fragment create_view(Context& context, bool replace) {
   Tokens& tokens = context.tokens;
   const std::string name = object(context, 999);
+  // So that a view that selects from itself is found out now and not as an endless recursion of the
+  // engine.
   context.defines = name;
   const std::vector<std::string> names = listed_names(tokens);
   tokens.expect_word("AS");
   Query inner = query(context, nullptr, Naming::Names);
   if (!names.empty() && names.size() != inner.columns.size()) tokens.fail_here(1730);
   for (size_t i = 0; i < names.size(); ++i) inner.columns[i].name = names[i];
+  // Two columns of one name could never be told apart by those who select from the view. Select
+  // lists are short enough for the quadratic search.
   for (size_t i = 0; i < inner.columns.size(); ++i) {
     for (size_t j = 0; j < i; ++j) {
       if (inner.columns[j].name == inner.columns[i].name) tokens.fail_here(957);
@@ -149,6 +156,7 @@ bool sequence_option(Tokens& tokens, Sequence& sequence) {
 // To drop a table the engine deletes its rows first, and either way rows of other tables would go
 // with them where those are declared ON DELETE CASCADE.
 Fragment unless_referenced(const std::string& table, int code) {
+  // Foreign keys of the table on itself are no obstacle: their rows go with it.
   std::string sql = "SELECT ora_raise(" + std::to_string(code) + ") WHERE EXISTS (SELECT 1 FROM";
   sql += " sqlite_schema AS s, pragma_foreign_key_list(s.name) AS k WHERE s.type = 'table' AND";
   sql += " s.name <> " + quote_text(table) + " AND k.\"table\" = " + quote_text(table) + ");\n";
@@ -163,6 +171,7 @@ Fragment drop_table(Context& context) {
   const bool cascade = context.tokens.accept_word("CASCADE");
   if (cascade) context.tokens.expect_word("CONSTRAINTS");
   Fragment sql = unless_referenced(name, cascade ? 3001 : 2449);
+  // Dropping a table fires no triggers, so that its large values have to be taken away by hand.
   for (const ColumnInfo& column : table_columns(context, name, offset)) {
     if (may_be_large(column.type)) sql.add(release_values(name, column.name));
   }
@@ -179,6 +188,8 @@ Fragment create(Context& context) {
     tokens.expect_word("REPLACE");
     replace = true;
   }
+  // FORCE would make a view of tables that are not there, which is not done here: such a view is
+  // refused with or without it.
   if (!tokens.accept_word("FORCE")) tokens.accept_word("NOFORCE");
   if (tokens.accept_word("VIEW")) return create_view(context, replace);
   if (replace) tokens.fail_here(3001);
@@ -265,6 +276,7 @@ Fragment create_sequence(Context& context, const std::string& name) {
   const long long maximum = sequence.maximum.value_or(up ? kGreatest : -1);
   const long long start = sequence.start.value_or(up ? minimum : maximum);
   if (sequence.increment == 0) context.tokens.fail_here(4002);
+  // Each of these checks presumes the ones before.
   if (minimum >= maximum) context.tokens.fail_here(4004);
   if (start < minimum) context.tokens.fail_here(4006);
   if (start > maximum) context.tokens.fail_here(4008);

@@ -1,3 +1,6 @@
+// The reader is a chain of functions, one for each level of precedence, from either() (OR) down to
+// primary(). Conditions and values share the chain, because a parenthesis may hold either of them
+// and only what follows tells which; a mark on the fragment keeps them apart.
 #include "dialect_expression.h"
 
 #include <algorithm>
@@ -11,6 +14,7 @@ namespace {
 
 // Below this every integer result of the engine's own arithmetic is exact, as integer and as
 // double.
+// 2^53 is a little more than this.
 constexpr double kExactBound = 9e15;
 
 Fragment either(Context& context, Scope& scope);
@@ -22,6 +26,8 @@ Fragment numeric(const Fragment& value) {
 }
 
 // A whole select-list item may be read from a group key: then no column in it stands alone.
+// Called at every level where a group key can be complete: GROUP BY a + b makes the sum a key, but
+// not a alone.
 Fragment settle(const Scope& scope, Fragment value) {
   if (value.bare >= 0 && std::ranges::find(scope.group_keys, value.sql) != scope.group_keys.end()) {
     value.bare = -1;
@@ -51,6 +57,8 @@ Fragment add_or_subtract(const Fragment& left, const Fragment& right, bool add) 
   const bool left_date = left.type.value_class() == ValueClass::Date;
   const bool right_date = right.type.value_class() == ValueClass::Date;
   if (left_date && right_date && add) fail(975, {}, static_cast<int>(left.offset));
+  // Date plus or minus days is a date, days plus a date as well; the difference of two dates is a
+  // number of days.
   const bool is_date = left_date != right_date && (left_date || add);
   return operate(add ? "ora_add" : "ora_sub", left_date ? left : numeric(left),
                  right_date ? right : numeric(right), is_date ? date_type() : number_type());
@@ -70,6 +78,8 @@ Fragment multiply(const Fragment& left, const Fragment& right) {
 
 // A negative literal stays a literal: positions, limits and defaults look for one.
 Fragment negate(const Fragment& value, ub4 offset) {
+  // The least 64-bit integer never comes here as a magnitude: number_literal refuses a literal
+  // beyond 63 bits.
   if (value.integer) {
     Fragment result = fragment(std::to_string(-*value.integer), offset);
     result.type = value.type;
@@ -129,6 +139,7 @@ Fragment string_literal(Context& context) {
   std::string value = literal_value(context.tokens.spelling());
   if (value.size() > 4000) context.tokens.fail_here(1704);
   context.tokens.skip();
+  // The empty string is NULL for the server.
   if (value.empty()) return null_literal(offset);
   Fragment result = fragment(quote_text(value), offset);
   result.type = {SQLT_AFC, static_cast<ub2>(value.size()), 0, 0, 0};
@@ -241,6 +252,8 @@ Fragment alias_or_fail(const Context& context, const Scope& scope, const Qualifi
   for (const auto& [alias, value] : scope.aliases) {
     if (before.parts == 0 && alias == column) return value;
   }
+  // A block's variables are bound like further placeholders, so that the engine sees a number and
+  // no name.
   const ub4 variable = before.parts == 0 ? context.tokens.variable(column) : 0;
   if (variable != 0) return fragment("?" + std::to_string(variable), offset);
   // Where no table is in sight no column is meant to be (VALUES, DEFAULT).
@@ -253,6 +266,7 @@ Fragment column_reference(Context& context, Scope& scope) {
   Tokens& tokens = context.tokens;
   const ub4 offset = tokens.offset();
   const Qualifier before = qualifier(context);
+  // Unquoted, it is reserved, so that it cannot be a column's name.
   if (tokens.accept_word("ROWID")) {
     std::optional<Fragment> rowid = find_rowid(scope, before.table, offset);
     if (!rowid) no_such_column(before, "ROWID", offset);
@@ -313,6 +327,8 @@ CaseParts case_parts(Context& context, Scope& scope, bool simple) {
 }
 
 // All results take the class of the first, as the column that they make has one type.
+// A simple CASE compares its operand with each test, so that all of them are made comparable
+// together; a searched CASE has whole conditions and nothing to convert.
 Fragment case_expression(Context& context, Scope& scope) {
   const ub4 offset = context.tokens.offset();
   context.tokens.skip();
@@ -367,6 +383,8 @@ Fragment parenthesis(Context& context, Scope& scope) {
     tokens.expect_symbol(")", 907);
     return first;
   }
+  // Its SQL is never written: what understands a row takes its members, and everything else refuses
+  // it.
   Fragment row = fragment("(", offset);
   row.row.push_back(std::move(first));
   while (tokens.accept_symbol(",")) row.row.push_back(expression(context, scope));

@@ -11,11 +11,14 @@
 namespace oci8 {
 namespace {
 
+// The scale that the server reports for a NUMBER without one, and for FLOAT.
 constexpr sb1 kNoScale = -127;
 constexpr size_t kMaxText = 4000;
 constexpr size_t kNumberText = 40;
 constexpr size_t kDateText = 9;  // DD-MON-YY
 // SQLite's parser holds 100 symbols; what stands around the select list takes some of them.
+// A deeper expression would end in the engine's own "parser stack overflow", which has no place and
+// no meaning for a client.
 constexpr int kParserStack = 80;
 
 // CHAR columns and literals: compared as if filled up with blanks.
@@ -39,6 +42,7 @@ Fragment wrap_sized(std::string_view function, const Fragment& value, const Stat
 }
 
 // RAW as hexadecimal digits, everything else as the server prints it by default.
+// The classes that are left (LONG, LOB) have no text that an expression could work with: ORA-00932.
 Fragment to_text(const Fragment& value) {
   const size_t size = text_size(value.type);
   switch (value.type.value_class()) {
@@ -57,6 +61,7 @@ Fragment to_text(const Fragment& value) {
 
 // A literal padded to `size`, cut to it where only blanks go; its length stays where more goes.
 void pad_literal(Fragment& literal, size_t size) {
+  // Padded here rather than by a function, which every execution would run again.
   std::string value = *literal.text;
   while (value.size() > size && value.back() == ' ') value.pop_back();
   if (value.size() < size) value.resize(size, ' ');
@@ -107,6 +112,8 @@ Fragment store_large(const Fragment& value, const ColumnInfo& column, bool as_te
                          : column.type == SQLT_CLOB ? "store_clob"
                                                     : "store_blob";
   Fragment stored = wrap(function, text && as_text ? to_text(value) : value, type);
+  // A placeholder may be bound to a large value or to an ordinary one, which is known at each run
+  // only: the first function answers for the one, the second for the other.
   if (!is_placeholder(value)) return stored;
   const Fragment taken = call("take_large", {value, type_code}, value.offset);
   Fragment either = call("coalesce", {taken, stored}, value.offset);
@@ -234,6 +241,7 @@ Fragment& Fragment::add(const Fragment& part) {
   }
   sql += part.sql;
   aggregate = aggregate || part.aggregate;
+  // The first one, which is where the error will point.
   if (bare < 0) bare = part.bare;
   sources |= part.sources;
   weight = std::max(weight, part.weight);
@@ -328,6 +336,7 @@ void make_comparable(const std::vector<Fragment*>& values) {
     if (target == ValueClass::Unknown || target == ValueClass::Text) {
       if (of_value != ValueClass::Unknown) target = of_value;
     }
+    // A single value of varying length turns blank-padding off for all, as on the server.
     fixed = fixed && (value->null || is_fixed(value->type));
   }
   for (Fragment* value : values) *value = coerce(*value, target);
@@ -350,9 +359,11 @@ Fragment store(const Fragment& value, const ColumnInfo& column) {
   // DATE and RAW look alike at run time: only here is known how their text is made.
   const ValueClass from = value.type.value_class();
   const bool as_text = from == ValueClass::Date || from == ValueClass::Raw;
-  if (may_be_large(column.type)) return store_large(value, column, as_text);
+  if (may_be_large(column.type) && !column.in_row) return store_large(value, column, as_text);
   refuse_large(value);
   switch (column.type) {
+    case SQLT_LNG:
+      return wrap("store_long", as_text ? to_text(value) : value, type);
     case SQLT_CHR:
     case SQLT_RID:
       return wrap_sized("store_char", as_text ? to_text(value) : value, type);
@@ -367,6 +378,8 @@ Fragment store(const Fragment& value, const ColumnInfo& column) {
       if (as_text) break;
       // A binary precision (FLOAT) limits no decimal digits.
       const bool any = column.precision == 0 || column.scale == kNoScale;
+      // Without declared digits a client's double must come back bit for bit, which the general
+      // function does not promise.
       if (any && is_placeholder(value)) return wrap("store_given_number", value, type);
       Fragment result = fragment("store_number(", value.offset);
       result.add(value).add("," + std::to_string(any ? 0 : column.precision) + "," +

@@ -1,5 +1,7 @@
 // A piece of engine SQL under construction, with what is known of its value: the static type
 // decides how operators, comparisons and stores around it are written.
+// Fragments are values: they are copied and put together, and nothing refers back to the tokens
+// they came from but offsets. The functions at the end write the conversions.
 #ifndef OCI8_DIALECT_FRAGMENT_H
 #define OCI8_DIALECT_FRAGMENT_H
 
@@ -13,8 +15,12 @@
 
 namespace oci8 {
 
+/// What counts for conversions and comparisons; lengths and forms of a type make no difference.
+/// Unknown is what only a run can tell.
 enum class ValueClass : ub1 { Unknown, Number, Text, Date, Raw, Long, Lob };
 
+/// The type of an expression as far as it is known while the statement is translated. Sizes are
+/// bytes.
 struct StaticType {
   ub2 code = 0;  // SQLT_*; 0 where only the run decides (placeholders, NULL)
   ub2 size = 0;
@@ -25,6 +31,8 @@ struct StaticType {
   ValueClass value_class() const;
 };
 
+/// Types of results: a NUMBER without precision; the same with a known greatest magnitude; a
+/// VARCHAR2 of at most `size` bytes (held to 1..4000); a DATE; and the type of a column.
 StaticType number_type();
 StaticType integer_type(double bound);
 StaticType text_type(size_t size);
@@ -68,6 +76,7 @@ struct Fragment {
   Fragment& add(const Fragment& part);
 };
 
+/// Engine SQL that stands for the source text at `offset`. Unknown type, until the caller sets one.
 Fragment fragment(std::string_view sql, ub4 offset);
 /// name(arguments...), of unknown type.
 Fragment call(std::string_view name, const std::vector<Fragment>& arguments, ub4 offset);

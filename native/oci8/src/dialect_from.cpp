@@ -1,4 +1,7 @@
 // FROM clauses: tables, inline views, joins in both syntaxes.
+// The reader fills the scope and gives back engine SQL for each item between commas. Outer joins by
+// (+) are known only when the WHERE clause has been read, which is why joining the items is a
+// second step (join_sources).
 #include <algorithm>
 
 #include "declared_type.h"
@@ -42,6 +45,8 @@ class FromReader {
   // A table and all that is joined to it, up to the next comma. Joins group to the left.
   Fragment item() {
     const Nesting nesting(context_);
+    // Sources from here on belong to this item: a join's condition may rename or null the columns
+    // of its own tables only.
     const size_t first = scope_.sources.size();
     Fragment left = table();
     while (at_join_word(tokens()) && !tokens().is_word("USING")) left = join(left, first);
@@ -104,6 +109,8 @@ class FromReader {
                                 ? "OCI8$V" + std::to_string(++context_.names_made)
                                 : name;
     Source source = table_source(own, std::move(columns));
+    // Found under the name that the statement gives it, written under the one that the engine can
+    // tell apart.
     source.name = name;
     scope_.sources.push_back(std::move(source));
     return " AS " + quote_name(own);
@@ -117,10 +124,14 @@ class FromReader {
     std::string_view kind = cross ? " CROSS JOIN " : " JOIN ";
     if (!cross) kind = join_kind();
     tokens().expect_word("JOIN");
+    // The tables of the left side are those from `first` to here, those of the right side the ones
+    // behind.
     const size_t middle = scope_.sources.size();
     Fragment result = fragment("", left.offset);
     result.add(left).add(kind).add(table());
     if (cross) return result;
+    // RIGHT and FULL keep rows of the right side whose left side is missing: the left columns may
+    // be NULL then, and the merged ones are read from either.
     const bool keeps_right = kind == " RIGHT JOIN " || kind == " FULL JOIN ";
     if (keeps_right) make_nullable(scope_, first, middle);
     if (kind == " LEFT JOIN " || kind == " FULL JOIN ") make_nullable(scope_, middle, end());
@@ -214,6 +225,7 @@ std::vector<Fragment> take_marked(std::vector<Fragment>& conditions, std::uint64
     if (part.outer == bit) marked.push_back(std::move(part));
   }
   std::erase_if(conditions, [bit](const Fragment& part) { return part.outer == bit; });
+  // In the ON clause of an outer join they are conditions like any others.
   for (Fragment& part : marked) part.outer = 0;
   return marked;
 }
@@ -268,11 +280,13 @@ Fragment join_sources(const FromClause& clause, std::vector<Fragment>& condition
     for (size_t i = 0; i < clause.items.size(); ++i) {
       const std::uint64_t bit = std::uint64_t{1} << i;
       if ((waiting & bit) == 0 || (needed_sources(conditions, bit) & waiting) != 0) continue;
+      // Every table is marked: there is no row for the first of them to be joined to.
       if (result.sql.empty()) fail(1416, {}, static_cast<int>(clause.items[i].offset));
       result.add(" LEFT JOIN ").add(clause.items[i]).add(" ON ");
       result.add(join_conditions(take_marked(conditions, bit), " AND "));
       waiting &= ~bit;
     }
+    // No table of those that are left can be joined next: each waits for another one, in a circle.
     if (waiting == before) fail(1416, {}, static_cast<int>(clause.items.front().offset));
   }
   return result;

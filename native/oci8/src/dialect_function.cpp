@@ -1,4 +1,7 @@
 // SQL functions: which there are, how many arguments they take, and of what type their results are.
+// The run-time side of each function is in sqlite_functions*.cpp, under the same name in lower
+// case. What is decided here is what must be known before a row is there: the number of arguments,
+// conversions that need static types, and the type and size that the describe reports.
 #include <algorithm>
 
 #include "dialect_expression.h"
@@ -81,6 +84,8 @@ std::string engine_name(std::string_view name) {
 // Conversions that the functions do themselves are left to them: only what they cannot tell apart
 // at run time is decided here.
 Fragment argument_of_class(const Fragment& argument, char wanted) {
+  // A class that is not known may turn out to be anything: left alone, the function looks at the
+  // value.
   const ValueClass from = argument.type.value_class();
   switch (wanted) {
     case 'n':
@@ -184,6 +189,8 @@ StaticType aggregate_type(std::string_view name, const StaticType& argument) {
 // Columns inside do not stand alone any more, whatever the grouping.
 Fragment aggregate(Context& context, Scope& scope, const Aggregate& known, ub4 offset) {
   Tokens& tokens = context.tokens;
+  // Two levels of aggregates would need a GROUP BY of their own, as SUM(MAX(x)) has on the server;
+  // this is not offered.
   if (scope.in_aggregate) fail(935, {}, static_cast<int>(offset));
   if (!scope.aggregates) fail(934, {}, static_cast<int>(offset));
   scope.in_aggregate = true;
@@ -207,6 +214,7 @@ Fragment aggregate(Context& context, Scope& scope, const Aggregate& known, ub4 o
   result.add(")");
   deepen(result, 3);
   result.aggregate = true;
+  // Whatever it reads is summed up: the query's grouping has no say in it.
   result.bare = -1;
   scope.in_aggregate = false;
   return result;
@@ -264,6 +272,7 @@ Fragment decode(std::vector<Fragment> arguments, ub4 offset) {
     for (Fragment* result : results) *result = coerce(*result, ValueClass::Text);
   }
   const StaticType type = unify(results);
+  // A call has the engine's limit on arguments; a CASE has none.
   if (finds_null && arguments.size() > kAny) fail(939, {}, static_cast<int>(offset));
   Fragment result = finds_null ? call("decode", arguments, offset) : lazy_decode(arguments, offset);
   result.type = type;
@@ -336,6 +345,7 @@ Fragment known_function(const std::string& name, std::vector<Fragment> arguments
   if (count > known->most) fail(939, {}, static_cast<int>(offset));
   for (size_t i = 0; i < arguments.size(); ++i) {
     refuse_large(arguments[i]);
+    // The last letter of the rule holds for all arguments behind it.
     const size_t rule = std::min(i, known->arguments.size() - 1);
     arguments[i] = argument_of_class(arguments[i], known->arguments[rule]);
   }

@@ -9,16 +9,21 @@
 namespace oci8 {
 namespace {
 
+// The table's length comes first: quoted names with points inside could else give two columns one
+// trigger name.
 std::string trigger_name(const std::string& table, const std::string& column, char event) {
-  return quote_name("OCI8$" + table + "." + column + "." + event);
+  return quote_name("OCI8$" + std::to_string(table.size()) + "." + table + "." + column + "." +
+                    event);
 }
 
 std::string trigger(const std::string& table, const std::string& column, bool update) {
   const std::string name = quote_name(column);
   const std::string old = "OLD." + name;
+  // An integer in such a cell is the number of a large value, every other kind is the value itself.
   std::string sql = "CREATE TRIGGER " + trigger_name(table, column, update ? 'U' : 'D');
   sql += update ? " AFTER UPDATE OF " + name : " AFTER DELETE";
   sql += " ON " + quote_name(table) + " WHEN typeof(" + old + ") = 'integer'";
+  // An update that sets a cell to what it holds must not end the value.
   if (update) sql += " AND " + old + " IS NOT NEW." + name;
   return sql + " BEGIN DELETE FROM \"OCI8$LARGE\" WHERE id = " + old + "; END";
 }
@@ -49,6 +54,7 @@ std::string release_values(const std::string& table, const std::string& column) 
          " WHERE typeof(" + name + ") = 'integer');\n";
 }
 
+// Dropped before and made again behind: their names are made of the table's.
 Fragment rename_table(const std::string& from, const std::string& to,
                       const std::vector<ColumnInfo>& columns) {
   std::string before;

@@ -47,6 +47,8 @@ std::string direction(Tokens& tokens, bool nullable) {
 }
 
 // One SELECT ... FROM ... WHERE ... GROUP BY ... HAVING, with ORDER BY where it stands alone.
+// Reading jumps about in the tokens: FROM, WHERE, GROUP BY and HAVING first, then back to the
+// select list, then on to the ORDER BY. The state between these steps is the block's members.
 class Block {
  public:
   Block(Context& context, Scope* outer, Naming naming)
@@ -65,6 +67,7 @@ class Block {
     from_ = from_clause(context_, scope_);
     read_where(with_order);
     read_grouping();
+    // Behind a member of a set operation it would be that of the whole, which order_whole reads.
     with_order = with_order && tokens().is_word("ORDER");
     const size_t behind = tokens().position();
     tokens().seek(list);
@@ -93,6 +96,8 @@ class Block {
   // Whether anything counts or sorts the rows must be known now: from here on columns are named
   // as the limited rows have them.
   void read_where(bool with_order) {
+    // As on the server: a draw in a WHERE clause would advance the sequence for rows that are
+    // thrown away.
     scope_.sequences = false;
     if (tokens().accept_word("WHERE")) conditions_ = conjuncts(context_, scope_);
     limit_ = take_limit(conditions_);
@@ -146,6 +151,8 @@ class Block {
 
   // ROWNUM counts rows before they are grouped or sorted: the limited join becomes a table of its
   // own, whose columns stand for those of its parts from here on.
+  // The columns get short names of our own: two tables may have columns of one name, which a
+  // subquery could not give twice.
   void limit_sources() {
     limited_ = quote_name("OCI8$R" + std::to_string(++context_.names_made));
     size_t number = 0;
@@ -155,6 +162,8 @@ class Block {
         replaced_.push_back(column.sql + " AS " + name);
         column.sql = limited_ + "." + name;
       }
+      // What the conditions used was written before and is inside; from here on it is counted for
+      // those outside.
       source.rowid_used = false;
       if (source.rowid.empty()) continue;
       const std::string name = quote_name("r" + std::to_string(++number));
@@ -195,6 +204,7 @@ class Block {
         items_.push_back(read_item());
       }
     } while (tokens().accept_symbol(","));
+    // Something stands between the last item and FROM that is neither.
     if (tokens().position() != from) tokens().fail_here(923);
     scope_.select_list = false;
     check_items();
@@ -277,6 +287,7 @@ class Block {
   void read_order() {
     tokens().skip();
     tokens().expect_word("BY", 924);
+    // All at once, in front of the first key: an alias of a later item may be meant, too.
     for (size_t i = 0; i < items_.size(); ++i) {
       scope_.aliases.emplace_back(items_[i].name, items_[i].value);
     }
@@ -323,6 +334,8 @@ class Block {
       const std::string name = naming_ == Naming::Names ? item.name : std::to_string(i + 1);
       sql.add(i > 0 ? ", " : "").add(item.value).add(" AS " + quote_name(name));
       StaticType type = item.value.type;
+      // A column without a type is described as character data: one byte for NULL, the longest for
+      // a placeholder.
       if (type.code == 0) type.size = item.value.null ? 1 : 4000;
       result.columns.push_back(describe(type, std::move(item.name), item.value.nullable));
       result.types.push_back(item.value.type);
@@ -345,6 +358,7 @@ class Block {
     if (!limit_.empty()) sql.add(" LIMIT " + limit_);
     result.ordered = ordered;
     result.limited = !limit_.empty();
+    // A group function without GROUP BY makes one row, also of no rows.
     result.one_row = scope_.grouped && groups_.sql.empty();
     result.sql = fragment("", sql.offset);
     result.sql.sql = std::move(sql.sql);
@@ -373,6 +387,8 @@ class Block {
 // --- Set operations ------------------------------------------------------------------------------
 
 // The query as a table that is read whole.
+// The engine takes neither parentheses nor ORDER BY nor LIMIT around a member of a set operation,
+// but any query as a table.
 void make_table(Query& inner) {
   Fragment sql = fragment("SELECT * FROM (", inner.sql.offset);
   sql.add(inner.limited ? fenced(inner.sql) : inner.sql).add(")");

@@ -1,4 +1,7 @@
 // Queries: select lists, joins, grouping, set operations.
+// A query inside of another one is always a complete piece of engine SQL: what is around it selects
+// from it (select_from, column_of) instead of changing it. Subqueries see the scope they are given
+// as `outer`, and report what they read of it there (Scope::correlated).
 #ifndef OCI8_DIALECT_QUERY_H
 #define OCI8_DIALECT_QUERY_H
 
@@ -13,6 +16,8 @@ namespace oci8 {
 /// whose columns others refer to; "1", "2", ... for one that only this translation goes on with.
 enum class Naming : ub1 { Names, Positions };
 
+/// A translated query. `columns` are what a describe reports, `types` what the dialect knows of
+/// them: a column without a type is described as character data.
 struct Query {
   Fragment sql;
   std::vector<ColumnInfo> columns;

@@ -1,3 +1,5 @@
+// Names are looked up among the columns that the schema has reported and not left to the engine:
+// what is written around a name depends on its type, and the errors need its place.
 #include "dialect_scope.h"
 
 #include "declared_type.h"
@@ -7,6 +9,7 @@ namespace {
 
 // Some 40 parentheses or 13 queries inside one another: less than 400 KB of the caller's stack,
 // and about what the engine's own parser takes.
+// The limit has to hold on the stack of whatever thread calls, a Java thread's among them.
 constexpr int kMaxNesting = 120;
 
 // In the engine's view of case: a quoted lower-case name would reach the same table.
@@ -99,6 +102,7 @@ std::optional<Fragment> find_rowid(Scope& scope, const std::string& table, ub4 o
     for (size_t i = 0; i < at->sources.size(); ++i) {
       Source& source = at->sources[i];
       if (!table.empty() && source.name != table) continue;
+      // Every table has a ROWID, so that an unqualified one is ambiguous as soon as there are two.
       if (table.empty() && at->sources.size() > 1) fail(918, {}, static_cast<int>(offset));
       if (source.rowid.empty()) return std::nullopt;
       Fragment use = fragment("rowid_text(" + source.rowid + ")", offset);

@@ -1,5 +1,7 @@
 // What a name in a statement can mean: the tables of the query around it, and of the queries
 // around that.
+// Bits that stand for tables count the sources of one scope, in the order in which they were read;
+// they mean nothing outside of it. dialect_from.cpp fills a scope, expressions read it.
 #ifndef OCI8_DIALECT_SCOPE_H
 #define OCI8_DIALECT_SCOPE_H
 
@@ -47,6 +49,8 @@ class Nesting {
   Context& context_;
 };
 
+/// A column that can be named. Its SQL changes while the query is read: when its join merges it
+/// with others, or when a row limit puts its tables into a subquery.
 struct ScopeColumn {
   ColumnInfo info;
   std::string sql;  // how engine SQL names it
@@ -61,6 +65,8 @@ struct Source {
   bool rowid_used = false;
 };
 
+/// The names that one query offers to its expressions, and what may stand in the clause that is
+/// being read. Outer scopes outlive inner ones: they are on the stack of the functions around.
 struct Scope {
   explicit Scope(Scope* around) : outer(around) {}
 

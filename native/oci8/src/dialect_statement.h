@@ -1,4 +1,6 @@
 // Statements other than queries. Each function reads one from its first keyword to its end.
+// Failures have the offset of the token that does not fit. What the engine refuses with a place of
+// its own is left to it, and sqlite_errors.cpp gives it the server's code.
 #ifndef OCI8_DIALECT_STATEMENT_H
 #define OCI8_DIALECT_STATEMENT_H
 
@@ -6,6 +8,8 @@
 
 namespace oci8 {
 
+/// Data changes, as one engine statement. Each of them notes in the context which placeholders may
+/// take large values, and whether the table has columns for such.
 Fragment insert_statement(Context& context);
 Fragment update_statement(Context& context);
 Fragment delete_statement(Context& context);

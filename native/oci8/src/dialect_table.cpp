@@ -1,4 +1,7 @@
 // CREATE TABLE and ALTER TABLE.
+// Declared types go into the engine's schema in spellings that can be read back (declared_type.h);
+// sizes, precisions and blanks are enforced when values are stored, not by the table. Constraints
+// are the engine's own.
 #include <algorithm>
 #include <utility>
 
@@ -24,6 +27,7 @@ class TableReader {
  public:
   TableReader(Context& context, std::string name)
       : context_(context), name_(std::move(name)), scope_(nullptr) {
+    // Neither DEFAULT nor CHECK may draw from a sequence on the server.
     scope_.sequences = false;
     scope_.sources.emplace_back().name = name_;
   }
@@ -98,6 +102,7 @@ class TableReader {
     if (result.typed) result.column = declared_type(tokens());
     result.column.name = name;
     scope_.sources.front().columns.push_back({result.column, quote_name(name)});
+    // Before the constraints, which is the only order that the server takes.
     if (tokens().accept_word("DEFAULT")) result.value = default_value(result.column);
     while (column_constraint(result)) {
     }
@@ -113,6 +118,7 @@ class TableReader {
     return store(value, column);
   }
 
+  // Null for a name that is none of the columns so far; good until the next one is added.
   ScopeColumn* column_of_table(const std::string& name) {
     std::vector<ScopeColumn>& columns = scope_.sources.front().columns;
     const auto found = std::ranges::find_if(
@@ -256,6 +262,7 @@ class TableReader {
   // The type is spelled so that it can be read back from the engine's schema, see declared_type.h.
   Fragment write_definition(const Definition& of) {
     if (!of.typed) tokens().fail_here(902);
+    // A key of large values would compare their numbers, which are all different.
     if (of.constrained && may_be_large(of.column.type)) tokens().fail_here(932);
     Fragment sql = fragment(quote_name(of.column.name) + " " + spell_type(of.column), 0);
     if (of.value) sql.add(" DEFAULT (").add(*of.value).add(")");
@@ -270,6 +277,7 @@ class TableReader {
     }
     for (const Fragment& constraint : table_constraints_) sql.add(",").add(constraint);
     sql.add(")");
+    // Behind the table, as statements of their own.
     for (const Definition& of : definitions_) sql.add(make_triggers(name_, of.column));
     return sql;
   }
@@ -277,6 +285,7 @@ class TableReader {
   // Columns take names (where none are listed) and types from the query.
   Fragment create_from_query() {
     const Query inner = query(context_, nullptr, Naming::Positions);
+    // Without a list all names are the query's.
     if (definitions_.empty()) definitions_.resize(inner.columns.size());
     if (definitions_.size() != inner.columns.size()) tokens().fail_here(1730);
     std::vector<Fragment> values;
@@ -285,6 +294,7 @@ class TableReader {
       if (!column.name.empty() && definitions_[i].typed) tokens().fail_here(1773);
       std::string name = column.name.empty() ? inner.columns[i].name : column.name;
       const bool nullable = column.nullable;
+      // The type comes from the query, name and NOT NULL from the list.
       column = inner.columns[i];
       column.name = std::move(name);
       column.nullable = nullable;
@@ -292,6 +302,8 @@ class TableReader {
       values.push_back(store(column_of(inner, i), column));
     }
     Fragment sql = write();
+    // Columns are in the table's order on both sides, so that no list of them is needed. Large
+    // values are copied, since store() has them copied.
     sql.add(";\nINSERT INTO " + quote_name(name_) + " ").add(select_from(inner, values));
     return sql;
   }
@@ -307,6 +319,7 @@ class TableReader {
     const bool listed = tokens().accept_symbol("(");
     Fragment sql;
     do {
+      // The engine cannot add a constraint to a table that is there.
       if (at_table_constraint()) tokens().fail_here(3001);
       if (tokens().at_name() && column_of_table(unquoted_name()) != nullptr) {
         tokens().fail_here(1430);
@@ -328,6 +341,7 @@ class TableReader {
   // The engine takes constants only for the value of a new column in rows that there are.
   Fragment added(Definition of) {
     if (of.constrained) tokens().fail_here(3001);
+    // The server allows this for an empty table, which is not looked into here.
     if (!of.column.nullable && !of.value) tokens().fail_here(1758);
     if (of.value) of.value = constant(of.column);
     Fragment sql = fragment("ALTER TABLE " + quote_name(name_) + " ADD COLUMN ", 0);
@@ -340,6 +354,8 @@ class TableReader {
     const ValueClass target = type_of(column).value_class();
     if (value.null) return value;
     if (value.text && (target == ValueClass::Text || column.type == SQLT_LNG)) {
+      // Checked and padded as store() would have it at run time, for values that no statement
+      // stores.
       std::string text = *value.text;
       if (column.type != SQLT_LNG && text.size() > column.size) fail(1401);
       if (column.type == SQLT_AFC) text.resize(column.size, ' ');

@@ -1,7 +1,12 @@
+// The engine's names are compared without case, the server's with it once a name is quoted: here a
+// name is brought into the form in which the server keeps it, and all comparisons of names are made
+// on that form.
 #include "dialect_tokens.h"
 
 #include <algorithm>
 #include <charconv>
+
+#include "ascii.h"
 
 namespace oci8 {
 namespace {
@@ -28,16 +33,6 @@ constexpr std::string_view kReserved[] = {
 static_assert(std::is_sorted(std::begin(kReserved), std::end(kReserved)));
 
 constexpr size_t kNameSize = 30;
-
-char upper(char c) {
-  return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
-}
-
-std::string upper(std::string_view word) {
-  std::string result(word);
-  std::ranges::transform(result, result.begin(), [](char c) { return upper(c); });
-  return result;
-}
 
 // A doubled quote inside stands for itself.
 std::string unquote(std::string_view quoted) {
@@ -102,6 +97,7 @@ void Tokens::expect_symbol(std::string_view mark, int code) {
   if (!accept_symbol(mark)) fail_here(code);
 }
 
+// Two quotes with nothing between them are no name.
 bool Tokens::at_name(size_t ahead) const {
   if (kind(ahead) == TokenKind::QuotedName) return spelling(ahead).size() > 2;
   return kind(ahead) == TokenKind::Word && !is_reserved(spelling(ahead));
@@ -112,6 +108,7 @@ std::string Tokens::name(int code) {
   if (!at_name()) fail_here(code, spelling());
   const bool quoted = kind() == TokenKind::QuotedName;
   std::string result = quoted ? unquote(spelling()) : upper(spelling());
+  // Bytes of the name itself, without quotes.
   if (result.size() > kNameSize) fail_here(972);
   ++at_;
   return result;
@@ -119,6 +116,7 @@ std::string Tokens::name(int code) {
 
 // Another owner's object is not found rather than found under the user's own name.
 std::string Tokens::object_name(std::string_view user, int code) {
+  // The error of a foreign owner points at the owner, so that the place has to be remembered.
   const size_t first = at_;
   std::string result = name(code);
   if (!accept_symbol(".")) return result;
@@ -155,6 +153,7 @@ ub4 Tokens::placeholder() const {
   return static_cast<ub4>(found - sql_.placeholders.begin()) + 1;
 }
 
+// Searched from the front, as a block's statement has few of them.
 ub4 Tokens::variable(std::string_view name) const {
   const auto found = std::ranges::find(sql_.variables, name);
   if (found == sql_.variables.end()) return 0;
@@ -167,6 +166,7 @@ std::string Tokens::text_of(size_t first, size_t last) const {
   for (size_t i = first; i < last; ++i) {
     const std::string_view part = sql_.spelling(sql_.tokens[i]);
     const TokenKind part_kind = sql_.tokens[i].kind;
+    // Case carries meaning inside of these, and nowhere else.
     const bool kept = part_kind == TokenKind::String || part_kind == TokenKind::QuotedName;
     result += kept ? std::string(part) : upper(part);
   }
@@ -175,6 +175,7 @@ std::string Tokens::text_of(size_t first, size_t last) const {
 
 // Ends at the end of the text at the latest, with an error.
 void Tokens::skip_parenthesis() {
+  // The opening parenthesis was taken before, and counts as the first level.
   for (size_t depth = 1; depth > 0; ++at_) {
     if (at_end()) fail_here(907);
     if (is_symbol("(")) ++depth;

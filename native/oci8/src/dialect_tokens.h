@@ -1,4 +1,7 @@
 // Reading along the tokens of a statement: keywords, names and the errors for what is missing.
+// `ahead` counts tokens from the current one, which is 0. Reading on never goes beyond the last
+// token, and every question is answered there, so that no caller has to ask whether the text has
+// ended.
 #ifndef OCI8_DIALECT_TOKENS_H
 #define OCI8_DIALECT_TOKENS_H
 
@@ -11,6 +14,7 @@
 
 namespace oci8 {
 
+/// A place in a statement's tokens. The statement outlives it; copies go their own ways.
 class Tokens {
  public:
   explicit Tokens(const SqlText& sql) : sql_(sql) {}
@@ -65,6 +69,7 @@ class Tokens {
   size_t at_ = 0;
 };
 
+/// Whether the server reserves the word, whatever its case: it names nothing then, unless quoted.
 bool is_reserved(std::string_view word);
 
 }  // namespace oci8

@@ -1,3 +1,6 @@
+// Synonyms come down to the ten types that a column can have (declared_type.cpp). Limits are those
+// of the server's release 8: VARCHAR2 4000 bytes, CHAR and RAW 2000, NUMBER 38 digits, scales from
+// -84 to 127.
 #include "dialect_types.h"
 
 namespace oci8 {
@@ -24,6 +27,7 @@ ColumnInfo number(int precision, int scale) {
 // No default length: a VARCHAR2 without one is a mistake on the server, too.
 ColumnInfo sized(Tokens& tokens, ub2 type, long long limit) {
   tokens.expect_symbol("(", 906);
+  // More than any type's own limit: what is too long has one code either way.
   const long long size = tokens.integer(100000, 910);
   if (size < 1 || size > limit) tokens.fail_here(910);
   tokens.expect_symbol(")", 907);
@@ -39,6 +43,7 @@ ColumnInfo character(Tokens& tokens) {
 
 // NUMBER, NUMBER(p), NUMBER(p,s), NUMBER(*,s). `scale` is what a type without arguments has.
 ColumnInfo decimal(Tokens& tokens, int scale) {
+  // DECIMAL without digits is an integer, NUMBER without digits any number.
   if (!tokens.accept_symbol("(")) return scale == 0 ? number(kMaxPrecision, 0) : number(0, scale);
   long long precision = kMaxPrecision;
   if (!tokens.accept_symbol("*")) precision = tokens.integer(kMaxPrecision, 1727);

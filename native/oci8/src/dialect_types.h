@@ -1,4 +1,5 @@
 // Declared column types as statements write them.
+// Used for CREATE TABLE and ALTER TABLE, for CAST, and for the declarations of a block's variables.
 #ifndef OCI8_DIALECT_TYPES_H
 #define OCI8_DIALECT_TYPES_H
 

@@ -2,6 +2,8 @@
 // three classes; the rest of the client library knows values, columns and Oracle errors only.
 // Operations raise Failure (error.h). A connection and its statements are used by one thread at
 // a time, except Connection::interrupt.
+// sqlite_engine.cpp and sqlite_statement.cpp implement them. Another engine would have to give what
+// is written here and nothing else.
 #ifndef OCI8_ENGINE_H
 #define OCI8_ENGINE_H
 
@@ -23,6 +25,7 @@ struct ColumnInfo {
   sb2 precision = 0;  // NUMBER: 0 without declared precision
   sb1 scale = 0;  // NUMBER: -127 without declared precision, and for FLOAT
   bool nullable = true;
+  bool in_row = false;  // a LONG that cannot take large values
 };
 
 /// The name of a large value: one that the database keeps in chunks outside of its row. A copy
@@ -43,6 +46,8 @@ inline constexpr size_t kLargePart = 32768;
 
 /// One value on the border: a view of bytes that somebody else owns.
 struct Value {
+  // Named after what the bytes are, not after the column's type: an expression may give another
+  // kind than its column was described with.
   enum class Kind : ub1 {
     Null,
     Integer,  // NUMBER
@@ -68,10 +73,14 @@ class Statement {
   virtual ~Statement() = default;
 
   /// The select list; empty for a statement that is no query.
+  /// The reference and its elements stay in place as long as the statement, also where it is
+  /// prepared again: parameter descriptors point into it.
   virtual const std::vector<ColumnInfo>& columns() const = 0;
 
   /// Binds a value to the placeholder at `position` (from 1). The bytes stay the caller's and must
   /// stay in place until the statement has been stepped to its end or reset.
+  /// ORA-01036 for a position without a placeholder, ORA-00932 for a large value at a place that
+  /// takes none, ORA-22275 for one that names nothing.
   virtual void bind(ub4 position, const Value& value) = 0;
 
   /// The type of the LONG, LONG RAW, CLOB or BLOB column that the placeholder's value goes into as
@@ -105,8 +114,10 @@ class Connection {
 
   /// Prepares a statement; data changes begin a transaction when they run, DDL commits before and
   /// after itself. `text` stays the caller's and outlives the statement.
+  /// Errors have an offset into `text` where there is a place to point at.
   virtual std::unique_ptr<Statement> prepare(const SqlText& text) = 0;
 
+  /// ORA-02091 when the transaction could not be committed: it is rolled back then, not left open.
   virtual void commit() = 0;
   virtual void rollback() = 0;
 

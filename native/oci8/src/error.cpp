@@ -1,3 +1,5 @@
+// The catalogue holds every code that this library raises, with the server's wording, which
+// programs and people search for. A code that is missing here still reaches the caller as a number.
 #include "error.h"
 
 #include <algorithm>
@@ -247,6 +249,7 @@ std::string_view message_template(int code) {
 
 std::string error_text(int code, std::string_view argument) {
   constexpr std::string_view kPlace = "%s";
+  // Room for any int. At least five digits, as the server writes them.
   std::array<char, 24> prefix;
   std::snprintf(prefix.data(), prefix.size(), "ORA-%05d: ", code);
   std::string text = prefix.data();

@@ -1,5 +1,8 @@
 // Oracle errors inside the client library: raised as C++ exceptions, turned into the status and
 // the error record of the call at the interface's border (never beyond it).
+// Codes and meanings are those of the server's documentation of error messages; sqlite_errors.h
+// maps what the engine reports. An offset counts bytes from the beginning of the text that the
+// caller prepared, and becomes OCI_ATTR_PARSE_ERROR_OFFSET.
 #ifndef OCI8_ERROR_H
 #define OCI8_ERROR_H
 

@@ -1,4 +1,7 @@
 // Executing: values in, the run of a change, query or block, and what a block gives back.
+// An execute has four parts, in this order: the statement is prepared in the database where that
+// has not happened yet; callbacks bring the values that are sent at execution; the values are
+// handed to the engine as views; the engine runs. Output variables of a block are written last.
 #include <algorithm>
 #include <cstring>
 
@@ -38,6 +41,7 @@ class StatementHandle::StreamUnit {
 
   void require_live() const {
     if (statement_.attachment_ != &attachment_) fail(1012);
+    if (statement_.breaks_ != attachment_.breaks) fail(1013);
   }
 
   /// The connection, for a change that belongs to the unit.
@@ -73,16 +77,22 @@ class StatementHandle::StreamUnit {
 
 // Keeps a value in memory, or where the column takes large ones the first part of it: from the
 // second on it goes to the database part by part.
+// A part is kLargePart bytes, the unit in which the engine stores: writes that begin and end at its
+// multiples touch every chunk once.
 class StatementHandle::LargeSink final : public PieceSink {
  public:
   LargeSink(StreamUnit& unit, HeldBytes& held, size_t expected, bool large)
       : unit_(unit), held_(held), expected_(expected), large_(large) {}
 
   void take(const void* bytes, size_t size) override {
+    unit_.require_live();
     if (!large_) return held_.append(bytes, size, expected_);
     const auto* from = static_cast<const char*>(bytes);
     while (size > 0) {
       if (held_.size() == kLargePart) flush();
+      // Whole parts go from the caller's memory straight into the database, and what is left over
+      // waits for the next piece. A first piece of up to one part is held: the value may end with
+      // it, and then stays in its row.
       const bool whole = held_.size() == 0 && size > kLargePart;
       const size_t part =
           whole ? size - size % kLargePart : std::min(size, kLargePart - held_.size());
@@ -161,12 +171,16 @@ int StatementHandle::start(Attachment& attachment, ub4 iterations) {
   // A change of a callback's own would be undone with the stream, and an end of the transaction
   // keep a part of it.
   if (!query) attachment.require_no_stream();
+  breaks_ = attachment.breaks;
   enter(attachment);
   check_binds();
   close_cursor();
   int information = 0;
   for (ub4 row = 0; row < (query ? 1 : iterations); ++row) {
+    // For each iteration its own: one that fails must undo what it streamed, and nothing of the
+    // iterations before it.
     StreamUnit unit(*this, attachment);
+    unit.require_live();
     pull_streams(unit, row);
     give_inputs(row);
     if (query) {
@@ -216,6 +230,8 @@ void StatementHandle::pull_streams(StreamUnit& unit, ub4 row) {
     if (!binds_[i]->at_execution) continue;
     HeldBytes pulled;
     LargeSink sink(unit, pulled, binds_[i]->room, streams_large(i));
+    // While the caller's code runs it may call this library with the same handles; calls that would
+    // change this statement find the mark and are refused (require_idle).
     pulling_ = true;
     try {
       if (!pull_value(*binds_[i], row, sink)) sink.discard();
@@ -224,6 +240,7 @@ void StatementHandle::pull_streams(StreamUnit& unit, ub4 row) {
       throw;
     }
     pulling_ = false;
+    // The callback may have ended the session, after which neither the run nor the mark exists.
     unit.require_live();
     streamed_[i] = sink.finish();
     held_[i] = std::move(pulled);
@@ -234,6 +251,8 @@ void StatementHandle::pull_streams(StreamUnit& unit, ub4 row) {
 // while a query goes on reading its values: those are copied.
 Value StatementHandle::input(size_t index, ub4 row) {
   const BindHandle& bind = *binds_[index];
+  // A variable that the block only assigns to may be uninitialised, or hold bytes that are no value
+  // of its type.
   if (block_ != nullptr && !uses_[index].read) return {};
   if (bind.at_execution && streamed_[index].id != 0) return given_value(streamed_[index]);
   if (bind.at_execution) return held_value(bind, held_[index]);
@@ -295,6 +314,7 @@ void StatementHandle::hand_over_cursors() {
 // The handle is then as after a prepare and an execute of the query. A failure of its first step is
 // kept for its first fetch, as the block has done its work.
 void StatementHandle::adopt(OpenedCursor opened, Attachment& attachment) {
+  // Whatever the cursor variable's statement did before ends here, also in another database.
   drop_run();
   drop_binds();
   drop_defines();

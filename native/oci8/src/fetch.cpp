@@ -1,4 +1,8 @@
 // Fetching: rows into arrays, and rows whose long columns are handed over in pieces.
+// The interface's rules that shape this file: an array fetch reports one status for all its rows; a
+// column may be defined for pieces only where the caller fetches row by row (ORA-24391 for more);
+// and a failure of the engine ends the cursor, so that the same failure answers every further
+// fetch.
 #include <algorithm>
 #include <cstring>
 
@@ -23,6 +27,7 @@ sword StatementHandle::fetch(ub4 rows, ErrorRecord& record) {
     close_cursor();
     return OCI_SUCCESS;
   }
+  // A fetch reads through the connection on which a LOB's transfer is under way.
   if (attachment_ != nullptr) attachment_->require_idle();
   if (piece_.phase == Pieces::BufferOffered) return fill_piece(record);
   if (piece_.phase == Pieces::BufferDue) fail(kFetchOutOfSequence);
@@ -72,6 +77,7 @@ bool StatementHandle::next_row() {
   if (cursor_ == Cursor::AtEnd) return false;
   if (cursor_ != Cursor::AtRow && !step()) return false;
   cursor_ = Cursor::PastRow;
+  // Two steps instead of one atomic addition, as this thread is the only one that writes.
   row_count.store(row_count.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
   return true;
 }
@@ -95,6 +101,7 @@ sword StatementHandle::fetch_rows(ub4 rows, ErrorRecord& record) {
     if (code != 0 && code != kCutWithInfo) fail(code);
     if (code != 0) information = code;
   }
+  // Prefetch 0 is the caller's way to say that nothing beyond the asked rows may be read.
   if (prefetch_rows > 0) look_ahead();
   return information == 0 ? OCI_SUCCESS : note(record, OCI_SUCCESS_WITH_INFO, information);
 }
@@ -147,11 +154,14 @@ sword StatementHandle::fetch_in_pieces(ErrorRecord& record) {
 // Goes on to the next column in pieces, from defines_[define]; the row is complete without one.
 // The value stays in the engine's memory until its pieces are copied out.
 sword StatementHandle::begin_pieces(size_t define, ErrorRecord& record) {
+  // The buffer of the column before is the caller's again, and forgotten.
   piece_ = PieceState();
   while (define < defines_.size() && !defines_[define]->in_pieces) ++define;
   if (define == defines_.size()) return OCI_SUCCESS;
   const Value value = run_->column(defines_[define]->position - 1);
   piece_.null = value.kind == Value::Kind::Null;
+  // A text column of the engine may hold a number in some row, of which there are no bytes to hand
+  // over.
   if (value.kind == Value::Kind::Integer || value.kind == Value::Kind::Real) fail(932);
   piece_.data = value.data;
   piece_.large = value.large;

@@ -1,5 +1,8 @@
 // The border of the interface: what is raised inside becomes the status and the diagnostic of the
 // call. Every exported function goes through here; no exception leaves it.
+// A body returns the status of its success and raises everything else: Failure with an ORA code
+// becomes OCI_ERROR, InvalidHandle becomes OCI_INVALID_HANDLE and leaves no diagnostic, as there
+// may be no handle to leave it in.
 #ifndef OCI8_GUARD_H
 #define OCI8_GUARD_H
 
@@ -23,6 +26,7 @@ sword recorded(ErrorRecord& record, Body&& body) noexcept {
   } catch (const Failure& failure) {
     record.set(failure);
   } catch (const std::bad_alloc&) {
+    // The text is not made up now, when there is no memory, but when somebody asks for it.
     record.set(4030);
   } catch (...) {
     // Nothing else is raised on purpose; the caller must get an answer all the same.

@@ -1,3 +1,6 @@
+// Allocation, the error record, and the states of server, session and service context. What depends
+// on each other (a session on its server, statements on a database) is untied here in one order:
+// session first, then the statements' runs, then the transaction, then the file.
 #include "handles.h"
 
 #include <algorithm>
@@ -121,11 +124,16 @@ bool ErrorRecord::read(sb4* code, text* buffer, size_t size) const noexcept {
   const std::lock_guard lock(mutex_);
   if (code_ == 0) return false;
   if (code != nullptr) *code = code_;
+  // A caller may want the code only.
   if (buffer == nullptr || size == 0) return true;
   buffer[0] = 0;
   try {
+    // No text although there is a code: either the code came alone, or there was no memory for the
+    // text.
     const std::string made_up = text_.empty() ? error_text(code_) : std::string();
     const std::string& whole = text_.empty() ? made_up : text_;
+    // Bytes, so that a cut may fall into a character of several bytes: the interface promises no
+    // more than a terminator.
     const size_t length = std::min(whole.size(), size - 1);
     std::memcpy(buffer, whole.data(), length);
     buffer[length] = 0;
@@ -188,6 +196,8 @@ ServerHandle::~ServerHandle() {
 
 void ServerHandle::attach(std::string_view connect_string) {
   if (attachment_ != nullptr && attachment_->session != nullptr) fail(24309);
+  // The former database is closed before the new one is opened: attaching to the same file again
+  // must not meet this handle's own former connection.
   replace(nullptr);
   attach_failure_.reset();
   try {
@@ -232,6 +242,8 @@ Attachment& ServerHandle::attachment_for_login() const {
 bool ServerHandle::interrupt() noexcept {
   const std::lock_guard lock(break_mutex_);
   if (attachment_ == nullptr) return false;
+  // Both halves of a break: the call that runs, and the transfer that is open between calls.
+  ++attachment_->breaks;
   attachment_->connection->interrupt();
   attachment_->transfer.end();
   return true;

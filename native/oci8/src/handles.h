@@ -1,5 +1,9 @@
 // The handles behind the interface's opaque pointers. An environment owns every handle made from
 // it; statements own their defines and parameter descriptors (statement.h).
+// Who may use what from which thread: handles are found, made and freed on any thread (pool.h); the
+// contents of a handle belong to one thread at a time, as the interface demands. Exceptions are
+// what a break needs from another thread while a call runs: atomic members, the lock of an
+// ErrorRecord, and ServerHandle::interrupt.
 #ifndef OCI8_HANDLES_H
 #define OCI8_HANDLES_H
 
@@ -30,6 +34,8 @@ struct SessionHandle;
 class StatementHandle;
 
 /// One row of the table of kinds: all that allocation and freeing need to know of a kind.
+/// Plain functions instead of a virtual base: the address that a caller holds is that of the handle
+/// itself, and must be that of its Handle part as well (handles.cpp).
 struct HandleKind {
   ub4 type;  // OCI_HTYPE_*, OCI_DTYPE_*
   Handle* (*make)();
@@ -44,6 +50,7 @@ struct Handle {
   Environment* environment = nullptr;  // null for an environment
   Handle* previous = nullptr;  // neighbours among the environment's handles
   Handle* next = nullptr;
+  // For the caller alone, asked for with the allocation; zeroed, and freed with the handle.
   std::unique_ptr<std::byte[]> user_memory;
 };
 
@@ -67,6 +74,8 @@ class ErrorRecord {
 
 struct Environment : Handle {
   ~Environment();
+  /// Enters a handle into, or takes it out of, the list of those that end with the environment. Any
+  /// thread.
   void adopt(Handle& child) noexcept;
   void release(Handle& child) noexcept;
 
@@ -77,6 +86,7 @@ struct Environment : Handle {
   Handle* children_ = nullptr;
 };
 
+/// What a caller hands to every call; the call leaves its diagnostic here.
 struct ErrorHandle : Handle {
   ErrorRecord record;
 };
@@ -92,9 +102,14 @@ struct Attachment {
 
   std::unique_ptr<Connection> connection;
   SessionHandle* session = nullptr;  // live
+  // Each statement enters itself when it is prepared on the connection and leaves when its run is
+  // dropped: none of the pointers dangles.
   std::vector<StatementHandle*> statements;
   LobTransfer transfer;
   bool streaming = false;  // a part of such a value is there
+  // Asked for so far. A call of several steps that finds another number than at its begin ends: the
+  // engine hears of a break only while it runs.
+  std::atomic<ub4> breaks{0};
 };
 
 class ServerHandle : public Handle {
@@ -130,6 +145,8 @@ class ServerHandle : public Handle {
   std::optional<Failure> attach_failure_;
 };
 
+/// Credentials, and where the session runs that was started with them. Freed while the session is
+/// live, it ends the session, which commits.
 struct SessionHandle : Handle {
   ~SessionHandle();
 

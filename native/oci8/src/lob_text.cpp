@@ -1,3 +1,6 @@
+// Both directions are loops over an ASCII stretch and then one character, so that plain text runs
+// at the speed of a copy with a comparison. The codes above FFFF stand as two units in a CLOB (a
+// high half D800-DBFF and a low half DC00-DFFF) and as four bytes in UTF-8.
 #include "lob_text.h"
 
 #include <algorithm>
@@ -63,6 +66,8 @@ Converted encode_utf8(const utext* units, size_t count, bool last, ub1* target, 
     size_t width = 1;
     if (is_high(code)) {
       const bool at_end = done.read + 1 == count;
+      // The low half may be the first unit of the next part: encoding the high half alone now would
+      // make two wrong characters of one.
       if (at_end && !last) break;
       if (!at_end && is_low(units[done.read + 1])) {
         code = kFirstOfTwo + ((code - 0xd800) << 10) + (units[done.read + 1] - 0xdc00U);
@@ -112,8 +117,11 @@ struct TextDecoder::Sink {
 // The first byte of a character. False where its unit has no room.
 bool TextDecoder::begin(ub1 byte, Sink& sink) noexcept {
   if (byte < 0x80) return sink.put(byte);
+  // C0 and C1 could only begin overlong forms of ASCII, F5 and more only codes beyond 10FFFF (RFC
+  // 3629, section 3); 80 to BF begin nothing.
   if (byte < 0xc2 || byte > 0xf4) return sink.put(kReplacement);
   missing_ = byte < 0xe0 ? 1 : byte < 0xf0 ? 2 : 3;
+  // The lead byte has its code in five, four or three low bits.
   code_ = byte & (0x3fU >> missing_);
   least_ = missing_ == 1 ? 0x80 : missing_ == 2 ? 0x800 : kFirstOfTwo;
   return true;
@@ -125,6 +133,8 @@ bool TextDecoder::take(ub1 byte, Sink& sink) noexcept {
   if (missing_ == 0) return begin(byte, sink);
   const unsigned code = code_ << 6 | (byte & 0x3fU);
   if (missing_ == 1) {
+    // An overlong form is refused as a whole when its last byte is here: different bytes must not
+    // mean the same text.
     const bool valid = code >= least_ && code <= kLastCode;
     if (!sink.put(valid ? code : kReplacement)) return false;
   }

@@ -1,6 +1,9 @@
 // Text between the characters of a CLOB, which are UCS-2 in machine byte order, and the bytes of a
 // client's buffer. A character of two units that is not whole keeps its value, as three bytes of
 // UTF-8 for each half, so that nothing is lost between ranges that were cut by units.
+// UTF-8 is that of RFC 3629, except for these halves: the RFC forbids the codes D800 to DFFF, and a
+// strict decoder would lose them. Nothing here allocates or fails; the caller's buffers limit each
+// step, and what was not converted is left for the next one.
 #ifndef OCI8_LOB_TEXT_H
 #define OCI8_LOB_TEXT_H
 
@@ -18,6 +21,8 @@ enum class LobForm : ub1 {
 };
 
 /// How far a conversion came.
+/// `read` counts what was taken from the source and `written` what was put into the target, each in
+/// its own unit: bytes of a client's buffer, UCS-2 units of a CLOB.
 struct Converted {
   size_t read = 0;
   size_t written = 0;

@@ -1,3 +1,6 @@
+// A transfer counts in units of the value, whatever the client's buffer holds: the next place to
+// read or write is exact even where a conversion ended in the middle of the buffer. A failure is
+// final, the caller closes the transfer then.
 #include "lob_transfer.h"
 
 #include <algorithm>
@@ -11,6 +14,7 @@ namespace {
 constexpr int kIllegalParameter = 24801;
 
 // Where converted text passes through, on the stack: as much as the engine keeps together.
+// In bytes that is one part of a large value (kLargePart): 32 KB of the caller's stack.
 constexpr size_t kTextUnits = 16384;
 
 bool same_value(const LargeName& left, const LargeName& right) {
@@ -18,6 +22,7 @@ bool same_value(const LargeName& left, const LargeName& right) {
 }
 
 // As a whole or not at all.
+// The engine makes each of its writes whole by itself; a converted piece may take several of them.
 template <class Body>
 void marked(Connection& connection, Body&& body) {
   connection.mark();
@@ -53,6 +58,11 @@ void LobTransfer::begin(const Request& request) {
   open_ = true;
 }
 
+// A break between two operations of one call, which the engine does not hear of.
+void LobTransfer::require_unbroken() const {
+  if (!open_) fail(1013);
+}
+
 void LobTransfer::advance(size_t units) {
   place_ += units;
   left_ -= units;
@@ -84,9 +94,13 @@ size_t LobTransfer::read_text(Connection& connection, ub1* target, size_t room) 
   utext units[kTextUnits];
   size_t written = 0;
   while (left_ > 0 && written < room) {
+    require_unbroken();
     const size_t wanted = std::clamp<size_t>(room - written, 2, kTextUnits);
     const auto asked = static_cast<size_t>(std::min<unsigned long long>(left_, wanted));
+    // Units that the encoder leaves are read again by the next round or call: to keep them would
+    // need more state between calls.
     const size_t got = connection.read_large(name_, place_, units, asked);
+    // The value ends here, so that the half of a character at the end is known to be the last.
     if (got < asked) left_ = got;
     const Converted done =
         encode(form_, units, got, got == left_, target + written, room - written);
@@ -104,6 +118,8 @@ LobTransfer::Moved LobTransfer::write(Connection& connection, const ub1* source,
     if (size % unit_size() != 0) fail(kIllegalParameter);
     put(connection, source, size / unit_size(), last);
   } else if (size < kTextUnits) {
+    // So few bytes decode to fewer units than the buffer has, which makes it one write, whole by
+    // itself.
     write_text(connection, source, size, last);
   } else {
     marked(connection, [&] { write_text(connection, source, size, last); });
@@ -114,6 +130,7 @@ LobTransfer::Moved LobTransfer::write(Connection& connection, const ub1* source,
 void LobTransfer::write_text(Connection& connection, const ub1* source, size_t size, bool last) {
   utext units[kTextUnits];
   for (bool whole = false; !whole;) {
+    require_unbroken();
     const Converted done = decoder_.decode(form_, source, size, last, units, kTextUnits);
     source += done.read;
     size -= done.read;
@@ -125,6 +142,7 @@ void LobTransfer::write_text(Connection& connection, const ub1* source, size_t s
 void LobTransfer::put(Connection& connection, const void* source, size_t units, bool last) {
   if (exact_ && units > left_) fail(kIllegalParameter);
   if (exact_ && last && units < left_) fail(22993);
+  // A last piece without bytes only closes the transfer.
   if (units > 0) connection.write_large(name_, place_, source, units);
   advance(units);
 }
@@ -134,6 +152,8 @@ size_t LobTransfer::bytes_of_all(const ub1* source, size_t size) const {
     if (left_ > size / unit_size()) fail(kIllegalParameter);
     return static_cast<size_t>(left_) * unit_size();
   }
+  // A trial run with a decoder of its own: how many bytes make up the announced characters shows
+  // only by decoding them, and nothing may be written when they are too few.
   TextDecoder decoder;
   utext units[kTextUnits];
   size_t taken = 0;

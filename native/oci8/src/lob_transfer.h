@@ -1,5 +1,7 @@
 // Reads and writes of a LOB, which may take several calls with a buffer each: the interface calls
 // that polling. A session has one such transfer at a time, and does nothing else while it is open.
+// The state lives in the attachment (handles.h), not in the locator, because it is the session that
+// is busy. oci_lob.cpp turns a call's arguments into a Request; the engine moves the units.
 #ifndef OCI8_LOB_TRANSFER_H
 #define OCI8_LOB_TRANSFER_H
 
@@ -41,6 +43,8 @@ class LobTransfer {
   /// Ends an open transfer, what it has moved stays moved. Any thread.
   void end() noexcept { open_ = false; }
 
+  /// Opens a transfer, in the place of one that was open. ORA-22275 for a locator that names
+  /// nothing. Moves nothing yet.
   void begin(const Request& request);
 
   /// Fills the buffer. ORA-24801 for one without room for a single character.
@@ -57,6 +61,7 @@ class LobTransfer {
 
  private:
   size_t unit_size() const { return name_.unit == LargeName::Unit::Character ? sizeof(utext) : 1; }
+  void require_unbroken() const;
   void advance(size_t units);
   size_t read_units(Connection& connection, ub1* target, size_t room);
   size_t read_text(Connection& connection, ub1* target, size_t room);
@@ -68,6 +73,8 @@ class LobTransfer {
   LobForm form_ = LobForm::Units;
   bool exact_ = false;
   const Locator* locator_ = nullptr;
+  // Of the value when the transfer began: a locator that has come to name another value does not go
+  // on with it.
   LargeName name_;
   unsigned long long place_ = 0;
   unsigned long long left_ = 0;  // units

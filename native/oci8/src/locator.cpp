@@ -1,3 +1,5 @@
+// Callers' variables hold addresses of locators, so each use goes through the pool like a handle
+// argument: a locator that was freed since is found out and never followed.
 #include "locator.h"
 
 #include <cstring>
@@ -32,6 +34,7 @@ size_t element_size(ub2 external, size_t announced) noexcept {
 LargeName name_in_variable(const ub1* variable, ub2 external) {
   const Locator* locator = find_locator(variable);
   if (locator == nullptr) fail(kInvalidLocator);
+  // A CLOB's name in a BLOB variable would have the engine count bytes as characters.
   const bool clob = locator->named().unit == LargeName::Unit::Character;
   if (clob != (external == SQLT_CLOB)) fail(932);
   return locator->name;

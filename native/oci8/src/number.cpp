@@ -1,3 +1,6 @@
+// The engine has 64-bit integers and doubles, the server decimals of 38 digits. What both can keep
+// exactly is accepted, everything else is refused or rounded where the server would round, and a
+// double's binary digits are never shown. The decimal form (decimal.h) is the way between them.
 #include "number.h"
 
 #include <algorithm>
@@ -16,6 +19,7 @@ namespace {
 
 // Every decimal of so many digits survives the way into a double and back.
 constexpr int kDoubleDigits = DBL_DIG;
+// Digits of the greatest 64-bit integer.
 constexpr int kIntegerDigits = 19;
 // The widest text without an exponent.
 constexpr int kPlainDigits = 40;
@@ -32,6 +36,7 @@ constexpr double kExactPowers[kMaxExactPower + 1] = {1e0,  1e1,  1e2,  1e3,  1e4
                                                      1e8,  1e9,  1e10, 1e11, 1e12, 1e13, 1e14, 1e15,
                                                      1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
 
+// As isspace has it in the C locale.
 bool is_blank(char c) {
   return c == ' ' || (c >= '\t' && c <= '\r');
 }
@@ -62,6 +67,7 @@ bool read_exponent(std::string_view& text, int& exponent) {
 
 // Keeps the rule of no leading zeros while digits come in: zeros before the first other digit only
 // move the point.
+// Both limits on the point keep an int from overflowing on a text of many megabytes of zeros.
 void append_digit(Decimal& decimal, char digit, bool behind_point) {
   if (decimal.size == 0 && digit == '0') {
     if (behind_point && decimal.point > -kExponentLimit) --decimal.point;
@@ -118,6 +124,8 @@ Decimal decimal_of_integer(long long value) {
   Decimal decimal;
   char text[kIntegerDigits + 2];
   const char* end = std::to_chars(text, text + sizeof text, value).ptr;
+  // The sign is taken off the text and not off the value, as the least integer has no positive
+  // counterpart.
   decimal.negative = value < 0;
   const char* begin = decimal.negative ? text + 1 : text;
   decimal.size = decimal.point = static_cast<int>(end - begin);
@@ -153,6 +161,8 @@ Decimal decimal_of_real(double value) {
   char* end = std::to_chars(text, text + sizeof text, value, std::chars_format::scientific).ptr;
   decimal = decimal_of_scientific(text, end);
   if (decimal.size > kDoubleDigits) {
+    // A result of the engine's arithmetic such as 0.1+0.2 has 17 digits in its shortest form; with
+    // 15 of them it is the number that was meant.
     end = std::to_chars(text, text + sizeof text, value, std::chars_format::scientific,
                         kDoubleDigits - 1)
               .ptr;
@@ -233,6 +243,7 @@ bool read_decimal(std::string_view text, Decimal& out) {
   }
   if (!text.empty()) return false;
   out.point += exponent;
+  // Zero is what the server makes of such a value, too, and no error.
   if (out.point < kMinPoint) out.size = 0;
   trim_decimal(out);
   return true;

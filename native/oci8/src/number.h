@@ -1,4 +1,7 @@
 // NUMBER values: the forms that can be kept exactly, and their text as the server writes it.
+// Nothing here allocates. The functions are called for every fetched and stored value, from the
+// engine's functions (sqlite_functions_number.cpp), the conversions of fetch (define.cpp) and the
+// dialect's literals.
 #ifndef OCI8_NUMBER_H
 #define OCI8_NUMBER_H
 
@@ -33,6 +36,8 @@ size_t number_to_text(double value, char* out);
 
 /// The nearest value with `scale` digits behind the point (negative: before it), half away from
 /// zero. False where |value| needs more than `precision` digits then (ORA-01438).
+/// A scale of -127 stands for FLOAT, whose precision is binary: it only rounds. A precision of 0
+/// sets no limit.
 bool fit_number(Number& value, int precision, int scale);
 
 }  // namespace oci8

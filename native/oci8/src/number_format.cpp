@@ -1,3 +1,5 @@
+// A model is read into a NumberModel first, because its parts depend on one another from both ends:
+// a sign at the end changes the width, a zero anywhere changes the digits before it.
 #include "number_format.h"
 
 #include <algorithm>
@@ -11,6 +13,7 @@
 namespace oci8 {
 namespace {
 
+// Bounds the bit set of separators, and with it the width of a result.
 constexpr int kMaxPlaces = 64;
 
 enum class SignPlace { Before /* only a minus */, PlusBefore, PlusBehind, MinusBehind, Brackets };
@@ -58,6 +61,7 @@ void set_sign(NumberModel& model, SignPlace place) {
 
 // MI, PR and the S behind the digits must end the model; the S before them must begin it.
 void add_element(NumberModel& model, std::string_view& rest) {
+  // Whether digits have begun, which decides on which side of them an S stands.
   const bool first = model.places + model.decimals == 0 && !model.point;
   if (take(rest, "9")) {
     add_place(model, false);
@@ -100,6 +104,7 @@ char digit_at(const Decimal& value, int index) {
 
 // The digits before the point, from the first that is written; separators only between digits.
 void write_whole(std::string& out, const NumberModel& model, const Decimal& value) {
+  // Without decimals at least one digit has to show that there is a value.
   const bool zero_alone = value.size == 0 && model.decimals == 0;
   for (int place = 0; place < model.places; ++place) {
     const int index = place - (model.places - value.point);
@@ -139,6 +144,7 @@ size_t width_of(const NumberModel& model) {
 std::string with_sign(const NumberModel& model, std::string digits, bool negative) {
   if (model.currency) digits.insert(0, 1, '$');
   std::string behind;
+  // The place of a sign that is not there, so that positive and negative numbers line up.
   const std::string blank(model.fill ? 1 : 0, ' ');
   switch (model.sign) {
     case SignPlace::Before:
@@ -165,6 +171,8 @@ std::string with_sign(const NumberModel& model, std::string digits, bool negativ
 
 // One digit before the point, as many behind it as the model says.
 std::string format_scientific(const NumberModel& model, Decimal value) {
+  // One digit before the point and the model's decimals are kept, whatever the magnitude: counted
+  // from the value's own point.
   round_decimal(value, model.decimals + 1 - value.point, Rounding::HalfAwayFromZero);
   const int exponent = value.size == 0 ? 0 : value.point - 1;
   std::string digits(1, digit_at(value, 0));
@@ -199,7 +207,9 @@ std::string format_number(const Number& value, std::string_view format) {
   Decimal decimal = decimal_of(value);
   if (model.scientific) return format_scientific(model, decimal);
   round_decimal(decimal, model.decimals, Rounding::HalfAwayFromZero);
+  // As on the server a value without room is no error, because TO_CHAR stands in reports.
   if (decimal.point > model.places) return std::string(width_of(model) + 1, '#');
+  // B shows zero as blanks, as many as the model has columns.
   if (decimal.size == 0 && model.blank_zero) {
     return std::string(model.fill ? width_of(model) + 1 : 0, ' ');
   }
@@ -218,6 +228,8 @@ Number parse_number(std::string_view text, std::string_view format) {
   bool point = false;
   if (model.currency && text.starts_with('$')) text.remove_prefix(1);
   for (char c : text) {
+    // Separators are taken wherever they stand before the point: reading is more forgiving than
+    // writing.
     if (c == ',' && !point && model.groups.any()) continue;
     if (c == '.' && model.point) {
       point = true;

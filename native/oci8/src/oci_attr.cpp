@@ -1,5 +1,8 @@
 // Attributes of handles and of parameter descriptors. An attribute's number has a meaning only
 // together with the kind of its target, so the kind comes first.
+// Numbers overlap between kinds (oci.h), and widths differ from attribute to attribute: writing
+// four bytes into a caller's ub2 would damage what lies beside it, so that every width is spelled
+// out here.
 #include <cstring>
 #include <string>
 
@@ -53,6 +56,7 @@ void get_statement(const StatementHandle& statement, ub4 attribute, const Target
   }
 }
 
+// A descriptor is not in the table of kinds, because callers neither allocate nor free it.
 void get_parameter(const ColumnInfo& column, ub4 attribute, const Target& target) {
   switch (attribute) {
     case OCI_ATTR_DATA_TYPE:

@@ -1,4 +1,6 @@
 // Binds: the variables of a statement's placeholders.
+// Checks what can be judged without the statement's SQL; whether a value fits the column shows at
+// the execute. bind.cpp reads the variables, execute.cpp decides when.
 #include "guard.h"
 #include "locator.h"
 #include "statement.h"
@@ -6,6 +8,7 @@
 namespace oci8 {
 namespace {
 
+// A buffer of no bytes may be null: every value of it is NULL then.
 void check_bind(const BindHandle& wanted) {
   if (const int code = bind_error(wanted.type, wanted.room)) fail(code);
   if (wanted.at_execution && !arrives_in_pieces(wanted.type)) fail(3115);
@@ -39,6 +42,7 @@ sword OCIBindByPos(OCIStmt* stmtp, OCIBind** bindpp, OCIError* errhp, ub4 positi
     wanted.statement = &statement;
     wanted.position = position;
     wanted.buffer = static_cast<ub1*>(valuep);
+    // For OCI_DATA_AT_EXEC this is the expected total, which serves as a hint for memory only.
     wanted.room = element_size(dty, static_cast<size_t>(value_sz));
     wanted.type = dty;
     wanted.indicators = static_cast<sb2*>(indp);

@@ -1,9 +1,13 @@
 // Process, environments, handles and diagnostics.
+// Calls without an error handle report through their status alone, or through the record of the
+// environment (OCIErrorGet with OCI_HTYPE_ENV).
 #include "guard.h"
 
 namespace oci8 {
 namespace {
 
+// The outputs are written last, when nothing can fail any more: a caller that ignores the status
+// finds its own pointer untouched.
 sword make_child(const void* parenth, void** made_address, const HandleKind* kind, size_t user_size,
                  void** user_memory) {
   Environment* parent = pool<Environment>.find(parenth);

@@ -1,4 +1,7 @@
 // LOBs through their locators.
+// Offsets count from 1 in the interface and from 0 behind it, in characters of a CLOB (UCS-2 units)
+// and bytes of a BLOB. The value is reached through the session of the service context; a locator
+// only names it.
 #include "guard.h"
 #include "locator.h"
 
@@ -11,6 +14,7 @@ constexpr int kIllegalParameter = 24801;
 constexpr int kNextPieceToInsert = 3129;
 constexpr int kNextBufferToFetch = 3130;
 
+// Character set numbers as the server assigns them.
 constexpr ub2 kUs7Ascii = 1, kUtf8 = 871, kAl32Utf8 = 873;
 constexpr ub2 kDatabaseSet = kUtf8;
 

@@ -1,4 +1,7 @@
 // Servers, sessions, transactions and the break.
+// Four steps make a session: attach, set the server on the service context, begin, set the session
+// on the context. Each can be undone by itself, which is why each call checks what the others have
+// left.
 #include "guard.h"
 
 using namespace oci8;

@@ -1,4 +1,6 @@
 // Statements: prepare, execute, define, fetch, pieces.
+// The calls only check arguments and note the call's function code; statement.cpp, execute.cpp and
+// fetch.cpp do the work.
 #include "guard.h"
 #include "locator.h"
 #include "statement.h"
@@ -28,6 +30,7 @@ sword OCIStmtExecute(OCISvcCtx* svchp, OCIStmt* stmtp, OCIError* errhp, ub4 iter
   return guarded(errhp, [&](ErrorRecord& record) -> sword {
     const ServiceContext& service = as_service(svchp);
     StatementHandle& statement = as_statement(stmtp);
+    // Noted before the run: callers read the code of a failed call for their messages.
     statement.note_call(Call::Execute);
     Attachment& attachment = service.live();
     if (mode & OCI_DESCRIBE_ONLY) {

@@ -1,6 +1,9 @@
 // Where handles live. Callers hand in raw addresses, also of handles that are freed, of another
 // kind, or that never were handles; an address is judged by where it lies, and only memory that
 // belongs to a pool is read.
+// One pool per kind makes the kind of an address a matter of where it lies. That is the check which
+// the interface's untyped pointers need: OCI_INVALID_HANDLE instead of a crash for whatever a
+// caller passes.
 #ifndef OCI8_POOL_H
 #define OCI8_POOL_H
 
@@ -53,6 +56,8 @@ class HandlePool {
   }
 
  private:
+  // The storage stands first, so that a handle and its slot have one address; slot_of() depends on
+  // it.
   struct Slot {
     alignas(T) std::byte storage[sizeof(T)];
     std::atomic<bool> live{false};
@@ -61,6 +66,7 @@ class HandlePool {
 
   // Slab k has kFirstSlab << k slots: growth stays cheap, and find looks at few slabs.
   static constexpr size_t kFirstSlab = 32;
+  // Some 500 million slots in all: memory ends long before the table of slabs does.
   static constexpr size_t kSlabs = 24;
 
   static T* handle_in(Slot* slot) { return std::launder(reinterpret_cast<T*>(slot->storage)); }
@@ -106,6 +112,7 @@ class HandlePool {
     Slot* slab = new Slot[count];
     for (size_t i = 0; i + 1 < count; ++i) slab[i].next = &slab[i + 1];
     append(slab, slab + count - 1);
+    // Published only when it is complete: find() reads slabs without the lock.
     slabs_[slab_count_++].store(slab, std::memory_order_release);
   }
 

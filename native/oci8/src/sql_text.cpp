@@ -1,8 +1,13 @@
+// One pass makes the tokens, a second one looks at the first few of them for the kind of statement,
+// a third one lists placeholders. All of it happens at OCIStmtPrepare, where no database is at hand
+// and no error may be raised.
 #include "sql_text.h"
 
 #include <algorithm>
 #include <array>
 #include <set>
+
+#include "ascii.h"
 
 namespace oci8 {
 namespace {
@@ -11,26 +16,13 @@ bool is_blank(char c) {
   return c == ' ' || (c >= '\t' && c <= '\r');
 }
 
-bool is_digit(char c) {
-  return c >= '0' && c <= '9';
-}
-
 // Bytes from 0x80 are parts of letters in whatever character set the database has.
-bool is_letter(char c) {
-  return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || static_cast<unsigned char>(c) >= 0x80;
+bool is_name_letter(char c) {
+  return is_letter(c) || static_cast<unsigned char>(c) >= 0x80;
 }
 
 bool is_word(char c) {
-  return is_letter(c) || is_digit(c) || c == '$' || c == '#' || c == '_';
-}
-
-// Keywords and unquoted names are ASCII where case matters.
-std::string upper(std::string_view word) {
-  std::string result(word);
-  for (char& c : result) {
-    if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
-  }
-  return result;
+  return is_name_letter(c) || is_digit(c) || c == '$' || c == '#' || c == '_';
 }
 
 class Splitter {
@@ -48,6 +40,7 @@ class Splitter {
   }
 
  private:
+  // A zero byte behind the end: it begins no token, and no comparison takes it for anything.
   char peek(size_t ahead = 0) const {
     return at_ + ahead < text_.size() ? text_[at_ + ahead] : '\0';
   }
@@ -69,12 +62,15 @@ class Splitter {
     }
   }
 
+  // Every way through takes at least one character, so that split() always comes to an end.
   TokenKind next() {
     const char c = peek();
-    if (is_letter(c)) return word(TokenKind::Word);
+    if (is_name_letter(c)) return word(TokenKind::Word);
     if (is_digit(c) || (c == '.' && is_digit(peek(1)))) return number();
     if (c == '\'') return quoted(c, TokenKind::String);
     if (c == '"') return quoted(c, TokenKind::QuotedName);
+    // A colon before anything else is no placeholder: := is one symbol, and a lone colon is
+    // invalid.
     if (c == ':' && is_word(peek(1))) {
       ++at_;
       return word(TokenKind::Placeholder);
@@ -148,6 +144,8 @@ struct Verb {
   ub2 function;
 };
 
+// Function codes are those that the interface documents for OCI_ATTR_SQLFNCODE; types are 0 where
+// the interface has no OCI_STMT_ number.
 constexpr Verb kVerbs[] = {
     {"SELECT", OCI_STMT_SELECT, 3},
     {"WITH", OCI_STMT_SELECT, 3},
@@ -223,6 +221,7 @@ class Classifier {
 
   // Unknown kinds of objects keep 0: that is no error here.
   void object_function(std::string_view verb, size_t index) {
+    // Any number of them in any order: the parser that runs the statement is the one to object.
     while (std::ranges::find(kModifiers, word(index)) != std::end(kModifiers)) ++index;
     const std::string object = word(index);
     for (const ObjectVerb& known : kObjects) {
@@ -249,6 +248,7 @@ bool is_program_source(const SqlText& sql) {
 void collect_placeholders(SqlText& sql) {
   if (is_program_source(sql)) return;
   const bool block = sql.type == OCI_STMT_BEGIN || sql.type == OCI_STMT_DECLARE;
+  // In a block only, where the second occurrence of a name is the same variable.
   std::set<std::string> seen;
   for (const Token& token : sql.tokens) {
     if (token.kind != TokenKind::Placeholder) continue;

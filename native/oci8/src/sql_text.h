@@ -1,6 +1,8 @@
 // The text of a statement, split into tokens: what kind of statement it is and where its
 // placeholders stand. Decided by tokens alone, so that literals, quoted names and comments are
 // left alone; knows nothing of any engine or session.
+// Used by the statement handle for the attributes and placeholders, and by the dialect and the
+// reader of blocks, which go on from its tokens.
 #ifndef OCI8_SQL_TEXT_H
 #define OCI8_SQL_TEXT_H
 
@@ -44,6 +46,7 @@ struct SqlText {
   // stand for values. These are bound behind the placeholders. Left empty by tokenize().
   std::vector<std::string> variables;
 
+  /// The token's bytes in `text`; good as long as this object stays where it is.
   std::string_view spelling(const Token& token) const {
     return std::string_view(text).substr(token.offset, token.size);
   }

@@ -1,3 +1,6 @@
+// A function of SQLite's may be called with anything, also by a schema that somebody else wrote:
+// types are asked for and never assumed. sqlite3_value_type is asked before a value is read in
+// another form, since SQLite's conversions change what it answers.
 #include "sqlite_call.h"
 
 #include <cmath>
@@ -11,6 +14,7 @@
 namespace oci8 {
 namespace {
 
+// Up to here an integral double is the integer that 15 digits say.
 constexpr double kExactIntegers = 1e15;
 
 // Raised here, where the digit is seen, so that no caller can forget to look.
@@ -64,6 +68,8 @@ Number Call::number(int index) const {
       result.real = sqlite3_value_double(values_[index]);
       return result;
     case SQLITE_TEXT:
+      // Text converts as on the server: ORA-01722 for what is no number at all, ORA-01426 for one
+      // that would have to be rounded.
       switch (parse_number(bytes(index), result)) {
         case NumberParse::Ok:
           return result;
@@ -131,6 +137,8 @@ void Call::give_number(const Number& value) {
 }
 
 void Call::give_text(std::string_view value) {
+  // A call without a result is NULL for SQLite, and that is what the empty string is for the
+  // server.
   if (value.empty()) return;
   sqlite3_result_text64(context_, value.data(), value.size(), SQLITE_TRANSIENT, SQLITE_UTF8);
 }
@@ -141,6 +149,7 @@ void Call::give_bytes(std::string_view value) {
 }
 
 void Call::give_date(const DateFields& fields) {
+  // Checks the fields, so that no function can give a date outside of the calendar.
   const DateBytes packed = pack_date(fields);
   sqlite3_result_blob(context_, packed.data(), static_cast<int>(packed.size()), SQLITE_TRANSIENT);
 }
@@ -174,6 +183,7 @@ TextResult::TextResult(size_t size)
 
 void TextResult::give(Call& call, size_t size) {
   if (size == 0) return;
+  // SQLite owns the memory from here on, also where it refuses the text as too long.
   sqlite3_result_text64(call.context(), memory_.release(), size, sqlite3_free, SQLITE_UTF8);
 }
 
@@ -205,6 +215,7 @@ std::string bytes_to_hex(std::string_view bytes) {
 // The message is copied by SQLite, and the engine's error table recognises it by its number.
 void report_failure(sqlite3_context* context) noexcept {
   try {
+    // Called within a catch block only, where there is an exception to look at again.
     throw;
   } catch (const Failure& failure) {
     sqlite3_result_error(context, failure.text.data(), static_cast<int>(failure.text.size()));

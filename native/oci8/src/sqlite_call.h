@@ -17,6 +17,8 @@
 
 namespace oci8 {
 
+/// Lives on the stack for the one call: arguments and context are SQLite's and gone afterwards.
+/// Functions raise Failure; what they give last is the result.
 class Call {
  public:
   Call(sqlite3_context* context, int count, sqlite3_value** values)
@@ -108,11 +110,14 @@ class TextResult {
 
 /// Raises ORA-01465 for anything but hexadecimal digits; an odd first digit stands alone.
 std::string hex_to_bytes(std::string_view text);
+/// In capital letters, two for each byte.
 std::string bytes_to_hex(std::string_view bytes);
 
 /// Reports the exception that is being handled as the call's error.
 void report_failure(sqlite3_context* context) noexcept;
 
+/// The function as SQLite calls it. A break is noticed here, once for each call: it ends the
+/// statement with ORA-01013 and nothing else is lost (sqlite_stop.h).
 template <void (*Body)(Call&)>
 void run_call(sqlite3_context* context, int count, sqlite3_value** values) noexcept {
   try {
@@ -131,6 +136,7 @@ struct SqlFunction {
   void (*run)(sqlite3_context*, int, sqlite3_value**) noexcept;
 };
 
+/// The tables of the modules sqlite_functions_*.cpp, which sqlite_functions.cpp registers.
 std::span<const SqlFunction> text_functions();
 std::span<const SqlFunction> number_functions();
 std::span<const SqlFunction> date_functions();

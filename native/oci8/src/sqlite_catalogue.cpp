@@ -1,3 +1,6 @@
+// The dictionary views are ordinary views of the database file over SQLite's own catalogue, with
+// headings that carry the server's types (declared_type.h). They are made once, when the database
+// is, and so are part of the file's format: another query here changes new databases only.
 #include "sqlite_catalogue.h"
 
 #include <algorithm>
@@ -34,6 +37,7 @@ const char* type_name(const ColumnInfo& column) {
   return "UNDEFINED";
 }
 
+// The definition goes first, because the pragma has no types for the expressions of a view.
 ColumnInfo declared_column(const Call& call) {
   ColumnInfo column;
   std::vector<ColumnInfo> of_view;
@@ -81,6 +85,7 @@ ColumnInfo number_column(const char* name) {
 constexpr const char* kSystemMark = "/*system*/ ";
 
 // Objects that users made: not the engine's, not ours.
+// System views are told by the mark in their text, so that this need not list their names.
 constexpr const char* kVisible =
     " name NOT GLOB 'sqlite_*' AND name NOT GLOB 'OCI8$*' AND name <> 'DUAL'"
     " AND sql NOT GLOB '* AS /[*]system[*]/ *' ";
@@ -147,6 +152,7 @@ std::vector<SystemView> system_views() {
 }
 
 bool is_system_object(const char* name) {
+  // Made once for the process; afterwards only read, on any thread.
   static const std::vector<SystemView> views = system_views();
   if (name == nullptr) return false;
   const auto same = [name](const SystemView& view) { return view.name == name; };
@@ -163,6 +169,8 @@ int authorize(void*, int action, const char* first, const char* second, const ch
     case SQLITE_DROP_TABLE:
     case SQLITE_DROP_VIEW:
       return is_system_object(first) ? SQLITE_DENY : SQLITE_OK;
+    // For these actions the table is the second argument, see SQLite's list of authorizer action
+    // codes.
     case SQLITE_ALTER_TABLE:
     case SQLITE_CREATE_INDEX:
       return is_system_object(second) ? SQLITE_DENY : SQLITE_OK;
@@ -184,6 +192,8 @@ void register_catalogue_functions(sqlite3* db) {
 
 // The engine's names have a dollar sign after OCI8, which the dialect gives to no user's object.
 void create_system_objects(sqlite3* db) {
+  // One transaction: a file is a complete database or, to has_system_objects, none at all. After a
+  // failure it stays open, and closing the file rolls it back.
   execute_sql(db, "BEGIN IMMEDIATE");
   const ColumnInfo dummy = text_column("DUMMY", 1);
   execute_sql(db, "CREATE TABLE DUAL(DUMMY " + spell_type(dummy) + ");" +

@@ -1,5 +1,7 @@
 // The system's own objects in a database: DUAL, accounts, sequences, and the views of the data
 // dictionary.
+// The tables whose names begin with OCI8$ are hidden from users by the dialect; DUAL and the
+// dictionary views are seen by all and changed by nobody.
 #ifndef OCI8_SQLITE_CATALOGUE_H
 #define OCI8_SQLITE_CATALOGUE_H
 

@@ -1,4 +1,6 @@
 // Calendar arithmetic behind the SQL date functions.
+// Shared by TRUNC and ROUND, which serve numbers and dates under one name
+// (sqlite_functions_number.cpp), and the functions of dates alone.
 #ifndef OCI8_SQLITE_DATE_FUNCTIONS_H
 #define OCI8_SQLITE_DATE_FUNCTIONS_H
 

@@ -1,12 +1,14 @@
+// The engine border's Connection, on a session (sqlite_session.h). A call that a break may stop
+// opens an Operation, outside of which interrupt() does nothing.
 #include "sqlite_engine.h"
 
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <cctype>
 #include <cstdlib>
 
 #include "accounts.h"
+#include "ascii.h"
 #include "sqlite_statement.h"
 
 namespace oci8 {
@@ -15,22 +17,14 @@ namespace {
 constexpr std::string_view kMemory = ":memory:";
 
 bool service_name_character(char c) {
-  return std::isalnum(static_cast<unsigned char>(c)) != 0 ||
-         std::string_view("_.$-").find(c) != std::string_view::npos;
+  return is_letter(c) || is_digit(c) || std::string_view("_.$-").find(c) != std::string_view::npos;
 }
 
 // Checked before SQLite sees the name: an attach must never make a file.
+// A folder or a device is no database either, whatever SQLite would make of it.
 bool is_file(const std::string& path) {
   struct stat status;
   return stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
-}
-
-std::string upper(std::string_view name) {
-  std::string result(name);
-  std::ranges::transform(result, result.begin(), [](char c) {
-    return c >= 'a' && c <= 'z' ? static_cast<char>(c - ('a' - 'A')) : c;
-  });
-  return result;
 }
 
 class SqliteConnection final : public Connection {
@@ -111,6 +105,7 @@ class SqliteConnection final : public Connection {
     change.keep();
   }
 
+  // What a database in memory may do without: accounts.
   const bool memory_;
   std::shared_ptr<SqliteSession> session_;
 };
@@ -122,6 +117,7 @@ std::string resolve_connect_string(std::string_view connect_string) {
   const bool usable = connect_string.find('\0') == std::string_view::npos;
   if (usable && connect_string.find('/') != std::string_view::npos) {
     // SQLite reads some relative names as URIs; one that begins with a dot or slash is a file.
+    // Not empty here: a slash was found.
     const bool absolute = connect_string.front() == '/';
     return (absolute ? "" : "./") + std::string(connect_string);
   }
@@ -131,11 +127,13 @@ std::string resolve_connect_string(std::string_view connect_string) {
       !connect_string.empty() && std::ranges::all_of(connect_string, service_name_character);
   if (!named || folder == nullptr || *folder == '\0') fail(12154);
   const std::string path = std::string(folder) + '/' + std::string(connect_string) + ".db";
+  // The folder may be a relative path that SQLite would take for a URI.
   return path.front() == '/' ? path : "./" + path;
 }
 
 std::unique_ptr<Connection> open_database(std::string_view connect_string) {
   const std::string path = resolve_connect_string(connect_string);
+  // The server's code for a name that leads nowhere.
   if (path != kMemory && !is_file(path)) fail(12154);
   return std::make_unique<SqliteConnection>(path);
 }

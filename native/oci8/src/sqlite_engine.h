@@ -1,4 +1,5 @@
 // The engine on SQLite: what the command that manages databases shares with the connections.
+// The connections themselves are reached through open_database (engine.h) only.
 #ifndef OCI8_SQLITE_ENGINE_H
 #define OCI8_SQLITE_ENGINE_H
 

@@ -1,3 +1,6 @@
+// Three sources of an error, asked in this order: a text that begins with "ORA-" comes from one of
+// our own functions and is passed on as it is; a wrong number of values is recognised by its
+// numbers; everything else goes through the table.
 #include "sqlite_errors.h"
 
 #include <algorithm>
@@ -100,6 +103,7 @@ constexpr Row kRows[] = {
 // Nothing that SQLite says is lost: the default carries its message as the argument.
 constexpr Row kDefault = {0, "", 600, Detail::Rest};
 
+// Extended result codes have their primary code in the low byte.
 bool fits(const Row& row, int result, std::string_view message) {
   const bool same = row.result > 0xff ? row.result == result : row.result == (result & 0xff);
   return same && message.find(row.pattern) != std::string_view::npos;
@@ -149,6 +153,8 @@ std::string text_for(const Row& row, int code, std::string_view message,
 int source_offset(sqlite3* db, const ErrorContext& context) {
   const int found = sqlite3_error_offset(db);
   if (found < 0 || context.translation == nullptr) return found;
+  // A definition is run statement by statement, while the marks count from the beginning of all of
+  // them.
   const size_t offset = context.base + static_cast<size_t>(found);
   const std::vector<SourceMark>& marks = context.translation->marks;
   const auto after = std::upper_bound(
@@ -195,6 +201,7 @@ Failure sqlite_failure(sqlite3* db, int result, const ErrorContext& context) {
   }
   const Row& row = row_for(result, message);
   int code = row.code == kForeignKey ? context.foreign_key : row.code;
+  // The engine has one message for both, the server has two codes.
   if (code == 1400 && context.update) code = 1407;
   return {code, text_for(row, code, message, context), offset};
 }

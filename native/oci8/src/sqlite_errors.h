@@ -1,4 +1,6 @@
 // SQLite's result codes and messages as Oracle errors: one table, with a row for everything else.
+// Results are matched together with words of SQLite's messages, because its codes alone say too
+// little. Memory that ran out (SQLITE_NOMEM) comes up as std::bad_alloc.
 #ifndef OCI8_SQLITE_ERRORS_H
 #define OCI8_SQLITE_ERRORS_H
 

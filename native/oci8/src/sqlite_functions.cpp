@@ -1,3 +1,6 @@
+// Here are the operators, the functions behind store() of the dialect, and the session's own ones;
+// the other modules are listed in sqlite_call.h. Names that begin with ora_ or store_ are written
+// by the dialect only, which does not let users call them.
 #include "sqlite_functions.h"
 
 #include <algorithm>
@@ -15,6 +18,7 @@ namespace oci8 {
 namespace {
 
 // The longest character value of an expression, in bytes.
+// An expression's text must fit a VARCHAR2, whatever it is used for.
 constexpr size_t kMaxText = 4000;
 constexpr double kSecondsPerDay = 86400;
 // What a declaration can say: binary digits of FLOAT included.
@@ -43,6 +47,8 @@ using Real = double (*)(double, double);
 
 // Integers stay exact as long as they fit; everything else carries 15 digits.
 void calculate(Call& call, Checked checked, Real real) {
+  // The checked operations tell an overflow instead of wrapping; what overflows goes on as a
+  // double, which keeps 15 digits of it, as any other computed number does.
   const Number left = call.number(0), right = call.number(1);
   long long exact = 0;
   if (left.is_integer && right.is_integer && !checked(left.integer, right.integer, &exact)) {
@@ -89,6 +95,8 @@ void give_quotient(Call& call, double quotient) {
   Number value;
   value.is_integer = false;
   value.real = quotient;
+  // The digits of a quotient that ends early are all there, so that it can be kept as the decimal
+  // it is.
   if (decimal_of(value).size < std::numeric_limits<double>::digits10)
     return call.give_real(quotient);
   call.give_number(value);
@@ -108,6 +116,7 @@ void ora_div(Call& call) {
 
 // NULL is empty here, and alone among the operators does not make the result NULL.
 void ora_concat(Call& call) {
+  // On the stack: the result is copied once, when SQLite takes it.
   char joined[kMaxText];
   size_t size = 0;
   for (int i = 0; i < call.count(); ++i) {
@@ -218,6 +227,8 @@ void store_raw(Call& call) {
 }
 
 void store_long_raw(Call& call) {
+  // A LONG RAW has no declared size. Values too long for a cell come as large values
+  // (sqlite_large.h).
   store_bytes(call, std::numeric_limits<size_t>::max());
 }
 
@@ -274,6 +285,7 @@ void register_functions(sqlite3* db, const std::string* user_name) {
     add_functions(db, functions, SQLITE_DETERMINISTIC, nullptr);
   }
   // SQLite hands the pointer back as it is; nothing writes through it.
+  // Not deterministic: their results are those of the moment and of the session.
   add_functions(db, kSession, 0, const_cast<std::string*>(user_name));
 }
 

@@ -1,3 +1,5 @@
+// TO_CHAR, TO_DATE and TO_NUMBER, and the functions that choose among their arguments. What is
+// chosen is given in the type of the column that was described, see Call::give_argument_like.
 #include <algorithm>
 
 #include "error.h"
@@ -56,6 +58,7 @@ int compare_numbers(const Number& left, const Number& right) {
 }
 
 // Compares two arguments that are not NULL as values of the type of the argument `model`.
+// Bytes compare unsigned, as memcmp does: that is the order of RAW, and of dates after 1 BC.
 int compare_like(const Call& call, int left, int right, int model) {
   if (call.is_number(model)) return compare_numbers(call.number(left), call.number(right));
   if (call.type(left) == SQLITE_BLOB && call.type(right) == SQLITE_BLOB) {
@@ -68,9 +71,12 @@ int compare_like(const Call& call, int left, int right, int model) {
 // search value gives the type of the comparison, the first result that of the result.
 void decode(Call& call) {
   if (call.count() < 3) fail(938);
+  // An even number of arguments means that the last one is the default; without one the result is
+  // NULL, which is what no result at all gives.
   int chosen = call.count() % 2 == 0 ? call.count() - 1 : 0;
   for (int search = 1; search + 1 < call.count(); search += 2) {
     const bool null = call.is_null(search);
+    // DECODE is the one comparison of the server in which NULL equals NULL.
     if (null != call.is_null(0)) continue;
     if (null || compare_like(call, 0, search, 1) == 0) {
       chosen = search + 1;

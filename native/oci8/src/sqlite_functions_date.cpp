@@ -1,3 +1,6 @@
+// Months are counted as year * 12 + month in astronomical years (1 BC is 0), so that arithmetic
+// passes over the missing year 0. Days are counted as Julian day numbers (date.h), which pass over
+// the ten days that the calendar's change left out.
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
@@ -41,7 +44,10 @@ constexpr UnitName kUnits[] = {
 
 constexpr int kMonthsAYear = 12;
 constexpr int kMiddleOfMonth = 16;
+// Beyond it every date is out of range, so that the limit changes no result and keeps the sum
+// within an int.
 constexpr int kMaxMonths = 12 * 20000;
+// The server counts every month as 31 days here, whatever its length.
 constexpr double kDaysAMonth = 31;
 constexpr double kSecondsPerDay = 86400;
 
@@ -62,6 +68,7 @@ DateFields shift_months(DateFields fields, int months) {
   const int year = fields.year < 0 ? fields.year + 1 : fields.year;
   const int index =
       year * kMonthsAYear + fields.month - 1 + std::clamp(months, -kMaxMonths, kMaxMonths);
+  // Rounded down, not towards zero: month -1 belongs to the year before.
   const int shifted =
       index >= 0 ? index / kMonthsAYear : -((kMonthsAYear - 1 - index) / kMonthsAYear);
   fields.month = index - shifted * kMonthsAYear + 1;
@@ -193,6 +200,7 @@ void next_day(Call& call) {
   if (call.any_null()) return;
   const DateFields fields = call.date(0);
   const int wanted = weekday_of_name(TextArgument(call, 1).view());
+  // 1 to 7: the day itself is not the next one.
   const int days = (wanted - weekday(fields) + 6) % 7 + 1;
   call.give_date(days_to_date(date_to_days(fields) + days));
 }

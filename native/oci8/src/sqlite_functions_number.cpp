@@ -1,3 +1,6 @@
+// Functions of NUMBERs. Integers take ways of their own, because a double keeps 53 bits of them;
+// everything that went through a double is given with 15 digits (Call::give_real), which is where
+// its binary noise ends.
 #include <algorithm>
 #include <cmath>
 #include <limits>
@@ -38,6 +41,7 @@ void to_scale(Call& call, Rounding rounding) {
   }
   const int scale = call.count() > 1 ? call.integer(1) : 0;
   Number value = call.number(0);
+  // Nothing to round. A negative scale does round integers: ROUND(1250, -2).
   if (value.is_integer && scale >= 0) return call.give_number(value);
   Decimal decimal = decimal_of(value);
   round_decimal(decimal, std::clamp(scale, -kMaxScale, kMaxScale), rounding);
@@ -95,6 +99,7 @@ void mod(Call& call) {
   const double left = call.real(0), right = call.real(1);
   if (right == 0) return call.give_real(left);
   const double quotient = left / right;
+  // A quotient of more than 15 digits has no decimal that it was meant to be.
   if (std::fabs(quotient) >= kExactIntegers) return call.give_real(std::fmod(left, right));
   call.give_real(left - std::trunc(decimal_value(quotient)) * right);
 }

@@ -1,3 +1,5 @@
+// Positions and lengths count characters of UTF-8 (utf8.h), limits count bytes. Nothing relies on
+// valid UTF-8: text that a client stored broken is still cut, padded and searched.
 #include <algorithm>
 #include <cstdlib>
 #include <limits>
@@ -30,7 +32,9 @@ void substr(Call& call) {
   const TextArgument text(call, 0);
   const int position = call.integer(1);
   const int count = integer_or(call, 2, std::numeric_limits<int>::max());
+  // No character is NULL on the server.
   if (count < 1) return;
+  // Unsigned from here on: a negative position is turned into one from the front below.
   size_t first = position > 0 ? static_cast<size_t>(position) - 1 : 0;
   if (position < 0) {
     const size_t length = count_characters(text.view());
@@ -48,6 +52,7 @@ size_t find_occurrence(std::string_view text, std::string_view part, size_t from
   size_t found = backwards ? text.rfind(part, from) : text.find(part, from);
   while (found != std::string_view::npos && --occurrence > 0) {
     if (backwards && found == 0) return std::string_view::npos;
+    // Occurrences may overlap, as the server counts them: 'aa' is in 'aaa' twice.
     found = backwards ? text.rfind(part, found - 1) : text.find(part, found + 1);
   }
   return found;
@@ -62,6 +67,7 @@ void instr(Call& call) {
   if (occurrence < 1) fail(1428, std::to_string(occurrence));
   const size_t length = count_characters(text.view());
   const auto distance = static_cast<size_t>(std::abs(static_cast<long long>(position)));
+  // INSTR from position 0, or from beyond the text, finds nothing on the server.
   if (distance == 0 || distance > length) return call.give_integer(0);
   const bool backwards = position < 0;
   const size_t start = character_offset(text.view(), backwards ? length - distance : distance - 1);
@@ -90,6 +96,8 @@ void pad_text(Call& call, bool left) {
   for (size_t missing = width - length; missing > 0;) {
     const size_t count = std::min(missing, pad_length);
     const std::string_view piece = characters(pad, 0, count);
+    // Characters may take several bytes: the result ends where a VARCHAR2 does, also short of its
+    // width.
     if (fill.size() + text.view().size() + piece.size() > kMaxText) break;
     fill += piece;
     missing -= count;
@@ -126,6 +134,7 @@ bool contains(std::string_view set, std::string_view character) {
 void trim_text(Call& call, bool left, bool right) {
   if (call.any_null()) return;
   const TextArgument text(call, 0);
+  // A copy: the argument's own buffer ends with the expression that makes it.
   const std::string set = call.count() > 1 ? std::string(TextArgument(call, 1).view()) : " ";
   std::string_view rest = text.view();
   while (left && !rest.empty() && contains(set, first_character(rest))) {
@@ -174,6 +183,7 @@ void translate(Call& call) {
   for (std::string_view rest = text.view(); !rest.empty();) {
     const std::string_view character = first_character(rest);
     rest.remove_prefix(character.size());
+    // Characters are matched by walking both strings, because they have no fixed width.
     size_t index = 0;
     std::string_view ahead = from.view();
     for (; !ahead.empty() && first_character(ahead) != character; ++index) {
@@ -208,6 +218,7 @@ void ascii(Call& call) {
   if (call.is_null(0)) return;
   const TextArgument text(call, 0);
   long long code = 0;
+  // Four bytes are the longest character of valid UTF-8; broken text may have more in one.
   for (char c : first_character(text.view()).substr(0, 4)) {
     code = code << 8 | static_cast<unsigned char>(c);
   }
@@ -219,6 +230,8 @@ void chr(Call& call) {
   const int code = call.integer(0);
   if (code < 0) fail(1428, std::to_string(code));
   std::string text;
+  // The bytes from the highest one that is not zero: the reverse of ASCII, for characters of
+  // several bytes, too.
   for (int shift = 24; shift >= 0; shift -= 8) {
     const int byte = code >> shift & 0xff;
     if (byte != 0 || shift == 0 || !text.empty()) text += static_cast<char>(byte);
@@ -243,6 +256,7 @@ void rawtohex(Call& call) {
 long long number_size(const Number& value) {
   const Decimal decimal = decimal_of(value);
   if (decimal.size == 0) return 1;
+  // An odd number of digits before the point leaves half of the first byte empty.
   const int odd = decimal.point & 1;
   return 1 + (decimal.size + odd + 1) / 2 + (decimal.negative ? 1 : 0);
 }
@@ -251,6 +265,7 @@ long long number_size(const Number& value) {
 void vsize(Call& call) {
   if (call.is_null(0)) return;
   if (!call.is_number(0)) {
+    // Dates and RAW are bytes already, text is counted in bytes and not in characters.
     return call.give_integer(static_cast<long long>(call.bytes(0).size()));
   }
   call.give_integer(number_size(call.number(0)));

@@ -1,3 +1,5 @@
+// Every connection of the library is opened here, with one set of settings, and every statement is
+// prepared here: what SQLite reports becomes an Oracle error at the call that it comes from.
 #include "sqlite_handle.h"
 
 #include <climits>
@@ -14,6 +16,7 @@ constexpr std::string_view kSettings =
     "PRAGMA secure_delete = FAST";
 
 void configure(sqlite3* db) {
+  // The table of errors tells constraints apart by their extended codes.
   sqlite3_extended_result_codes(db, 1);
   // A quoted name that is no column must be an error, never quietly a string.
   for (const int option : {SQLITE_DBCONFIG_DQS_DML, SQLITE_DBCONFIG_DQS_DDL}) {
@@ -56,9 +59,11 @@ SqliteStatementOwner prepare_sql(sqlite3* db, std::string_view sql, const ErrorC
 
 void execute_sql(sqlite3* db, std::string_view sql, const ErrorContext& context) {
   ErrorContext part = context;
+  // Statement by statement, because a later one may name what an earlier one makes.
   for (std::string_view rest = sql; !rest.empty();) {
     part.base = sql.size() - rest.size();
     const SqliteStatementOwner statement = prepare_sql(db, rest, part, &rest);
+    // Null for blanks behind the last semicolon.
     while (statement != nullptr && step_sql(statement.get(), part)) {
     }
   }

@@ -1,4 +1,6 @@
 // Owners of SQLite's objects, and the few ways in which the engine uses them.
+// sqlite3_stmt objects are reset as soon as their rows are read: one that is left standing keeps
+// its view of the database, which keeps the log from being emptied and this session from writing.
 #ifndef OCI8_SQLITE_HANDLE_H
 #define OCI8_SQLITE_HANDLE_H
 

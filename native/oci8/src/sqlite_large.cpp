@@ -1,3 +1,6 @@
+// Chunks are found by their place alone, the table's own key: a read is one range scan, a write one
+// replacement for each chunk that it touches. The row in OCI8$LARGE is what says whether a value
+// exists and where it ends; chunks beyond that end would not be seen.
 #include "sqlite_large.h"
 
 #include <algorithm>
@@ -12,12 +15,19 @@ namespace {
 
 using Unit = LargeName::Unit;
 
+// IF NOT EXISTS, because files that were made before there were large values get the tables when
+// they are opened.
 constexpr std::string_view kTables =
     "CREATE TABLE IF NOT EXISTS OCI8$LARGE(id INTEGER PRIMARY KEY, stamp INTEGER NOT NULL,"
     " unit INTEGER NOT NULL, size INTEGER NOT NULL);"
     "CREATE TABLE IF NOT EXISTS OCI8$CHUNKS(place INTEGER PRIMARY KEY, data BLOB NOT NULL);"
     "CREATE TRIGGER IF NOT EXISTS OCI8$LARGE_GONE AFTER DELETE ON OCI8$LARGE BEGIN"
     " DELETE FROM OCI8$CHUNKS WHERE place >= OLD.id << 20 AND place < (OLD.id + 1) << 20; END";
+
+// Values go by triggers, where no other function is called. This session's own trigger: one
+// in the file would need the function in every program that opens it.
+constexpr std::string_view kStopTrigger =
+    "CREATE TEMP TRIGGER OCI8$STOP BEFORE DELETE ON main.OCI8$CHUNKS BEGIN SELECT go_on(); END";
 
 constexpr std::string_view kFind = "SELECT stamp, size FROM OCI8$LARGE WHERE id = ?1 AND unit = ?2";
 constexpr std::string_view kCreate = "INSERT INTO OCI8$LARGE(stamp, unit, size) VALUES (?1, ?2, 0)";
@@ -27,6 +37,8 @@ constexpr std::string_view kChunks =
     "SELECT place, data FROM OCI8$CHUNKS WHERE place BETWEEN ?1 AND ?2 ORDER BY place";
 constexpr std::string_view kPut = "INSERT OR REPLACE INTO OCI8$CHUNKS(place, data) VALUES (?1, ?2)";
 
+// A value has at most 2^32 - 1 units of two bytes, which is below 2^18 chunks of 32 KB: two bits
+// are to spare. What is left of a 64-bit key bounds the ids.
 constexpr int kNumberBits = 20;
 constexpr long long kLastId = std::numeric_limits<long long>::max() >> kNumberBits;
 constexpr unsigned long long kMostUnits = std::numeric_limits<ub4>::max();
@@ -36,6 +48,7 @@ size_t width_of(Unit unit) {
   return unit == Unit::Character ? sizeof(utext) : 1;
 }
 
+// Ids are below kLastId where a value was found, so that no bit is lost.
 long long place_of(long long id, unsigned long long number) {
   return id << kNumberBits | static_cast<long long>(number);
 }
@@ -67,6 +80,7 @@ unsigned long long units_of(sqlite3_stmt* row) {
   return std::min(static_cast<unsigned long long>(sqlite3_column_int64(row, 1)), kMostUnits);
 }
 
+// The number of a chunk within its value: the low bits of its place.
 unsigned long long number_of(sqlite3_stmt* chunk) {
   return static_cast<unsigned long long>(sqlite3_column_int64(chunk, 0)) &
          ((1ULL << kNumberBits) - 1);
@@ -96,6 +110,7 @@ sqlite3_stmt* LargeStore::find(const LargeName& name) {
   fail(22922);
 }
 
+// Both ends are included. The rows are for the caller to reset, like find()'s.
 sqlite3_stmt* LargeStore::chunks(long long id, unsigned long long first, unsigned long long last) {
   sqlite3_stmt* rows = prepared(chunks_, kChunks);
   bind_integer(rows, 1, place_of(id, first));
@@ -135,6 +150,8 @@ size_t LargeStore::read(const LargeName& name, unsigned long long place, void* t
                         size_t units) {
   sqlite3_stmt* row = find(name);
   const ResetOnExit reset(row);
+  // The row stands until the read is done, so that size and chunks are of one moment, also outside
+  // of a transaction.
   const unsigned long long size = units_of(row);
   if (place >= size || units == 0) return 0;
   units = static_cast<size_t>(std::min<unsigned long long>(units, size - place));
@@ -151,6 +168,7 @@ size_t LargeStore::read(const LargeName& name, unsigned long long place, void* t
     const unsigned long long from = std::max(start, at);
     const unsigned long long to = std::min(start + data.size(), end);
     if (from >= to) continue;
+    // A gap between chunks, or within a short one: never written, so it reads as zeros or blanks.
     fill(out + (at - begin), static_cast<size_t>(from - at), name.unit);
     std::memcpy(out + (from - begin), data.data() + (from - start), static_cast<size_t>(to - from));
     at = to;
@@ -180,11 +198,14 @@ void LargeStore::put_part(long long id, Unit unit, unsigned long long at, const 
     sqlite3_stmt* chunk = chunks(id, number, number);
     const ResetOnExit reset(chunk);
     if (step_sql(chunk)) {
+      // A longer chunk can only be another's doing; the scratch memory holds one chunk and no more.
       const std::string_view held = column_bytes(chunk, 1).substr(0, kChunkSize);
       length = held.size();
       if (length > 0) std::memcpy(scratch_.get(), held.data(), length);
     }
   }
+  // The chunk ended before the part begins; what lies between is made explicit, because the chunk
+  // will be longer now.
   if (length < from) fill(scratch_.get() + length, from - length, unit);
   std::memcpy(scratch_.get() + from, data, size);
   put(id, number, scratch_.get(), std::max(length, from + size));
@@ -202,11 +223,13 @@ void LargeStore::write(const LargeName& name, unsigned long long place, const vo
                        size_t units) {
   const unsigned long long old_size = size(name);
   if (units == 0) return;
+  // In this order, so that no sum can overflow.
   if (place > kMostUnits || units > kMostUnits - place) fail(22925);
   const size_t width = width_of(name.unit);
   const auto* data = static_cast<const char*>(source);
   unsigned long long at = place * width;
   for (size_t left = units * width; left > 0;) {
+    // Many megabytes may be on their way in one call: a break is looked for with each chunk.
     if (stop_asked()) fail(1013);
     const size_t part = std::min(left, kChunkSize - static_cast<size_t>(at % kChunkSize));
     put_part(name.id, name.unit, at, data, part, old_size * width);
@@ -214,6 +237,7 @@ void LargeStore::write(const LargeName& name, unsigned long long place, const vo
     data += part;
     left -= part;
   }
+  // Last: up to here a reader of the row sees the old value's end.
   if (place + units > old_size) resize(name.id, place + units);
 }
 
@@ -264,9 +288,12 @@ void take_large(Call& call) {
   const int type = call.integer(1);
   const bool lob = type == SQLT_CLOB || type == SQLT_BLOB;
   if (input->name.unit != unit_of(type) || (!lob && !input->given)) fail(932);
+  // The second row of an UPDATE, for example, must get a value of its own.
   const bool take = input->given && !input->taken;
   input->taken = true;
-  call.give_integer(take ? input->name.id : store_of(call).copy(input->name).id);
+  // What is copied next is this copy: the value itself may end with a later row of the statement.
+  if (!take) input->name = store_of(call).copy(input->name);
+  call.give_integer(input->name.id);
 }
 
 // The dialect writes an empty LOB as number 0.
@@ -282,6 +309,7 @@ void copy_large(Call& call) {
 void store_clob(Call& call) {
   if (call.is_null(0)) return;
   if (call.type(0) == SQLITE_BLOB) fail(932);
+  // Numbers and text alike: what a VARCHAR2 would get is what the CLOB gets.
   const TextArgument text(call, 0);
   LargeStore& store = store_of(call);
   const LargeName made = store.create(Unit::Character);
@@ -295,6 +323,7 @@ void store_clob(Call& call) {
     size += done.written;
     data += done.read;
     left -= done.read;
+    // Written in chunks, so that no second copy of a long text is made.
     if (!done.full) break;
   }
   call.give_integer(made.id);
@@ -325,6 +354,7 @@ void LargeStore::register_functions() {
   for (const SqlFunction& function : kFunctions) {
     add_function(db_, function.name, function.arguments, function.run, this, SQLITE_INNOCUOUS);
   }
+  execute_sql(db_, kStopTrigger);
 }
 
 }  // namespace oci8

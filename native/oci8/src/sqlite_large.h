@@ -30,7 +30,7 @@ constexpr size_t kChunkSize = kLargePart;
 
 /// A large value that is bound to a statement.
 struct LargeInput {
-  LargeName name;
+  LargeName name;  // of its latest copy, once it has one
   bool given = false;  // to the first cell that stores it; all others get copies
   bool taken = false;
 };
@@ -43,7 +43,8 @@ class LargeStore {
 
   /// Makes the tables where they are missing.
   static void create_tables(sqlite3* db);
-  /// Registers what the dialect stores large values with; this object outlives their use.
+  /// Registers what the dialect stores large values with, once the functions of sqlite_control.h
+  /// are there; this object outlives their use.
   ///
   ///   take_large(v, type)  a bound large value as a cell of a column of that SQLT_ type; NULL for
   ///                        any other value
@@ -52,14 +53,21 @@ class LargeStore {
   ///   store_blob(v)        a new value of bytes, text being read as hexadecimal
   void register_functions();
 
+  /// A new empty value. Without an owner until a cell names it: whoever makes it sees to that, or
+  /// removes it.
   LargeName create(LargeName::Unit unit);
   /// The name of the value of a cell. A value that is not there shows when the name is used.
   LargeName name_of(long long id, LargeName::Unit unit);
   unsigned long long size(const LargeName& name);
+  /// Reads up to `units` units from `place` on into `target`; returns how many there were, 0 beyond
+  /// the end. ORA-22275 for the empty name, ORA-22922 for a value that is gone, as all that take a
+  /// name.
   size_t read(const LargeName& name, unsigned long long place, void* target, size_t units);
   /// ORA-22925 for a value of more units than an ub4 can count.
   void write(const LargeName& name, unsigned long long place, const void* source, size_t units);
+  /// A value of its own with the same content, chunk by chunk.
   LargeName copy(const LargeName& name);
+  /// Ends a value; its chunks go by the trigger.
   void remove(const LargeName& name);
 
  private:

@@ -1,3 +1,5 @@
+// Only sessions of this process can be put in order. Against other processes the first one here
+// competes as SQLite has it, with pauses of changing length (SqliteSession::pause).
 #include "sqlite_queue.h"
 
 #include <algorithm>
@@ -43,6 +45,7 @@ bool WriteQueue::Place::first_within(std::chrono::milliseconds time) {
 
 void WriteQueue::Place::wait_for_release(std::chrono::microseconds time) {
   std::unique_lock lock(queue_.mutex_);
+  // Without a condition: waking up too early costs one attempt at the lock.
   turn_.wait_for(lock, time);
 }
 

@@ -13,6 +13,8 @@
 
 namespace oci8 {
 
+/// A waiting line for one file. Any thread; places are entered and left under one lock, and each
+/// place has a condition of its own, so that a released lock wakes one session and not all.
 class WriteQueue {
  public:
   /// The queue of the database file `path`, which lives as long as a session has it. A database in

@@ -1,3 +1,5 @@
+// The alphabet is that of the server's own ROWIDs, and so is the length: clients hold them in fixed
+// buffers and take them for opaque. 18 digits of 6 bits are more than the 64 of a row number.
 #include "sqlite_rowid.h"
 
 #include <array>
@@ -16,6 +18,7 @@ constexpr size_t kSize = 18;
 
 void rowid_text(Call& call) {
   if (call.is_null(0)) return;
+  // Unsigned, as row numbers may be negative and a shift must not bring ones in.
   auto number = static_cast<uint64_t>(call.number(0).integer);
   std::array<char, kSize> written;
   for (size_t i = kSize; i-- > 0; number >>= kBitsPerDigit) written[i] = kDigits[number & 63];

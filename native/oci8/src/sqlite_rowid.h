@@ -9,6 +9,8 @@
 
 namespace oci8 {
 
+/// For `db`. A row keeps its ROWID as long as it exists; SQLite may give it to another row
+/// afterwards.
 void register_rowid_functions(sqlite3* db);
 
 }  // namespace oci8

@@ -1,3 +1,5 @@
+// The schema is SQLite's own; nothing is cached here, as SQLite keeps it parsed in memory and
+// notices changes by other connections. Types are read back from the spellings of declared_type.h.
 #include "sqlite_schema.h"
 
 #include <algorithm>
@@ -12,6 +14,7 @@ constexpr std::string_view kTable =
 // SQLite takes names that differ in case only for the same, here as everywhere.
 constexpr std::string_view kView =
     "SELECT sql FROM sqlite_schema WHERE type = 'view' AND name = ?1 COLLATE NOCASE";
+// SQLite counts this up in the file's header with every change of the schema.
 constexpr std::string_view kVersion = "PRAGMA schema_version";
 
 constexpr ub2 kLongestVarchar = 4000;
@@ -26,6 +29,7 @@ sqlite3_stmt* prepared(sqlite3* db, SqliteStatementOwner& owner, std::string_vie
 
 // Without regard to case, as SQLite looks at types. `word` is in upper case.
 bool mentions(std::string_view spelling, std::string_view word) {
+  // Good for letters only, which is all that the words consist of.
   const auto same = [](char left, char right) { return (left & ~0x20) == right; };
   return std::search(spelling.begin(), spelling.end(), word.begin(), word.end(), same) !=
          spelling.end();
@@ -35,6 +39,8 @@ bool mentions(std::string_view spelling, std::string_view word) {
 
 void read_column_type(std::string_view spelling, ColumnInfo& column) {
   if (read_type(spelling, column)) return;
+  // A column without any type counts as text here: SQLite lets it keep everything, and everything
+  // can be shown as text.
   const bool text = mentions(spelling, "CHAR") || mentions(spelling, "CLOB") ||
                     mentions(spelling, "TEXT") || spelling.empty();
   if (text && !mentions(spelling, "INT")) {
@@ -72,6 +78,7 @@ std::optional<std::vector<ColumnInfo>> SqliteSchema::columns_of(std::string_view
     read_column_type(column_text(row, 1), column);
     column.nullable = sqlite3_column_int(row, 2) == 0;
   }
+  // The pragma has no error for a table that is not there, and no table is without columns.
   if (columns.empty()) return std::nullopt;
   return columns;
 }

@@ -1,4 +1,6 @@
 // The database's tables and views as the dialect asks for them.
+// Read through the connection's own statements, so that what the session has created or dropped in
+// its transaction is seen at once.
 #ifndef OCI8_SQLITE_SCHEMA_H
 #define OCI8_SQLITE_SCHEMA_H
 
@@ -12,6 +14,7 @@ class SqliteSchema final : public Schema {
   /// `user` is read at each call and outlives the schema, as `db` does.
   SqliteSchema(sqlite3* db, const std::string& user) : db_(db), user_(user) {}
 
+  /// Tables and views alike; the name's case does not matter to SQLite.
   std::optional<std::vector<ColumnInfo>> columns_of(std::string_view name) override;
   std::string_view user() const override { return user_; }
 

@@ -1,3 +1,5 @@
+// `next` in a sequence's row is the value that the next draw will give, NULL once the sequence is
+// exhausted: a sequence that ends exactly at its maximum still gives that value.
 #include "sqlite_sequence.h"
 
 #include <optional>
@@ -20,6 +22,7 @@ std::optional<long long> value_after(sqlite3_stmt* row, long long value) {
   const long long minimum = sqlite3_column_int64(row, 2);
   const long long maximum = sqlite3_column_int64(row, 3);
   long long after = 0;
+  // Defaults reach up to the greatest 64-bit integer, so that the last step may leave the range.
   const bool overflow = __builtin_add_overflow(value, increment, &after);
   if (!overflow && after >= minimum && after <= maximum) return after;
   if (sqlite3_column_int(row, 4) == 0) return std::nullopt;
@@ -54,6 +57,7 @@ long long Sequences::next(std::string_view name) {
   if (sqlite3_column_type(row, 0) == SQLITE_NULL) fail(8004, name);
   const long long value = sqlite3_column_int64(row, 0);
   advance(name, value);
+  // Looked up by the view: a name is copied for the first draw only.
   if (const auto drawn = drawn_.find(name); drawn != drawn_.end()) {
     drawn->second = value;
   } else {

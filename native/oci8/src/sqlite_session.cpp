@@ -1,3 +1,7 @@
+// SQLite has one writer at a time. Sessions of this process take turns in a queue (sqlite_queue.h),
+// other processes are waited for with pauses, and both count against one timeout (ORA-00054).
+// Readers do not wait for writers: in WAL mode an open query goes on seeing the database as it was
+// when it began.
 #include "sqlite_session.h"
 
 #include <algorithm>
@@ -36,6 +40,7 @@ constexpr int kProgressSteps = 1000;
 constexpr milliseconds kGentleTime{300};
 
 // Names that a client gives to none of its savepoints by accident.
+// In the order of the enumeration Control.
 constexpr const char* kControls[] = {"BEGIN IMMEDIATE",
                                      "COMMIT",
                                      "ROLLBACK",
@@ -56,6 +61,7 @@ milliseconds lock_timeout() {
 
 SqliteOwner open_session(const std::string& path) {
   const bool memory = path == ":memory:";
+  // Never CREATE: attaching must not make a file.
   SqliteOwner db = open_file(path, SQLITE_OPEN_READWRITE | (memory ? SQLITE_OPEN_MEMORY : 0));
   if (memory) {
     create_system_objects(db.get());
@@ -95,6 +101,7 @@ void SqliteSession::register_all() {
   register_control_functions(db());
   sequences_.register_functions();
   large_.register_functions();
+  // In the place of the plain timeout that open_file has set, which no break could end.
   check(db(), sqlite3_busy_handler(db(), on_busy, this));
   sqlite3_progress_handler(db(), kProgressSteps, on_progress, this);
 }
@@ -123,6 +130,7 @@ void SqliteSession::require_open() const {
 // Gives SQLite's result instead of raising, for callers that have to clean up first.
 int SqliteSession::run(Control control) {
   sqlite3_stmt* statement = controls_[static_cast<size_t>(control)].get();
+  // Controls have no rows: anything but DONE is an error.
   const int stepped = sqlite3_step(statement);
   sqlite3_reset(statement);
   if (control == Control::Commit || control == Control::Rollback) queue_->released();
@@ -135,9 +143,12 @@ void SqliteSession::begin() {
   start_waiting();
   const int result = begin_in_turn();
   place_ = nullptr;
+  // A wait that a break has ended looks like a busy database.
   if (result != SQLITE_OK && stopping()) fail(1013);
   if (result == SQLITE_BUSY) fail(54);
   check(db(), result);
+  // Read under the lock, so that a change can compare its translation with it and nobody can alter
+  // a table in between.
   transaction_schema_ = schema_.version();
 }
 
@@ -191,6 +202,8 @@ void SqliteSession::rollback() {
 void SqliteSession::mark() {
   require_open();
   marked_ = in_transaction();
+  // Without a transaction this is all that the mark is: going back brings back what a commit has
+  // still to tell.
   lost_at_mark_ = lost_;
   if (marked_) check(db(), run(Control::Mark));
 }
@@ -205,6 +218,8 @@ void SqliteSession::return_to_mark() noexcept {
   if (!marked) lost_ = lost_at_mark_;
   if (!in_transaction()) return;
   if (marked && run(Control::Return) == SQLITE_OK && run(Control::Release) == SQLITE_OK) return;
+  // Without a savepoint to go back to: the transaction began behind the mark, or SQLite has given
+  // the savepoint up, which the client has to be told.
   run(Control::Rollback);
   if (marked) lost_ = true;
 }
@@ -243,6 +258,7 @@ bool SqliteSession::must_stop() {
   if (!stopping()) return false;
   if (!gentle_) return true;
   const Clock::time_point now = Clock::now();
+  // The time begins with the first look after the break and not with the statement.
   if (gentle_until_ == Clock::time_point()) gentle_until_ = now + kGentleTime;
   return now >= gentle_until_;
 }

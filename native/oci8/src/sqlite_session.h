@@ -1,6 +1,9 @@
 // A SQLite connection with the state of the session on it: transactions, waits for locks, the
 // break, sequences. Shared by the engine's connection and its statements, so that whichever of
 // them goes last closes the file.
+// How the scopes nest: an Operation around everything that may be broken, in it a Change around one
+// data change, in it a Whole where several engine statements make up that change. Change and Whole
+// undo in their destructors what was not kept.
 #ifndef OCI8_SQLITE_SESSION_H
 #define OCI8_SQLITE_SESSION_H
 
@@ -18,6 +21,7 @@
 
 namespace oci8 {
 
+/// For one thread at a time, except interrupt().
 class SqliteSession {
   using Clock = std::chrono::steady_clock;
 
@@ -63,6 +67,7 @@ class SqliteSession {
   void start_waiting() { wait_until_ = Clock::now() + lock_timeout_; }
   /// Waits a moment for a lock. False when the lock timeout is over or the operation is to stop.
   bool pause();
+  // Relaxed: the flag carries no data, and a look that misses it is followed by another.
   bool stopping() const { return state_.load(std::memory_order_relaxed) == RunState::Stopping; }
 
   /// The scope in which interrupt() reaches an operation; everywhere else it does nothing, so that

@@ -1,3 +1,6 @@
+// The life of a statement: translated and prepared when it is made; bound and stepped, any number
+// of times; translated anew when the schema has changed under it. Queries keep their engine
+// statement open from row to row, everything else is done within one step.
 #include "sqlite_statement.h"
 
 #include <algorithm>
@@ -8,6 +11,7 @@
 namespace oci8 {
 namespace {
 
+// Function codes as SqlText::function has them.
 constexpr ub2 kUpdate = 6;
 constexpr ub2 kDelete = 7;
 constexpr ub2 kLockTable = 26;
@@ -29,6 +33,8 @@ int bind_bytes(sqlite3_stmt* statement, int position, const Value& value) {
 }
 
 /// The words of an UPDATE that are assigned to: `column =` outside of parentheses, before WHERE.
+/// Compares words without case; that also takes a quoted name for another one that differs in case
+/// only, as the engine does.
 bool assigns(const SqlText& text, std::string_view column) {
   const auto same = [](char left, char right) { return left == right || (left ^ right) == 0x20; };
   bool setting = false;
@@ -67,6 +73,7 @@ SqliteStatement::Translated SqliteStatement::translate_text() const {
   const Translation& translation = made.translation;
   if (translation.action != Action::Query && translation.action != Action::Change) return made;
   made.statement = prepare_sql(session_->db(), translation.sql, {&translation});
+  // Only blanks and comments were left of the text.
   if (made.statement == nullptr) fail(900);
   const auto width = static_cast<size_t>(sqlite3_column_count(made.statement.get()));
   if (translation.action == Action::Query && translation.columns.size() != width) {
@@ -87,6 +94,7 @@ void SqliteStatement::translate_again() {
   std::ranges::move(made.translation.columns, described.begin());
   made.translation.columns = std::move(described);
   now_ = std::move(made);
+  // A new engine statement knows nothing of the binds of the former one.
   for (ub4 i = 0; i < bound_.size(); ++i) bind_value(i + 1, bound_[i]);
 }
 
@@ -220,6 +228,8 @@ std::optional<bool> SqliteStatement::first_step() {
   if (good && !(prepared_again && outdated())) return result == SQLITE_ROW;
   if (good) return std::nullopt;
   Failure raised = failure(result);
+  // A column that was dropped makes SQLite's own repreparation fail; a translation for the new
+  // schema may succeed, or fail with the error that the server would give.
   const bool maybe_outdated = (result & 0xff) == SQLITE_ERROR;
   if (maybe_outdated && outdated()) return std::nullopt;
   throw raised;
@@ -234,6 +244,7 @@ bool SqliteStatement::start_query() {
       translate_again();
     } catch (const Failure&) {
       sqlite3_reset(now_.statement.get());
+      // Inside a transaction the query would read the same old state again.
       const bool again = session_->sequences().take_outdated() && !session_->in_transaction();
       if (!again || attempt == kDrawAttempts) throw;
     }
@@ -250,6 +261,7 @@ bool SqliteStatement::next_row() {
 bool SqliteStatement::step_query() {
   if (at_end_) return false;
   const SqliteSession::Operation running(*session_);
+  // Before the first row only, and where no transaction holds the lock already.
   const bool locks = now_.translation.locks && !row_stands_ && !session_->in_transaction();
   try {
     if (locks) session_->begin();
@@ -274,6 +286,7 @@ void SqliteStatement::run_change() {
   changed_ = 0;
   const SqliteSession::Operation running(*session_);
   SqliteSession::Change change(*session_);
+  // Under the lock for writing, where the schema cannot change any more.
   if (session_->transaction_schema() != now_.schema_version) translate_again();
   // The values that a statement makes are not its own changes to SQLite, which may find that there
   // is nothing to undo.
@@ -315,6 +328,7 @@ void SqliteStatement::run_define() {
   context.foreign_key = 2449;  // DROP TABLE of a table that others refer to
   execute_sql(session_->db(), now_.translation.sql, context);
   change.keep();
+  // The definition is in effect for others when the call returns.
   session_->commit();
 }
 

@@ -1,4 +1,6 @@
 // A statement of the engine: the dialect's translation, and the SQLite statement made from it.
+// Two texts belong together here: `source`, the client's, and the translation, to whose positions
+// binds and error offsets refer. sqlite_errors.h maps offsets back.
 #ifndef OCI8_SQLITE_STATEMENT_H
 #define OCI8_SQLITE_STATEMENT_H
 
@@ -30,15 +32,19 @@ class SqliteStatement final : public Statement {
     int schema_version = 0;  // that the translation belongs to
   };
 
+  /// Makes a translation for the schema as it is now, and its engine statement for a query or a
+  /// change.
   Translated translate_text() const;
   void translate_again();
   void bind_value(ub4 position, const Value& value);
   int bind_large(ub4 position);
+  /// Ends large values that were given to the statement and that no cell has taken.
   void remove_untaken();
   void name_large(ub2 type, Value& value);
   std::optional<bool> first_step();
   bool outdated();
   Failure failure(int result);
+  /// ORA-02291 or ORA-02292, by what kind of statement failed and what it sets.
   int violated_side();
   bool sets_foreign_key();
 

@@ -1,4 +1,7 @@
 // A statement's text, and the handles that belong to it; execute.cpp and fetch.cpp have the rest.
+// Preparing reads tokens only: no database is needed for it, and no error of the SQL shows. The
+// first execute or describe has the text translated and prepared in a database, and every later one
+// in the same database finds it there.
 #include "statement.h"
 
 #include <algorithm>
@@ -21,6 +24,7 @@ void StatementHandle::prepare(std::string_view sql) {
   text_.reset();
   row_count = 0;
   parse_error_offset = 0;
+  // The caller's buffer is free again after the call, so the tokens refer to a copy.
   auto text = std::make_unique<const SqlText>(tokenize(sql));
   binds_.resize(text->placeholders.size());
   text_ = std::move(text);
@@ -63,6 +67,7 @@ void StatementHandle::enter(Attachment& attachment) {
   const SqlText& text = prepared_text();
   parse_error_offset = 0;
   if (attachment_ == &attachment) return;
+  // What was prepared in another database is of no use here, down to the types of its columns.
   drop_run();
   std::unique_ptr<Statement> run;
   std::unique_ptr<Block> block;
@@ -74,6 +79,7 @@ void StatementHandle::enter(Attachment& attachment) {
   }
   held_.resize(binds_.size());
   streamed_.resize(binds_.size());
+  // The last step that can fail; from here on the end of the session drops the run.
   attachment.statements.push_back(this);
   attachment_ = &attachment;
   run_ = std::move(run);
@@ -131,6 +137,7 @@ ub4 StatementHandle::parameter_count() const {
 ParameterHandle& StatementHandle::parameter(ub4 position) {
   const std::vector<ColumnInfo>& all = columns();
   if (position == 0 || position > all.size()) fail(24334);
+  // Room for all of them first: a push_back that failed would lose the descriptor just made.
   if (parameters_.empty()) parameters_.reserve(all.size());
   while (parameters_.size() < position) {
     auto* parameter = pool<ParameterHandle>.make();
@@ -167,6 +174,7 @@ DefineHandle& StatementHandle::define(const DefineHandle& wanted) {
     return **place;
   }
   const size_t index = static_cast<size_t>(place - defines_.begin());
+  // Room first, so that the insertion below cannot fail and leave the new handle without an owner.
   defines_.reserve(defines_.size() + 1);
   DefineHandle* made = pool<DefineHandle>.make(wanted);
   defines_.insert(defines_.begin() + static_cast<std::ptrdiff_t>(index), made);

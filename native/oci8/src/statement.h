@@ -1,5 +1,9 @@
 // The statement handle: a prepared text, its run in a database, where the rows go, and the state
 // of a row that is fetched in pieces.
+// A handle goes through these states: no text (nothing prepared), a text without a database, a text
+// that is prepared in the database where it ran or was described last (`attachment_` with `run_` or
+// `block_`), and there a cursor with or without rows. What leads back: another prepare, the end of
+// the session, or the handle's own.
 #ifndef OCI8_STATEMENT_H
 #define OCI8_STATEMENT_H
 
@@ -61,10 +65,12 @@ class StatementHandle : public Handle {
 
   /// Defines the output variable at `wanted.position`, in the place of a former one.
   DefineHandle& define(const DefineHandle& wanted);
+  /// Fetches up to `rows` rows, 0 closes the cursor. See OCIStmtFetch for the status codes.
   sword fetch(ub4 rows, ErrorRecord& record);
 
   /// The column whose next piece is due; `first` tells whether none of it was fetched yet.
   DefineHandle& due_piece(bool& first) const;
+  /// ORA-01002 for a define that is not due, ORA-24328 for a buffer without a length or an address.
   void offer_buffer(const DefineHandle& define, const PieceBuffer& buffer);
 
   /// The descriptor of a column, from 1: ORA-24334 beyond the last one.
@@ -91,6 +97,7 @@ class StatementHandle : public Handle {
   ub4 prefetch_rows = 1;
 
  private:
+  // How far a query has come. A change and a block leave it at Closed, or at Failed after an error.
   enum class Cursor : ub1 {
     Closed,
     AtRow,  // a row stands that was not handed over
@@ -100,8 +107,11 @@ class StatementHandle : public Handle {
   };
   class StreamUnit;
   class LargeSink;
+  // Fetch in pieces is a dialogue: BufferDue after OCI_NEED_DATA, BufferOffered once
+  // OCIStmtSetPieceInfo has named a buffer, and back with the next OCIStmtFetch.
   enum class Pieces : ub1 { None, BufferDue, BufferOffered };
 
+  // The value whose pieces are being handed over; `left` and `total` are bytes.
   struct PieceState {
     Pieces phase = Pieces::None;
     bool first = false;
@@ -116,6 +126,7 @@ class StatementHandle : public Handle {
 
   void require_idle() const;
   void enter(Attachment& attachment);
+  // Parts of an execute. Codes that are no errors come back as int, everything else is raised.
   int start(Attachment& attachment, ub4 iterations);
   void run_change();
   int run_block(ub4 row, bool marked);
@@ -166,6 +177,7 @@ class StatementHandle : public Handle {
   std::vector<BindHandle*> binds_;  // for each placeholder, null without one
   std::vector<HeldBytes> held_;  // for each placeholder: pulled, or needed by an open query
   std::vector<LargeName> streamed_;  // for each placeholder: pulled into the database
+  ub4 breaks_ = 0;  // of the attachment, when the execution began
   StreamUnit* unit_ = nullptr;  // of the iteration that runs
   HeldBytes begin_;  // of a long value, for a variable that takes no more
   std::vector<DefineHandle*> defines_;  // by position

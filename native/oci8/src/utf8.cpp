@@ -1,3 +1,5 @@
+// Validity is never asked for: a byte of the form 10xxxxxx continues, every other one begins a
+// character (RFC 3629, section 3). What clients stored is counted, cut and searched as it is.
 #include "utf8.h"
 
 #include <algorithm>
@@ -13,6 +15,8 @@ struct CaseRange {
   unsigned first, last, step, distance;
 };
 
+// Ranges of the Unicode character database whose small letter has the same size in UTF-8. Letters
+// outside of them (dotless i, sharp s) keep their case.
 constexpr CaseRange kCaseRanges[] = {
     {0x0c0, 0x0d6, 1, 32}, {0x0d8, 0x0de, 1, 32}, {0x100, 0x12e, 2, 1},  {0x132, 0x136, 2, 1},
     {0x139, 0x147, 2, 1},  {0x14a, 0x176, 2, 1},  {0x179, 0x17d, 2, 1},  {0x386, 0x386, 1, 38},

@@ -1,5 +1,8 @@
 // Characters of UTF-8 text, the database's character set. Bytes that are no valid UTF-8 count as
 // characters of their own where they stand first, so that every text has a length and a case.
+// Used where the server counts characters: LENGTH, SUBSTR, INSTR, LPAD and their kin. Sizes of
+// columns are bytes and need nothing from here. Positions are found by walking from the front: the
+// text keeps no index of its characters.
 #ifndef OCI8_UTF8_H
 #define OCI8_UTF8_H
 
@@ -8,6 +11,7 @@
 
 namespace oci8 {
 
+/// The number of characters, a continuation byte at the very beginning included.
 size_t count_characters(std::string_view text);
 
 /// Byte offset of the character `index` (from 0); the size of the text beyond its end.
