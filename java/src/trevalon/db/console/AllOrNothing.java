@@ -6,7 +6,13 @@ import java.sql.SQLException;
 import trevalon.db.oci.OciConnection;
 import trevalon.db.oci.OciStatement;
 
-/** Lets several statements take effect together or not at all, within the user's transaction. */
+/**
+ * Lets several statements take effect together or not at all, within the user's transaction.
+ *
+ * <p>Autocommit is off meanwhile, since it would keep every statement by itself. What the user had
+ * not committed before stays as it was, whatever becomes of the work: hence a savepoint and no
+ * rollback.
+ */
 final class AllOrNothing {
     private static final String SAVEPOINT = "oralayer_begins";
 
@@ -29,7 +35,7 @@ final class AllOrNothing {
                     connection.commit();
                 }
                 return result;
-            } catch (SQLException | IOException | RuntimeException e) {
+            } catch (SQLException | IOException | RuntimeException | Error e) {
                 takeBack(connection, e);
                 throw e;
             }
@@ -38,10 +44,11 @@ final class AllOrNothing {
         }
     }
 
-    private static void takeBack(OciConnection connection, Exception reason) {
+    private static void takeBack(OciConnection connection, Throwable reason) {
         try {
             execute(connection, "ROLLBACK TO SAVEPOINT " + SAVEPOINT);
         } catch (SQLException e) {
+            // The work's own error is what the user has to see.
             reason.addSuppressed(e);
         }
     }

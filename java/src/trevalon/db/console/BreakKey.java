@@ -3,10 +3,16 @@ package trevalon.db.console;
 import java.lang.reflect.InvocationTargetException;
 import java.lang.reflect.Proxy;
 
-/** Ctrl-C: breaks the statement that runs, and ends the program when none does. */
+/**
+ * Ctrl-C: breaks the statement that runs, and ends the program when none does.
+ *
+ * <p>The action runs under this object's lock: {@link #setRunning} waits for it, so that no break
+ * comes late and hits the next statement.
+ */
 final class BreakKey {
     private static final int EXIT_INTERRUPTED = 130;
 
+    /** What runs now, null for nothing; guarded by this object's lock. */
     private Runnable running;
 
     BreakKey() {

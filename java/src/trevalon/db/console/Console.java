@@ -18,11 +18,21 @@ import java.sql.SQLException;
 
 import trevalon.db.oci.OciConnection;
 
-/** The command line: a SQL prompt, a script, or the sample database. */
+/**
+ * The command line: a SQL prompt, a script, or the sample database.
+ *
+ * <p>Exit codes are 0 for success, 1 for a failed statement, file or check, and 2 for a command
+ * line that cannot be understood: scripts tell the last two apart. Results go to standard output,
+ * everything about errors and progress to standard error.
+ */
 public final class Console {
     private static final int OK = 0;
     private static final int FAILED = 1;
     private static final int USAGE = 2;
+    /**
+     * Large, because tables are printed line by line; a terminal is flushed after each line all the
+     * same.
+     */
     private static final int OUTPUT_BUFFER = 64 * 1024;
 
     private static final String USAGE_TEXT =
@@ -62,6 +72,8 @@ public final class Console {
             switch (arguments.length) {
                 case 0:
                     return sample();
+                // A pipe or a file as input is a script: nobody could correct a statement after an
+                // error.
                 case 1:
                     return isTerminal(0)
                             ? prompt(arguments[0])
@@ -126,6 +138,7 @@ public final class Console {
 
     private int script(String login, BufferedReader input, String name)
             throws SQLException, IOException, UsageException {
+        // The file is open before the login, so that a missing script costs no session.
         try (BufferedReader in = input;
                 OciConnection connection = connect(login)) {
             Script script = new Script(connection, out, errors, new BreakKey(), progress());
@@ -137,6 +150,7 @@ public final class Console {
     private int run(Script script, BufferedReader in, OciConnection connection, String name)
             throws SQLException, IOException {
         try {
+            // No prompt: a script's lines were not asked for.
             return script.run(new StatementReader(in, line -> {}), name) ? OK : FAILED;
         } catch (CharacterCodingException e) {
             connection.rollback();
@@ -156,6 +170,10 @@ public final class Console {
         return OciConnection.open(login.user, password, login.server);
     }
 
+    /**
+     * Without an echo, which takes a terminal; a password that is needed and cannot be asked for is
+     * an error of the command line.
+     */
     private static String askPassword() throws UsageException {
         java.io.Console console = System.console();
         char[] typed = console == null ? null : console.readPassword("Password: ");
@@ -169,6 +187,7 @@ public final class Console {
         return Files.newBufferedReader(file, StandardCharsets.UTF_8);
     }
 
+    /** Standard input of a script: malformed bytes are an error, which ends it. */
     private static BufferedReader strictInput() {
         return new BufferedReader(
                 new InputStreamReader(
@@ -176,6 +195,10 @@ public final class Console {
                         StandardCharsets.UTF_8.newDecoder()));
     }
 
+    /**
+     * Standard input of a prompt: malformed bytes become replacement characters, which the user
+     * sees.
+     */
     private static BufferedReader standardInput() {
         return new BufferedReader(
                 new InputStreamReader(
@@ -184,6 +207,7 @@ public final class Console {
 
     private static boolean isTerminal(int descriptor) {
         String terminals = System.getProperty(TERMINALS_PROPERTY);
+        // Started by hand: the JVM has one answer for all of them.
         return terminals == null
                 ? System.console() != null
                 : terminals.contains(Integer.toString(descriptor));

@@ -14,15 +14,26 @@ import java.util.List;
 /**
  * Reads a CSV file row by row: UTF-8, a heading line, quotes doubled inside quotes, and line breaks
  * only there. Every complaint names the line that it is about.
+ *
+ * <p>Rows are as RFC 4180 has them, with line feeds alone as line ends, too; a break inside quotes
+ * becomes a line feed. The reader holds one row in memory. An empty line between rows is passed
+ * over, but not where there is a single column, whose empty field it is.
  */
 final class CsvFile implements Closeable {
+    /** Leaves the size of the decoder's buffer to the library, see {@code Channels.newReader}. */
     private static final int DEFAULT_BUFFER = -1;
+    /**
+     * Some programs write it before UTF-8 text, where it would be a part of the first column's
+     * name.
+     */
     private static final String BYTE_ORDER_MARK = "\uFEFF";
 
     private final Path path;
+    /** Kept beside the reader for its position, to which what waits in buffers counts, too. */
     private final FileChannel channel;
     private final BufferedReader in;
     private final List<String> names;
+    /** The fields of the record that is being read, and what there is of the last one. */
     private final List<String> row = new ArrayList<>();
     private final StringBuilder field = new StringBuilder();
     private int linesRead;
@@ -40,6 +51,7 @@ final class CsvFile implements Closeable {
             throw new IOException(path + " is empty");
         }
         heading.set(0, withoutMark(heading.get(0)));
+        // A copy, because the next record fills the same list.
         names = new ArrayList<>(heading);
     }
 
@@ -101,6 +113,7 @@ final class CsvFile implements Closeable {
         if (line == null) {
             return null;
         }
+        // A quote is open at the line's end: the break belongs to the field.
         while (takeFields(line)) {
             field.append('\n');
             line = readLine();

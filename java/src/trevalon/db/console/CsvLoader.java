@@ -18,8 +18,17 @@ import trevalon.db.oci.OciConnection;
 import trevalon.db.oci.OciStatement;
 import trevalon.db.oci.OciType;
 
-/** Inserts the rows of a CSV file into a table: one statement, each row as its bind variables. */
+/**
+ * Inserts the rows of a CSV file into a table: one statement, each row as its bind variables.
+ *
+ * <p>Values are converted here by the columns' types and not by the server, so that a file means
+ * the same under every date and number format, and an error names the line.
+ */
 final class CsvLoader {
+    /**
+     * What a heading may name goes into the statement as it is, so nothing but names is let
+     * through.
+     */
     private static final String NAME = "[\\p{L}][\\p{L}\\p{N}_$#]*";
 
     /** Texts for a LONG or CLOB that are longer go in as streams. */
@@ -64,6 +73,7 @@ final class CsvLoader {
                         .mapToObj(i -> ":" + i)
                         .collect(Collectors.joining(", "));
         try (OciStatement insert = connection.createStatement()) {
+            // Prepared once: each row only changes the values, and mostly not even the binds.
             insert.prepare(
                     "INSERT INTO " + table + " (" + columns + ") VALUES (" + marks + ")");
             long rows = 0;
@@ -71,6 +81,8 @@ final class CsvLoader {
                 try {
                     insertRow(insert, types, row);
                 } catch (SQLException | IllegalArgumentException | DateTimeParseException e) {
+                    // What the server refuses and what cannot be converted: the user needs the line
+                    // in both cases.
                     throw complaint(fileName + ", line " + file.line(), e);
                 }
                 rows++;
@@ -82,6 +94,7 @@ final class CsvLoader {
         }
     }
 
+    /** Keeps Oracle's number, by which callers tell errors apart. */
     private static SQLException complaint(String place, Exception e) {
         int code = e instanceof SQLException ? ((SQLException) e).getErrorCode() : 0;
         return new SQLException(place + ": " + e.getMessage(), null, code, e);
@@ -100,6 +113,7 @@ final class CsvLoader {
 
     private int[] columnTypes(String table, String columns) throws SQLException {
         try (OciStatement query = connection.createStatement()) {
+            // Describes the columns in the heading's order; a name that is no column fails here.
             query.prepare("SELECT " + columns + " FROM " + table);
             return query.columns().stream().mapToInt(OciColumn::internalType).toArray();
         }
@@ -157,6 +171,7 @@ final class CsvLoader {
 
     /** A day, or a day and a time with T or a blank between them. */
     private static LocalDateTime moment(String field) {
+        // A day in ISO form has ten characters, and every moment more.
         return field.length() <= 10
                 ? LocalDate.parse(field).atStartOfDay()
                 : LocalDateTime.parse(field.replace(' ', 'T'));

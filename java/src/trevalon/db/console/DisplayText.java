@@ -2,7 +2,13 @@ package trevalon.db.console;
 
 import java.util.Arrays;
 
-/** Text as a terminal shows it: cells, not characters. */
+/**
+ * Text as a terminal shows it: cells, not characters.
+ *
+ * <p>Widths follow the Unicode standard's East Asian Width as far as the ranges below tell it: wide
+ * characters take two cells, combining marks none. Terminals differ in rare characters; a table is
+ * then off by a cell and nothing else.
+ */
 final class DisplayText {
     private static final String CUT_MARK = "...";
 
@@ -21,6 +27,7 @@ final class DisplayText {
     }
 
     private static int cells(int codePoint) {
+        // Latin text, which is nearly all, without a look at its character types.
         if (codePoint < 0x300) {
             return 1;
         }
@@ -54,6 +61,7 @@ final class DisplayText {
         if (width(text) <= cells) {
             return text;
         }
+        // The mark counts as well: the result is never wider than asked for.
         int room = cells - CUT_MARK.length();
         int end = 0;
         for (int used = 0; end < text.length(); end = text.offsetByCodePoints(end, 1)) {
@@ -65,6 +73,7 @@ final class DisplayText {
         return text.substring(0, end) + CUT_MARK;
     }
 
+    /** So many times the character; empty for a negative count. */
     static String repeat(char c, int count) {
         char[] chars = new char[Math.max(0, count)];
         Arrays.fill(chars, c);

@@ -17,6 +17,9 @@ final class ErrorLocator {
 
     private static final int NO_SUCH_TABLE = 942;
     private static final int WHOLE_TEXT = Integer.MAX_VALUE;
+    /**
+     * The last one of the message's line: a qualified name ends with the part that was not found.
+     */
     private static final Pattern LAST_QUOTED_NAME =
             Pattern.compile("\"([^\"]+)\"(?![^\\n]*\"[^\"]+\")");
 
@@ -48,6 +51,7 @@ final class ErrorLocator {
 
     private int locateMissingTable(String sql) {
         List<SqlToken> tables = tables(SqlToken.scan(sql, WHOLE_TEXT));
+        // No question to the database where there is no choice.
         if (tables.size() == 1) {
             return tables.get(0).start;
         }
@@ -71,6 +75,7 @@ final class ErrorLocator {
                     || token.is("GROUP") || token.is("ON")) {
                 inFrom = false;
             }
+            // A comma separates tables within a FROM clause only; elsewhere it separates columns.
             boolean introduces =
                     token.is("FROM") || token.is("JOIN") || token.is("INTO") || token.is("UPDATE")
                             || token.is("TABLE") || (inFrom && token.is(","));

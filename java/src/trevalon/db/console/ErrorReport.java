@@ -13,6 +13,7 @@ final class ErrorReport {
         if (offset < 0) {
             return "ERROR:\n" + message;
         }
+        // From before the place: a place at a line's end belongs to that line.
         int start = sql.lastIndexOf('\n', offset - 1) + 1;
         int end = sql.indexOf('\n', offset);
         String line = sql.substring(start, end < 0 ? sql.length() : end);

@@ -3,7 +3,12 @@ package trevalon.db.console;
 import java.util.HashMap;
 import java.util.Map;
 
-/** What is said after a statement that returns no rows, by its SQL function code. */
+/**
+ * What is said after a statement that returns no rows, by its SQL function code.
+ *
+ * <p>The numbers are those of the interface's attribute for SQL function codes. A statement without
+ * an entry here is confirmed in general words, so that the lists need not be complete.
+ */
 final class Feedback {
     private static final Map<Integer, String> DONE = new HashMap<>();
     private static final Map<Integer, String> ROWS = new HashMap<>();
@@ -30,6 +35,7 @@ final class Feedback {
 
     private Feedback() {}
 
+    /** The line for a statement that has changed `rows` rows, or none. */
     static String executed(int functionCode, long rows) {
         String change = ROWS.get(functionCode);
         if (change != null) {
@@ -38,6 +44,7 @@ final class Feedback {
         return DONE.getOrDefault(functionCode, "Statement processed.");
     }
 
+    /** The line below a query's rows. */
     static String selected(long rows) {
         if (rows == 0) {
             return "no rows selected";

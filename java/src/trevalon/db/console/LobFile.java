@@ -29,6 +29,7 @@ import trevalon.db.oci.OciType;
  * CLOB its text in UTF-8.
  */
 final class LobFile {
+    /** As much as one call moves. */
     private static final int PIECE = 32 * 1024;
     private static final int DEFAULT_BUFFER = -1;
     private static final String BYTES = "bytes";
@@ -50,6 +51,7 @@ final class LobFile {
     /** Makes a transfer that runs fail before its next piece; may come from another thread. */
     void stop() {
         stopped = true;
+        // A call that waits for a lock would not come to its next piece for long.
         connection.breakCall();
     }
 
@@ -72,6 +74,7 @@ final class LobFile {
      * @return how much it was, in words
      */
     String get(String column, String table, String condition) throws SQLException, IOException {
+        // The file behind a symbolic link is replaced, and not the link.
         Path target = Files.exists(file) ? file.toRealPath() : file.toAbsolutePath();
         if (Files.exists(target) && !Files.isRegularFile(target)) {
             throw new SQLException(file + " is not an ordinary file");
@@ -85,6 +88,7 @@ final class LobFile {
             if (query.isNull(1)) {
                 throw new SQLException("The value is NULL");
             }
+            // Taken before the next row is asked for: the LOB outlives the row that it comes from.
             try (OciLob lob = query.getLob(1)) {
                 requireNoRow(query.next());
                 writeFile(lob, target);
@@ -127,11 +131,13 @@ final class LobFile {
         // Written beside its place, so that a failure leaves what stood there.
         String name = target.getFileName() + "." + Long.toHexString(System.nanoTime()) + ".part";
         Path part = target.resolveSibling(name);
+        // Asked once, for the percentages of the whole transfer.
         long length = lob.length();
         try {
             try (OutputStream out = Files.newOutputStream(part, StandardOpenOption.CREATE_NEW)) {
                 read(lob, out, done -> 100 * done / length);
             }
+            // A rename within one folder: readers see the old file or the new one, never a part.
             Files.move(part, target, StandardCopyOption.REPLACE_EXISTING);
         } catch (CharacterCodingException e) {
             throw new SQLException("The text has half a surrogate pair, which UTF-8 has not", e);
@@ -196,6 +202,7 @@ final class LobFile {
     private OciLob emptied(String column, String table, String row) throws SQLException {
         String where = " WHERE ROWID = :1";
         try (OciStatement statement = connection.createStatement()) {
+            // FOR UPDATE again, because a locator of the value before the change names that value.
             String select = "SELECT " + column + " FROM " + table + where + " FOR UPDATE";
             statement.prepare(select);
             boolean text = statement.columns().get(0).internalType() == OciType.CLOB;
@@ -212,6 +219,7 @@ final class LobFile {
     }
 
     private void write(OciLob lob, FileChannel channel) throws SQLException, IOException {
+        // By the file and not by units: how many characters a text has shows at its end only.
         Percent percent = done -> 100 * channel.position() / Math.max(1, channel.size());
         if (lob.isCharacter()) {
             Reader in = Channels.newReader(channel, UTF_8.newDecoder(), DEFAULT_BUFFER);
@@ -249,6 +257,7 @@ final class LobFile {
             throws SQLException, IOException {
         long done = 0;
         for (int count = piece.move(); count >= 0; count = piece.move()) {
+            // Here for the time between two calls; a call that runs is broken by stop().
             if (stopped) {
                 throw new SQLException("The transfer was stopped");
             }

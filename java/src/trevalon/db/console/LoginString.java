@@ -22,6 +22,7 @@ final class LoginString {
      */
     static LoginString parse(String text) throws UsageException {
         int at = text.lastIndexOf('@');
+        // The last at sign ends the account, so a database's name cannot hold one.
         if (at < 1 || at + 1 == text.length()) {
             throw new UsageException("Not a login: " + text);
         }

@@ -10,6 +10,7 @@ final class Progress {
     private static final String CLEAR_LINE = "\r\u001b[K";
 
     private final PrintStream terminal;
+    /** Begins with now, so that short work shows nothing at all. */
     private long lastShown = System.nanoTime();
     private boolean shown;
 
@@ -33,6 +34,7 @@ final class Progress {
         terminal.flush();
     }
 
+    /** Takes the line away before anything else is printed there. */
     void clear() {
         if (shown) {
             terminal.print(CLEAR_LINE);

@@ -16,7 +16,13 @@ import trevalon.db.oci.OciException;
 import trevalon.db.oci.OciLob;
 import trevalon.db.oci.OciStatement;
 
-/** The sample database: loaded once, shown, and checked against what the program works out. */
+/**
+ * The sample database: loaded once, shown, and checked against what the program works out.
+ *
+ * <p>Everything goes through the classes that the prompt uses, so that a good run shows that they
+ * work. Tables are made first, and commit by themselves; all rows, the mark in sample_loaded among
+ * them, are one transaction.
+ */
 final class Sample {
     private static final int NO_SUCH_TABLE = 942;
     private static final String[] TABLES = {
@@ -111,6 +117,7 @@ final class Sample {
                 days, calendar, (System.nanoTime() - start) / 1e9);
     }
 
+    /** A table that is not there is what was wanted; every other failure is one. */
     private void dropIfThere(String table) throws SQLException {
         try (OciStatement statement = connection.createStatement()) {
             statement.execute("DROP TABLE " + table);
@@ -121,6 +128,7 @@ final class Sample {
         }
     }
 
+    /** As streams of characters, whose length is not known before. */
     private void loadLetters() throws SQLException {
         try (OciStatement statement = connection.createStatement()) {
             statement.prepare(
@@ -151,6 +159,7 @@ final class Sample {
                 insert.execute();
                 query.setInt(1, exhibit.id);
                 query.execute();
+                // The row was inserted just before, within the same transaction.
                 query.next();
                 write(exhibit, query);
             }

@@ -22,13 +22,20 @@ import trevalon.db.oci.OciConnection;
 import trevalon.db.oci.OciLob;
 import trevalon.db.oci.OciStatement;
 
-/** Compares what the database answers with what the program works out without it. */
+/**
+ * Compares what the database answers with what the program works out without it.
+ *
+ * <p>A check says what it found and, where that is wrong, what it should be; all of them run,
+ * whatever the others say. Large values are compared piece by piece as they arrive and never as a
+ * whole.
+ */
 final class SampleChecks {
     /** Short enough that the letters come in several pieces. */
     private static final int SMALL_PIECE = 1000;
 
     private final OciConnection connection;
     private final PrintStream out;
+    /** The rows of the people's CSV file, read by this program's own reader. */
     private final List<List<String>> people = new ArrayList<>();
     private List<String> columns;
     private boolean good = true;
@@ -77,6 +84,10 @@ final class SampleChecks {
         }
     }
 
+    /**
+     * The sum over a column of the CSV file, where an empty field counts as the NULL that SUM
+     * leaves out.
+     */
     private BigDecimal sum(String name) {
         BigDecimal sum = BigDecimal.ZERO;
         for (List<String> row : people) {
@@ -86,6 +97,7 @@ final class SampleChecks {
         return sum;
     }
 
+    /** Rows of the CSV file whose field is empty, which is NULL in the table. */
     private long withoutValue(String name) {
         int column = columns.indexOf(name);
         return people.stream().filter(row -> row.get(column).isEmpty()).count();
@@ -95,6 +107,7 @@ final class SampleChecks {
         checkNumber(what, sql, BigDecimal.valueOf(expected));
     }
 
+    /** Compares the single number of a query; trailing zeros make no difference. */
     private void checkNumber(String what, String sql, BigDecimal expected) throws SQLException {
         try (OciStatement query = connection.createStatement()) {
             query.execute(sql);
@@ -108,6 +121,8 @@ final class SampleChecks {
     private void checkCalendar(List<LocalDate> days) throws SQLException {
         CRC32 expected = new CRC32();
         for (LocalDate day : days) {
+            // A checksum over the lines shows a missing, doubled or changed row as well as their
+            // order.
             expected.update(utf8(SampleContent.calendarLine(day)));
         }
         CRC32 found = new CRC32();
@@ -156,6 +171,7 @@ final class SampleChecks {
             byte[] expected = utf8(part.get());
             byte[] found = new byte[expected.length];
             try {
+                // A stream may give less than asked for at any time, without being at its end.
                 body.readFully(found);
             } catch (EOFException e) {
                 return "ends too early after byte " + length;
@@ -172,6 +188,7 @@ final class SampleChecks {
         try (OciStatement query = connection.createStatement()) {
             query.execute("SELECT description, picture FROM exhibit ORDER BY exhibit_id");
             for (SampleExhibit exhibit : SampleExhibit.all()) {
+                // Reported as "nothing" rather than left to fail: the checks behind it still run.
                 boolean there = query.next();
                 byte[] text = utf8(exhibit.description);
                 report("text of exhibit " + exhibit.id, asWritten(text.length),
@@ -222,6 +239,7 @@ final class SampleChecks {
         return String.format("%08x", sum.getValue());
     }
 
+    /** One line for each check; one that fails makes the whole fail. */
     private void report(String what, String expected, String found) {
         boolean same = expected.equals(found);
         good &= same;

@@ -17,7 +17,13 @@ import java.util.Locale;
 import java.util.Map;
 import java.util.function.Supplier;
 
-/** What the sample database holds and the program itself can work out: a calendar, and letters. */
+/**
+ * What the sample database holds and the program itself can work out: a calendar, and letters.
+ *
+ * <p>Everything here follows from the dates alone, so that the checks can work it out once more and
+ * compare. The letters cover the cases of LONG values: short, missing, some pieces long, and one
+ * that is long enough to be made part by part.
+ */
 final class SampleContent {
     static final LocalDate FIRST_DAY = LocalDate.of(1970, 1, 1);
     static final LocalDate LAST_DAY = LocalDate.of(2000, 12, 31);
@@ -52,6 +58,7 @@ final class SampleContent {
         }
     }
 
+    /** Makes the next part when the one before has been read. */
     private static final class PartsReader extends Reader {
         private final Iterator<Supplier<String>> parts;
         private String part = "";
@@ -63,6 +70,7 @@ final class SampleContent {
 
         @Override
         public int read(char[] buffer, int offset, int length) {
+            // Also passes over an empty part: 0 characters would not be a good answer of a Reader.
             while (at == part.length()) {
                 if (!parts.hasNext()) {
                     return -1;
@@ -125,6 +133,7 @@ final class SampleContent {
         for (LocalDate start = LocalDate.of(1972, 1, 1);
                 start.getYear() < 1974;
                 start = start.plusMonths(3)) {
+            // A copy for the lambda, which is asked for the text when it is needed.
             LocalDate quarter = start;
             letters.add(
                     new Letter(

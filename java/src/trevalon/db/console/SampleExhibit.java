@@ -4,7 +4,11 @@ import java.nio.charset.StandardCharsets;
 import java.util.Arrays;
 import java.util.List;
 
-/** An exhibit of the sample: a text as a CLOB and a picture as a BLOB. */
+/**
+ * An exhibit of the sample: a text as a CLOB and a picture as a BLOB.
+ *
+ * <p>The second one is empty on purpose: an empty LOB is a value and not NULL.
+ */
 final class SampleExhibit {
     private static final int WIDTH = 240;
     private static final int HEIGHT = 160;

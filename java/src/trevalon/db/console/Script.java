@@ -65,6 +65,7 @@ final class Script {
                 more = session.run(statement);
             } catch (SQLException e) {
                 report(statement, source, e);
+                // Leaving would commit: half a script must not stay.
                 connection.rollback();
                 return false;
             }

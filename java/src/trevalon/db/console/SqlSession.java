@@ -15,7 +15,13 @@ import trevalon.db.oci.OciConnection;
 import trevalon.db.oci.OciException;
 import trevalon.db.oci.OciStatement;
 
-/** Runs the console's statements and commands on one connection, and prints what they give. */
+/**
+ * Runs the console's statements and commands on one connection, and prints what they give.
+ *
+ * <p>Each statement has a fresh {@link OciStatement}: a failure leaves nothing behind but the
+ * transaction. Commands are taken by their first word; what they do to files and values is in the
+ * classes {@link CsvLoader}, {@link LobFile} and {@link Variables}.
+ */
 final class SqlSession {
     private static final String HELP =
             "Statements end with ; or with a line that holds only / (a BEGIN ... END block always\n"
@@ -39,7 +45,12 @@ final class SqlSession {
                     + "  EXIT, QUIT             leaves\n"
                     + "Ctrl-C stops the statement that runs.";
 
+    /**
+     * A name as SQL has it, with an owner perhaps; it goes into statements as it was typed, so it
+     * must not be able to hold anything else.
+     */
     private static final String TABLE = "(?:\"[^\"]+\"|[\\p{L}\\p{N}_$#.])+";
+    /** Groups: table, file in quotes, file without. */
     private static final Pattern LOAD =
             Pattern.compile(
                     "(" + TABLE + ")\\s+FROM\\s+(?:['\"](.+)['\"]|(\\S.*))",
@@ -52,7 +63,9 @@ final class SqlSession {
     private final BreakKey breakKey;
     private final Progress progress;
     private final Variables variables;
+    /** Set by Ctrl-C, on a thread of the JVM's own; read between rows, where no call runs. */
     private volatile boolean stopped;
+    /** Looks in the statement's text, and asks the database only whether a table is there. */
     private final ErrorLocator locator = new ErrorLocator(this::tableExists);
 
     SqlSession(
@@ -77,6 +90,7 @@ final class SqlSession {
         void run() throws SQLException;
     }
 
+    /** Runs work that Ctrl-C stops; afterwards the key ends the program again. */
     private void runStoppable(Runnable stop, Work work) throws SQLException {
         breakKey.setRunning(stop);
         try {
@@ -87,6 +101,7 @@ final class SqlSession {
     }
 
     private void runBreakable(Work work) throws SQLException {
+        // A stop that was asked of the statement before must not stop this one.
         stopped = false;
         runStoppable(
                 () -> {
@@ -100,6 +115,7 @@ final class SqlSession {
         String[] parts = text.split("\\s+", 2);
         String argument = parts.length > 1 ? parts[1] : "";
         switch (parts[0].toUpperCase(Locale.ROOT)) {
+            // Leaving commits, as closing the connection does.
             case "EXIT":
             case "QUIT":
                 return false;
@@ -143,6 +159,7 @@ final class SqlSession {
     }
 
     private void runSql(String sql) throws SQLException {
+        // Through the connection and not as statements: its own calls are what a program would use.
         String command = sql.trim().toUpperCase(Locale.ROOT).replaceAll("\\s+WORK$", "");
         if (command.equals("COMMIT")) {
             connection.commit();
@@ -159,6 +176,8 @@ final class SqlSession {
             if (statement.execute()) {
                 out.println(Feedback.selected(TablePrinter.print(statement, out, () -> stopped)));
             } else {
+                // Before anything is printed: output that does not fit its variable is an error of
+                // the statement.
                 variables.takeOutputs(statement, sql);
                 out.println(
                         Feedback.executed(statement.sqlFunctionCode(), statement.rowCount()));
@@ -166,6 +185,7 @@ final class SqlSession {
         }
     }
 
+    /** The one SET that the console knows; other ones are statements of the server's. */
     private void setAutoCommit(String argument) throws SQLException {
         String[] words = argument.toUpperCase(Locale.ROOT).split("\\s+");
         boolean on = words.length == 2 && words[1].equals("ON");
@@ -264,7 +284,9 @@ final class SqlSession {
             return;
         }
         try (OciStatement statement = connection.createStatement()) {
+            // Preparing describes and executes nothing, so that a large table costs nothing.
             statement.prepare("SELECT * FROM " + table);
+            // As wide as the heading "Name".
             int width = 4;
             for (OciColumn column : statement.columns()) {
                 width = Math.max(width, DisplayText.width(column.name()));
@@ -291,6 +313,7 @@ final class SqlSession {
         return ErrorReport.format(sql, offset, error.getMessage());
     }
 
+    /** Asked for the place of an error only, when a statement names several tables. */
     private boolean tableExists(String name) {
         try (OciStatement statement = connection.createStatement()) {
             statement.prepare("SELECT * FROM " + name);

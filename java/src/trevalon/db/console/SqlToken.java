@@ -6,7 +6,12 @@ import java.util.Locale;
 import java.util.regex.Matcher;
 import java.util.regex.Pattern;
 
-/** A token of SQL text: what the console needs to know of SQL, which is not its meaning. */
+/**
+ * A token of SQL text: what the console needs to know of SQL, which is not its meaning.
+ *
+ * <p>Possessive quantifiers keep the pattern from going back into what it has taken of a long
+ * literal or name. Unclosed quotes and comments reach to the end of the text.
+ */
 final class SqlToken {
     /**
      * Comments first, since their first characters are symbols too. A doubled quote inside a

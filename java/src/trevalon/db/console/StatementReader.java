@@ -11,6 +11,10 @@ import java.util.Set;
 /**
  * Cuts lines of input into statements: each ends at a semicolon, or at a line with only a slash. A
  * block of PL/SQL holds semicolons of its own, and so ends at the slash alone.
+ *
+ * <p>Commands of the console are one line each and are recognised at the start of a statement only.
+ * Quotes and comments are followed from line to line, as a semicolon inside of them ends nothing.
+ * What was cut is otherwise not looked at: mistakes are the server's to find.
  */
 final class StatementReader {
     /** Commands of the console itself; they take one line and need no semicolon. */
@@ -20,6 +24,7 @@ final class StatementReader {
                             "DESC", "DESCRIBE", "EXEC", "EXECUTE", "EXIT", "GET", "HELP", "LOAD",
                             "PRINT", "PROMPT", "PUT", "QUIT", "REM", "VAR", "VARIABLE"));
 
+    /** Kinds of objects whose definition is a block of its own, with semicolons inside. */
     private static final Set<String> STORED_CODE =
             new HashSet<>(Arrays.asList("FUNCTION", "PROCEDURE", "TRIGGER", "PACKAGE", "TYPE"));
 
@@ -44,6 +49,10 @@ final class StatementReader {
         void show(int lineOfStatement);
     }
 
+    /**
+     * Where in the SQL the last line ended: in a literal, a quoted name or a comment it goes on
+     * there.
+     */
     private enum State {
         CODE,
         LITERAL,
@@ -55,10 +64,12 @@ final class StatementReader {
     private final Prompt prompt;
     private final StringBuilder text = new StringBuilder();
     private State state = State.CODE;
+    /** Whether the statement has anything but blanks and comments yet. */
     private boolean hasCode;
     private int lineNumber;
     private int startLine;
     private int linesOfStatement;
+    /** What follows a statement's semicolon on its line: the next statement's first line. */
     private String restOfLine;
 
     StatementReader(BufferedReader in, Prompt prompt) {
@@ -73,6 +84,7 @@ final class StatementReader {
     Statement next() throws IOException {
         startStatement();
         for (String line = nextLine(); line != null; line = nextLine()) {
+            // In a literal or a comment such a line is text like any other.
             if (state == State.CODE && line.trim().equals("/")) {
                 if (hasCode) {
                     return statement();
@@ -88,6 +100,8 @@ final class StatementReader {
                 text.append(line, 0, end);
                 return statement();
             }
+            // Only blanks or a comment so far: they are dropped, so that lines count from the
+            // statement's first.
             if (!hasCode && state == State.CODE) {
                 startStatement();
             } else {
@@ -120,6 +134,7 @@ final class StatementReader {
             line = in.readLine();
             lineNumber++;
         }
+        // The first line that is kept; a statement behind a semicolon begins on the same line.
         if (text.length() == 0) {
             startLine = lineNumber;
         }
@@ -147,6 +162,8 @@ final class StatementReader {
             boolean pair = i + 1 < line.length();
             switch (state) {
                 case LITERAL:
+                    // A doubled quote leaves the literal and enters it again at once, with the same
+                    // effect.
                     state = c == '\'' ? State.CODE : state;
                     break;
                 case QUOTED_NAME:
@@ -192,6 +209,8 @@ final class StatementReader {
     }
 
     private boolean isBlock(String line, int end) {
+        // At each semicolon anew, from the statement's beginning: only its first few tokens are
+        // read.
         List<SqlToken> tokens =
                 SqlToken.scan(text + line.substring(0, end), DECIDING_TOKENS);
         if (tokens.isEmpty()) {

@@ -20,7 +20,12 @@ import trevalon.db.oci.OciLob;
 import trevalon.db.oci.OciStatement;
 import trevalon.db.oci.OciType;
 
-/** Prints the rows of a query as a table, with memory that does not grow with the rows. */
+/**
+ * Prints the rows of a query as a table, with memory that does not grow with the rows.
+ *
+ * <p>Widths are known for a batch only, and never shrink. Most results fit one batch, and get one
+ * heading.
+ */
 final class TablePrinter {
     /** Rows that are looked at together to size the columns. */
     private static final int BATCH = 500;
@@ -40,6 +45,10 @@ final class TablePrinter {
     private final List<OciColumn> columns;
     private final int[] widths;
     private final BooleanSupplier stopped;
+    /**
+     * Whether a heading stands above; printed with the first batch, so that a query without rows
+     * shows none.
+     */
     private boolean headed;
 
     private TablePrinter(PrintStream out, OciStatement query, BooleanSupplier stopped) {
@@ -49,6 +58,7 @@ final class TablePrinter {
         columns = query.columns();
         widths = new int[columns.size()];
         for (int i = 0; i < widths.length; i++) {
+            // The width of the heading is the least that a column has.
             widths[i] = Math.min(MAX_WIDTH, DisplayText.width(columns.get(i).name()));
         }
     }
@@ -86,6 +96,7 @@ final class TablePrinter {
     private String[] readRow() throws SQLException {
         String[] row = new String[widths.length];
         for (int i = 0; i < row.length; i++) {
+            // Cut as it is read: a batch of long values must not be held in memory whole.
             row[i] = DisplayText.cut(DisplayText.printable(value(i + 1)), MAX_WIDTH);
         }
         return row;
@@ -210,9 +221,11 @@ final class TablePrinter {
         StringBuilder line = new StringBuilder();
         for (int i = 0; i < values.length; i++) {
             String padding = DisplayText.repeat(' ', widths[i] - DisplayText.width(values[i]));
+            // Numbers to the right, so that their digits stand below one another.
             boolean right = columns.get(i).internalType() == OciType.NUMBER;
             line.append(right ? padding + values[i] : values[i] + padding).append(' ');
         }
+        // Trailing blanks would wrap the line on a terminal that is just too narrow.
         int end = line.length();
         while (end > 0 && line.charAt(end - 1) == ' ') {
             end--;

@@ -20,13 +20,21 @@ import trevalon.db.oci.OciConnection;
 import trevalon.db.oci.OciStatement;
 import trevalon.db.oci.OciType;
 
-/** The console's variables: what stands for :name in a statement, and takes what a block gives. */
+/**
+ * The console's variables: what stands for :name in a statement, and takes what a block gives.
+ *
+ * <p>Values are kept here between statements, since each statement has binds of its own. In a block
+ * every variable is bound as an output with its value as input, as nothing tells which of them the
+ * block assigns to.
+ */
 final class Variables {
+    /** Groups: name, kind, and the size where one is given. */
     private static final Pattern DECLARATION =
             Pattern.compile(
                     "([\\p{L}\\p{N}_$#]+)\\s+(NUMBER|DATE|REFCURSOR|CHAR|VARCHAR2?)"
                             + "\\s*(?:\\(\\s*(\\d{1,5})\\s*\\))?",
                     Pattern.CASE_INSENSITIVE);
+    /** The longest VARCHAR2 of a block. */
     private static final int LONGEST = 32767;
     private static final String USAGE =
             "Usage: VARIABLE name NUMBER | CHAR[(n)] | VARCHAR2(n) | DATE | REFCURSOR";
@@ -35,6 +43,7 @@ final class Variables {
     private static final class Variable {
         final String name;
         final String declaration;
+        // 0 for a cursor variable, which has no type of its own.
         final int type;
         final int size;
         String text;
@@ -76,6 +85,7 @@ final class Variables {
         }
         String name = matcher.group(1).toUpperCase(Locale.ROOT);
         String kind = matcher.group(2).toUpperCase(Locale.ROOT);
+        // CHAR without a size has one character; the others that need none ignore it.
         int size = matcher.group(3) == null ? 1 : Integer.parseInt(matcher.group(3));
         boolean sized = kind.contains("CHAR");
         boolean needsSize = kind.startsWith("VARCHAR");
@@ -84,6 +94,7 @@ final class Variables {
         }
         String declaration = sized ? kind + "(" + size + ")" : kind;
         Variable old = variables.put(name, new Variable(name, declaration, typeOf(kind), size));
+        // The old variable's query would stay open with nobody to read it.
         if (old != null && old.rows != null) {
             old.rows.close();
         }
@@ -106,6 +117,7 @@ final class Variables {
 
     /** Prepares a statement and binds each of its placeholders to the variable of that name. */
     void prepare(OciStatement statement, String sql) throws SQLException {
+        // Before the prepare: an undeclared name is told without a call to the server.
         List<Variable> bound = placeholders(sql);
         statement.prepare(sql);
         boolean block = isBlock(sql);
@@ -122,6 +134,7 @@ final class Variables {
                 names.add(token.variable);
             }
         }
+        // In the order of the statement's positions.
         List<Variable> found = new ArrayList<>();
         for (String name : names) {
             found.add(find(name));
@@ -147,6 +160,7 @@ final class Variables {
     private void bind(OciStatement statement, int position, Variable variable, boolean block)
             throws SQLException {
         if (variable.isCursor()) {
+            // Kept for the next block: the statement is opened anew at each execution.
             if (variable.rows == null) {
                 variable.rows = connection.createStatement();
             }
@@ -221,6 +235,7 @@ final class Variables {
             return;
         }
         try (OciStatement rows = variable.rows) {
+            // Its rows are used up by this: the next block opens a query on a statement of its own.
             variable.rows = null;
             out.println(Feedback.selected(TablePrinter.print(rows, out, stopped)));
         }

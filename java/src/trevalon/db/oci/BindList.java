@@ -5,7 +5,12 @@ import java.sql.SQLFeatureNotSupportedException;
 import java.util.ArrayList;
 import java.util.List;
 
-/** The bind variables of one prepared statement. */
+/**
+ * The bind variables of one prepared statement.
+ *
+ * <p>Variables are made when they are first set, and those before them, too: which positions the
+ * statement has is the server's to say, at the bind (ORA-01036) or the execution (ORA-01008).
+ */
 final class BindList {
     /** The interface's own limit. */
     private static final int MOST_VARIABLES = 65535;

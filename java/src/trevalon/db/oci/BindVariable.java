@@ -14,6 +14,10 @@ import java.util.Arrays;
  * <p>A bind stays in force from one execution to the next as long as the value has the same form
  * and size, since its buffer then stays where it is. Streams, cursors and the variables of a block
  * are bound for each execution.
+ *
+ * <p>The native record holds the value's bytes; what is bound is their address. Setting a value of
+ * the same size writes into the same memory, so the next execution reads it without another bind; a
+ * longer one moves the memory, and `changed` says so.
  */
 final class BindVariable implements AutoCloseable {
     /** Longest RAW; more bytes go in as a LONG RAW. */
@@ -49,12 +53,17 @@ final class BindVariable implements AutoCloseable {
     private PieceSource source;
 
     private boolean streamed;
+    // At most one of source, rows and lob is set; the native record holds every other value.
     private OciStatement rows;
     private OciLob lob;
 
     /** The registered type of an output, or NO_FORM. */
     private int outType = NO_FORM;
 
+    /**
+     * Whether a value was set since the last execution: an output that was not set goes in as NULL
+     * and not as what came out before.
+     */
     private boolean inputGiven;
 
     BindVariable(OciCursor cursor, int position) {
@@ -84,6 +93,7 @@ final class BindVariable implements AutoCloseable {
     }
 
     void setText(String value) throws SQLException {
+        // Before the type is taken: a text that is refused leaves the variable as it was.
         byte[] bytes = terminated(value);
         beginValue(OciType.STRING);
         column.setValueWithString(bytes, false);
@@ -109,6 +119,7 @@ final class BindVariable implements AutoCloseable {
             return withTerminator(OciText.encode(value));
         }
         if (length >= text.length) {
+            // Growing by doubling keeps the number of binds small when texts get longer row by row.
             int doubled = Math.min(2 * text.length, LONGEST_SHARED_TEXT);
             text = new byte[Math.max(doubled, length + 1)];
         }
@@ -137,6 +148,7 @@ final class BindVariable implements AutoCloseable {
         if (bytes.length > text.length) {
             throw new OciException(6502, "ORA-06502: PL/SQL: numeric or value error");
         }
+        // What came out before may have been longer, and would otherwise stand behind this value.
         Arrays.fill(text, (byte) 0);
         System.arraycopy(bytes, 0, text, 0, bytes.length);
         return text;
@@ -282,6 +294,8 @@ final class BindVariable implements AutoCloseable {
 
     /** Forgets what was set before; a piece length would otherwise make a stream of any value. */
     private void beginValue(int newForm) throws OciException {
+        // An output keeps the type and size that it was registered with: its buffer was made for
+        // them.
         if (outType != NO_FORM && newForm != form) {
             throw inconsistentTypes();
         }
@@ -344,6 +358,7 @@ final class BindVariable implements AutoCloseable {
             cursor.registerStream(position, source);
         }
         boolean failed = cursor.bindVariableByPosition(column);
+        // A bind that failed is tried again by the next execution.
         changed = failed;
         return failed;
     }

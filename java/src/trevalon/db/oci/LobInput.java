@@ -3,11 +3,17 @@ package trevalon.db.oci;
 import java.io.IOException;
 import java.io.InputStream;
 
-/** The bytes of a BLOB from a position on, fetched a piece at a time. */
+/**
+ * The bytes of a BLOB from a position on, fetched a piece at a time.
+ *
+ * <p>Nothing is read before the first call. The position moves only after a piece has arrived, so a
+ * failure can be followed by another attempt. Closing leaves the LOB open, which is its owner's.
+ */
 final class LobInput extends InputStream {
     private final OciLob lob;
     private final byte[] piece = new byte[OciLob.PIECE_LENGTH];
     private long position;
+    /** The unread part of the piece: from `at` up to `end`. */
     private int at;
     private int end;
     private boolean closed;
@@ -42,6 +48,7 @@ final class LobInput extends InputStream {
         }
         if (at == end) {
             at = 0;
+            // Empty until the read has succeeded: a failure must not show the old piece again.
             end = 0;
             try {
                 end = Math.max(0, lob.read(position, piece, 0, piece.length));

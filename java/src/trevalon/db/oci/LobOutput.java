@@ -3,11 +3,20 @@ package trevalon.db.oci;
 import java.io.IOException;
 import java.io.OutputStream;
 
-/** Writes a BLOB from a position on, a piece at a time. A failure ends the stream. */
+/**
+ * Writes a BLOB from a position on, a piece at a time. A failure ends the stream.
+ *
+ * <p>Bytes are gathered to whole pieces, because each write is a call, and an update of the value,
+ * of its own. What is under way is written by a flush or close; without either it is lost. Closing
+ * leaves the LOB open.
+ */
 final class LobOutput extends OutputStream {
     private final OciLob lob;
     private final byte[] piece = new byte[OciLob.PIECE_LENGTH];
     private long position;
+    /**
+     * Bytes of the piece that wait to be written; `position` is where the first of them belongs.
+     */
     private int used;
     private boolean closed;
 

@@ -3,7 +3,12 @@ package trevalon.db.oci;
 import java.io.IOException;
 import java.io.Reader;
 
-/** The characters of a CLOB from a position on, fetched a piece at a time. */
+/**
+ * The characters of a CLOB from a position on, fetched a piece at a time.
+ *
+ * <p>A piece may end in the middle of a surrogate pair: its halves are handed out one after the
+ * other, as a Reader may. Otherwise as {@link LobInput}.
+ */
 final class LobReader extends Reader {
     private final OciLob lob;
     private final char[] piece = new char[OciLob.PIECE_LENGTH];
@@ -37,6 +42,7 @@ final class LobReader extends Reader {
         }
         if (at == end) {
             at = 0;
+            // Empty until the read has succeeded: a failure must not show the old piece again.
             end = 0;
             try {
                 end = Math.max(0, lob.read(position, piece, 0, piece.length));

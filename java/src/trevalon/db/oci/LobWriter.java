@@ -3,11 +3,19 @@ package trevalon.db.oci;
 import java.io.IOException;
 import java.io.Writer;
 
-/** Writes a CLOB from a position on, a piece at a time. A failure ends the writer. */
+/**
+ * Writes a CLOB from a position on, a piece at a time. A failure ends the writer.
+ *
+ * <p>As {@link LobOutput}, in UTF-16 units: a pair that two pieces divide is whole again in the
+ * value.
+ */
 final class LobWriter extends Writer {
     private final OciLob lob;
     private final char[] piece = new char[OciLob.PIECE_LENGTH];
     private long position;
+    /**
+     * Units of the piece that wait to be written; `position` is where the first of them belongs.
+     */
     private int used;
     private boolean closed;
 

@@ -5,7 +5,12 @@ import java.io.IOException;
 import java.io.InputStream;
 import java.sql.SQLException;
 
-/** The bytes of one LONG or LONG RAW value: hands over the pieces that a fetch has queued. */
+/**
+ * The bytes of one LONG or LONG RAW value: hands over the pieces that a fetch has queued.
+ *
+ * <p>All pieces of the row are in native memory by the time that the row stands; reading frees them
+ * one by one. That is why a value can be read once, and why the length counts down.
+ */
 final class LongStream extends InputStream {
     private final OciCursor cursor;
     private final OciColumn column;
@@ -56,6 +61,7 @@ final class LongStream extends InputStream {
         }
         if (at == end) {
             at = 0;
+            // A piece is handed over whole, so that the array must be as long as the longest one.
             end =
                     text
                             ? cursor.getLongStringValue(column, 0, piece)

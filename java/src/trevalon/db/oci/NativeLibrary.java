@@ -3,6 +3,9 @@ package trevalon.db.oci;
 /**
  * The native library of this process: loaded on first use, never by a static initialiser, so that
  * a library that cannot be loaded is reported anew to each caller as what it is.
+ *
+ * <p>Also the owner of the process's slot pools: the native side tells their sizes, and who holds
+ * which slot is known here only. XA sessions have a pool of their own.
  */
 final class NativeLibrary {
     /** Names the library file where it is not on the JVM's library path. */
@@ -39,6 +42,10 @@ final class NativeLibrary {
                 "ORA-00018: maximum number of sessions exceeded");
     }
 
+    /**
+     * The library, loaded by the first caller. Raises UnsatisfiedLinkError where that fails, each
+     * time.
+     */
     static synchronized NativeLibrary get() {
         if (loaded == null) {
             loaded = new NativeLibrary();

@@ -5,8 +5,12 @@ package trevalon.db.oci;
  *
  * <p>The record exists from construction to {@link #close}. A cursor that has this column in its
  * select list refers to the record, so the cursor's native close comes first.
+ *
+ * <p>After the close every native method but a second close finds no record and raises; sizes and
+ * positions are kept nowhere else.
  */
 public final class OciColumn implements AutoCloseable {
+    // By the names that the native side knows: the stream's kind, and the record's address.
     private int input_stream_type;
     private int coldata32;
     private long coldata64;
@@ -70,6 +74,10 @@ public final class OciColumn implements AutoCloseable {
     /** Oracle's internal type code; see {@link OciType}. */
     public native int internalType();
 
+    /**
+     * The type that a bind or define names: what a setter chose, else the one that the described
+     * type maps to.
+     */
     native int externalType();
 
     native int actualExternalType();
@@ -108,15 +116,26 @@ public final class OciColumn implements AutoCloseable {
 
     native void setValueWithDouble(double val, boolean setnull);
 
+    /** Copies the whole array; the value ends at its first zero byte. */
     native void setValueWithString(byte[] HStrBuf, boolean setnull);
 
+    /** As a RAW, or as a LONG RAW, whose length is not limited to 2000 bytes. */
     native void setValueWithBytes(byte[] val, boolean setnull, boolean useraw);
 
+    /**
+     * Has the next bind take the value in pieces from {@link OciCursor#getNextStreamBuffer}; a
+     * piece length of 0 ends that.
+     */
     native void setValueWithStream(int len, int piecelen, int stream_type, boolean setnull);
 
+    /**
+     * Hour, minute and second come with 1 added, as the seven bytes have them; century and year
+     * without their excess.
+     */
     native void setValueWithDate(
             int century, int year, int month, int day, int hour, int min, int sec, boolean setnull);
 
+    /** Gives the column a locator of its own for fetches to fill; the next method frees it. */
     native void allocLobLocator(OciConnection connobj, int type);
 
     native void deallocLobLocator();

@@ -9,11 +9,16 @@ import java.util.Set;
  *
  * <p>A connection and its statements are used by one thread at a time; {@link #breakCall} may come
  * from any thread. Different connections are independent of each other.
+ *
+ * <p>The session's native record is one slot of a pool with a fixed size; without a free one a
+ * login is ORA-00018. Everything that was made from a connection ends with it, in the order that
+ * the interface needs: statements, then LOBs, then the session.
  */
 public final class OciConnection implements AutoCloseable {
     /** Everything that crosses the border as text is UTF-8; the client library must know that. */
     private static final String NLS_LANG = "AMERICAN_AMERICA.UTF8";
 
+    /** Set to true, it has the native library write a trace of its calls. */
     private static final String DEBUG_PROPERTY = "oralayer.debug";
 
     private final Set<OciStatement> statements = new LinkedHashSet<>();
@@ -27,6 +32,8 @@ public final class OciConnection implements AutoCloseable {
     private boolean open;
     private boolean autoCommit;
 
+    // Read and written by the native side, by these names: which session record this is, and the
+    // codes that the last call left.
     private long logondata64;
     private int logondata32;
     private int ldaerrcode;
@@ -112,11 +119,15 @@ public final class OciConnection implements AutoCloseable {
         lobs.remove(lob);
     }
 
+    /**
+     * Makes the changes of the transaction permanent; ORA-02091 where that fails, which rolls back.
+     */
     public void commit() throws OciException {
         requireOpen();
         check(native_commit());
     }
 
+    /** Takes back the changes since the last commit. */
     public void rollback() throws OciException {
         requireOpen();
         check(native_rollback());
@@ -180,6 +191,7 @@ public final class OciConnection implements AutoCloseable {
     private void release() {
         synchronized (lifeLock) {
             open = false;
+            // A break must find either a live session or none: hence under the lock.
             native_logout();
             native_finalize();
             // The record lives on in its pool; this object must not reach its next holder.
@@ -236,6 +248,7 @@ public final class OciConnection implements AutoCloseable {
         return slots.inUse();
     }
 
+    /** Slots of a session pool; the next method tells those of the cursor pool. */
     static native int lda_pool_size();
 
     static native int cda_pool_size();
@@ -247,12 +260,17 @@ public final class OciConnection implements AutoCloseable {
     native boolean native_loginwithblock(
             byte[] username, byte[] password, byte[] server, boolean blocking);
 
+    /** Fails always: the interface of release 8 has no login that does not block. */
     native boolean native_loginnoblock(byte[] username, byte[] password, byte[] server);
 
     native boolean native_logout();
 
     native void native_finalize();
 
+    /**
+     * Copies the text of an error into the array and returns its length in bytes. It is the
+     * session's last error, whatever number is asked for.
+     */
     native int native_getError(int errnum, boolean oerhmsval, byte[] HErrorBuf);
 
     native boolean native_autoCommitOn();
@@ -263,8 +281,12 @@ public final class OciConnection implements AutoCloseable {
 
     native boolean native_rollback();
 
+    /** May come from another thread while a call runs: it writes no field. */
     native boolean native_obreak();
 
+    /**
+     * Sets the mode and nothing more: with our own client library every call still runs to its end.
+     */
     native boolean native_setNonBlockingMode();
 
     native boolean native_setBlockingMode();

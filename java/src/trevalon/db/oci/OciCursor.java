@@ -30,6 +30,8 @@ public final class OciCursor {
     private final Map<Integer, PieceSource> streams = new HashMap<>();
     private int longColumns;
 
+    // From here on by the names that the native side knows: the record's address, and what the last
+    // call left. The native side writes them after each call, also after a good one.
     private int selPieceLength;
     private int cursordata32;
     private long cursordata64;
@@ -94,6 +96,7 @@ public final class OciCursor {
         return sqlfunccode;
     }
 
+    /** The interface's code of the last call on the statement. */
     int ociFunctionCode() {
         return ocifunccode;
     }
@@ -102,6 +105,7 @@ public final class OciCursor {
         return oserrcode;
     }
 
+    /** Always 0: with release 8 no call sets one. */
     int warningFlags() {
         return warnflags;
     }
@@ -146,22 +150,35 @@ public final class OciCursor {
 
     native void initialize(int elem);
 
+    /** Allocates the statement handle; must alternate with {@link #close}. */
     native boolean open(OciConnection connobj);
 
+    /** Breaks the call that runs on the session, from any thread. */
     native boolean cancel();
 
+    /**
+     * Frees the statement handle and the pieces of LONG values that nobody has read. Goes before
+     * the columns' own close.
+     */
     native boolean close();
 
     native void native_finalize();
 
+    /** Prepares the text; a query is described, too. */
     native boolean parse(byte[] HSqlBuf, boolean defflg);
 
+    /**
+     * Reads the attributes of the select-list column at the column's position; fails behind the
+     * last one.
+     */
     native boolean describe(OciColumn colobj);
 
+    /** True for LONG and LONG RAW, whatever the name says; BLOB and CLOB are the next method's. */
     native boolean isBlobColumn(OciColumn colobj);
 
     native boolean isOCI8ILOBColumn(OciColumn colobj);
 
+    /** Throws always: release 8 has no such option. */
     native boolean oopt(int waitopt);
 
     native boolean bindVariableByPosition(OciColumn colobj);
@@ -171,31 +188,52 @@ public final class OciCursor {
     /** Besides a failure, whatever a stream throws that is read meanwhile comes out of it. */
     native boolean exec() throws IOException;
 
+    /**
+     * Defines the column with arrays of so many rows. A LONG column goes on the cursor's chain and
+     * is fetched in pieces, one row a call.
+     */
     native boolean bindSelectItem(OciColumn colobj, int fetchsize);
 
+    /** Fetches one row into the defined columns; a LONG column gets no pieces. */
     native boolean fetch();
 
+    /**
+     * Executes a query and fetches the first array. Fewer rows than it takes are no failure, except
+     * no row at all of a query with LONG columns (ORA-01403).
+     */
     native boolean execAndFetch(int fetchsize);
 
     native boolean arrayFetch(int fetchsize);
 
+    /** Copies seven bytes, of NULL as well: the indicator has to be asked first. */
     native int getDateValue(OciColumn colobj, int recnum, byte[] HDateBuf);
 
     native int getReturnCode(OciColumn colobj, int recnum);
 
+    /**
+     * Copies the element's bytes, as many as were fetched and the array takes; returns their
+     * number.
+     */
     native int getByteValue(OciColumn colobj, int recnum, byte[] HByteBuf);
 
+    /** Bytes in the pieces that are still queued for the column; negative for another type. */
     native int getLongDataLength(OciColumn colobj);
 
+    /**
+     * Takes the oldest piece, which the array must have room for; 0 when none is left. The offset
+     * has no effect.
+     */
     native int getLongByteValue(OciColumn colobj, int offset, byte[] HByteBuf);
 
     native int getLongStringValue(OciColumn colobj, int offset, byte[] HStrBuf);
 
     native int getIndicator(OciColumn colobj, int recnum);
 
+    /** Copies the text up to its zero byte and returns its length; -1 for NULL. */
     native int getStringValue(OciColumn colobj, int recnum, byte[] HStrBuf);
 
     native int getIntegerValue(OciColumn colobj, int recnum);
 
+    /** -1 for NULL: the indicator has to be asked first. */
     native double getDoubleValue(OciColumn colobj, int recnum);
 }

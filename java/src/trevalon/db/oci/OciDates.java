@@ -1,8 +1,14 @@
 package trevalon.db.oci;
 
+import java.time.DateTimeException;
 import java.time.LocalDateTime;
 
-/** Oracle's seven-byte DATE. */
+/**
+ * Oracle's seven-byte DATE.
+ *
+ * <p>Dates are those of the proleptic ISO calendar in Java and of the Julian calendar before 15
+ * October 1582 on the server: fields cross as they are, and no day is counted here.
+ */
 final class OciDates {
     /** Century and year are kept with this added, so that years before our era stay positive. */
     private static final int EXCESS = 100;
@@ -12,13 +18,20 @@ final class OciDates {
 
     private OciDates() {}
 
-    /** The date and time in the first seven bytes. */
-    static LocalDateTime decode(byte[] bytes) {
+    /**
+     * The date and time in the first seven bytes. ORA-01839 for a day that java.time does not know:
+     * the server counts in the Julian calendar up to 1582, which has 29 February in 1500, too.
+     */
+    static LocalDateTime decode(byte[] bytes) throws OciException {
         int year = (unsigned(bytes[0]) - EXCESS) * 100 + unsigned(bytes[1]) - EXCESS;
         // There is no year 0 on the server: 1 BC is -1 there, and 0 in java.time.
         int isoYear = year < 0 ? year + 1 : year;
-        return LocalDateTime.of(
-                isoYear, bytes[2], bytes[3], bytes[4] - 1, bytes[5] - 1, bytes[6] - 1);
+        try {
+            return LocalDateTime.of(
+                    isoYear, bytes[2], bytes[3], bytes[4] - 1, bytes[5] - 1, bytes[6] - 1);
+        } catch (DateTimeException e) {
+            throw new OciException(1839, "ORA-01839: date not valid for month specified");
+        }
     }
 
     /**

@@ -2,7 +2,12 @@ package trevalon.db.oci;
 
 import java.sql.SQLException;
 
-/** A failed Oracle call: the error number, its text, and the place in the statement if known. */
+/**
+ * A failed Oracle call: the error number, its text, and the place in the statement if known.
+ *
+ * <p>The vendor code of the SQLException is Oracle's number; there is no SQL state, as the
+ * interface gives none. The text may have several lines, the first of which names the error.
+ */
 public final class OciException extends SQLException {
     private static final long serialVersionUID = 1L;
     private static final int UNKNOWN = -1;

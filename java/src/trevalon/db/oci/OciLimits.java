@@ -1,6 +1,11 @@
 package trevalon.db.oci;
 
-/** Sizes that the peers and the native side agree on. */
+/**
+ * Sizes that the peers and the native side agree on.
+ *
+ * <p>A number that is smaller here than there would cut values, or have a native getter refuse its
+ * array.
+ */
 final class OciLimits {
     /** Longest column name, in bytes. */
     static final int COLUMN_NAME = 128;

@@ -15,6 +15,9 @@ import java.sql.SQLException;
  * <p>{@link OciStatement#getLob} gives these objects. They stay usable when their statement moves
  * on or is closed, and end with their connection at the latest; like it, they are for one thread at
  * a time. Who writes holds the row's lock: SELECT ... FOR UPDATE in the same transaction.
+ *
+ * <p>Each call moves one piece as a whole (the interface's transfers over several calls are not
+ * used), so that no transfer is open between two calls and the session stays free for others.
  */
 public final class OciLob implements AutoCloseable {
     /** Most bytes or characters of a value. */
@@ -29,10 +32,13 @@ public final class OciLob implements AutoCloseable {
 
     private final OciConnection connection;
     private final int type;
+    /** Whether a value was assigned: a locator is there before it names anything. */
     private boolean filled;
+    /** Kept from call to call for callers whose arrays cannot go across as they are. */
     private byte[] bytePiece = new byte[0];
     private char[] charPiece = new char[0];
 
+    // By the names that the native side knows: the record's address, and the last failure's code.
     private int lobdata32;
     private long lobdata64;
     private int loberrcode;
@@ -111,6 +117,8 @@ public final class OciLob implements AutoCloseable {
     public int read(long position, byte[] buffer, int offset, int length) throws OciException {
         requireKind(false);
         requireRange(buffer.length, offset, length);
+        // The native side fills an array from its start, which is why a range within a larger one
+        // goes through a piece of our own.
         return move(position, readable(position, length), length, (at, done, count) -> {
             byte[] piece = bytePiece(buffer, offset, count);
             long read =
@@ -264,6 +272,8 @@ public final class OciLob implements AutoCloseable {
             int count = Math.min(PIECE_LENGTH, possible - done);
             int moved = piece.move(position + done + 1, done, count);
             done += moved;
+            // Fewer units than asked for are the end of the value: no further call is needed to
+            // find that out.
             more = moved == count;
         }
         return done == 0 && asked > 0 ? -1 : done;
@@ -354,6 +364,7 @@ public final class OciLob implements AutoCloseable {
 
     native void initialize();
 
+    /** Gives the record an empty locator of the session's environment. */
     native boolean allocLob(OciConnection connobj);
 
     native boolean assignLobFromColumn(OciConnection connobj, OciColumn colobj);
@@ -366,6 +377,10 @@ public final class OciLob implements AutoCloseable {
 
     native int getLobCharSetForm(OciConnection connobj);
 
+    /**
+     * Reads into the array from its start: `loblen` units from `offset` (from 1); the result is
+     * what was read, negative for a failure. The others likewise.
+     */
     native long getLobBuf(OciConnection connobj, byte[] HByteBuf, long offset, long loblen,
             long bytelen, int charSetId, int charSetForm);
 

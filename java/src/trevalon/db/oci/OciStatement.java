@@ -22,9 +22,19 @@ import java.util.List;
  *
  * <p>Values are read by the column's position, from 1, on the row that {@link #next} moved to.
  * LONG values arrive in pieces, and can be read once per row.
+ *
+ * <p>One statement handle of the interface serves for one text: {@link #prepare} closes it and
+ * opens another. The order of the native calls is fixed, and this class keeps it: open, parse,
+ * describe each column, set the values, bind, define, execute, fetch. At the end the cursor is
+ * closed before its columns, which it refers to.
  */
 public final class OciStatement implements AutoCloseable {
+    /**
+     * Rows of one fetch where nobody asks for another number: enough to make the calls cheap, and
+     * few enough that the first rows come soon.
+     */
     public static final int DEFAULT_FETCH_SIZE = 100;
+    /** Bytes of a LONG that cross in one call; as much as the large values' own pieces. */
     static final int DEFAULT_PIECE_LENGTH = 32 * 1024;
 
     /** Rows of wide columns are fetched in smaller arrays, so that a fetch stays below this. */
@@ -39,6 +49,8 @@ public final class OciStatement implements AutoCloseable {
 
     private final OciConnection connection;
     private final OciCursor cursor;
+    // The record of the cursor belongs to its slot in the process's pool, and the slot to this
+    // statement until it is closed.
     private final SlotPool slots;
     private final BindList variables;
     private final List<SelectColumn> columns = new ArrayList<>();
@@ -49,12 +61,22 @@ public final class OciStatement implements AutoCloseable {
     /** Whether a statement handle is allocated: open and close must alternate strictly. */
     private boolean opened;
 
+    /**
+     * Whether the select list has its fetch arrays: once for each prepared query, not for each
+     * execution.
+     */
     private boolean defined;
     private int arrayRows;
+    /**
+     * Takes one value at a time from the native arrays, as long as the widest column: no value
+     * costs a buffer of its own.
+     */
     private byte[] scratch = new byte[0];
 
+    /** Index into the current array; -1 before the first {@link #next}. */
     private int row;
     private int rowsInArray;
+    /** The native row count at the end of the array before: the count is of the whole execution. */
     private int rowsBefore;
     private boolean lastArray;
 
@@ -64,6 +86,8 @@ public final class OciStatement implements AutoCloseable {
         }
         this.connection = connection;
         slots = NativeLibrary.get().cursors();
+        // Taken before the cursor exists and given back by whoever ends it: a failed constructor
+        // must not lose it.
         int slot = slots.take();
         try {
             cursor = new OciCursor(connection, slot, pieceLength, false, null);
@@ -91,6 +115,8 @@ public final class OciStatement implements AutoCloseable {
         check(cursor.open(connection));
         opened = true;
         try {
+            // For a query this also asks the server to describe it, so that errors of its names
+            // come up here.
             check(cursor.parse(OciText.encode(sql), false));
             describeAll();
         } catch (OciException e) {
@@ -139,10 +165,12 @@ public final class OciStatement implements AutoCloseable {
         try {
             if (columns.isEmpty()) {
                 check(cursor.exec());
+                // Cursor variables last: their queries exist from here on.
                 variables.takeResults();
                 return false;
             }
             define();
+            // Streams of the execution before must not read the pieces of this one.
             columns.forEach(SelectColumn::dropValue);
             row = -1;
             rowsBefore = 0;
@@ -202,6 +230,7 @@ public final class OciStatement implements AutoCloseable {
     }
 
     public void setLong(int position, long value) throws SQLException {
+        // The interface's INTEGER has four bytes; longer numbers go as text, exactly.
         if (value == (int) value) {
             variable(position).setInt((int) value);
         } else {
@@ -581,7 +610,7 @@ public final class OciStatement implements AutoCloseable {
 
     /**
      * The column at a position; the row index must be one that was fetched, because the native side
-     * does not check it.
+     * knows the size of its arrays only, and not how far the last fetch has filled them.
      */
     private SelectColumn column(int position) {
         if (position < 1 || position > columns.size()) {
@@ -607,6 +636,7 @@ public final class OciStatement implements AutoCloseable {
     }
 
     private OciException failure() {
+        // 0 also stands for a place that is not known.
         int offset = cursor.parseErrorOffset();
         return connection.failure(cursor.errorCode(), offset > 0 ? offset : -1);
     }

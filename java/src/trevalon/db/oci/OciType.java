@@ -1,6 +1,11 @@
 package trevalon.db.oci;
 
-/** Oracle's type codes: what a describe reports, and what bind variables come in. */
+/**
+ * Oracle's type codes: what a describe reports, and what bind variables come in.
+ *
+ * <p>One set of numbers serves for the internal types of columns and the external ones of
+ * variables; INTEGER, FLOAT and STRING occur as variables only.
+ */
 public final class OciType {
     public static final int VARCHAR2 = 1;
     public static final int NUMBER = 2;
@@ -62,6 +67,7 @@ public final class OciType {
     }
 
     private static String number(int precision, int scale) {
+        // No precision was declared.
         if (precision == 0) {
             return scale == 0 || scale == FLOAT_SCALE ? "NUMBER" : "NUMBER(38," + scale + ")";
         }

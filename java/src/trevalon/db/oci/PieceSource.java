@@ -11,7 +11,12 @@ import java.nio.charset.CoderResult;
 import java.nio.charset.CodingErrorAction;
 import java.nio.charset.StandardCharsets;
 
-/** Where the pieces of a streamed value come from. */
+/**
+ * Where the pieces of a streamed value come from.
+ *
+ * <p>Called from within a native call, on the thread that executes. An exception ends the
+ * execution, undoes it, and comes out of it as it is.
+ */
 interface PieceSource {
     /**
      * Fills the buffer from its start as far as possible.
@@ -69,8 +74,12 @@ interface PieceSource {
 
         @Override
         public int fill(byte[] buffer, int length) throws IOException {
+            // The array is a little longer than the piece (see {@code getNextStreamBuffer}), which
+            // leaves room for a character that would not fit a very short one.
             int limit = Math.min(buffer.length, Math.max(length, LONGEST_CHARACTER));
             ByteBuffer out = ByteBuffer.wrap(buffer, 0, limit);
+            // Goes on until the piece is full or the Reader has ended: a result of 0 bytes would
+            // mean the end of the value.
             CoderResult result = encoder.encode(pending, out, ended);
             while (result.isUnderflow() && !ended) {
                 refill();

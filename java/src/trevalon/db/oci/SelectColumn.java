@@ -1,6 +1,10 @@
 package trevalon.db.oci;
 
-/** A select-list column with what is looked up once a statement instead of once a value. */
+/**
+ * A select-list column with what is looked up once a statement instead of once a value.
+ *
+ * <p>The type is kept here, because asking the column for it is a native call.
+ */
 final class SelectColumn {
     final OciColumn peer;
     final int type;
@@ -8,6 +12,7 @@ final class SelectColumn {
     /** The LONG value of the current row while it is being read. */
     LongStream value;
 
+    /** The buffer of the column's LONG values, made for the first one and used for all. */
     byte[] piece;
     private boolean ownsLocator;
 

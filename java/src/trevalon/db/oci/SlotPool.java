@@ -32,6 +32,7 @@ final class SlotPool {
     /** Gives a slot back; one that nobody holds is a fault of the caller. */
     synchronized void give(int slot) {
         if (!taken.get(slot)) {
+            // Silently accepted, it would put two holders on one native record.
             throw new IllegalStateException("Slot " + slot + " was given back twice");
         }
         taken.clear(slot);
