@@ -9,7 +9,7 @@
 #include <tuple>
 #include <vector>
 
-#include "oci.h"
+#include "oci_fixture.h"
 #include "require.h"
 
 namespace {
@@ -42,24 +42,19 @@ constexpr ub1 kDate[] = {119, 199, 3, 15, 14, 6, 10};
 class Caller {
  public:
   explicit Caller(FuzzedDataProvider& input) : in_(input) {
-    OCIEnvInit(&env_, OCI_DEFAULT, 0, nullptr);
-    handles_.push_back({env_, OCI_HTYPE_ENV});
-    error_ = made<OCIError>(OCI_HTYPE_ERROR);
-    service_ = made<OCISvcCtx>(OCI_HTYPE_SVCCTX);
-    auto* server = made<OCIServer>(OCI_HTYPE_SERVER);
-    auto* session = made<OCISession>(OCI_HTYPE_SESSION);
-    OCIServerAttach(server, error_, reinterpret_cast<const text*>(":memory:"), 8, OCI_DEFAULT);
-    OCIAttrSet(service_, OCI_HTYPE_SVCCTX, server, 0, OCI_ATTR_SERVER, error_);
-    OCISessionBegin(service_, error_, session, OCI_CRED_RDBMS, OCI_DEFAULT);
-    OCIAttrSet(service_, OCI_HTYPE_SVCCTX, session, 0, OCI_ATTR_SESSION, error_);
-    statement_ = made<OCIStmt>(OCI_HTYPE_STMT);
-    made<OCIStmt>(OCI_HTYPE_STMT);
+    require(c_.log_in(":memory:") == OCI_SUCCESS);
+    handles_ = {{c_.env, OCI_HTYPE_ENV},
+                {c_.err, OCI_HTYPE_ERROR},
+                {c_.srv, OCI_HTYPE_SERVER},
+                {c_.svc, OCI_HTYPE_SVCCTX},
+                {c_.ses, OCI_HTYPE_SESSION},
+                {c_.stmt, OCI_HTYPE_STMT},
+                {c_.make<void>(OCI_HTYPE_STMT), OCI_HTYPE_STMT}};
     for (const char* sql :
          {"CREATE TABLE T (N NUMBER, V CHAR(9), D DATE, R RAW(10), L LONG, K CLOB, B BLOB)",
           "INSERT INTO T VALUES (1, 'one', SYSDATE, '00ff', 'a long text', 'characters', NULL)",
           "INSERT INTO T (N, B) VALUES (2.5, HEXTORAW('00ff'))"}) {
-      prepare(statement_, error_, sql);
-      require(OCIStmtExecute(service_, statement_, error_, 1, 0, nullptr, nullptr, 0) == 0, sql);
+      require(c_.run(sql) == OCI_SUCCESS, sql);
     }
   }
 
@@ -71,20 +66,11 @@ class Caller {
         &Caller::bind,     &Caller::execute, &Caller::use,     &Caller::use,     &Caller::define,
         &Caller::fetch,    &Caller::fetch,   &Caller::piece,   &Caller::lob,     &Caller::lob};
     while (in_.remaining_bytes() > 0) (this->*in_.PickValueInArray(kCalls))();
-    OCIHandleFree(env_, OCI_HTYPE_ENV);
   }
 
  private:
   ub4 up_to(ub4 most) { return in_.ConsumeIntegralInRange<ub4>(0, most); }
   bool one_in(ub4 n) { return up_to(n - 1) == 0; }
-
-  template <class T>
-  T* made(ub4 type) {
-    void* handle = nullptr;
-    require(OCIHandleAlloc(env_, &handle, type, 0, nullptr) == OCI_SUCCESS);
-    handles_.push_back({handle, type});
-    return static_cast<T*>(handle);
-  }
 
   /// Memory of the caller that ends with the run, its beginning from the input.
   template <class T = ub1>
@@ -115,9 +101,9 @@ class Caller {
     if (choice == 3) found = static_cast<ub1*>(handles_[start].first) + 8;
     return static_cast<T*>(found);
   }
-  OCIError* error() { return at_ > 0 ? error_ : handle<OCIError>(OCI_HTYPE_ERROR); }
-  OCIStmt* statement() { return at_ > 0 ? statement_ : handle<OCIStmt>(OCI_HTYPE_STMT); }
-  OCISvcCtx* service() { return at_ > 0 ? service_ : handle<OCISvcCtx>(OCI_HTYPE_SVCCTX); }
+  OCIError* error() { return at_ > 0 ? c_.err : handle<OCIError>(OCI_HTYPE_ERROR); }
+  OCIStmt* statement() { return at_ > 0 ? c_.stmt : handle<OCIStmt>(OCI_HTYPE_STMT); }
+  OCISvcCtx* service() { return at_ > 0 ? c_.svc : handle<OCISvcCtx>(OCI_HTYPE_SVCCTX); }
   ub4 position() { return at_ > 0 ? at_ : up_to(9); }
   ub4 kind() { return in_.PickValueInArray(kKinds); }
 
@@ -133,7 +119,7 @@ class Caller {
   void free() {
     const ub4 type = kind();
     void* address = handle(one_in(8) ? kind() : type);
-    if (address != env_) (one_in(2) ? OCIHandleFree : OCIDescriptorFree)(address, type);
+    if (address != c_.env) (one_in(2) ? OCIHandleFree : OCIDescriptorFree)(address, type);
   }
 
   void get() {
@@ -168,11 +154,13 @@ class Caller {
                     static_cast<sb4>(name.size()) - static_cast<sb4>(up_to(1)), OCI_DEFAULT);
     OCISessionBegin(service(), error(), session, up_to(3), OCI_DEFAULT);
   }
-  static void prepare(OCIStmt* stmt, OCIError* error, std::string_view sql) {
-    OCIStmtPrepare(stmt, error, reinterpret_cast<const text*>(sql.data()),
+  void text_in() {
+    OCIStmt* stmt = statement();
+    OCIError* record = error();
+    const std::string_view sql = one_in(16) ? "" : in_.PickValueInArray(kTexts);
+    OCIStmtPrepare(stmt, record, reinterpret_cast<const text*>(sql.data()),
                    static_cast<ub4>(sql.size()), OCI_NTV_SYNTAX, OCI_DEFAULT);
   }
-  void text_in() { prepare(statement(), error(), one_in(16) ? "" : in_.PickValueInArray(kTexts)); }
   void execute() {
     const ub4 mode = one_in(8) ? OCI_DESCRIBE_ONLY : one_in(8) ? OCI_COMMIT_ON_SUCCESS : 0;
     OCIStmtExecute(service(), statement(), error(), up_to(kRows), 0, nullptr, nullptr, mode);
@@ -222,8 +210,8 @@ class Caller {
     *size = self.up_to(3) * 10;
     *data = self.buffer(*size);
     const ub4 choice = self.up_to(15);
-    if (choice == 15) OCIHandleFree(self.service_, OCI_HTYPE_SVCCTX);
-    if (choice == 14) OCITransRollback(self.service_, self.error_, OCI_DEFAULT);
+    if (choice == 15) OCIHandleFree(self.c_.svc, OCI_HTYPE_SVCCTX);
+    if (choice == 14) OCITransRollback(self.c_.svc, self.c_.err, OCI_DEFAULT);
     if (choice < 8) *piece = OCI_LAST_PIECE;
     return choice == 13 ? OCI_ERROR : OCI_CONTINUE;
   }
@@ -263,7 +251,7 @@ class Caller {
     auto* source = handle<OCILobLocator>(OCI_DTYPE_LOB);
     if (one_in(8)) OCILobAssign(handle<OCIEnv>(OCI_HTYPE_ENV), error(), source, &target);
     if (one_in(8)) OCILobGetLength(service(), error(), target, &amount);
-    if (one_in(8)) OCILobCharSetForm(env_, error(), target, buffer(1));
+    if (one_in(8)) OCILobCharSetForm(c_.env, error(), target, buffer(1));
     if (one_in(2)) {
       OCILobRead(service(), error(), target, &amount, offset, buffer(size), size, nullptr, nullptr,
                  set, SQLCS_IMPLICIT);
@@ -276,10 +264,7 @@ class Caller {
   FuzzedDataProvider& in_;
   std::vector<std::unique_ptr<ub1[]>> memory_;
   std::vector<std::pair<void*, ub4>> handles_;
-  OCIEnv* env_ = nullptr;
-  OCIError* error_;
-  OCISvcCtx* service_;
-  OCIStmt* statement_;
+  Client c_;  // ends before the memory does
   ub4 at_ = 0;  // the position that use() has come to
 };
 

@@ -173,11 +173,7 @@ TEST_F(BlockTest, CursorsLiveOnTheirOwn) {
 TEST_F(BlockTest, ErrorsHaveCodeAndPlace) {
   std::string deep;
   for (int i = 0; i < 5000; ++i) deep += "BEGIN ";
-  const struct {
-    std::string text;
-    int code;
-    const char* words;
-  } kCases[] = {
+  const std::tuple<std::string, int, const char*> kCases[] = {
       {"BEGIN\n NULL;\n INSERT INTO ^NOWHERE VALUES (:1); END;", 942, "ORA-06512: at line 3\n"},
       {"BEGIN SELECT A /* ; */ INTO :x FROM T WHERE ^NONE = 1; END;", 904, "NONE"},
       {"BEGIN :x := 'END;' || ^NONE; END;", 904, "NONE"},
@@ -209,13 +205,13 @@ TEST_F(BlockTest, ErrorsHaveCodeAndPlace) {
       {"BEGIN INSERT INTO T VALUES (1, 2) END;^", 6550, "end-of-file"},
       {deep, 6550, "too large"},
   };
-  for (const auto& wanted : kCases) {
-    std::string text = wanted.text;
+  for (const auto& [marked, code, words] : kCases) {
+    std::string text = marked;
     const size_t place = text.find('^');
     if (place != std::string::npos) text.erase(place, 1);
     const Failure raised = run(text);
-    EXPECT_EQ(raised.code, wanted.code) << text << ": " << raised.text;
-    EXPECT_NE(raised.text.find(wanted.words), std::string::npos) << text << ": " << raised.text;
+    EXPECT_EQ(raised.code, code) << text << ": " << raised.text;
+    EXPECT_NE(raised.text.find(words), std::string::npos) << text << ": " << raised.text;
     if (place == std::string::npos) continue;
     EXPECT_EQ(raised.offset, static_cast<int>(place)) << text;
   }

@@ -1,35 +1,29 @@
 #include "date.h"
 
-#include <gtest/gtest.h>
-
-#include "error.h"
+#include "engine_fixture.h"
 
 namespace oci8 {
 namespace {
 
 // The text of the date that an action gives, or the error number.
 template <typename Action>
-std::string outcome(Action action, const char* format = "FMSYYYY-MM-DD HH24:MI:SS") {
-  try {
-    return format_date(action(), format);
-  } catch (const Failure& failure) {
-    return failure.text.substr(0, 9);
-  }
+std::string outcome(Action action, std::string_view format = "FMSYYYY-MM-DD HH24:MI:SS") {
+  std::string shown;
+  const Failure raised = failure([&] { shown = format_date(action(), format); });
+  return raised.code == 0 ? shown : raised.text.substr(0, 9);
 }
 
 TEST(Date, BytesAreTheServersForm) {
-  const struct {
-    DateFields fields;
-    DateBytes bytes;
-  } kRows[] = {{{1999, 3, 15, 13, 5, 9}, {119, 199, 3, 15, 14, 6, 10}},
-               {{2040, 4, 1, 0, 0, 0}, {120, 140, 4, 1, 1, 1, 1}},
-               {{-4712, 1, 1, 0, 0, 0}, {53, 88, 1, 1, 1, 1, 1}},
-               {{-44, 3, 15, 12, 0, 0}, {100, 56, 3, 15, 13, 1, 1}},
-               {{9999, 12, 31, 23, 59, 59}, {199, 199, 12, 31, 24, 60, 60}}};
-  for (const auto& row : kRows) {
-    EXPECT_EQ(pack_date(row.fields), row.bytes);
-    EXPECT_EQ(unpack_date(row.bytes.data()).year, row.fields.year);
-    EXPECT_TRUE(valid_date(row.bytes.data()));
+  const std::tuple<DateFields, DateBytes> kRows[] = {
+      {{1999, 3, 15, 13, 5, 9}, {119, 199, 3, 15, 14, 6, 10}},
+      {{2040, 4, 1, 0, 0, 0}, {120, 140, 4, 1, 1, 1, 1}},
+      {{-4712, 1, 1, 0, 0, 0}, {53, 88, 1, 1, 1, 1, 1}},
+      {{-44, 3, 15, 12, 0, 0}, {100, 56, 3, 15, 13, 1, 1}},
+      {{9999, 12, 31, 23, 59, 59}, {199, 199, 12, 31, 24, 60, 60}}};
+  for (const auto& [fields, bytes] : kRows) {
+    EXPECT_EQ(pack_date(fields), bytes);
+    EXPECT_EQ(unpack_date(bytes.data()).year, fields.year);
+    EXPECT_TRUE(valid_date(bytes.data()));
   }
 }
 
@@ -59,76 +53,45 @@ TEST(Date, DaysCountOnWithoutGapsFromEndToEnd) {
 
 TEST(Date, IsWrittenByModel) {
   const DateFields kDay{1999, 3, 5, 15, 4, 9};
-  const struct {
-    const char *format, *expected;
-  } kRows[] = {{"DD-MON-YY", "05-MAR-99"},
-               {"YYYY-MM-DD HH24:MI:SS", "1999-03-05 15:04:09"},
-               {"Month DD", "March     05"},
-               {"FMMonth DD, YYYY", "March 5, 1999"},
-               {"fmDay, DD fmMM", "Friday, 5 03"},
-               {"dy Dy DY|day|", "fri Fri FRI|friday   |"},
-               {"HH:MI AM|hh12 p.m.", "03:04 PM|03 p.m."},
-               {"\"Year: \"YYYY \"Q\"Q", "Year: 1999 Q1"},
-               {"DDD D WW W IW CC J SSSSS", "064 6 10 1 09 20 2451243 54249"},
-               {"SYYYY YYY Y RR RRRR BC", " 1999 999 9 99 1999 AD"},
-               {"XYZ", "ORA-01821"},
-               {"YYYY \"open", "ORA-01821"}};
-  for (const auto& row : kRows) {
-    EXPECT_EQ(outcome([&] { return kDay; }, row.format), row.expected) << row.format;
+  for (const auto& [format, expected] : cases(R"(
+    DD-MON-YY -> 05-MAR-99 | YYYY-MM-DD HH24:MI:SS -> 1999-03-05 15:04:09 | Month DD -> March     05
+    FMMonth DD, YYYY -> March 5, 1999 | fmDay, DD fmMM -> Friday, 5 03
+    dy Dy DY|day| -> fri Fri FRI|friday   |
+    HH:MI AM|hh12 p.m. -> 03:04 PM|03 p.m.
+    "Year: "YYYY "Q"Q -> Year: 1999 Q1 | DDD D WW W IW CC J SSSSS -> 064 6 10 1 09 20 2451243 54249
+    SYYYY YYY Y RR RRRR BC ->  1999 999 9 99 1999 AD | XYZ -> ORA-01821 | YYYY "open -> ORA-01821)")) {
+    EXPECT_EQ(outcome([&] { return kDay; }, format), expected) << format;
   }
 }
 
 TEST(Date, IsReadByModel) {
-  const struct {
-    const char *text, *format;
-    const char* expected;
-  } kRows[] = {
-      {"15-MAR-1999 13:05:09", "DD-MON-YYYY HH24:MI:SS", "1999-3-15 13:5:9"},
-      {"15/mar.99", "DD-MON-RR", "1999-3-15 0:0:0"},
-      {"15-MAR-1999", "DD-MON-YY", "1999-3-15 0:0:0"},
-      {"15-march-49", "DD-MON-RR", "2049-3-15 0:0:0"},
-      {"20240229", "YYYYMMDD", "2024-2-29 0:0:0"},
-      {"20240229", "YYYY-MM-DD", "2024-2-29 0:0:0"},
-      {"2024-2-9", "YYYY-MM-DD", "2024-2-9 0:0:0"},
-      {"  2024-02-09", "YYYY-MM-DD HH24:MI", "2024-2-9 0:0:0"},
-      {"12:30 am 2024-01-01", "HH:MI AM YYYY-MM-DD", "2024-1-1 0:30:0"},
-      {"12:30 P.M. 2024-01-01", "HH12:MI P.M. YYYY-MM-DD", "2024-1-1 12:30:0"},
-      {"2024 060", "YYYY DDD", "2024-2-29 0:0:0"},
-      {"2451545", "J", "2000-1-1 0:0:0"},
-      {"2024-01-01 86399", "YYYY-MM-DD SSSSS", "2024-1-1 23:59:59"},
-      {"44-03-15 BC", "YYYY-MM-DD BC", "-44-3-15 0:0:0"},
-      {"Fri 05-MAR-1999", "DY DD-MON-YYYY", "1999-3-5 0:0:0"},
-      {"2024T01", "YYYY\"T\"MM", "2024-1-1 0:0:0"},
-      {"2024-02-30", "YYYY-MM-DD", "ORA-01839"},
-      {"2023-02-29", "YYYY-MM-DD", "ORA-01839"},
-      {"2024-13-01", "YYYY-MM-DD", "ORA-01843"},
-      {"01-QQQ-99", "DD-MON-YY", "ORA-01843"},
-      {"2024-01-32", "YYYY-MM-DD", "ORA-01847"},
-      {"2024-01-00", "YYYY-MM-DD", "ORA-01847"},
-      {"0000-01-01", "YYYY-MM-DD", "ORA-01841"},
-      {"-4713-01-01", "SYYYY-MM-DD", "ORA-01841"},
-      {"24", "HH24", "ORA-01850"},
-      {"13", "HH", "ORA-01849"},
-      {"10:60", "HH24:MI", "ORA-01851"},
-      {"10:00:60", "HH24:MI:SS", "ORA-01852"},
-      {"86400", "SSSSS", "ORA-01853"},
-      {"0", "J", "ORA-01854"},
-      {"10 XM", "HH AM", "ORA-01855"},
-      {"2024-01", "YYYY-MM-DD", "ORA-01840"},
-      {"2024-01-01 x", "YYYY-MM-DD", "ORA-01830"},
-      {"abcd", "YYYY", "ORA-01858"},
-      {"2009-05-01", "DD-MON-RR", "ORA-01861"},
-      {"2024x01", "YYYY\"T\"MM", "ORA-01861"},
-      {"2023 366", "YYYY DDD", "ORA-01848"},
-      {"Mon 05-MAR-1999", "DY DD-MON-YYYY", "ORA-01835"},
-      {"2024 2024", "YYYY YYYY", "ORA-01810"},
-      {"13 PM", "HH24 PM", "ORA-01818"},
-      {"1", "Q", "ORA-01820"},
-      {"1", "?9", "ORA-01821"},
-  };
-  for (const auto& row : kRows) {
-    EXPECT_EQ(outcome([&] { return parse_date(row.text, row.format); }), row.expected)
-        << row.text << " as " << row.format;
+  for (const auto& [both, expected] : cases(R"(
+    '15-MAR-1999 13:05:09' as DD-MON-YYYY HH24:MI:SS -> 1999-3-15 13:5:9
+    '15/mar.99' as DD-MON-RR -> 1999-3-15 0:0:0 | '15-MAR-1999' as DD-MON-YY -> 1999-3-15 0:0:0
+    '15-march-49' as DD-MON-RR -> 2049-3-15 0:0:0 | '20240229' as YYYYMMDD -> 2024-2-29 0:0:0
+    '20240229' as YYYY-MM-DD -> 2024-2-29 0:0:0 | '2024-2-9' as YYYY-MM-DD -> 2024-2-9 0:0:0
+    '  2024-02-09' as YYYY-MM-DD HH24:MI -> 2024-2-9 0:0:0
+    '12:30 am 2024-01-01' as HH:MI AM YYYY-MM-DD -> 2024-1-1 0:30:0
+    '12:30 P.M. 2024-01-01' as HH12:MI P.M. YYYY-MM-DD -> 2024-1-1 12:30:0
+    '2024 060' as YYYY DDD -> 2024-2-29 0:0:0 | '2451545' as J -> 2000-1-1 0:0:0
+    '2024-01-01 86399' as YYYY-MM-DD SSSSS -> 2024-1-1 23:59:59
+    '44-03-15 BC' as YYYY-MM-DD BC -> -44-3-15 0:0:0
+    'Fri 05-MAR-1999' as DY DD-MON-YYYY -> 1999-3-5 0:0:0 | '2024T01' as YYYY"T"MM -> 2024-1-1 0:0:0
+    '2024-02-30' as YYYY-MM-DD -> ORA-01839 | '2023-02-29' as YYYY-MM-DD -> ORA-01839
+    '2024-13-01' as YYYY-MM-DD -> ORA-01843 | '01-QQQ-99' as DD-MON-YY -> ORA-01843
+    '2024-01-32' as YYYY-MM-DD -> ORA-01847 | '2024-01-00' as YYYY-MM-DD -> ORA-01847
+    '0000-01-01' as YYYY-MM-DD -> ORA-01841 | '-4713-01-01' as SYYYY-MM-DD -> ORA-01841
+    '24' as HH24 -> ORA-01850 | '13' as HH -> ORA-01849 | '10:60' as HH24:MI -> ORA-01851
+    '10:00:60' as HH24:MI:SS -> ORA-01852 | '86400' as SSSSS -> ORA-01853 | '0' as J -> ORA-01854
+    '10 XM' as HH AM -> ORA-01855 | '2024-01' as YYYY-MM-DD -> ORA-01840
+    '2024-01-01 x' as YYYY-MM-DD -> ORA-01830 | 'abcd' as YYYY -> ORA-01858
+    '2009-05-01' as DD-MON-RR -> ORA-01861 | '2024x01' as YYYY"T"MM -> ORA-01861
+    '2023 366' as YYYY DDD -> ORA-01848 | 'Mon 05-MAR-1999' as DY DD-MON-YYYY -> ORA-01835
+    '2024 2024' as YYYY YYYY -> ORA-01810 | '13 PM' as HH24 PM -> ORA-01818 | '1' as Q -> ORA-01820
+    '1' as ?9 -> ORA-01821)")) {
+    const size_t as = both.find("' as ");
+    const std::string text = both.substr(1, as - 1), format = both.substr(as + 5);
+    EXPECT_EQ(outcome([&] { return parse_date(text, format); }), expected) << both;
   }
   const DateFields now = current_date();
   const DateFields time = parse_date("10:15", "HH24:MI");

@@ -4,7 +4,7 @@
 #include <gmock/gmock.h>
 
 #include "declared_type.h"
-#include "error.h"
+#include "engine_fixture.h"
 #include "sqlite_catalogue.h"
 #include "sqlite_control.h"
 #include "sqlite_functions.h"
@@ -18,39 +18,25 @@ using testing::ElementsAre;
 
 // --- Tokens --------------------------------------------------------------------------------------
 
-struct Kind {
-  std::string_view source;
-  ub2 type;
-  ub2 function;
-};
+std::string kind(std::string_view source) {
+  const SqlText sql = tokenize(source);
+  return std::to_string(sql.type) + " " + std::to_string(sql.function);
+}
 
+// The numbers of OCI_ATTR_STMT_TYPE and OCI_ATTR_SQLFNCODE.
 TEST(SqlText, TellsKindsOfStatements) {
-  const Kind kinds[] = {
-      {"select 1 from dual", OCI_STMT_SELECT, 3},
-      {"/* DROP */ -- INSERT\n ((SELECT 1 FROM dual))", OCI_STMT_SELECT, 3},
-      {"WITH a AS (SELECT 1 FROM dual) SELECT * FROM a", OCI_STMT_SELECT, 3},
-      {"Insert into t values (1)", OCI_STMT_INSERT, 2},
-      {"update t set a = 1", OCI_STMT_UPDATE, 6},
-      {"delete t", OCI_STMT_DELETE, 7},
-      {"CREATE TABLE t (a NUMBER)", OCI_STMT_CREATE, 1},
-      {"create or replace view v as select 1 from dual", OCI_STMT_CREATE, 21},
-      {"CREATE UNIQUE INDEX i ON t (a)", OCI_STMT_CREATE, 9},
-      {"CREATE PACKAGE BODY p IS END;", OCI_STMT_CREATE, 97},
-      {"DROP TABLE t", OCI_STMT_DROP, 12},
-      {"ALTER SESSION SET x = 1", OCI_STMT_ALTER, 42},
-      {"TRUNCATE TABLE t", 0, 85},
-      {"COMMIT", 0, 44},
-      {"BEGIN NULL; END;", OCI_STMT_BEGIN, 47},
-      {"<<l>> DECLARE a NUMBER; BEGIN NULL; END;", OCI_STMT_DECLARE, 47},
-      {"set transaction read only", 0, 48},
-      {"'SELECT'", 0, 0},
-      {"", 0, 0},
-  };
-  for (const Kind& expected : kinds) {
-    const SqlText sql = tokenize(expected.source);
-    EXPECT_EQ(sql.type, expected.type) << expected.source;
-    EXPECT_EQ(sql.function, expected.function) << expected.source;
+  for (const auto& [source, expected] : cases(R"(
+    select 1 from dual -> 1 3 | WITH a AS (SELECT 1 FROM dual) SELECT * FROM a -> 1 3
+    Insert into t values (1) -> 4 2 | update t set a = 1 -> 2 6 | delete t -> 3 7
+    CREATE TABLE t (a NUMBER) -> 5 1 | create or replace view v as select 1 from dual -> 5 21
+    CREATE UNIQUE INDEX i ON t (a) -> 5 9 | CREATE PACKAGE BODY p IS END; -> 5 97
+    DROP TABLE t -> 6 12 | ALTER SESSION SET x = 1 -> 7 42 | TRUNCATE TABLE t -> 0 85
+    COMMIT -> 0 44 | BEGIN NULL; END; -> 8 47 | <<l>> DECLARE a NUMBER; BEGIN NULL; END; -> 9 47
+    set transaction read only -> 0 48 | 'SELECT' -> 0 0)")) {
+    EXPECT_EQ(kind(source), expected) << source;
   }
+  EXPECT_EQ(kind("/* DROP */ -- INSERT\n ((SELECT 1 FROM dual))"), "1 3");
+  EXPECT_EQ(kind(""), "0 0");
 }
 
 std::vector<std::string> spellings(std::string_view source) {
@@ -173,12 +159,8 @@ class DialectTest : public testing::Test {
     return result;
   }
 
-  struct Expected {
-    std::string_view source, result;
-  };
-
-  void expect(std::initializer_list<Expected> all) {
-    for (const Expected& each : all) EXPECT_EQ(run(each.source), each.result) << each.source;
+  void expect(const char* table) {
+    for (const auto& [source, result] : cases(table)) EXPECT_EQ(run(source), result) << source;
   }
 
   std::string user_ = "SCOTT";
@@ -187,160 +169,121 @@ class DialectTest : public testing::Test {
 };
 
 TEST_F(DialectTest, OperatorsMeanWhatTheyMeanOnTheServer) {
-  expect({
-      {"SELECT 7/2, 6/2, 2+3*4, (2+3)*4, 10-3-2, - -5, -(-3) FROM dual", "3.5,3,14,20,5,5,3"},
-      {"SELECT '1'+'2', 'a'||NULL||1||'' FROM dual", "3,a1"},
-      {"SELECT 1 FROM dual WHERE 0.1+0.2 = 0.3 AND '007' = 7 AND 'a' = 'a  '", "1"},
-      {"SELECT 1 FROM dual WHERE '' = '' OR NULL = NULL OR 'a' LIKE 'A'", ""},
-      {"SELECT empno FROM emp WHERE hired = '03-FEB-01' AND sal ^= '1' AND photo IS NULL", "2"},
-      {"SELECT empno FROM emp WHERE deptno = :d AND hired < '01-JAN-00'", "1"},
-      {"SELECT empno FROM emp WHERE photo = 'FF00' OR hired IN ('03-FEB-01')", "1/2"},
-      {"SELECT deptno FROM dept WHERE loc = 'DALLAS' AND loc IN ('x', 'DALLAS   ')", "10"},
-      {"SELECT empno FROM emp WHERE (deptno, ename) IN ((10, 'SMITH'), ('10', 'x'))", "1"},
-      {"SELECT empno FROM emp WHERE deptno IN (SELECT '10' FROM dual) AND empno <> ALL (1, 3)",
-       "2"},
-      {"SELECT CASE deptno WHEN 10 THEN 'ten' ELSE 'none' END FROM emp", "ten/ten/none"},
-      {"SELECT DECODE(deptno, NULL, 'none', 10, ename) FROM emp", "SMITH/ALLEN/none"},
-      {"SELECT DECODE(empno, 1, 'one', 1/(empno-1)) FROM emp WHERE empno < 3", "one/1"},
-      {"SELECT TRIM(LEADING '0' FROM '007'), TRIM('  x ') FROM dual", "7,x"},
-      {"SELECT hired - 1 - hired, NVL(deptno, '7') FROM emp WHERE empno = 2", "-1,10"},
-      {"SELECT user, USER FROM scott.dual", "SCOTT,SCOTT"},
-  });
+  expect(R"(
+    SELECT 7/2, 6/2, 2+3*4, (2+3)*4, 10-3-2, - -5, -(-3) FROM dual -> 3.5,3,14,20,5,5,3
+    SELECT '1'+'2', 'a'||NULL||1||'' FROM dual -> 3,a1
+    SELECT 1 FROM dual WHERE 0.1+0.2 = 0.3 AND '007' = 7 AND 'a' = 'a  ' -> 1
+    SELECT 1 FROM dual WHERE '' = '' OR NULL = NULL OR 'a' LIKE 'A' ->
+    SELECT empno FROM emp WHERE hired = '03-FEB-01' AND sal ^= '1' AND photo IS NULL -> 2
+    SELECT empno FROM emp WHERE deptno = :d AND hired < '01-JAN-00' -> 1
+    SELECT empno FROM emp WHERE photo = 'FF00' OR hired IN ('03-FEB-01') -> 1/2
+    SELECT deptno FROM dept WHERE loc = 'DALLAS' AND loc IN ('x', 'DALLAS   ') -> 10
+    SELECT empno FROM emp WHERE (deptno, ename) IN ((10, 'SMITH'), ('10', 'x')) -> 1
+    SELECT empno FROM emp WHERE deptno IN (SELECT '10' FROM dual) AND empno <> ALL (1, 3) -> 2
+    SELECT CASE deptno WHEN 10 THEN 'ten' ELSE 'none' END FROM emp -> ten/ten/none
+    SELECT DECODE(deptno, NULL, 'none', 10, ename) FROM emp -> SMITH/ALLEN/none
+    SELECT DECODE(empno, 1, 'one', 1/(empno-1)) FROM emp WHERE empno < 3 -> one/1
+    SELECT TRIM(LEADING '0' FROM '007'), TRIM('  x ') FROM dual -> 7,x
+    SELECT hired - 1 - hired, NVL(deptno, '7') FROM emp WHERE empno = 2 -> -1,10
+    SELECT user, USER FROM scott.dual -> SCOTT,SCOTT)");
 }
 
 TEST_F(DialectTest, RowsAreNumberedBeforeTheyAreSortedOrGrouped) {
-  expect({
-      {"SELECT empno FROM emp WHERE ROWNUM <= 2", "1/2"},
-      {"SELECT empno FROM emp WHERE sal > 0 AND 3 > ROWNUM ORDER BY ename DESC", "1/2"},
-      {"SELECT empno FROM (SELECT * FROM emp WHERE ROWNUM < 3) ORDER BY ename DESC", "1/2"},
-      {"SELECT (SELECT MAX(ename) FROM emp WHERE deptno = d.deptno AND ROWNUM < 2) FROM dept d",
-       "SMITH/-"},
-      {"SELECT empno FROM emp WHERE ROWNUM < 2 UNION ALL SELECT 9 FROM dual ORDER BY 1 DESC",
-       "9/1"},
-      {"SELECT COUNT(*), MAX(ename) FROM emp WHERE ROWNUM < 3", "2,SMITH"},
-      {"SELECT deptno, COUNT(*) FROM emp WHERE ROWNUM < 3 GROUP BY deptno", "10,2"},
-      {"SELECT empno FROM emp WHERE ROWNUM = 1 OR empno = 3", "3001@37"},
-      {"SELECT empno FROM emp WHERE ROWNUM > 1", ""},
-      {"SELECT empno FROM emp WHERE ROWNUM < :1", "1/2/3"},
-      {"SELECT e, r FROM (SELECT a.*, ROWNUM r FROM (SELECT empno e FROM emp ORDER BY e DESC) a"
-       " WHERE ROWNUM <= 2) WHERE r > 1",
-       "2,2"},
-      {"SELECT empno FROM emp WHERE ROWID = (SELECT ROWID FROM emp WHERE ename = 'FORD')", "3"},
-      {"DELETE FROM emp e WHERE ROWNUM <= 1 AND e.empno > 1", ""},
-      {"SELECT empno FROM emp", "1/3"},
-  });
+  expect(R"(
+    SELECT empno FROM emp WHERE ROWNUM <= 2 -> 1/2
+    SELECT empno FROM emp WHERE sal > 0 AND 3 > ROWNUM ORDER BY ename DESC -> 1/2
+    SELECT empno FROM (SELECT * FROM emp WHERE ROWNUM < 3) ORDER BY ename DESC -> 1/2
+    SELECT (SELECT MAX(ename) FROM emp WHERE deptno = d.deptno AND ROWNUM
+      < 2) FROM dept d -> SMITH/-
+    SELECT empno FROM emp WHERE ROWNUM < 2 UNION ALL SELECT 9 FROM dual ORDER BY 1 DESC -> 9/1
+    SELECT COUNT(*), MAX(ename) FROM emp WHERE ROWNUM < 3 -> 2,SMITH
+    SELECT deptno, COUNT(*) FROM emp WHERE ROWNUM < 3 GROUP BY deptno -> 10,2
+    SELECT empno FROM emp WHERE ROWNUM = 1 OR empno = 3 -> 3001@37
+    SELECT empno FROM emp WHERE ROWNUM > 1 -> | SELECT empno FROM emp WHERE ROWNUM < :1 -> 1/2/3
+    SELECT e, r FROM (SELECT a.*, ROWNUM r FROM (SELECT empno e FROM emp ORDER BY e DESC) a WHERE
+      ROWNUM <= 2) WHERE r > 1 -> 2,2
+    SELECT empno FROM emp WHERE ROWID = (SELECT ROWID FROM emp WHERE ename = 'FORD') -> 3
+    DELETE FROM emp e WHERE ROWNUM <= 1 AND e.empno > 1 -> | SELECT empno FROM emp -> 1/3)");
 }
 
 TEST_F(DialectTest, QueriesCombineTables) {
-  expect({
-      {"SELECT d.dname, e.ename FROM emp e, dept d WHERE e.deptno(+) = d.deptno"
-       " AND e.sal(+) > 1000 ORDER BY 1",
-       "OPS,-/SALES,ALLEN"},
-      {"SELECT dname, COUNT(empno) FROM dept LEFT JOIN emp USING (deptno) GROUP BY dname",
-       "OPS,0/SALES,2"},
-      {"SELECT * FROM dept NATURAL JOIN (SELECT deptno, empno FROM emp) WHERE empno = 2",
-       "10,SALES,DALLAS  ,2"},
-      {"SELECT ename FROM emp ORDER BY deptno DESC, LOWER(ename)", "FORD/ALLEN/SMITH"},
-      {"SELECT deptno d FROM emp ORDER BY d", "10/10/-"},
-      {"SELECT e.empno FROM dept d, emp e WHERE d.deptno = e.deptno(+) ORDER BY e.empno", "1/2/-"},
-      {"SELECT deptno FROM dept MINUS SELECT deptno FROM emp", "20"},
-      {"(SELECT deptno FROM dept) UNION ALL SELECT empno FROM emp WHERE ROWNUM < 2 ORDER BY deptno",
-       "1/10/20"},
-      {"SELECT (SELECT dname FROM dept d WHERE d.deptno = e.deptno) FROM emp e", "SALES/SALES/-"},
-      {"SELECT (SELECT dname FROM dept) FROM dual", "1427@-1"},
-      {"SELECT deptno+1, SUM(sal) FROM emp GROUP BY deptno+1 HAVING COUNT(*) > 1", "11,2400.56"},
-      {"SELECT dname FROM dept d WHERE EXISTS (SELECT 1 FROM emp WHERE deptno = d.deptno)"
-       " FOR UPDATE OF dname NOWAIT",
-       "SALES"},
-  });
+  expect(R"(
+    SELECT d.dname, e.ename FROM emp e, dept d WHERE e.deptno(+) = d.deptno AND e.sal(+) > 1000
+      ORDER BY 1 -> OPS,-/SALES,ALLEN
+    SELECT dname, COUNT(empno) FROM dept LEFT JOIN emp USING
+      (deptno) GROUP BY dname -> OPS,0/SALES,2
+    SELECT * FROM dept NATURAL JOIN (SELECT deptno, empno FROM
+      emp) WHERE empno = 2 -> 10,SALES,DALLAS  ,2
+    SELECT ename FROM emp ORDER BY deptno DESC, LOWER(ename) -> FORD/ALLEN/SMITH
+    SELECT deptno d FROM emp ORDER BY d -> 10/10/-
+    SELECT e.empno FROM dept d, emp e WHERE d.deptno = e.deptno(+) ORDER BY e.empno -> 1/2/-
+    SELECT deptno FROM dept MINUS SELECT deptno FROM emp -> 20
+    (SELECT deptno FROM dept) UNION ALL SELECT empno FROM emp WHERE ROWNUM <
+      2 ORDER BY deptno -> 1/10/20
+    SELECT (SELECT dname FROM dept d WHERE d.deptno = e.deptno) FROM emp e -> SALES/SALES/-
+    SELECT (SELECT dname FROM dept) FROM dual -> 1427@-1
+    SELECT deptno+1, SUM(sal) FROM emp GROUP BY deptno+1 HAVING COUNT(*) > 1 -> 11,2400.56
+    SELECT dname FROM dept d WHERE EXISTS (SELECT 1 FROM emp WHERE deptno = d.deptno) FOR UPDATE
+      OF dname NOWAIT -> SALES)");
 }
 
 TEST_F(DialectTest, ChangesStoreWhatTheColumnDeclares) {
-  expect({
-      {"INSERT INTO dept VALUES (100, 'x', 'y')", "1438@-1"},
-      {"INSERT INTO dept VALUES (1, 'elevenchars', 'y')", "1401@-1"},
-      {"UPDATE emp e SET e.sal = sal * 1.1, (ename, deptno) = (SELECT dname, deptno FROM dept"
-       " WHERE deptno = 20) WHERE e.empno = '1'",
-       ""},
-      {"SELECT ename, sal, deptno FROM emp WHERE empno = 1", "OPS,880,20"},
-      {"CREATE TABLE t (l LONG, i INT PRIMARY KEY, d DATE DEFAULT SYSDATE, f FLOAT)", ""},
-      {"INSERT INTO t (l, i, f) VALUES ('007', 12.5, 9007199254740993)", ""},
-      {"SELECT l, i, f FROM t WHERE d > '01-JAN-00'", "007,13,9007199254740993"},
-      {"ALTER TABLE t ADD (n NUMBER(5) DEFAULT 7 NOT NULL, c CHAR(2) DEFAULT 'x')", ""},
-      {"SELECT n, c || '.' FROM t", "7,x ."},
-      {"CREATE OR REPLACE VIEW v (a, b) AS SELECT UPPER(l), i + 1 FROM t", "932@48"},
-      {"CREATE OR REPLACE VIEW v (a, b) AS SELECT ename || 'x', sal FROM emp", ""},
-      {"SELECT b FROM v WHERE a = 'FORDx' AND b = '3000'", "3000"},
-      {"CREATE OR REPLACE VIEW v AS SELECT * FROM v", "1731@42"},
-      {"CREATE TABLE c AS SELECT * FROM emp", ""},
-      {"RENAME c TO c2", ""},
-      {"TRUNCATE TABLE c2", ""},
-      {"SELECT COUNT(*) FROM c2", "0"},
-      {"CREATE TABLE p (id NUMBER PRIMARY KEY, up NUMBER REFERENCES p)", ""},
-      {"CREATE TABLE k (id NUMBER REFERENCES p ON DELETE CASCADE)", ""},
-      {"INSERT INTO p VALUES (1, 1)", ""},
-      {"INSERT INTO k VALUES (1)", ""},
-      {"TRUNCATE TABLE p", "2266@-1"},
-      {"DROP TABLE p", "2449@-1"},
-      {"DROP TABLE p CASCADE CONSTRAINTS", "3001@-1"},
-      {"SELECT id FROM k", "1"},
-      {"DROP TABLE k CASCADE CONSTRAINTS", ""},
-      {"TRUNCATE TABLE p", ""},
-      {"DROP TABLE p", ""},
-      {"CREATE SEQUENCE s MAXVALUE 9999999999999999999999999999", ""},
-      {"CREATE SEQUENCE s", "955@-1"},
-      {"DROP SEQUENCE s", ""},
-      {"DROP SEQUENCE s", "2289@-1"},
-  });
+  expect(R"(
+    INSERT INTO dept VALUES (100, 'x', 'y') -> 1438@-1
+    INSERT INTO dept VALUES (1, 'elevenchars', 'y') -> 1401@-1
+    UPDATE emp e SET e.sal = sal * 1.1, (ename, deptno) = (SELECT dname, deptno FROM dept WHERE
+      deptno = 20) WHERE e.empno = '1' ->
+    SELECT ename, sal, deptno FROM emp WHERE empno = 1 -> OPS,880,20
+    CREATE TABLE t (l LONG, i INT PRIMARY KEY, d DATE DEFAULT SYSDATE, f FLOAT) ->
+    INSERT INTO t (l, i, f) VALUES ('007', 12.5, 9007199254740993) ->
+    SELECT l, i, f FROM t WHERE d > '01-JAN-00' -> 007,13,9007199254740993
+    ALTER TABLE t ADD (n NUMBER(5) DEFAULT 7 NOT NULL, c CHAR(2) DEFAULT 'x') ->
+    SELECT n, c || '.' FROM t -> 7,x .
+    CREATE OR REPLACE VIEW v (a, b) AS SELECT UPPER(l), i + 1 FROM t -> 932@48
+    CREATE OR REPLACE VIEW v (a, b) AS SELECT ename || 'x', sal FROM emp ->
+    SELECT b FROM v WHERE a = 'FORDx' AND b = '3000' -> 3000
+    CREATE OR REPLACE VIEW v AS SELECT * FROM v -> 1731@42 | CREATE TABLE c AS SELECT * FROM emp ->
+    RENAME c TO c2 -> | TRUNCATE TABLE c2 -> | SELECT COUNT(*) FROM c2 -> 0
+    CREATE TABLE p (id NUMBER PRIMARY KEY, up NUMBER REFERENCES p) ->
+    CREATE TABLE k (id NUMBER REFERENCES p ON DELETE CASCADE) -> | INSERT INTO p VALUES (1, 1) ->
+    INSERT INTO k VALUES (1) -> | TRUNCATE TABLE p -> 2266@-1 | DROP TABLE p -> 2449@-1
+    DROP TABLE p CASCADE CONSTRAINTS -> 3001@-1 | SELECT id FROM k -> 1
+    DROP TABLE k CASCADE CONSTRAINTS -> | TRUNCATE TABLE p -> | DROP TABLE p ->
+    UPDATE emp e SET sal = (SELECT sal FROM emp WHERE empno = 4 - e.empno) ->
+    SELECT sal FROM emp -> 3000/1600.56/880
+    CREATE SEQUENCE s MAXVALUE 9999999999999999999999999999 -> | CREATE SEQUENCE s -> 955@-1
+    DROP SEQUENCE s -> | DROP SEQUENCE s -> 2289@-1)");
 }
 
 TEST_F(DialectTest, ErrorsNameTheirPlace) {
   const std::string deep = "SELECT " + std::string(5000, '(') + "1 FROM dual";
   const std::string closed =
       "SELECT " + std::string(300, '(') + "1" + std::string(300, ')') + " FROM dual";
-  expect({
-      {"FOO", "900@0"},
-      {"SELECT * FROM nope", "942@14"},
-      {"SELECT * FROM bob.emp", "942@14"},
-      {"SELECT * FROM \"OCI8$SEQUENCES\"", "942@14"},
-      {"SELECT * FROM sqlite_schema", "942@14"},
-      {"SELECT \"ename\" FROM emp", "904@7"},
-      {"SELECT e.nope FROM emp e", "904@7"},
-      {"SELECT random() FROM dual", "904@7"},
-      {"SELECT deptno FROM emp, dept", "918@7"},
-      {"SELECT 1", "923@8"},
-      {"SELECT 1 x y FROM dual", "923@11"},
-      {"SELECT FROM dual", "936@7"},
-      {"SELECT 1 FROM dual WHERE 1", "920@26"},
-      {"SELECT 1 FROM dual x y", "933@21"},
-      {"SELECT 1 FROM dual;", "911@18"},
-      {"SELECT 'a FROM dual", "1756@7"},
-      {std::string_view("SELECT 'a\0b' FROM dual", 22), "911@7"},
-      {"SELECT 12345678901234567890 FROM dual", "1438@7"},
-      {"SELECT (1 + 2 x) FROM dual", "907@14"},
-      {"SELECT UPPER() FROM dual", "938@7"},
-      {"SELECT ename, COUNT(*) FROM emp", "937@7"},
-      {"SELECT ename FROM emp GROUP BY deptno", "979@7"},
-      {"SELECT 1 FROM emp WHERE SUM(sal) > 1", "934@24"},
-      {"SELECT hired + hired FROM emp", "975@7"},
-      {"SELECT 1 FROM emp WHERE hired = 5", "932@32"},
-      {"SELECT 1 FROM dual UNION SELECT 1, 2 FROM dual", "1789@25"},
-      {"SELECT 1 FROM dual UNION SELECT 'a' FROM dual", "1790@25"},
-      {"SELECT 1 FROM emp ORDER BY 2", "1785@27"},
-      {"SELECT DECODE(1, 2, s.NEXTVAL, s.NEXTVAL) FROM dual", "3001@33"},
-      {"INSERT INTO dept (deptno, dname) VALUES (s.CURRVAL, s.NEXTVAL)", "3001@54"},
-      {"INSERT INTO dept VALUES (1)", "947@24"},
-      {"INSERT INTO dept (deptno) VALUES (1, 2)", "913@33"},
-      {"INSERT INTO dept VALUES (dname, 1, 2)", "984@25"},
-      {"UPDATE dept SET nope = 1", "904@16"},
-      {"CREATE TABLE t (a NUMBER, A DATE)", "957@26"},
-      {"CREATE TABLE t (a VARCHAR2(4001))", "910@31"},
-      {"CREATE TABLE t (a NUMBER) foo", "922@26"},
-      {"CREATE TABLE t AS SELECT :a x FROM dual", "1027@25"},
-      {"CREATE TABLE a123456789012345678901234567890 (a DATE)", "972@13"},
-      {deep, "923@5018"},
-      {closed, "3001@47"},
-  });
+  expect(R"(
+    FOO -> 900@0 | SELECT * FROM nope -> 942@14 | SELECT * FROM bob.emp -> 942@14
+    SELECT * FROM "OCI8$SEQUENCES" -> 942@14 | SELECT * FROM sqlite_schema -> 942@14
+    SELECT "ename" FROM emp -> 904@7 | SELECT e.nope FROM emp e -> 904@7
+    SELECT random() FROM dual -> 904@7 | SELECT deptno FROM emp, dept -> 918@7 | SELECT 1 -> 923@8
+    SELECT 1 x y FROM dual -> 923@11 | SELECT FROM dual -> 936@7
+    SELECT 1 FROM dual WHERE 1 -> 920@26 | SELECT 1 FROM dual x y -> 933@21
+    SELECT 1 FROM dual; -> 911@18 | SELECT 'a FROM dual -> 1756@7
+    SELECT 12345678901234567890 FROM dual -> 1438@7 | SELECT (1 + 2 x) FROM dual -> 907@14
+    SELECT UPPER() FROM dual -> 938@7 | SELECT ename, COUNT(*) FROM emp -> 937@7
+    SELECT ename FROM emp GROUP BY deptno -> 979@7 | SELECT 1 FROM emp WHERE SUM(sal) > 1 -> 934@24
+    SELECT hired + hired FROM emp -> 975@7 | SELECT 1 FROM emp WHERE hired = 5 -> 932@32
+    SELECT 1 FROM dual UNION SELECT 1, 2 FROM dual -> 1789@25
+    SELECT 1 FROM dual UNION SELECT 'a' FROM dual -> 1790@25
+    SELECT 1 FROM emp ORDER BY 2 -> 1785@27
+    SELECT DECODE(1, 2, s.NEXTVAL, s.NEXTVAL) FROM dual -> 3001@33
+    INSERT INTO dept (deptno, dname) VALUES (s.CURRVAL, s.NEXTVAL) -> 3001@54
+    INSERT INTO dept VALUES (1) -> 947@24 | INSERT INTO dept (deptno) VALUES (1, 2) -> 913@33
+    INSERT INTO dept VALUES (dname, 1, 2) -> 984@25 | UPDATE dept SET nope = 1 -> 904@16
+    CREATE TABLE t (a NUMBER, A DATE) -> 957@26 | CREATE TABLE t (a VARCHAR2(4001)) -> 910@31
+    CREATE TABLE t (a NUMBER) foo -> 922@26 | CREATE TABLE t AS SELECT :a x FROM dual -> 1027@25
+    CREATE TABLE a123456789012345678901234567890 (a DATE) -> 972@13)");
+  EXPECT_EQ(run(std::string_view("SELECT 'a\0b' FROM dual", 22)), "911@7");
+  EXPECT_EQ(run(deep), "923@5018");
+  EXPECT_EQ(run(closed), "3001@47");
 }
 
 TEST_F(DialectTest, DescribesSelectLists) {

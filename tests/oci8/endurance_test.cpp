@@ -23,13 +23,6 @@ int scaled(int repetitions) {
   return repetitions * std::max(scale == nullptr ? 1 : std::atoi(scale), 1);
 }
 
-int number_of(Client& client, const std::string& query) {
-  int number = -1;
-  if (client.run(query, 0) != OCI_SUCCESS) return -client.code();
-  client.define(1, &number, sizeof number, SQLT_INT);
-  return client.fetch(1) == OCI_SUCCESS ? number : -client.code();
-}
-
 // In a process of its own: whatever the first call sets up must not be there yet.
 TEST(FirstCall, MayComeFromTwoThreadsAtOnce) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
@@ -99,7 +92,7 @@ TEST_F(Threads, SessionsChangeOneFileAndNothingIsLostOrSeenHalf) {
       const bool moved = add(client, from, -number) && add(client, to, number);
       if (!moved) ++(client.code() == 1013 ? broken : failures);
       (moved && random() % 4 != 0 ? OCITransCommit : OCITransRollback)(client.svc, client.err, 0);
-      const int sum = number_of(client, "select sum(amount) from t");
+      const int sum = client.number("select sum(amount) from t");
       if (sum != kSessions * kAmount && sum != -1013) ++torn;
     }
   });
@@ -107,7 +100,7 @@ TEST_F(Threads, SessionsChangeOneFileAndNothingIsLostOrSeenHalf) {
   breaker.join();
   std::printf("%d calls were broken off\n", broken.load());
   EXPECT_EQ(failures + torn, 0) << failures << " failures";
-  EXPECT_EQ(number_of(c, "select sum(amount) from t"), kSessions * kAmount);
+  EXPECT_EQ(c.number("select sum(amount) from t"), kSessions * kAmount);
 }
 
 // Whoever waits is served after those who came before, not after whoever comes later, too.
@@ -170,10 +163,10 @@ TEST_F(Crash, EveryAcknowledgedCommitIsThereAndNothingElse) {
   int kept = 0;
   for (int kills = scaled(10); kills > 0 && !HasFailure(); --kills) {
     const int expected = kept + kill_after(microseconds(random() % 30000), kept);
-    kept = number_of(c, "select nvl(max(n) + 1, 0) from t");
+    kept = c.number("select nvl(max(n) + 1, 0) from t");
     EXPECT_TRUE(kept == expected || kept == expected + 1) << kept << " not " << expected;
-    EXPECT_EQ(number_of(c, "select count(*) from t"), kept * kRowsOfOne) << "half a transaction";
-    EXPECT_EQ(number_of(c, "select count(distinct n) from t where length(v) = 3000"), kept);
+    EXPECT_EQ(c.number("select count(*) from t"), kept * kRowsOfOne) << "half a transaction";
+    EXPECT_EQ(c.number("select count(distinct n) from t where length(v) = 3000"), kept);
     const auto db = oci8::open_file(database_, SQLITE_OPEN_READONLY);
     const auto check = oci8::prepare_sql(db.get(), "PRAGMA integrity_check");
     EXPECT_TRUE(oci8::step_sql(check.get()));
@@ -209,22 +202,6 @@ class Soak : public OciTest {
   }
 };
 
-TEST_F(Soak, CursorsOpenedParsedFetchedAndClosed) {
-  repeat(scaled(2000), [&] {
-    OCIStmt* former = std::exchange(c.stmt, c.make<OCIStmt>(OCI_HTYPE_STMT));
-    int n = 0;
-    char l[30];
-    ASSERT_EQ(c.prepare("select n, l from t"), OCI_SUCCESS);
-    c.define(1, &n, sizeof n, SQLT_INT);
-    c.define(2, l, sizeof l, SQLT_STR);
-    ASSERT_EQ(c.execute(0), OCI_SUCCESS);
-    while (c.fetch(1) == OCI_SUCCESS) {
-    }
-    ASSERT_EQ(n, 1);
-    ASSERT_EQ(OCIHandleFree(std::exchange(c.stmt, former), OCI_HTYPE_STMT), OCI_SUCCESS);
-  });
-}
-
 sb4 next_piece(void* pieces, OCIBind*, ub4, ub4, void** data, ub4* size, ub1* piece, void**) {
   static char bytes[3000] = {'x', 'y'};
   *data = bytes;
@@ -233,9 +210,10 @@ sb4 next_piece(void* pieces, OCIBind*, ub4, ub4, void** data, ub4* size, ub1* pi
   return OCI_CONTINUE;
 }
 
-TEST_F(Soak, ValuesStreamedIntoABind) {
+TEST_F(Soak, CursorsThatStreamAValueInAndFetchIt) {
   int pieces = 0;
   repeat(scaled(2000), [&] {
+    OCIStmt* former = std::exchange(c.stmt, c.make<OCIStmt>(OCI_HTYPE_STMT));
     OCIBind* bind = nullptr;
     ASSERT_EQ(c.prepare("update t set l = :1 where n = 1"), OCI_SUCCESS);
     OCIBindByPos(c.stmt, &bind, c.err, 1, nullptr, 0x7fffffff, SQLT_LNG, nullptr, nullptr, nullptr,
@@ -244,6 +222,8 @@ TEST_F(Soak, ValuesStreamedIntoABind) {
     ASSERT_EQ(c.execute(1), OCI_SUCCESS) << c.code();
     // Not each one: a commit waits for the disk, and is not what is looked at.
     if (pieces % 3000 == 0) OCITransCommit(c.svc, c.err, 0);
+    ASSERT_EQ(c.number("select n, l from t"), 1);
+    ASSERT_EQ(OCIHandleFree(std::exchange(c.stmt, former), OCI_HTYPE_STMT), OCI_SUCCESS);
   });
 }
 

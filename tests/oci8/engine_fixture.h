@@ -1,15 +1,38 @@
-// What tests of the engine share: rows as text, and failures caught.
+// What tests of the engine share: tables of cases, rows as text, and failures caught.
 #ifndef OCI8_TESTS_ENGINE_FIXTURE_H
 #define OCI8_TESTS_ENGINE_FIXTURE_H
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <sstream>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "engine.h"
 #include "error.h"
 
 namespace oci8 {
+
+/// The cases "input -> expected" of a text: several on a line with " | " between, or one on several
+/// lines.
+inline std::vector<std::pair<std::string, std::string>> cases(std::string text) {
+  for (size_t bar; (bar = text.find(" | ")) != std::string::npos;) text.replace(bar, 3, "\n");
+  std::vector<std::pair<std::string, std::string>> found;
+  std::istringstream lines(text);
+  std::string input;
+  for (std::string line; std::getline(lines, line);) {
+    line.erase(0, line.find_first_not_of(' '));
+    input += (input.empty() ? "" : " ") + line;
+    const size_t arrow = input.rfind(" ->");
+    if (arrow == std::string::npos) continue;
+    found.emplace_back(input.substr(0, arrow), input.substr(std::min(arrow + 4, input.size())));
+    input.clear();
+  }
+  EXPECT_EQ(input, "");
+  return found;
+}
 
 inline std::string text_of(const Value& value) {
   if (value.kind == Value::Kind::Integer) return std::to_string(value.integer);

@@ -1,11 +1,11 @@
 #include "number.h"
 
-#include <gtest/gtest.h>
-
 #include <climits>
 #include <cmath>
 #include <random>
 #include <string>
+
+#include "engine_fixture.h"
 
 namespace oci8 {
 namespace {
@@ -31,60 +31,36 @@ std::string read(std::string_view text) {
 }
 
 TEST(Number, ReadsWhatItKeepsExactlyAndRefusesTheRest) {
-  const struct {
-    const char *input, *expected;
-  } kRows[] = {
-      {"0", "0"},
-      {"-0", "0"},
-      {"-0.000", "0"},
-      {" 007 ", "7"},
-      {"+1.50", "1.5r"},
-      {"-1.25", "-1.25r"},
-      {".5", ".5r"},
-      {"5.", "5"},
-      {"1e3", "1000"},
-      {"1.5E+1", "15"},
-      {"25e-4", ".0025r"},
-      {"9223372036854775807", "9223372036854775807"},
-      {"-9223372036854775808", "-9223372036854775808"},
-      {"123456789.012345", "123456789.012345r"},
-      {"100000000000000000000", "100000000000000000000r"},
-      {"1e39", "1000000000000000000000000000000000000000r"},
-      {"1e40", "1.0E+40r"},
-      {"-1.25e-50", "-1.25E-50r"},
-      {"1e-39", ".000000000000000000000000000000000000001r"},
-      {"1e-40", "1.0E-40r"},
-      {"9.99e125", "9.99E+125r"},
-      {"1e-131", "0"},
-      {"1e-999999999999", "0"},
-  };
-  for (const auto& row : kRows) EXPECT_EQ(read(row.input), row.expected) << row.input;
-  for (const char* text : {"9223372036854775808", "123456789012345678.5", "0.1234567890123456",
-                           "1e126", "1e999999999999"}) {
-    EXPECT_EQ(read(text), "inexact") << text;
-  }
-  for (const char* text :
-       {"", "  ", ".", "-", "1.2.3", "1e", "1e+", "e5", "1 2", "0x10", "inf", "nan"}) {
-    EXPECT_EQ(read(text), "invalid") << text;
+  for (const auto& [quoted, expected] : cases(R"(
+    '0' -> 0 | '-0' -> 0 | '-0.000' -> 0 | ' 007 ' -> 7 | '+1.50' -> 1.5r | '-1.25' -> -1.25r
+    '.5' -> .5r | '5.' -> 5 | '1e3' -> 1000 | '1.5E+1' -> 15 | '25e-4' -> .0025r
+    '9223372036854775807' -> 9223372036854775807 | '-9223372036854775808' -> -9223372036854775808
+    '123456789.012345' -> 123456789.012345r | '100000000000000000000' -> 100000000000000000000r
+    '1e39' -> 1000000000000000000000000000000000000000r | '1e40' -> 1.0E+40r
+    '-1.25e-50' -> -1.25E-50r | '1e-39' -> .000000000000000000000000000000000000001r
+    '1e-40' -> 1.0E-40r | '9.99e125' -> 9.99E+125r | '1e-131' -> 0 | '1e-999999999999' -> 0
+    '9223372036854775808' -> inexact | '123456789012345678.5' -> inexact
+    '0.1234567890123456' -> inexact | '1e126' -> inexact | '1e999999999999' -> inexact
+    '' -> invalid | '  ' -> invalid | '.' -> invalid | '-' -> invalid | '1.2.3' -> invalid
+    '1e' -> invalid | '1e+' -> invalid | 'e5' -> invalid | '1 2' -> invalid | '0x10' -> invalid
+    'inf' -> invalid | 'nan' -> invalid)")) {
+    EXPECT_EQ(read(std::string_view(quoted).substr(1, quoted.size() - 2)), expected) << quoted;
   }
   EXPECT_EQ(read(std::string(500, '1')), "inexact");
   EXPECT_EQ(read("1" + std::string(60, '0') + "1"), "inexact");
 }
 
 TEST(Number, WritesComputedDoublesWithFifteenDigits) {
-  const struct {
-    double value;
-    const char* expected;
-  } kRows[] = {{-0.0, "0r"},
-               {0.1 + 0.2, ".3r"},
-               {1.0 / 3, ".333333333333333r"},
-               {2.0 / 3, ".666666666666667r"},
-               {1e15, "1000000000000000r"},
-               {-1e-7, "-.0000001r"},
-               {0.99999999999999999, "1r"},
-               {HUGE_VAL, "~r"},
-               {-HUGE_VAL, "-~r"}};
-  for (const auto& row : kRows) EXPECT_EQ(show({false, 0, row.value}), row.expected);
+  const std::tuple<double, const char*> kRows[] = {{-0.0, "0r"},
+                                                   {0.1 + 0.2, ".3r"},
+                                                   {1.0 / 3, ".333333333333333r"},
+                                                   {2.0 / 3, ".666666666666667r"},
+                                                   {1e15, "1000000000000000r"},
+                                                   {-1e-7, "-.0000001r"},
+                                                   {0.99999999999999999, "1r"},
+                                                   {HUGE_VAL, "~r"},
+                                                   {-HUGE_VAL, "-~r"}};
+  for (const auto& [value, expected] : kRows) EXPECT_EQ(show({false, 0, value}), expected);
 }
 
 // Every decimal of up to 15 digits must come back from its double as it went in.
@@ -101,36 +77,21 @@ TEST(Number, TextSurvivesTheWayThroughADouble) {
 }
 
 TEST(Number, FitsColumnsByDecimalRounding) {
-  const struct {
-    const char* value;
-    int precision, scale;
-    const char* expected;
-  } kRows[] = {{"1.005", 5, 2, "1.01r"},
-               {"-1.005", 5, 2, "-1.01r"},
-               {"2.675", 3, 2, "2.68r"},
-               {"999.995", 5, 2, "refused"},
-               {"999.994", 5, 2, "999.99r"},
-               {"1000", 3, 0, "refused"},
-               {"999", 3, 0, "999"},
-               {"99.5", 2, 0, "refused"},
-               {"0.4", 1, 0, "0"},
-               {"-0.5", 1, 0, "-1"},
-               {"1250", 2, -2, "1300"},
-               {"49", 2, -2, "0"},
-               {"50", 2, -2, "100"},
-               {"0.00125", 2, 4, ".0013r"},
-               {"0.01", 2, 4, "refused"},
-               {"1.5", 0, 0, "1.5r"},
-               {"123456789", 8, 0, "refused"},
-               {"0.3333", 10, -127, ".3333r"},
-               {"12345", 10, -127, "12350"},
-               {"9223372036854775807", 38, -1, "refused"},
-               {"9223372036854775807", 38, 0, "9223372036854775807"}};
-  for (const auto& row : kRows) {
+  for (const auto& [input, expected] : cases(R"(
+    1.005 in 5 2 -> 1.01r | -1.005 in 5 2 -> -1.01r | 2.675 in 3 2 -> 2.68r
+    999.995 in 5 2 -> refused | 999.994 in 5 2 -> 999.99r | 1000 in 3 0 -> refused
+    999 in 3 0 -> 999 | 99.5 in 2 0 -> refused | 0.4 in 1 0 -> 0 | -0.5 in 1 0 -> -1
+    1250 in 2 -2 -> 1300 | 49 in 2 -2 -> 0 | 50 in 2 -2 -> 100 | 0.00125 in 2 4 -> .0013r
+    0.01 in 2 4 -> refused | 1.5 in 0 0 -> 1.5r | 123456789 in 8 0 -> refused
+    0.3333 in 10 -127 -> .3333r | 12345 in 10 -127 -> 12350
+    9223372036854775807 in 38 -1 -> refused | 9223372036854775807 in 38 0 -> 9223372036854775807)")) {
+    std::istringstream parts(input);
+    std::string text, in;
+    int precision = 0, scale = 0;
+    parts >> text >> in >> precision >> scale;
     Number value;
-    ASSERT_EQ(parse_number(row.value, value), NumberParse::Ok);
-    const bool fits = fit_number(value, row.precision, row.scale);
-    EXPECT_EQ(fits ? show(value) : "refused", row.expected) << row.value;
+    ASSERT_EQ(parse_number(text, value), NumberParse::Ok);
+    EXPECT_EQ(fit_number(value, precision, scale) ? show(value) : "refused", expected) << input;
   }
   Number third{false, 0, 1.0 / 3};
   EXPECT_TRUE(fit_number(third, 0, 0));

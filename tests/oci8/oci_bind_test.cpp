@@ -2,6 +2,7 @@
 #include <cfloat>
 #include <climits>
 #include <cmath>
+#include <tuple>
 #include <vector>
 
 #include "oci_fixture.h"
@@ -71,47 +72,35 @@ TEST_F(Bind, EveryTypeComesBackAsItWentIn) {
   for (size_t i = 0; i < all.size(); ++i) all[i] = static_cast<char>(i);
   std::string noise;
   while (noise.size() < 65536) noise += all;
-  struct Case {
-    const char* column;
-    std::string value;
-    ub2 type, fetched;
+  const auto same = [&](const char* column, ub2 type, const std::string& value, ub2 fetched = 0) {
+    if (fetched == 0) fetched = type;
+    EXPECT_EQ(round_trip(column, value, type, fetched, value.size()), value) << column << type;
   };
-  std::vector<Case> cases = {{"t.n", raw(SCHAR_MIN), SQLT_INT, SQLT_INT},
-                             {"t.n", raw<short>(SHRT_MAX), SQLT_INT, SQLT_INT},
-                             {"t.n", raw(INT_MIN), SQLT_INT, SQLT_INT},
-                             {"t.n", raw(INT_MAX), SQLT_INT, SQLT_INT},
-                             {"t.n", raw(LLONG_MIN), SQLT_INT, SQLT_INT},
-                             {"t.n", raw(1.5f), SQLT_FLT, SQLT_FLT},
-                             {"t.s", "abc  ", SQLT_CHR, SQLT_CHR},
-                             {"t.s", std::string("a\0b", 3), SQLT_AFC, SQLT_CHR},
-                             {"t.s", std::string(4000, 'x'), SQLT_LNG, SQLT_CHR},
-                             {"t.d", seven({118, 199, 12, 31, 24, 60, 60}), SQLT_DAT, SQLT_DAT},
-                             {"t.d", seven({199, 199, 12, 31, 1, 1, 1}), SQLT_DAT, SQLT_DAT},
-                             {"t.d", seven({53, 88, 1, 1, 1, 1, 1}), SQLT_DAT, SQLT_DAT},
-                             {"t.r", all, SQLT_BIN, SQLT_BIN},
-                             {"b.x", noise.substr(0, 65535), SQLT_LBI, SQLT_LBI},
-                             {"b.x", noise, SQLT_LBI, SQLT_LBI},
-                             {"l.x", std::string(65535, 'y'), SQLT_LNG, SQLT_LNG},
-                             {"l.x", "007" + std::string(65533, 'y'), SQLT_CHR, SQLT_LNG}};
+  same("t.s", SQLT_AFC, std::string("a\0b", 3), SQLT_CHR);
+  same("t.s", SQLT_LNG, std::string(4000, 'x'), SQLT_CHR);
+  same("l.x", SQLT_CHR, "007" + std::string(65533, 'y'), SQLT_LNG);
+  for (const int value : {SCHAR_MIN, INT_MIN, INT_MAX}) same("t.n", SQLT_INT, raw(value));
+  same("t.n", SQLT_INT, raw<short>(SHRT_MAX));
+  same("t.n", SQLT_INT, raw(LLONG_MIN));
+  same("t.n", SQLT_FLT, raw(1.5f));
+  same("t.s", SQLT_CHR, "abc  ");
+  for (const auto& day : {seven({118, 199, 12, 31, 24, 60, 60}), seven({53, 88, 1, 1, 1, 1, 1}),
+                          seven({199, 199, 12, 31, 1, 1, 1})}) {
+    same("t.d", SQLT_DAT, day);
+  }
+  same("t.r", SQLT_BIN, all);
+  same("b.x", SQLT_LBI, noise.substr(0, 65535));
+  same("b.x", SQLT_LBI, noise);
+  same("l.x", SQLT_LNG, std::string(65535, 'y'));
   for (const double real : {0.1, 0.1 + 0.2, 1.0 / 3, 1e-130, std::nextafter(1e126, 0), -DBL_EPSILON,
                             1234567890123456789.0, 1.2345678901234567e20}) {
-    cases.push_back({"t.n", raw(real), SQLT_FLT, SQLT_FLT});
-    cases.push_back({"t.f", raw(-real), SQLT_FLT, SQLT_FLT});
-  }
-  for (const Case& one : cases) {
-    const size_t size = one.value.size();
-    EXPECT_EQ(round_trip(one.column, one.value, one.type, one.fetched, size), one.value)
-        << one.column << one.type << " of " << size;
+    same("t.n", SQLT_FLT, raw(real));
+    same("t.f", SQLT_FLT, raw(-real));
   }
 }
 
 TEST_F(Bind, ValuesAreReadByTheRulesOfTheirType) {
-  const struct {
-    const char* column;
-    std::string value;
-    ub2 type;
-    const char* expected;
-  } cases[] = {
+  const std::tuple<const char*, std::string, ub2, const char*> cases[] = {
       {"t.n", raw(-0.0), SQLT_FLT, "0"},
       {"t.n", raw(3.0), SQLT_FLT, "3"},
       {"t.n", raw(1e126), SQLT_FLT, "ORA-1426"},
@@ -130,9 +119,8 @@ TEST_F(Bind, ValuesAreReadByTheRulesOfTheirType) {
       {"t.d", seven({0, 0, 0, 0, 0, 0, 0}), SQLT_DAT, "ORA-1841"},
       {"t.d", seven({119, 199, 2, 29, 1, 1, 1}), SQLT_DAT, "ORA-1839"},
   };
-  for (const auto& one : cases) {
-    EXPECT_EQ(round_trip(one.column, one.value, one.type, SQLT_CHR, 100), one.expected)
-        << one.value;
+  for (const auto& [column, value, type, expected] : cases) {
+    EXPECT_EQ(round_trip(column, value, type, SQLT_CHR, 100), expected) << value;
   }
 }
 
@@ -168,21 +156,15 @@ TEST_F(Bind, IndicatorAndLengthAreReadByEachExecute) {
 TEST_F(Bind, MistakesHaveTheirCodes) {
   const int one = 1;
   ASSERT_EQ(c.prepare("insert into t (n, s) values (:a, :a)"), OCI_SUCCESS);
-  const struct {
-    ub4 position;
-    const void* value;
-    int size;
-    ub2 type;
-    ub4 mode;
-    int code;
-  } cases[] = {{0, &one, 4, SQLT_INT, 0, 1036},     {3, &one, 4, SQLT_INT, 0, 1036},
-               {1, nullptr, 4, SQLT_INT, 0, 24328}, {1, &one, -1, SQLT_CHR, 0, 1459},
-               {1, &one, 3, SQLT_INT, 0, 1459},     {1, &one, 4, SQLT_DAT, 0, 1459},
-               {1, &one, 4, 999, 0, 3115},          {1, &one, 4, SQLT_INT, OCI_DATA_AT_EXEC, 3115}};
-  for (const auto& row : cases) {
-    const auto size = static_cast<size_t>(row.size);
-    const sword status = bind(row.position, row.value, size, row.type, nullptr, nullptr, row.mode);
-    EXPECT_EQ(c.error_of(status), row.code) << row.position << ' ' << row.type;
+  const std::tuple<ub4, const void*, int, ub2, ub4, int> cases[] = {
+      {0, &one, 4, SQLT_INT, 0, 1036},     {3, &one, 4, SQLT_INT, 0, 1036},
+      {1, nullptr, 4, SQLT_INT, 0, 24328}, {1, &one, -1, SQLT_CHR, 0, 1459},
+      {1, &one, 3, SQLT_INT, 0, 1459},     {1, &one, 4, SQLT_DAT, 0, 1459},
+      {1, &one, 4, 999, 0, 3115},          {1, &one, 4, SQLT_INT, OCI_DATA_AT_EXEC, 3115}};
+  for (const auto& [position, value, room, type, mode, expected] : cases) {
+    const auto size = static_cast<size_t>(room);
+    const sword status = bind(position, value, size, type, nullptr, nullptr, mode);
+    EXPECT_EQ(c.error_of(status), expected) << position << ' ' << type;
   }
   ASSERT_EQ(bind(1, &one, 4, SQLT_INT), OCI_SUCCESS);
   EXPECT_EQ(OCIBindDynamic(made, c.err, nullptr, nullptr, nullptr, nullptr), OCI_ERROR);
@@ -246,30 +228,25 @@ struct Stream {
 TEST_F(Bind, StreamsArePulledPieceByPiece) {
   const std::string value = std::string(9999, 'a') + "z";
   sb2 null = -1;
-  const struct {
-    const char* table;
-    Stream stream;
-    sb2* indicator;
-    std::vector<int> asked;
-    std::string stored;
-  } cases[] = {{"l", {&c, value, 0, 0, "", {}}, nullptr, {1, 2, 2, 2}, value},
-               {"b", {&c, value, 0, 0, "", {}}, nullptr, {1, 2, 2, 2}, value},
-               {"l", {&c, "", 0, 0, "", {}}, nullptr, {1}, "NULL"},
-               {"l", {&c, value, 0, 0, "", {}}, &null, {}, "NULL"},
-               {"l", {&c, value, 3, 0, "", {}}, nullptr, {1, 2, 2}, "none 1403"}};
-  for (const auto& one : cases) {
-    const std::string table = one.table;
+  const auto expect = [&](const std::string& table, const std::string& given, size_t failing,
+                          sb2* indicator, const std::vector<int>& asked,
+                          const std::string& stored) {
     const ub2 type = table == "l" ? SQLT_LNG : SQLT_LBI;
-    Stream stream = one.stream;
+    Stream stream{&c, given, failing, 0, "", {}};
     must("delete from " + table);
     ASSERT_EQ(c.prepare("insert into " + table + " values (1, :x)"), OCI_SUCCESS);
-    ASSERT_EQ(bind(1, nullptr, 10000, type, one.indicator, nullptr, OCI_DATA_AT_EXEC), OCI_SUCCESS);
+    ASSERT_EQ(bind(1, nullptr, 10000, type, indicator, nullptr, OCI_DATA_AT_EXEC), OCI_SUCCESS);
     ASSERT_EQ(OCIBindDynamic(made, c.err, &stream, Stream::next, nullptr, nullptr), OCI_SUCCESS);
-    EXPECT_EQ(c.error_of(c.execute(1)), stream.failing != 0 ? 24343 : 0);
-    EXPECT_EQ(c.row_count(), stream.failing != 0 ? 0u : 1u);
-    EXPECT_EQ(stream.asked, one.asked);
-    EXPECT_EQ(first_value("select x from " + table, type, 10000), one.stored);
-  }
+    EXPECT_EQ(c.error_of(c.execute(1)), failing != 0 ? 24343 : 0);
+    EXPECT_EQ(c.row_count(), failing != 0 ? 0u : 1u);
+    EXPECT_EQ(stream.asked, asked);
+    EXPECT_EQ(first_value("select x from " + table, type, 10000), stored);
+  };
+  expect("l", value, 0, nullptr, {1, 2, 2, 2}, value);
+  expect("b", value, 0, nullptr, {1, 2, 2, 2}, value);
+  expect("l", "", 0, nullptr, {1}, "NULL");
+  expect("l", value, 0, &null, {}, "NULL");
+  expect("l", value, 3, nullptr, {1, 2, 2}, "none 1403");
 }
 
 // By the rules of a fetch: what a variable cannot take is told by whatever it has for that.

@@ -72,6 +72,14 @@ struct Client {
                           indicator, length, code, mode);
   }
 
+  /// The first value of a query, or the code of its failure below 0.
+  int number(const std::string& query) {
+    int found = 0;
+    if (run(query, 0) != OCI_SUCCESS) return -code();
+    define(1, &found, sizeof found, SQLT_INT);
+    return fetch(1) == OCI_SUCCESS ? found : -code();
+  }
+
   /// The code of the diagnostic, 0 without one.
   int code() {
     sb4 found = 0;

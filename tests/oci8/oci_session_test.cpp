@@ -1,29 +1,37 @@
 #include <atomic>
 #include <chrono>
 #include <thread>
+#include <tuple>
 #include <utility>
 
 #include "oci_fixture.h"
 
 namespace {
 
-using Session = OciTest;
+class Session : public OciTest {
+ protected:
+  /// A cursor that reads `n_` from a table of one row.
+  void prepare_query() {
+    log_in();
+    must("create table t (n number)");
+    must("begin insert into t values (7); commit; end;");
+    ASSERT_EQ(c.prepare("select n from t"), OCI_SUCCESS);
+    ASSERT_EQ(c.define(1, &n_, sizeof n_, SQLT_INT), OCI_SUCCESS);
+  }
+
+  int n_ = 0;
+};
 
 TEST_F(Session, LoginFailuresHaveTheirCodesAndTheHandlesGoOn) {
   EXPECT_EQ(c.error_of(OCITransCommit(c.svc, c.err, 0)), 24324);
-  const struct {
-    std::string database, user, password;
-    int code;
-  } cases[] = {
+  const std::tuple<std::string, std::string, std::string, int> cases[] = {
       {folder_ + "/NOT_THERE.db", "scott", "tiger", 12154},
       {database_, "scott", "lion", 1017},
       {database_, "nobody", "tiger", 1017},
       {database_, "", "", 1017},
-      {database_, "scott", "", 1017},
-  };
-  for (const auto& one : cases) {
-    EXPECT_EQ(c.error_of(c.log_in(one.database, one.user, one.password)), one.code)
-        << one.database << one.user;
+      {database_, "scott", "", 1017}};
+  for (const auto& [database, user, password, code] : cases) {
+    EXPECT_EQ(c.error_of(c.log_in(database, user, password)), code) << database << user;
     EXPECT_EQ(c.error_of(OCISessionEnd(c.svc, c.err, c.ses, 0)), 1012);
   }
   EXPECT_EQ(c.log_in(database_), OCI_SUCCESS);
@@ -41,66 +49,42 @@ TEST_F(Session, LoginFailuresHaveTheirCodesAndTheHandlesGoOn) {
 
 // How each way to end a transaction or a session shows to another session.
 TEST_F(Session, WorkIsKeptOrTakenBackAsTheEndSays) {
-  const struct {
-    const char* name;
-    ub4 mode;
-    void (*end)(Client&);
-    ub4 rows;
-  } cases[] = {
+  const std::tuple<const char*, ub4, void (*)(Client&), int> cases[] = {
       {"commit", 0, [](Client& o) { OCITransCommit(o.svc, o.err, 0); }, 1},
       {"rollback", 0, [](Client& o) { OCITransRollback(o.svc, o.err, 0); }, 0},
-      {"on success", OCI_COMMIT_ON_SUCCESS, [](Client& o) { OCITransRollback(o.svc, o.err, 0); },
-       1},
+      {"kept", OCI_COMMIT_ON_SUCCESS, [](Client& o) { OCITransRollback(o.svc, o.err, 0); }, 1},
       {"session end", 0, [](Client& o) { OCISessionEnd(o.svc, o.err, o.ses, 0); }, 1},
       {"detach", 0, [](Client& o) { OCIServerDetach(o.srv, o.err, 0); }, 1},
-      {"session freed", 0, [](Client& o) { OCIHandleFree(o.ses, OCI_HTYPE_SESSION); }, 1},
-  };
+      {"session freed", 0, [](Client& o) { OCIHandleFree(o.ses, OCI_HTYPE_SESSION); }, 1}};
   log_in();
   must("create table t (n number)");
-  for (const auto& one : cases) {
-    must("delete from t");
-    OCITransCommit(c.svc, c.err, 0);
+  for (const auto& [name, mode, end, rows] : cases) {
+    must("begin delete from t; commit; end;");
     Client other;
     ASSERT_EQ(other.log_in(database_), OCI_SUCCESS);
-    ASSERT_EQ(other.run("insert into t values (1)", 1, one.mode), OCI_SUCCESS) << other.code();
+    ASSERT_EQ(other.run("insert into t values (1)", 1, mode), OCI_SUCCESS) << other.code();
     EXPECT_EQ(other.row_count(), 1u);
-    one.end(other);
-    int count = -1;
-    ASSERT_EQ(c.run("select count(*) from t", 0), OCI_SUCCESS);
-    ASSERT_EQ(c.define(1, &count, sizeof count, SQLT_INT), OCI_SUCCESS);
-    ASSERT_EQ(c.fetch(1), OCI_SUCCESS);
-    EXPECT_EQ(static_cast<ub4>(count), one.rows) << one.name;
+    end(other);
+    EXPECT_EQ(c.number("select count(*) from t"), rows) << name;
   }
 }
 
 TEST_F(Session, AStatementMovesToAnotherSessionAndOutlivesIt) {
-  log_in();
-  must("create table t (n number)");
-  must("insert into t values (7)");
-  OCITransCommit(c.svc, c.err, 0);
-  int n = 0;
-  ASSERT_EQ(c.prepare("select n from t"), OCI_SUCCESS);
-  ASSERT_EQ(c.define(1, &n, sizeof n, SQLT_INT), OCI_SUCCESS);
+  prepare_query();
   ASSERT_EQ(c.execute(0), OCI_SUCCESS);
   {
     Client other;
     ASSERT_EQ(other.log_in(database_), OCI_SUCCESS);
     ASSERT_EQ(OCIStmtExecute(other.svc, c.stmt, c.err, 0, 0, nullptr, nullptr, 0), OCI_SUCCESS);
     EXPECT_EQ(c.fetch(1), OCI_SUCCESS);
-    EXPECT_EQ(n, 7);
+    EXPECT_EQ(n_, 7);
   }
   EXPECT_EQ(c.error_of(c.fetch(1)), 1002);
   EXPECT_EQ(c.execute(1), OCI_SUCCESS);
 }
 
 TEST_F(Session, ACursorWhoseRowsAreAllFetchedHoldsNoOldViewOfTheDatabase) {
-  log_in();
-  must("create table t (n number)");
-  must("insert into t values (1)");
-  OCITransCommit(c.svc, c.err, 0);
-  int n = 0;
-  ASSERT_EQ(c.prepare("select n from t"), OCI_SUCCESS);
-  ASSERT_EQ(c.define(1, &n, sizeof n, SQLT_INT), OCI_SUCCESS);
+  prepare_query();
   ASSERT_EQ(c.execute(1), OCI_SUCCESS);
   Client other;
   ASSERT_EQ(other.log_in(database_), OCI_SUCCESS);
@@ -144,17 +128,14 @@ TEST_F(Session, ABreakStopsTheRunningCallAndNothingElse) {
 
 TEST_F(Session, TheBlockingModeIsTheOneThatWasAskedFor) {
   ub1 on = 1, off = 0;
-  const struct {
-    ub1* value;
-    ub1 mode;
-  } steps[] = {{&on, 1}, {&on, 1}, {&off, 0}, {nullptr, 1}, {nullptr, 0}};
-  for (const auto& step : steps) {
-    EXPECT_EQ(OCIAttrSet(c.srv, OCI_HTYPE_SERVER, step.value, 0, OCI_ATTR_NONBLOCKING_MODE, c.err),
+  const std::tuple<ub1*, ub1> steps[] = {{&on, 1}, {&on, 1}, {&off, 0}, {nullptr, 1}, {nullptr, 0}};
+  for (const auto& [value, wanted] : steps) {
+    EXPECT_EQ(OCIAttrSet(c.srv, OCI_HTYPE_SERVER, value, 0, OCI_ATTR_NONBLOCKING_MODE, c.err),
               OCI_SUCCESS);
     ub1 mode = 0x9d;
     EXPECT_EQ(OCIAttrGet(c.srv, OCI_HTYPE_SERVER, &mode, nullptr, OCI_ATTR_NONBLOCKING_MODE, c.err),
               OCI_SUCCESS);
-    EXPECT_EQ(mode, step.mode);
+    EXPECT_EQ(mode, wanted);
   }
 }
 

@@ -1,18 +1,20 @@
+#include <tuple>
 #include <vector>
 
 #include "oci_fixture.h"
 
 namespace {
 
-using Stmt = OciTest;
+class Stmt : public OciTest {
+ protected:
+  void SetUp() override {
+    OciTest::SetUp();
+    log_in();
+  }
+};
 
 TEST_F(Stmt, CallsOutOfOrderAndBadStatementsHaveTheirCodes) {
-  log_in();
-  const struct {
-    const char* sql;  // null: nothing is prepared
-    ub4 iterations, mode;
-    int code;
-  } cases[] = {
+  const std::tuple<const char*, ub4, ub4, int> cases[] = {
       {nullptr, 1, OCI_DEFAULT, 24337},
       {"delete from dual", 0, OCI_DEFAULT, 24333},
       {"select :a from dual", 0, OCI_DEFAULT, 1008},
@@ -20,11 +22,11 @@ TEST_F(Stmt, CallsOutOfOrderAndBadStatementsHaveTheirCodes) {
       {"select x from nowhere", 0, OCI_DESCRIBE_ONLY, 942},
       {"select 1 from dual", 1, OCI_DEFAULT, 24374},
   };
-  for (const auto& one : cases) {
+  for (const auto& [sql, iterations, mode, code] : cases) {
     Client client;
     ASSERT_EQ(client.log_in(database_), OCI_SUCCESS);
-    ASSERT_TRUE(one.sql == nullptr || client.prepare(one.sql) == OCI_SUCCESS);
-    EXPECT_EQ(client.error_of(client.execute(one.iterations, one.mode)), one.code) << one.sql;
+    ASSERT_TRUE(sql == nullptr || client.prepare(sql) == OCI_SUCCESS);
+    EXPECT_EQ(client.error_of(client.execute(iterations, mode)), code) << sql;
   }
   ASSERT_EQ(c.run("select x from nowhere", 0), OCI_ERROR);
   EXPECT_EQ(c.attribute<ub2>(OCI_ATTR_PARSE_ERROR_OFFSET), 14);
@@ -49,7 +51,6 @@ TEST_F(Stmt, AttributesTellWhatIsPrepared) {
 }
 
 TEST_F(Stmt, TheSelectListIsDescribed) {
-  log_in();
   must(
       "create table t (a varchar2(10) not null, b number(7,2), c number, d date, e raw(4), f "
       "long)");
@@ -92,7 +93,6 @@ TEST_F(Stmt, TheSelectListIsDescribed) {
 
 // One value into one variable: what arrives, with an indicator and a return code to tell it.
 TEST_F(Stmt, ValuesAreConvertedToTheVariablesType) {
-  log_in();
   must("create table t (s varchar2(10), n number, d date, r raw(4), l long)");
   must(
       "insert into t values ('abc', -1.25, to_date('2040-04-01', 'YYYY-MM-DD'), "
@@ -144,7 +144,6 @@ TEST_F(Stmt, ValuesAreConvertedToTheVariablesType) {
 }
 
 TEST_F(Stmt, NullAndCutAreToldWhereThereIsRoomToTellThem) {
-  log_in();
   const struct {
     const char* value;
     bool with_indicator, with_code;
@@ -180,7 +179,6 @@ TEST_F(Stmt, NullAndCutAreToldWhereThereIsRoomToTellThem) {
 }
 
 TEST_F(Stmt, RowsComeInArrays) {
-  log_in();
   must("create table t (n number, s varchar2(5))");
   for (const char* row : {"1, 'a'", "2, null", "3, 'ccc'", "4, 'd'", "5, 'e'"}) {
     must(std::string("insert into t values (") + row + ")");
@@ -216,19 +214,14 @@ TEST_F(Stmt, RowsComeInArrays) {
 
 TEST_F(Stmt, BadDefinesAreRefused) {
   ASSERT_EQ(c.prepare("select 1 from dual"), OCI_SUCCESS);
-  int value = 0;
-  const struct {
-    ub4 position;
-    void* value;
-    size_t size;
-    ub2 type;
-    int code;
-  } cases[] = {{0, &value, 4, SQLT_INT, 1007},         {1, nullptr, 4, SQLT_INT, 24328},
-               {1, &value, 0, SQLT_STR, 1459},         {1, &value, 3, SQLT_INT, 3115},
-               {1, &value, 4, SQLT_RSET, 3115},        {1, &value, 4, 999, 3115},
-               {1, &value, size_t(-1), SQLT_STR, 1459}};
-  for (const auto& one : cases) {
-    EXPECT_EQ(c.error_of(c.define(one.position, one.value, one.size, one.type)), one.code);
+  int number = 0;
+  const std::tuple<ub4, void*, size_t, ub2, int> cases[] = {
+      {0, &number, 4, SQLT_INT, 1007},         {1, nullptr, 4, SQLT_INT, 24328},
+      {1, &number, 0, SQLT_STR, 1459},         {1, &number, 3, SQLT_INT, 3115},
+      {1, &number, 4, SQLT_RSET, 3115},        {1, &number, 4, 999, 3115},
+      {1, &number, size_t(-1), SQLT_STR, 1459}};
+  for (const auto& [position, value, size, type, code] : cases) {
+    EXPECT_EQ(c.error_of(c.define(position, value, size, type)), code);
   }
 }
 

@@ -81,14 +81,11 @@ TEST_F(Column, LifeOfTheRecord) {
             "\n===============  ~columndata destructor: done\n");
   EXPECT_EQ(get_int(column, "coldata32"), 0);
   COLUMN(native_1finalize)(env, column);
-}
-
-TEST_F(Column, DestructorWarnsOfLongDataLeftBehindWhileTracing) {
   longdata_node piece;
   expect_in_order(
       traced([&piece] {
-        columndata column(1);
-        column.longbuf_head = column.longbuf_tail = &piece;
+        columndata other(1);
+        other.longbuf_head = other.longbuf_tail = &piece;
       }),
       {"\n\n\n\n ========== NOTE NOTE NOTE !!  in columndata destructor: longbuf_tail is "
        "NOT NULL\n\n\n"});
@@ -169,33 +166,24 @@ TEST_F(Column, NamesAreCutToTheirRoom) {
 
 TEST_F(Column, TypeMapping) {
   // Length 10 throughout. Columns: select type, select length, exchange type, bind length, name.
+  // clang-format off
   const struct {
     int type, prec, scale, select_type, select_length, type_seen, bind_length;
     const char* type_name;
-  } cases[] = {{1, 0, 0, 5, 31, 5, 11, "VARCHAR2_TYPE"},
-               {2, 0, 0, 5, 129, 4, 8, "NUMBER_TYPE"},
-               {2, 5, 0, 5, 129, 3, 4, "NUMBER_TYPE"},
-               {2, 10, 2, 5, 129, 4, 8, "NUMBER_TYPE"},
-               {2, 0, -127, 5, 129, 4, 8, "NUMBER_TYPE"},
-               {2, 65536, 0, 5, 129, 4, 8, "NUMBER_TYPE"},
-               {2, 5, 65536, 5, 129, 3, 4, "NUMBER_TYPE"},
-               {3, 0, 0, 5, 129, 3, 4, "INTEGER_TYPE"},
-               {4, 5, 0, 5, 129, 4, 8, "FLOAT_TYPE"},
-               {5, 0, 0, 5, 31, 5, 11, "STRING_TYPE"},
-               {8, 0, 0, 8, 10, 8, 10, "LONG_TYPE"},
-               {11, 0, 0, 5, 24, 5, 24, "ROWID_TYPE"},
-               {12, 0, 0, 12, 7, 12, 7, "DATE_TYPE"},
-               {23, 0, 0, 23, 10, 23, 10, "RAW_TYPE"},
-               {24, 0, 0, 24, 10, 24, 10, "LONGRAW_TYPE"},
-               {96, 0, 0, 5, 31, 5, 11, "CHAR_TYPE"},
-               {104, 0, 0, 5, 24, 5, 24, "ROWID_TYPE(SQLT_RDD)"},
-               {105, 0, 0, 5, 20, 5, 20, "MLSLABEL_TYPE"},
-               {112, 0, 0, 112, -1, 0, 4, "UKNOWN_TYPE"},
-               {113, 0, 0, 113, -1, 0, 4, "UKNOWN_TYPE"},
-               {0, 0, 0, 0, 0, 0, 0, "UKNOWN_TYPE"},
-               {-1, 0, 0, 0, 0, 0, 0, "UKNOWN_TYPE"},
-               {65535, 0, 0, 0, 0, 0, 0, "UKNOWN_TYPE"},
-               {65537, 0, 0, 5, 31, 5, 11, "UKNOWN_TYPE"}};
+  } cases[] = {
+      {1, 0, 0, 5, 31, 5, 11, "VARCHAR2_TYPE"}, {2, 0, 0, 5, 129, 4, 8, "NUMBER_TYPE"},
+      {2, 5, 0, 5, 129, 3, 4, "NUMBER_TYPE"}, {2, 10, 2, 5, 129, 4, 8, "NUMBER_TYPE"},
+      {2, 0, -127, 5, 129, 4, 8, "NUMBER_TYPE"}, {2, 65536, 0, 5, 129, 4, 8, "NUMBER_TYPE"},
+      {2, 5, 65536, 5, 129, 3, 4, "NUMBER_TYPE"}, {3, 0, 0, 5, 129, 3, 4, "INTEGER_TYPE"},
+      {4, 5, 0, 5, 129, 4, 8, "FLOAT_TYPE"}, {5, 0, 0, 5, 31, 5, 11, "STRING_TYPE"},
+      {8, 0, 0, 8, 10, 8, 10, "LONG_TYPE"}, {11, 0, 0, 5, 24, 5, 24, "ROWID_TYPE"},
+      {12, 0, 0, 12, 7, 12, 7, "DATE_TYPE"}, {23, 0, 0, 23, 10, 23, 10, "RAW_TYPE"},
+      {24, 0, 0, 24, 10, 24, 10, "LONGRAW_TYPE"}, {96, 0, 0, 5, 31, 5, 11, "CHAR_TYPE"},
+      {104, 0, 0, 5, 24, 5, 24, "ROWID_TYPE(SQLT_RDD)"}, {105, 0, 0, 5, 20, 5, 20, "MLSLABEL_TYPE"},
+      {112, 0, 0, 112, -1, 0, 4, "UKNOWN_TYPE"}, {113, 0, 0, 113, -1, 0, 4, "UKNOWN_TYPE"},
+      {0, 0, 0, 0, 0, 0, 0, "UKNOWN_TYPE"}, {-1, 0, 0, 0, 0, 0, 0, "UKNOWN_TYPE"},
+      {65535, 0, 0, 0, 0, 0, 0, "UKNOWN_TYPE"}, {65537, 0, 0, 5, 31, 5, 11, "UKNOWN_TYPE"}};
+  // clang-format on
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::Message() << c.type << " (" << c.prec << ", " << c.scale << ")");
     EXPECT_EQ(int2extSelectOciType(c.type, c.prec, c.scale), c.select_type);

@@ -12,6 +12,8 @@ using testing::IsEmpty;
 
 namespace {
 
+const char* const kCode = "OCIErrorGet(err1,1,-,-,0,2)";
+
 class Connection : public JvmTest {
  protected:
   Connection() { ldapool[0].authp = nullptr; }
@@ -78,15 +80,12 @@ TEST_F(Connection, InitializeOnceThenOnlyHandsOutRecords) {
   EXPECT_EQ(oci_debug, 0) << "the trace is switched on by the first call or never";
   EXPECT_EQ(session_of(connection), &ldapool[2]);
   EXPECT_EQ(session_of(new_connection(2, true)), &xaldapool[2]);
-}
 
-TEST_F(Connection, FirstInitializeTurnsTheTraceOnAndNothingTurnsItOff) {
   forget_initialisation();
-  const jobject connection = allocate("OciConnection");
   Capture capture;
-  CONNECTION(native_1initialize)(env, connection, 0, nullptr, JNI_TRUE);
-  CONNECTION(native_1initialize)(env, connection, 0, nullptr, JNI_FALSE);
-  EXPECT_EQ(oci_debug, 1);
+  initialize(0, "E.F", JNI_TRUE);
+  initialize(0, "E.F", JNI_FALSE);
+  EXPECT_EQ(oci_debug, 1) << "nothing switches it off";
   oci_debug = 0;
   EXPECT_THAT(capture.text(), testing::StartsWith("*** tv_init_fid"));
 }
@@ -146,28 +145,25 @@ TEST_F(Connection, NlsSettingOf71BytesIsTheLongest) {
 }
 
 TEST_F(Connection, ClientTexts) {
-  using Query = jint (*)(JNIEnv*, jobject, jbyteArray);
   const jobject connection = allocate("OciConnection");
   setenv("NLS_LANG", "LANG567890", 1);
   setenv("NLS_NCHAR", "CHAR567890", 1);
   const struct {
-    Query query;
+    jint (*query)(JNIEnv*, jobject, jbyteArray);
     int result;
     std::string text;  // as the array holds it afterwards
-    const char* exception;
+    const char* setting;  // that is too long
   } cases[] = {{CONNECTION(native_1oci_1api_1version), 4, "OCI8", ""},
-               {CONNECTION(native_1oci_1api_1version), 0, "...",
-                "java.lang.InternalError: oci_api_version setting is too long"},
+               {CONNECTION(native_1oci_1api_1version), 0, "...", "oci_api_version"},
                {CONNECTION(native_1get_1nls_1lang), 10, "LANG567890.", ""},
-               {CONNECTION(native_1get_1nls_1lang), 0, ".........",
-                "java.lang.InternalError: NLS_LANG setting is too long"},
+               {CONNECTION(native_1get_1nls_1lang), 0, ".........", "NLS_LANG"},
                {CONNECTION(native_1get_1nls_1nchar), 10, "CHAR567890", ""},
-               {CONNECTION(native_1get_1nls_1nchar), 0, ".........",
-                "java.lang.InternalError: NLS_NCHAR setting is too long"}};
+               {CONNECTION(native_1get_1nls_1nchar), 0, ".........", "NLS_NCHAR"}};
   for (const auto& c : cases) {
     const jbyteArray array = bytes(std::string(c.text.size(), '.'));
     EXPECT_EQ(c.query(env, connection, array), c.result) << c.text;
-    EXPECT_EQ(raised(), c.exception);
+    const std::string error = std::string("java.lang.InternalError: ") + c.setting;
+    EXPECT_EQ(raised(), *c.setting ? error + " setting is too long" : "");
     EXPECT_EQ(contents(array), c.text);
   }
   unsetenv("NLS_LANG");
@@ -178,17 +174,13 @@ TEST_F(Connection, ClientTexts) {
   EXPECT_EQ(contents(untouched), "..");
   EXPECT_EQ(CONNECTION(native_1clibversion)(env, connection), 30);
   EXPECT_EQ(CONNECTION(ociMajorVersion)(env, nullptr), 8);
-}
-
-TEST_F(Connection, BuildDateIsTwentyCharactersCutToTheArray) {
-  const jobject connection = allocate("OciConnection");
-  const jbyteArray whole = bytes(std::string(25, '.'));
-  EXPECT_EQ(CONNECTION(native_1builddate)(env, connection, whole), 20);
+  const jbyteArray whole = bytes(std::string(25, '.')), part = bytes("........");
+  for (const jbyteArray date : {whole, part}) {
+    EXPECT_EQ(CONNECTION(native_1builddate)(env, connection, date), 20);
+  }
   EXPECT_THAT(contents(whole).substr(0, 20),
               testing::MatchesRegex("[A-Z][a-z][a-z] [ 0-3][0-9] [0-9]{4} [0-9:]{8}"));
   EXPECT_EQ(contents(whole).substr(20), std::string("\0....", 5));
-  const jbyteArray part = bytes("........");
-  EXPECT_EQ(CONNECTION(native_1builddate)(env, connection, part), 20);
   EXPECT_EQ(contents(part), contents(whole).substr(0, 8));
 }
 
@@ -201,7 +193,7 @@ TEST_F(Connection, LoginWithPassword) {
       ElementsAre("OCIServerAttach(srv1,err1,db,2,0)", "OCIAttrSet(svc1,3,srv1,0,6,err1)",
                   "OCIHandleAlloc(env1,9,0,-)", "OCIAttrSet(ses1,9,scott,5,22,err1)",
                   "OCIAttrSet(ses1,9,tiger,5,23,err1)", "OCISessionBegin(svc1,err1,ses1,1,0)",
-                  "OCIAttrSet(svc1,3,ses1,0,7,err1)", "OCIErrorGet(err1,1,-,-,0,2)"));
+                  "OCIAttrSet(svc1,3,ses1,0,7,err1)", kCode));
   EXPECT_EQ(ldapool[0].autocommit, 0);
   EXPECT_EQ(ldapool[0].status, 0);
   CONNECTION(native_1logout)(env, connection);
@@ -273,6 +265,8 @@ TEST_F(Connection, LogoutEndsTheSessionAndKeepsTheRecord) {
                                    "OCIServerDetach(srv4,err4,0)", "OCIErrorGet(err4,1,-,-,0,2)"));
   EXPECT_EQ(ldapool[3].autocommit, 0);
   EXPECT_EQ(name(ldapool[3].authp), "ses1");
+  login(fresh);
+  EXPECT_THAT(calls(), testing::Contains("OCIHandleFree(ses1,9)")) << "replaced";
   CONNECTION(native_1finalize)(env, fresh);
   EXPECT_EQ(session_of(fresh), &ldapool[3]);
   EXPECT_THAT(calls(), IsEmpty());
@@ -296,14 +290,11 @@ TEST_F(Connection, GetErrorReturnsTheTextOfRecordOne) {
 }
 
 TEST_F(Connection, TransactionAndCallControl) {
-  using Method = jboolean (*)(JNIEnv*, jobject);
   const struct {
-    Method method;
+    jboolean (*method)(JNIEnv*, jobject);
     const char *call, *reply_key;
     bool assigns;
   } cases[] = {
-      {CONNECTION(native_1autoCommitOn), "", "", false},
-      {CONNECTION(native_1autoCommitOff), "", "", true},
       {CONNECTION(native_1commit), "OCITransCommit(svc1,err1,0)", "OCITransCommit", false},
       {CONNECTION(native_1rollback), "OCITransRollback(svc1,err1,0)", "OCITransRollback", true},
       {CONNECTION(native_1obreak), "OCIBreak(svc1,err1)", "OCIBreak", false},
@@ -312,26 +303,26 @@ TEST_F(Connection, TransactionAndCallControl) {
       {CONNECTION(native_1setBlockingMode), "OCIAttrSet(srv1,8,0,0,3,err1)", "OCIAttrSet:3", true}};
   const jobject connection = new_connection();
   for (const auto& c : cases) {
-    const bool is_call = *c.call != '\0';
     for (const sword status : {OCI_SUCCESS, OCI_ERROR, OCI_SUCCESS_WITH_INFO}) {
-      if (!is_call && status != OCI_SUCCESS) continue;
       SCOPED_TRACE(std::string(c.call) + " " + std::to_string(status));
       const int error = status == OCI_SUCCESS ? 0 : 3114;
       state().reply(c.reply_key, status, error);
       set_int(connection, "ldaerrcode", 7);
       EXPECT_EQ(c.method(env, connection), status != OCI_SUCCESS);
       EXPECT_EQ(get_int(connection, "ldaerrcode"), c.assigns ? error : 7);
-      Lines expected;
-      if (is_call) expected.emplace_back(c.call);
-      if (c.assigns) expected.emplace_back("OCIErrorGet(err1,1,-,-,0,2)");
+      Lines expected = {c.call};
+      if (c.assigns) expected.emplace_back(kCode);
       EXPECT_EQ(calls(), expected);
     }
   }
-  EXPECT_EQ(ldapool[0].autocommit, 0);
-  CONNECTION(native_1autoCommitOn)(env, connection);
+  set_int(connection, "ldaerrcode", 7);
+  EXPECT_FALSE(CONNECTION(native_1autoCommitOn)(env, connection));
   EXPECT_EQ(ldapool[0].autocommit, 1);
-  CONNECTION(native_1autoCommitOff)(env, connection);
+  EXPECT_EQ(get_int(connection, "ldaerrcode"), 7);
+  EXPECT_THAT(calls(), IsEmpty());
+  EXPECT_FALSE(CONNECTION(native_1autoCommitOff)(env, connection));
   EXPECT_EQ(ldapool[0].autocommit, 0);
+  EXPECT_THAT(calls(), ElementsAre(kCode));
 }
 
 TEST_F(Connection, BlockingModeIsNonBlockingOnlyForExactlyOne) {
@@ -345,27 +336,16 @@ TEST_F(Connection, BlockingModeIsNonBlockingOnlyForExactlyOne) {
     state().nonblocking = c.mode;
     state().reply("OCIAttrGet:3", c.status, c.status == OCI_SUCCESS ? 0 : 3114);
     EXPECT_EQ(CONNECTION(native_1isNonBlockingMode)(env, connection), c.result);
-    EXPECT_THAT(calls(), ElementsAre("OCIAttrGet(srv1,8,-,3,err1)", "OCIErrorGet(err1,1,-,-,0,2)"));
+    EXPECT_THAT(calls(), ElementsAre("OCIAttrGet(srv1,8,-,3,err1)", kCode));
   }
   EXPECT_EQ(get_int(connection, "ldaerrcode"), 3114);
-}
-
-TEST_F(Connection, LoginWithoutBlockFails) {
-  const jobject connection = new_connection();
-  EXPECT_EQ(traced([&] {
-              EXPECT_EQ(
-                  CONNECTION(native_1loginnoblock)(env, connection, nullptr, nullptr, nullptr),
-                  JNI_TRUE);
-            }),
-            "*** loginnoblock ***\n"
-            "      uses old OCI7 call orlon.  No replacement for OCI8 \n"
-            "        quitting \n");
-  EXPECT_THAT(calls(), IsEmpty());
 }
 
 TEST_F(Connection, TraceOfASession) {
   const jobject connection = new_connection();
   const std::string output = traced([&] {
+    EXPECT_TRUE(CONNECTION(native_1loginnoblock)(env, connection, nullptr, nullptr, nullptr));
+    EXPECT_THAT(calls(), IsEmpty());
     CONNECTION(lda_1pool_1size)(env, nullptr);
     login(connection);
     CONNECTION(native_1autoCommitOn)(env, connection);
@@ -382,7 +362,9 @@ TEST_F(Connection, TraceOfASession) {
   });
   expect_in_order(
       output,
-      {"returning poolsize of =" + std::to_string(ldapool.get_pool_size()),
+      {"*** loginnoblock ***\n      uses old OCI7 call orlon.  No replacement for OCI8 \n"
+       "        quitting \n",
+       "returning poolsize of =" + std::to_string(ldapool.get_pool_size()),
        "\n*** loginwithblock ***\n", "LOGIN", "    back from login, retvali=0\nLD->STATUS=0\n",
        "ERRCODE=0\n", "*** Setting autocommit flag to 1 ***\n", "*** OCITransCommit ***\n",
        "*** OCITransRollback ***\nrollback result=0\n", "*** Connection:  OCIBreak ***\n",

@@ -1,7 +1,7 @@
 // Fetching rows and pieces, and reading the values.
 #include <limits>
 
-#include "jvm_test.h"
+#include "natives.h"
 
 using oci_double::state;
 using testing::ElementsAre;
@@ -47,31 +47,20 @@ class Fetch : public JvmTest {
   std::vector<jobject> longs;
 };
 
-TEST_F(Fetch, FetchBringsOneRow) {
-  const jobject cursor = new_cursor();
-  EXPECT_EQ(CURSOR(fetch)(env, cursor), JNI_FALSE);
-  EXPECT_EQ(calls(), plus_cursor_codes({"OCIStmtFetch(stmt1,err1,1,2,0)"}));
-  state().reply("OCIStmtFetch", OCI_NO_DATA, 1403);
-  EXPECT_EQ(traced([&] { EXPECT_EQ(CURSOR(fetch)(env, cursor), JNI_TRUE); }),
-            "*** OCIStmtFetch 1 ***\n    cdaerrorcode=1403\n");
-  EXPECT_EQ(get_int(cursor, "cdaerrorcode"), 1403);
-}
-
 TEST_F(Fetch, ExecAndFetchBringsTheFirstArray) {
   const struct {
     jint fetchsize;
-    sword status;
-    int error;
+    oci_double::Reply reply;
     bool failed;
-  } cases[] = {{20, OCI_NO_DATA, 1403, false},
-               {20, OCI_SUCCESS, 0, false},
-               {0, OCI_SUCCESS, 0, false},
-               {20, OCI_ERROR, 942, true},
-               {20, OCI_SUCCESS_WITH_INFO, 24345, true}};
+  } cases[] = {{20, {OCI_NO_DATA, 1403}, false},
+               {20, {}, false},
+               {0, {}, false},
+               {20, {OCI_ERROR, 942}, true},
+               {20, {OCI_SUCCESS_WITH_INFO, 24345}, true}};
   for (const auto& c : cases) {
     oci_double::state() = {};
     const jobject cursor = new_cursor();
-    state().reply("OCIStmtExecute", c.status, c.error);
+    state().replies["OCIStmtExecute"] = {c.reply};
     state().row_count = 5;
     const std::string output =
         traced([&] { EXPECT_EQ(CURSOR(execAndFetch)(env, cursor, c.fetchsize), c.failed); });
@@ -79,42 +68,47 @@ TEST_F(Fetch, ExecAndFetchBringsTheFirstArray) {
     Lines expected = plus_cursor_codes({"OCIAttrSet(stmt1,4," + size + ",0,11,err1)"});
     expected.push_back("OCIStmtExecute(svc1,stmt1,err1," + size + ",0,-,-,0)");
     EXPECT_EQ(calls(), plus_cursor_codes(expected));
-    EXPECT_EQ(get_int(cursor, "cdaerrorcode"), c.error);
+    EXPECT_EQ(get_int(cursor, "cdaerrorcode"), c.reply.error);
     EXPECT_EQ(get_int(cursor, "rowsprocessed"), 5);
     Lines lines = {"   hasLong is false, Set Statement Prefetch Rows Attribute to " + size + "\n",
                    "*** OCIStmtExecute 2 ***   fetchsize=" + size + "\n"};
-    if (c.status == OCI_NO_DATA) {
+    if (c.reply.status == OCI_NO_DATA) {
       lines.emplace_back("    no LONG columns: retvali was 100: OCI_NO_DATA, setting to 0\n");
     }
     expect_in_order(output, lines);
   }
 }
 
-TEST_F(Fetch, ArrayFetchWithoutLongColumns) {
+TEST_F(Fetch, FetchesWithoutLongColumns) {
   const struct {
-    sword status;
-    int error;
+    oci_double::Reply reply;
     bool failed;
     int code;
-    const char* trace;
+    const char* trace;  // of the array fetch
   } cases[] = {
-      {OCI_SUCCESS, 0, false, 0, "*** ArrayFetch  OCIStmtFetch  *** \n"},
-      {OCI_NO_DATA, 1403, true, 1403, "---  OCI_NO_DATA on entry to ArrayFetch..  exiting\n"},
-      {OCI_ERROR, 1002, true, 1002, "    cdaerrorcode=1002\n"},
-      {OCI_SUCCESS_WITH_INFO, 24345, true, 24345, "    cdaerrorcode=24345\n"},
-      {OCI_NEED_DATA, 3130, false, 0,
+      {{OCI_SUCCESS, 0}, false, 0, "*** ArrayFetch  OCIStmtFetch  *** \n"},
+      {{OCI_NO_DATA, 1403}, true, 1403, "---  OCI_NO_DATA on entry to ArrayFetch..  exiting\n"},
+      {{OCI_ERROR, 1002}, true, 1002, "    cdaerrorcode=1002\n"},
+      {{OCI_SUCCESS_WITH_INFO, 24345}, true, 24345, "    cdaerrorcode=24345\n"},
+      {{OCI_NEED_DATA, 3130},
+       false,
+       0,
        "***  OCIStmtExecute 2:  caught ORA-03130  buffer for next piece req'd, swallowing\n"}};
   for (const auto& c : cases) {
     oci_double::state() = {};
     const jobject cursor = new_cursor();
-    state().reply("OCIStmtFetch", c.status, c.error);
+    state().replies["OCIStmtFetch"] = {c.reply, c.reply};
     expect_in_order(traced([&] { EXPECT_EQ(CURSOR(arrayFetch)(env, cursor, 20), c.failed); }),
                     {c.trace});
     Lines expected = plus_cursor_codes({"OCIStmtFetch(stmt1,err1,20,2,0)"});
     expected.emplace_back(kErrorQuery);
     EXPECT_EQ(calls(), expected);
     EXPECT_EQ(get_int(cursor, "cdaerrorcode"), c.code);
-    EXPECT_EQ(cda_of(cursor)->need_data, c.status == OCI_NEED_DATA);
+    EXPECT_EQ(cda_of(cursor)->need_data, c.reply.status == OCI_NEED_DATA);
+    EXPECT_EQ(traced([&] { EXPECT_EQ(CURSOR(fetch)(env, cursor), c.reply.status != OCI_SUCCESS); }),
+              "*** OCIStmtFetch 1 ***\n    cdaerrorcode=" + std::to_string(c.reply.error) + "\n");
+    EXPECT_EQ(calls(), plus_cursor_codes({"OCIStmtFetch(stmt1,err1,1,2,0)"}));
+    EXPECT_EQ(get_int(cursor, "cdaerrorcode"), c.reply.error);
   }
 }
 
@@ -253,11 +247,6 @@ TEST_F(Fetch, PieceLengthsMayChangeAndBeUseless) {
     EXPECT_THAT(calls(), testing::Contains("OCIStmtSetPieceInfo(def1,6,err1," +
                                            std::to_string(length) + ",0,-,-)"));
   }
-  for (const char* call : {"OCIStmtGetPieceInfo", "OCIStmtSetPieceInfo"}) {
-    state().reply(call, OCI_ERROR, 24334);
-    fetch_row(cursor, {});
-    raised();
-  }
   CURSOR(close)(env, cursor);
 }
 
@@ -282,15 +271,17 @@ class Values : public JvmTest {
     return column;
   }
 
+  using Getter = jint (*)(JNIEnv*, jobject, jobject, jint, jbyteArray);
   /// What a getter returns, and what an array that held `room` holds then: "3 abc...".
-  std::string filled(jint (*getter)(JNIEnv*, jobject, jobject, jint, jbyteArray), jobject column,
-                     jint row, const std::string& room) {
+  std::string filled(Getter getter, jobject column, jint row, const std::string& room) {
     const jbyteArray array = bytes(room);
     const jint length = getter(env, cursor, column, row, array);
+    exception = raised();
     return std::to_string(length) + " " + contents(array);
   }
 
   jobject cursor = nullptr;
+  std::string exception;
 };
 
 TEST_F(Values, TextFitsOrIsRefused) {
@@ -298,20 +289,16 @@ TEST_F(Values, TextFitsOrIsRefused) {
   column_of(column)->indpvect[1] = -1;
   const struct {
     jint row;
-    const char* room;
-    jint result;
-    const char *expected, *exception;
-  } cases[] = {{2, "..........", 3, "ccc.......", ""},
-               {2, "...", 3, "ccc", ""},
-               {2, "..", 0, "..", "java.lang.NullPointerException: Null array"},
-               {0, ".", 1, "a", ""},
-               {1, "....", -1, "....", ""},
-               {3, "....", 0, "....", ""}};
+    const char *room, *expected, *exception;
+  } cases[] = {{2, "..........", "3 ccc.......", ""},
+               {2, "...", "3 ccc", ""},
+               {2, "..", "0 ..", "java.lang.NullPointerException: Null array"},
+               {0, ".", "1 a", ""},
+               {1, "....", "-1 ....", ""},
+               {3, "....", "0 ....", ""}};
   for (const auto& c : cases) {
-    const jbyteArray array = bytes(c.room);
-    EXPECT_EQ(CURSOR(getStringValue)(env, cursor, column, c.row, array), c.result);
-    EXPECT_EQ(raised(), c.exception);
-    EXPECT_EQ(contents(array), c.expected);
+    EXPECT_EQ(filled(CURSOR(getStringValue), column, c.row, c.room), c.expected);
+    EXPECT_EQ(exception, c.exception);
   }
   expect_in_order(
       traced([&] { return CURSOR(getStringValue)(env, cursor, column, 2, bytes("....")); }),
@@ -346,20 +333,16 @@ TEST_F(Values, NumbersDatesIndicatorsAndReturnCodes) {
   const jint codes[] = {1406, 65535};
   const jint integers[] = {-42, 0};
   const double doubles[] = {2.5, -1.0};
-  const char* const dates[] = {"1234567.", "7654321."};
+  const char* const dates[] = {"1 1234567.", "1 7654321."};
   for (jint row : {0, 1}) {
     EXPECT_EQ(CURSOR(getIndicator)(env, cursor, column, row), indicators[row]);
     EXPECT_EQ(CURSOR(getReturnCode)(env, cursor, column, row), codes[row]);
     EXPECT_EQ(CURSOR(getIntegerValue)(env, cursor, column, row), integers[row]);
     EXPECT_EQ(CURSOR(getDoubleValue)(env, cursor, column, row), doubles[row]);
-    const jbyteArray date = bytes("........");
-    EXPECT_EQ(CURSOR(getDateValue)(env, cursor, column, row, date), 1);
-    EXPECT_EQ(contents(date), dates[row]);
+    EXPECT_EQ(filled(CURSOR(getDateValue), column, row, "........"), dates[row]);
   }
-  const jbyteArray small = bytes("......");
-  CURSOR(getDateValue)(env, cursor, column, 0, small);
-  EXPECT_NE(raised(), "") << "seven bytes do not fit";
-  EXPECT_EQ(contents(small), "......");
+  EXPECT_THAT(filled(CURSOR(getDateValue), column, 0, "......"), testing::EndsWith(" ......"));
+  EXPECT_NE(exception, "") << "seven bytes do not fit";
   expect_in_order(without_addresses(traced([&] {
                     CURSOR(getIndicator)(env, cursor, column, 1);
                     CURSOR(getReturnCode)(env, cursor, column, 0);
@@ -369,43 +352,46 @@ TEST_F(Values, NumbersDatesIndicatorsAndReturnCodes) {
   EXPECT_THAT(calls(), IsEmpty()) << "getters make no call";
 }
 
+struct Of : Arguments {
+  Of(std::vector<jobject> given, jint its_row) : objects(std::move(given)), row(its_row) {}
+  jobject object(char /*kind*/) override { return objects[at++]; }
+  jlong number(char /*kind*/) override { return row; }
+
+  std::vector<jobject> objects;
+  std::size_t at = 0;
+  jint row;
+};
+
 TEST_F(Values, RowsOutsideTheColumnAndColumnsWithoutABuffer) {
   const jobject good = fetched({"a", "b"}, 10);
   const jobject of_long = new_column(2, SQLT_LNG);
   const jobject of_lob = new_column(2, SQLT_CLOB);
   const jobject without_rows = new_column(0);
   column_of(of_lob)->buflen = -1;
-  using ArrayGetter = jint (*)(JNIEnv*, jobject, jobject, jint, jbyteArray);
-  const ArrayGetter getters[] = {CURSOR(getStringValue), CURSOR(getByteValue),
-                                 CURSOR(getDateValue)};
+  using Limits = std::numeric_limits<jint>;
   const struct {
     jobject column;
     jint row;
     bool must_raise;
   } cases[] = {{good, -1, true},
                {good, 2, true},
-               {good, std::numeric_limits<jint>::max(), true},
-               {good, std::numeric_limits<jint>::min(), true},
+               {good, Limits::max(), true},
+               {good, Limits::min(), true},
                {without_rows, 0, true},
                {of_long, 0, false},
                {of_lob, 0, false},
                {of_lob, 1, false}};
   for (const auto& c : cases) {
-    SCOPED_TRACE(c.row);
-    for (const ArrayGetter getter : getters) {
-      const jbyteArray array = bytes("..........");
-      const jint result = getter(env, cursor, c.column, c.row, array);
+    for (const Native& getter : natives()) {
+      const std::string kinds = getter.kinds;
+      const bool is_getter = std::string(getter.name).starts_with("CURSOR(get");
+      if (!is_getter || (kinds != "UOrB" && (kinds != "UOr" || !c.must_raise))) continue;
+      SCOPED_TRACE(testing::Message() << getter.name << " " << c.row);
+      Of arguments({cursor, c.column, bytes("..........")}, c.row);
+      const double result = getter.call(env, arguments, getter.kinds);
       EXPECT_TRUE(raised() != "" || (!c.must_raise && result <= 0));
-      EXPECT_EQ(contents(array), "..........");
+      EXPECT_EQ(contents(static_cast<jbyteArray>(arguments.objects[2])), "..........");
     }
-    if (!c.must_raise) continue;
-    for (const auto getter :
-         {CURSOR(getIndicator), CURSOR(getReturnCode), CURSOR(getIntegerValue)}) {
-      getter(env, cursor, c.column, c.row);
-      EXPECT_NE(raised(), "");
-    }
-    CURSOR(getDoubleValue)(env, cursor, c.column, c.row);
-    EXPECT_NE(raised(), "");
   }
 }
 

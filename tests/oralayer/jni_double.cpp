@@ -35,7 +35,6 @@ struct Object : std::enable_shared_from_this<Object> {
   // Atomic without order: Java's fields are no synchronisation, and none must be made up here.
   std::vector<std::atomic<jint>> fields;
   std::string data;  // elements of an array, text of a string, message of an exception
-  std::map<jint, std::shared_ptr<Object>> streams;  // by position; an array that is read up
 };
 using ObjectPtr = std::shared_ptr<Object>;
 
@@ -72,23 +71,20 @@ const char* const kClasses[] = {
     "java/util/ArrayList",
     "[B",
     "[C",
-    "java/util/HashMap <init>()V",
-    "java/io/ByteArrayInputStream <init>([B)V",
     "trevalon/db/oci/OciConnection logondata64:J logondata32:I ldaerrcode:I oserrcode:I isXA:Z",
     "trevalon/db/oci/OciColumn input_stream_type:I coldata32:I coldata64:J "
     "<init>(ILjava/lang/String;)V",
     "trevalon/db/oci/OciCursor <init>(Ltrevalon/db/oci/OciConnection;IIZLjava/lang/String;)V "
-    "getNextStreamBuffer([BIII)I hasBlobColumn()Z registerStream(ILtrevalon/db/oci/PieceSource;)V "
+    "getNextStreamBuffer([BIII)I hasBlobColumn()Z "
     "ASCII_STREAM=1 UNICODE_STREAM=2 BINARY_STREAM=3 CHARACTER_STREAM=4 selPieceLength:I "
     "cursordata32:I cursordata64:J cdaerrorcode:I rowsprocessed:I parsererroffset:I sqlfunccode:I "
-    "ocifunccode:I oserrcode:I warnflags:I streams:Ljava/util/Map;",
+    "ocifunccode:I oserrcode:I warnflags:I",
     "trevalon/db/oci/OciSchema addColumn(Ltrevalon/db/oci/OciColumn;)Ltrevalon/db/oci/OciSchema;",
-    "trevalon/db/oci/OciLob lobdata32:I lobdata64:J loberrcode:I",
-    "trevalon/db/oci/PieceSource ofBytes(Ljava/io/InputStream;)Ltrevalon/db/oci/PieceSource;"};
+    "trevalon/db/oci/OciLob lobdata32:I lobdata64:J loberrcode:I"};
 constexpr char kThrowables[] =
     "java/lang/NullPointerException java/lang/NoSuchFieldException java/lang/NoSuchFieldError "
     "java/lang/NoSuchMethodError java/lang/NoClassDefFoundError java/lang/ClassNotFoundException "
-    "java/lang/InternalError java/lang/OutOfMemoryError java/lang/IllegalStateException "
+    "java/lang/InternalError java/lang/OutOfMemoryError "
     "java/lang/ArrayIndexOutOfBoundsException java/sql/SQLException java/io/IOException";
 
 using Classes = std::map<std::string, std::shared_ptr<Class>>;
@@ -153,11 +149,6 @@ std::uintptr_t number(jobject reference) {
 
 extern const JNINativeInterface_ table;
 
-struct Pinned {
-  ObjectPtr array;
-  std::unique_ptr<char[]> copy;
-};
-
 struct Environment : JNIEnv_ {
   Environment() : JNIEnv_{&table} {}
 
@@ -167,7 +158,7 @@ struct Environment : JNIEnv_ {
   std::unordered_map<std::uintptr_t, ObjectPtr> locals;
   std::vector<std::vector<std::uintptr_t>> frames{1};
   std::size_t most_locals = 0;  // since the last NativeCall began
-  std::map<const void*, Pinned> pins;
+  std::map<const void*, ObjectPtr> pins;  // by the copy
   int native_calls = 0;
   int calls_to_fault = 0;
   Fault how = Fault::Bare;
@@ -264,8 +255,7 @@ constexpr char kNoMemory[] = "java/lang/OutOfMemoryError";
 bool fails(Environment& self, Fault least = Fault::Bare, const char* exception = kNoMemory) {
   if (self.native_calls == 0 || self.calls_to_fault == 0 || --self.calls_to_fault > 0) return false;
   self.fired = true;
-  if (least == Fault::Raising || self.how == Fault::Raising)
-    raise(self, exception, "by the double");
+  if (std::max(least, self.how) == Fault::Raising) raise(self, exception, "by the double");
   return true;
 }
 
@@ -274,20 +264,21 @@ std::string with(std::string text, char from, char to) {
   return text;
 }
 
-void pin(Environment& self, Object& array, std::size_t room, const void** address) {
-  std::unique_ptr<char[]> copy(new char[room]);
-  std::memcpy(copy.get(), array.data.c_str(), room);
-  *address = copy.get();
-  self.pins[*address] = {array.shared_from_this(), std::move(copy)};
+void* pin(Environment& self, Object& array, std::size_t room) {
+  char* const copy = new char[room];
+  std::memcpy(copy, array.data.c_str(), room);
+  self.pins[copy] = array.shared_from_this();
+  return copy;
 }
 
 void unpin(Environment& self, Object& array, const void* address, jint mode) {
   const auto found = self.pins.find(address);
-  const bool pinned = found != self.pins.end() && found->second.array.get() == &array;
-  if (!pinned) return report(self, "not pinned");
-  char* const copy = found->second.copy.get();
+  if (found == self.pins.end() || found->second.get() != &array) return report(self, "not pinned");
+  const auto* copy = static_cast<const char*>(address);
   if (mode != JNI_ABORT) std::memcpy(array.data.data(), copy, array.data.size());
-  if (mode != JNI_COMMIT) self.pins.erase(found);
+  if (mode == JNI_COMMIT) return;
+  self.pins.erase(found);
+  delete[] copy;
 }
 
 // --- The functions -------------------------------------------------------------------------------
@@ -392,10 +383,6 @@ struct Jni {
     constexpr char kTypes[] = {kType, 0};
     field(enter(e, "Set<Type>Field"), o, id, kTypes).store(value, kRelaxed);
   }
-  // Only told that there is an object: registerStream keeps what is in it.
-  static void SetObjectField(JNIEnv* e, jobject o, jfieldID id, jobject value) {
-    field(enter(e, __func__), o, id, "L").store(value != nullptr, kRelaxed);
-  }
   static jint GetStaticIntField(JNIEnv* e, jclass c, jfieldID id) {
     Environment& self = enter(e, __func__);
     const auto* m = reinterpret_cast<const Member*>(id);
@@ -426,39 +413,12 @@ struct Jni {
   // getNextStreamBuffer
   static jint CallIntMethodV(JNIEnv* e, jobject reference, jmethodID id, va_list arguments) {
     Environment& self = enter(e, __func__);
-    Object& cursor = object(self, reference, kCursor);
-    member_of(self, cursor, id, "(");
+    member_of(self, object(self, reference, kCursor), id, "(");
     const auto buffer = va_arg(arguments, jbyteArray);
     const jint position = va_arg(arguments, jint);
-    const jint length = va_arg(arguments, jint);
-    if (fails(self, Fault::Raising, "java/io/IOException")) return 0;
-    if (next_stream_buffer != nullptr) return next_stream_buffer(buffer, position, length);
-    if (cursor.streams[position] != nullptr) {
-      return read(object(self, buffer, "[B").data, cursor.streams[position]->data, length);
-    }
-    raise(self, "java/lang/IllegalStateException", "No stream");
-    return 0;
-  }
-  // As much as there is and fits.
-  static jint read(std::string& to, std::string& from, jint length) {
-    const auto wanted = static_cast<std::size_t>(std::max(length, 0));
-    const std::string piece = from.substr(0, std::min(to.size(), wanted));
-    from.erase(0, piece.size());
-    to.replace(0, piece.size(), piece);
-    return static_cast<jint>(piece.size());
-  }
-  // registerStream
-  static void CallVoidMethodV(JNIEnv* e, jobject reference, jmethodID id, va_list arguments) {
-    Environment& self = enter(e, __func__);
-    Object& cursor = object(self, reference, kCursor);
-    member_of(self, cursor, id, "(");
-    const jint position = va_arg(arguments, jint);
-    cursor.streams[position] = shared(&object(self, va_arg(arguments, jobject)));
-  }
-  // PieceSource.ofBytes: the stream itself serves as source.
-  static jobject CallStaticObjectMethodA(JNIEnv* e, jclass, jmethodID, const jvalue* arguments) {
-    Environment& self = enter(e, __func__);
-    return local(self, shared(&object(self, arguments->l)));
+    if (fails(self, Fault::Raising, "java/io/IOException") || next_stream_buffer == nullptr)
+      return 0;
+    return next_stream_buffer(buffer, position, va_arg(arguments, jint));
   }
   static jobject AllocObject(JNIEnv* e, jclass c) {
     Environment& self = enter(e, __func__);
@@ -466,17 +426,6 @@ struct Jni {
     const auto& its_class = static_cast<Class&>(object(self, c, "java/lang/Class"));
     return local(self, made(its_class.name.c_str()));
   }
-  // A constructor keeps what its array holds.
-  static jobject NewObjectV(JNIEnv* e, jclass c, jmethodID id, va_list arguments) {
-    const jobject created = AllocObject(e, c);
-    Environment& self = enter(e, __func__);
-    Object& object_made = object(self, created);
-    if (member_of(self, object_made, id, "(").signature == "([B)V") {
-      object_made.data = object(self, va_arg(arguments, jobject), "[B").data;
-    }
-    return created;
-  }
-
   static jstring NewStringUTF(JNIEnv* e, const char* text) {
     Environment& self = enter(e, __func__);
     return fails(self) ? nullptr : local<jstring>(self, made(kString, text));
@@ -493,9 +442,7 @@ struct Jni {
   static const char* GetStringUTFChars(JNIEnv* e, jstring reference, jboolean*) {
     Environment& self = enter(e, __func__);
     Object& text = object(self, reference, kString);
-    const void* address = nullptr;
-    pin(self, text, text.data.size() + 1, &address);
-    return static_cast<const char*>(address);
+    return static_cast<const char*>(pin(self, text, text.data.size() + 1));
   }
   static void ReleaseStringUTFChars(JNIEnv* e, jstring text, const char* chars) {
     Environment& self = enter_pending(e, __func__);
@@ -526,31 +473,28 @@ struct ArrayFunctions {
   static Element* get(JNIEnv* e, Array reference, jboolean*) {
     Environment& self = enter(e, "Get<Type>ArrayElements");
     Object& array = object(self, reference, kClass);
-    const void* address = nullptr;
-    if (!fails(self)) pin(self, array, array.data.size(), &address);
-    return static_cast<Element*>(const_cast<void*>(address));
+    return static_cast<Element*>(fails(self) ? nullptr : pin(self, array, array.data.size()));
   }
   static void release(JNIEnv* e, Array reference, Element* elements, jint mode) {
     Environment& self = enter_pending(e, "Release<Type>ArrayElements");
     unpin(self, object(self, reference, kClass), elements, mode);
   }
-  // The bytes of a region, or null after raising.
-  static char* region(JNIEnv* e, Array reference, jsize start, jsize length) {
+  // Copies between a region and a buffer, whichever way.
+  template <typename Buffer>
+  static void region(JNIEnv* e, Array reference, jsize start, jsize length, Buffer* buffer) {
     Environment& self = enter(e, "Get or Set<Type>ArrayRegion");
     std::string& data = object(self, reference, kClass).data;
     const auto from = std::size_t(start) * sizeof(Element);
-    const bool inside =
-        start >= 0 && length >= 0 && from + std::size_t(length) * sizeof(Element) <= data.size();
-    if (!inside) raise(self, "java/lang/ArrayIndexOutOfBoundsException", "region");
-    return inside ? data.data() + from : nullptr;
-  }
-  static void read(JNIEnv* e, Array array, jsize start, jsize length, Element* to) {
-    const char* from = region(e, array, start, length);
-    if (from != nullptr && length > 0) std::memcpy(to, from, std::size_t(length) * sizeof *to);
-  }
-  static void write(JNIEnv* e, Array array, jsize start, jsize length, const Element* from) {
-    char* to = region(e, array, start, length);
-    if (to != nullptr && length > 0) std::memcpy(to, from, std::size_t(length) * sizeof *from);
+    const auto size = std::size_t(length) * sizeof(Element);
+    if (start < 0 || length < 0 || from + size > data.size()) {
+      return raise(self, "java/lang/ArrayIndexOutOfBoundsException", "region");
+    }
+    if (size == 0) return;
+    if constexpr (std::is_const_v<Buffer>) {
+      std::memcpy(data.data() + from, buffer, size);
+    } else {
+      std::memcpy(buffer, data.data() + from, size);
+    }
   }
 };
 using Bytes = ArrayFunctions<jbyteArray, jbyte>;
@@ -578,12 +522,11 @@ JNINativeInterface_ made_table() {
   JNINativeInterface_ t = refusing(std::make_index_sequence<kEntries>());
 #define OWN(name) t.name = Jni::name
   // clang-format off
-  OWN(FindClass), OWN(GetObjectClass), OWN(Throw), OWN(ThrowNew), OWN(ExceptionOccurred);
-  OWN(ExceptionClear), OWN(ExceptionCheck), OWN(PushLocalFrame), OWN(PopLocalFrame);
-  OWN(NewGlobalRef), OWN(DeleteGlobalRef), OWN(DeleteLocalRef), OWN(IsSameObject);
-  OWN(GetObjectRefType), OWN(SetObjectField), OWN(GetStaticIntField), OWN(CallObjectMethodV);
-  OWN(CallIntMethodV), OWN(CallVoidMethodV), OWN(CallStaticObjectMethodA), OWN(AllocObject);
-  OWN(NewObjectV), OWN(NewStringUTF), OWN(NewString), OWN(GetStringUTFChars);
+  OWN(FindClass), OWN(GetObjectClass), OWN(Throw), OWN(ThrowNew), OWN(ExceptionOccurred),
+  OWN(ExceptionClear), OWN(ExceptionCheck), OWN(PushLocalFrame), OWN(PopLocalFrame),
+  OWN(NewGlobalRef), OWN(DeleteGlobalRef), OWN(DeleteLocalRef), OWN(IsSameObject),
+  OWN(GetObjectRefType), OWN(GetStaticIntField), OWN(CallObjectMethodV), OWN(CallIntMethodV),
+  OWN(AllocObject), OWN(NewStringUTF), OWN(NewString), OWN(GetStringUTFChars),
   OWN(ReleaseStringUTFChars), OWN(GetArrayLength), OWN(GetStringLength);
   t.GetFieldID = t.GetStaticFieldID = Jni::find_member<jfieldID>;
   t.GetMethodID = t.GetStaticMethodID = Jni::find_member<jmethodID>;
@@ -593,8 +536,8 @@ JNINativeInterface_ made_table() {
   t.NewByteArray = Bytes::make, t.NewCharArray = Chars::make;
   t.GetByteArrayElements = Bytes::get, t.GetCharArrayElements = Chars::get;
   t.ReleaseByteArrayElements = Bytes::release, t.ReleaseCharArrayElements = Chars::release;
-  t.GetByteArrayRegion = Bytes::read, t.GetCharArrayRegion = Chars::read;
-  t.SetByteArrayRegion = Bytes::write, t.SetCharArrayRegion = Chars::write;
+  t.GetByteArrayRegion = Bytes::region<jbyte>, t.GetCharArrayRegion = Chars::region<jchar>;
+  t.SetByteArrayRegion = Bytes::region<const jbyte>;
   // clang-format on
   return t;
 }

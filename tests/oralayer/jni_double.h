@@ -36,7 +36,7 @@ enum class Fault {
 void fail_call(int n, Fault how);
 bool fault_fired();
 
-/// What Java's getNextStreamBuffer does. Without one it reads what registerStream was given.
+/// What Java's getNextStreamBuffer does; without one, nothing.
 extern std::function<jint(jbyteArray buffer, jint position, jint length)> next_stream_buffer;
 
 /// The frame that a JVM makes for a native method: expects that it ends without pins, and that it

@@ -10,7 +10,6 @@ JavaVM* the_vm = nullptr;
 JNIEnv* env = nullptr;
 Lines load_calls;
 const JNINativeInterface_* JniTable::real = nullptr;
-int PinWatch::pins = 0;
 std::vector<jint> PinWatch::releases;
 
 namespace {
@@ -85,12 +84,7 @@ void expect_in_order(const std::string& output, const Lines& texts) {
 }
 
 PinWatch::PinWatch() {
-  pins = 0;
   releases.clear();
-  copy.GetByteArrayElements = [](JNIEnv* e, jbyteArray array, jboolean* is_copy) {
-    ++pins;
-    return real->GetByteArrayElements(e, array, is_copy);
-  };
   copy.ReleaseByteArrayElements = [](JNIEnv* e, jbyteArray array, jbyte* elements, jint mode) {
     releases.push_back(mode);
     real->ReleaseByteArrayElements(e, array, elements, mode);

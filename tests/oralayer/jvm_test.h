@@ -75,27 +75,17 @@ inline jbyte* pin_nothing(JNIEnv*, jbyteArray, jboolean*) {
   return nullptr;
 }
 
-/// Counts the pins of byte arrays, and notes how each was released.
+/// Notes how each pin of a byte array was released.
 class PinWatch : public JniTable {
  public:
   PinWatch();
 
-  static int pins;
   static std::vector<jint> releases;
 };
 
 jclass find_class(const std::string& name);
 /// An object of a class of the package, made without its constructor.
 jobject allocate(const std::string& simple_name);
-/// An object of any class, by the constructor of this signature.
-template <typename... Arguments>
-jobject construct(const std::string& name, const char* signature, Arguments... arguments) {
-  const jclass its_class = find_class(name);
-  const jobject made =
-      env->NewObject(its_class, env->GetMethodID(its_class, "<init>", signature), arguments...);
-  EXPECT_FALSE(env->ExceptionCheck());
-  return made;
-}
 jint get_int(jobject object, const char* field);
 void set_int(jobject object, const char* field, jint value);
 jbyteArray bytes(const std::string& contents);

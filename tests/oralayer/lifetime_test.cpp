@@ -48,11 +48,8 @@ TEST_F(Lifetime, ChainsForgetColumnsThatEnded) {
       attach(column);
       // Another column at its position, or another statement: OCI knows it no longer, the chain
       // did.
-      if (reopened) {
-        CURSOR(open)(env, cursor, connection);
-      } else {
-        attach(streamed ? stream(1) : new_column(1, SQLT_LNG, 1));
-      }
+      reopened ? (void)CURSOR(open)(env, cursor, connection)
+               : attach(streamed ? stream(1) : new_column(1, SQLT_LNG, 1));
       COLUMN(native_1finalize)(env, column);
       EXPECT_EQ(CURSOR(close)(env, cursor), JNI_FALSE);
       EXPECT_EQ(raised(), "");
@@ -68,6 +65,11 @@ TEST_F(Lifetime, OnlyBindsInForceHoldAnExecutionBack) {
   state().reply("OCIBindByPos", OCI_ERROR, 1036);
   EXPECT_EQ(CURSOR(bindVariableByPosition)(env, cursor, refused), JNI_TRUE);
   COLUMN(native_1finalize)(env, refused);
+  EXPECT_EQ(executed(cursor), "");
+  const jobject undefined = new_column(1, SQLT_CHR, 1);
+  state().reply("OCIDefineByPos", OCI_ERROR, 1007);
+  EXPECT_EQ(CURSOR(bindSelectItem)(env, cursor, undefined, 1), JNI_TRUE);
+  COLUMN(native_1finalize)(env, undefined);
   EXPECT_EQ(executed(cursor), "");
   COLUMN(native_1finalize)(env, bound);
   EXPECT_NE(executed(cursor), "") << "its buffers are gone, and OCI would read them";
@@ -92,30 +94,33 @@ TEST_F(Lifetime, RedefinedColumnsCountWithTheirNewRows) {
 
 // What the Java method that is called for a chunk does to its own statement.
 jobject cursor_in_turn, column_in_turn;
-void (*meddle)();
-
-void close_cursor() {
-  CURSOR(close)(env, cursor_in_turn);
-}
-void end_cursor() {
-  CURSOR(native_1finalize)(env, cursor_in_turn);
-}
-void parse_again() {
-  CURSOR(parse)(env, cursor_in_turn, bytes("INSERT"), JNI_FALSE);
-}
-void bind_again() {
-  CURSOR(bindVariableByPosition)(env, cursor_in_turn, column_in_turn);
-}
-void execute_again() {
-  CURSOR(exec)(env, cursor_in_turn);
-}
-void end_column() {
-  COLUMN(native_1finalize)(env, column_in_turn);
-}
+void (*meddle)(jobject cursor, jobject column);
 
 TEST_F(Lifetime, JavaCannotTakeARunningStatementApart) {
-  constexpr void (*deeds[])() = {close_cursor, end_cursor,    parse_again,
-                                 bind_again,   execute_again, end_column};
+  constexpr decltype(meddle) deeds[] = {[](jobject c, jobject) {
+                                          CURSOR(close)
+                                          (env, c);
+                                        },
+                                        [](jobject c, jobject) {
+                                          CURSOR(native_1finalize)
+                                          (env, c);
+                                        },
+                                        [](jobject c, jobject) {
+                                          CURSOR(parse)
+                                          (env, c, bytes("INSERT"), JNI_FALSE);
+                                        },
+                                        [](jobject c, jobject column) {
+                                          CURSOR(bindVariableByPosition)
+                                          (env, c, column);
+                                        },
+                                        [](jobject c, jobject) {
+                                          CURSOR(exec)
+                                          (env, c);
+                                        },
+                                        [](jobject, jobject column) {
+                                          COLUMN(native_1finalize)
+                                          (env, column);
+                                        }};
   for (const auto deed : deeds) {
     cursor_in_turn = new_cursor();
     column_in_turn = stream(1);
@@ -123,8 +128,7 @@ TEST_F(Lifetime, JavaCannotTakeARunningStatementApart) {
     meddle = deed;
     JniTable table;
     table.copy.CallIntMethodV = [](JNIEnv*, jobject, jmethodID, va_list) -> jint {
-      meddle();
-      return 0;
+      return meddle(cursor_in_turn, column_in_turn), 0;
     };
     EXPECT_NE(executed(cursor_in_turn), "");
     CURSOR(close)(env, cursor_in_turn);

@@ -94,33 +94,20 @@ void put(void* target, T value) {
 
 void read_statement(ub4 attribute, void* target) {
   const State& s = state();
-  switch (attribute) {
-    case OCI_ATTR_STMT_TYPE:
-      return put(target, s.stmt_type);
-    case OCI_ATTR_ROW_COUNT:
-      return put(target, s.row_count);
-    case OCI_ATTR_SQLFNCODE:
-      return put(target, s.sqlfncode);
-    case OCI_ATTR_FNCODE:
-      return put(target, s.fncode);
-  }
+  if (attribute == OCI_ATTR_STMT_TYPE) put(target, s.stmt_type);
+  if (attribute == OCI_ATTR_ROW_COUNT) put(target, s.row_count);
+  if (attribute == OCI_ATTR_SQLFNCODE) put(target, s.sqlfncode);
+  if (attribute == OCI_ATTR_FNCODE) put(target, s.fncode);
 }
 
 void read_parameter(const Column& column, ub4 attribute, void* target, ub4* size) {
-  switch (attribute) {
-    case OCI_ATTR_DATA_TYPE:
-      return put(target, column.type);
-    case OCI_ATTR_DATA_SIZE:
-      return put(target, column.size);
-    case OCI_ATTR_PRECISION:
-      return put(target, column.prec);
-    case OCI_ATTR_SCALE:
-      std::memcpy(target, column.scale.data(), column.scale.size());
-      return;
-    case OCI_ATTR_NAME:
-      put(target, column.name.data());
-      *size = static_cast<ub4>(column.name.size());
-  }
+  if (attribute == OCI_ATTR_DATA_TYPE) put(target, column.type);
+  if (attribute == OCI_ATTR_DATA_SIZE) put(target, column.size);
+  if (attribute == OCI_ATTR_PRECISION) put(target, column.prec);
+  if (attribute == OCI_ATTR_SCALE) std::memcpy(target, column.scale.data(), column.scale.size());
+  if (attribute != OCI_ATTR_NAME) return;
+  put(target, column.name.data());
+  *size = static_cast<ub4>(column.name.size());
 }
 
 std::string attribute_value(const void* value, ub4 size, ub4 attribute) {
@@ -343,28 +330,38 @@ sword OCIServerAttach(OCIServer* srvhp, OCIError* errhp, const text* dblink, sb4
   return called("OCIServerAttach", srvhp, name(errhp), link, dblink_len, mode);
 }
 
-sword OCIServerDetach(OCIServer* srvhp, OCIError* errhp, ub4 mode) {
-  return called("OCIServerDetach", srvhp, name(errhp), mode);
-}
+// Calls that are recorded and answered, and do no more.
+#define ANSWERED(function, parameters, ...) \
+  sword function parameters {               \
+    return called(#function, __VA_ARGS__);  \
+  }
+// clang-format off
+ANSWERED(OCIServerDetach, (OCIServer* s, OCIError* e, ub4 mode), s, name(e), mode)
+ANSWERED(OCISessionBegin, (OCISvcCtx* s, OCIError* e, OCISession* u, ub4 credt, ub4 mode),
+         s, name(e), name(u), credt, mode)
+ANSWERED(OCISessionEnd, (OCISvcCtx* s, OCIError* e, OCISession* u, ub4 mode),
+         s, name(e), name(u), mode)
+ANSWERED(OCITransCommit, (OCISvcCtx* s, OCIError* e, ub4 flags), s, name(e), flags)
+ANSWERED(OCITransRollback, (OCISvcCtx* s, OCIError* e, ub4 flags), s, name(e), flags)
+ANSWERED(OCIBreak, (void* s, OCIError* e), s, name(e))
+ANSWERED(OCILobAssign, (OCIEnv* s, OCIError* e, const OCILobLocator* from, OCILobLocator** to),
+         s, name(e), name(from), name(*to))
+// clang-format on
 
-sword OCISessionBegin(OCISvcCtx* svchp, OCIError* errhp, OCISession* usrhp, ub4 credt, ub4 mode) {
-  return called("OCISessionBegin", svchp, name(errhp), name(usrhp), credt, mode);
+// The properties of a LOB all have one value.
+template <typename Handle, typename Locator, typename Value>
+sword property(const char* function, Handle* handle, OCIError* errhp, Locator* locp, Value* value) {
+  *value = static_cast<Value>(state().lob_amount);
+  return called(function, handle, name(errhp), name(locp));
 }
-
-sword OCISessionEnd(OCISvcCtx* svchp, OCIError* errhp, OCISession* usrhp, ub4 mode) {
-  return called("OCISessionEnd", svchp, name(errhp), name(usrhp), mode);
+sword OCILobGetLength(OCISvcCtx* s, OCIError* e, OCILobLocator* locator, ub4* length) {
+  return property("OCILobGetLength", s, e, locator, length);
 }
-
-sword OCITransCommit(OCISvcCtx* svchp, OCIError* errhp, ub4 flags) {
-  return called("OCITransCommit", svchp, name(errhp), flags);
+sword OCILobCharSetId(OCIEnv* s, OCIError* e, const OCILobLocator* locator, ub2* csid) {
+  return property("OCILobCharSetId", s, e, locator, csid);
 }
-
-sword OCITransRollback(OCISvcCtx* svchp, OCIError* errhp, ub4 flags) {
-  return called("OCITransRollback", svchp, name(errhp), flags);
-}
-
-sword OCIBreak(void* hndlp, OCIError* errhp) {
-  return called("OCIBreak", hndlp, name(errhp));
+sword OCILobCharSetForm(OCIEnv* s, OCIError* e, const OCILobLocator* locator, ub1* csfrm) {
+  return property("OCILobCharSetForm", s, e, locator, csfrm);
 }
 
 sword OCIStmtPrepare(OCIStmt* stmtp, OCIError* errhp, const text* stmt, ub4 stmt_len, ub4 language,
@@ -483,26 +480,6 @@ sword OCIDescriptorFree(void* descp, ub4 type) {
   const sword status = called("OCIDescriptorFree", descp, type);
   if (status != OCI_INVALID_HANDLE) handles().at(descp)->name.insert(0, "freed:");
   return status;
-}
-
-sword OCILobAssign(OCIEnv* envhp, OCIError* errhp, const OCILobLocator* src_locp,
-                   OCILobLocator** dst_locpp) {
-  return called("OCILobAssign", envhp, name(errhp), name(src_locp), name(*dst_locpp));
-}
-
-sword OCILobGetLength(OCISvcCtx* svchp, OCIError* errhp, OCILobLocator* locp, ub4* lenp) {
-  *lenp = state().lob_amount;
-  return called("OCILobGetLength", svchp, name(errhp), name(locp));
-}
-
-sword OCILobCharSetId(OCIEnv* envhp, OCIError* errhp, const OCILobLocator* locp, ub2* csid) {
-  *csid = static_cast<ub2>(state().lob_amount);
-  return called("OCILobCharSetId", envhp, name(errhp), name(locp));
-}
-
-sword OCILobCharSetForm(OCIEnv* envhp, OCIError* errhp, const OCILobLocator* locp, ub1* csfrm) {
-  *csfrm = static_cast<ub1>(state().lob_amount);
-  return called("OCILobCharSetForm", envhp, name(errhp), name(locp));
 }
 
 sword OCILobRead(OCISvcCtx* svchp, OCIError* errhp, OCILobLocator* locp, ub4* amtp, ub4 offset,

@@ -44,22 +44,16 @@ using Ends = testing::ExitedWithCode;
 
 TEST(ProcessDeathTest, ExhaustedFetchArraysEndTheProcess) {
   // 10M rows: 20, 20, 20, 40 and 80 MB.
-  const struct {
-    std::size_t megabytes;
-    const char* message;
-  } cases[] = {{10, "^PROCESS OUT OF MEMORY \\(2.1\\)\n$"},
-               {30, "^PROCESS OUT OF MEMORY \\(2.2\\)\n$"},
-               {50, "^PROCESS OUT OF MEMORY \\(2.3\\)\n$"},
-               {70, "^PROCESS OUT OF MEMORY \\(2.4\\)\n$"},
-               {130, "^PROCESS OUT OF MEMORY \\(2.5\\)\n$"}};
-  for (const auto& c : cases) {
+  const std::pair<std::size_t, std::string> cases[] = {
+      {10, "2.1"}, {30, "2.2"}, {50, "2.3"}, {70, "2.4"}, {130, "2.5"}};
+  for (const auto& [megabytes, place] : cases) {
     EXPECT_EXIT(
         {
           columndata column(0);
-          limit_memory(c.megabytes << 20);
+          limit_memory(megabytes << 20);
           column.allocFetchArrays(10'000'000);
         },
-        Ends(1), c.message);
+        Ends(1), "^PROCESS OUT OF MEMORY \\(" + place + "\\)\n$");
   }
 }
 
@@ -74,43 +68,27 @@ TEST(ProcessDeathTest, ExhaustedByteBufferEndsTheProcess) {
   EXPECT_EXIT(grow(std::numeric_limits<sb4>::max()), Ends(1), message);
 }
 
+void allocate_for(int type, sword buflen, int rows) {
+  columndata column(1);
+  column.internal_dbtype = static_cast<sb2>(type);
+  column.buflen = buflen;
+  limit_memory(1000 << 20);
+  allocSelectData(&column, buflen, rows);
+  _exit(0);
+}
+
 TEST(ProcessDeathTest, BufferOfAllRowsThatDoesNotFitEndsTheProcess) {
-  const struct {
-    int type;
-    sword buflen;
-    int fetchsize;
-  } cases[] = {{SQLT_CHR, 1 << 30, 4},
-               {SQLT_CHR, 196606, 65536},
-               {SQLT_BIN, 65536, 32768},
-               {SQLT_LNG, 1 << 30, 4}};
-  for (const auto& c : cases) {
-    EXPECT_EXIT(
-        {
-          columndata column(0);
-          column.internal_dbtype = static_cast<sb2>(c.type);
-          column.buflen = c.buflen;
-          limit_memory(1000 << 20);
-          allocSelectData(&column, c.buflen, c.fetchsize);
-          _exit(0);
-        },
-        Ends(1), "^PROCESS OUT OF MEMORY \\(1\\)\n$");
-  }
+  const char* const message = "^PROCESS OUT OF MEMORY \\(1\\)\n$";
+  EXPECT_EXIT(allocate_for(SQLT_CHR, 1 << 30, 4), Ends(1), message);
+  EXPECT_EXIT(allocate_for(SQLT_CHR, 196606, 65536), Ends(1), message);
+  EXPECT_EXIT(allocate_for(SQLT_BIN, 65536, 32768), Ends(1), message);
+  EXPECT_EXIT(allocate_for(SQLT_LNG, 1 << 30, 4), Ends(1), message);
 }
 
 TEST(ProcessDeathTest, NegativeRowCountsNeverCorruptMemory) {
   const auto exited = [](int status) { return WIFEXITED(status); };
-  for (const int rows : {-1, std::numeric_limits<int>::min()}) {
-    EXPECT_EXIT(
-        {
-          columndata column(1);
-          limit_memory(100 << 20);
-          column.buflen = 10;
-          column.internal_dbtype = SQLT_CHR;
-          allocSelectData(&column, 10, rows);
-          _exit(0);
-        },
-        exited, "");
-  }
+  EXPECT_EXIT(allocate_for(SQLT_CHR, 10, -1), exited, "");
+  EXPECT_EXIT(allocate_for(SQLT_CHR, 10, std::numeric_limits<int>::min()), exited, "");
 }
 
 TEST(LowRecords, AreHandedOutToSeveralThreads) {

@@ -28,24 +28,23 @@ TEST_F(Support, ColumnChainKeepsOrderAndNumbers) {
 }
 
 TEST_F(Support, ChainWithAHeadAloneCountsAsEmpty) {
-  const char* const dequeue_text = " --  longcol_node::dequeue:  tail is NULL but head is NOT !!\n";
-  const char* const destroy_text = " --  destroychain:  tail is NULL but head is NOT !!\n";
+  const std::string text = "tail is NULL but head is NOT !!\n";
   longcol_node column;
   longdata_node piece;
   LongdataBufPool pool;
-  longcol_node* columns = &column;
-  longcol_node* no_column = nullptr;
-  EXPECT_EQ(traced([&] { longcol_node::dequeue(&columns, &no_column); }), dequeue_text);
-  EXPECT_EQ(columns, nullptr);
-  columns = &column;
-  EXPECT_EQ(traced([&] { longcol_node::destroychain(&columns, &no_column); }), destroy_text);
-  EXPECT_EQ(columns, nullptr);
-  longdata_node* pieces = &piece;
-  longdata_node* no_piece = nullptr;
+  longcol_node *columns = &column, *no_column = nullptr;
+  longdata_node *pieces = &piece, *no_piece = nullptr;
+  EXPECT_EQ(traced([&] { longcol_node::dequeue(&columns, &no_column); }),
+            " --  longcol_node::dequeue:  " + text);
+  EXPECT_EQ(std::exchange(columns, &column), nullptr);
   EXPECT_EQ(longdata_node::dequeue(&pieces, &no_piece), nullptr);
   EXPECT_EQ(pieces, &piece) << "the head is not looked at";
-  EXPECT_EQ(traced([&] { longdata_node::releasechain(&pieces, &no_piece, &pool); }), destroy_text);
-  EXPECT_EQ(pieces, nullptr);
+  EXPECT_EQ(traced([&] {
+              longcol_node::destroychain(&columns, &no_column);
+              longdata_node::releasechain(&pieces, &no_piece, &pool);
+            }),
+            " --  destroychain:  " + text + " --  destroychain:  " + text);
+  EXPECT_TRUE(columns == nullptr && pieces == nullptr);
   EXPECT_EQ(pool.bufPoolSP, 0);
 }
 

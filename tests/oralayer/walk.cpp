@@ -2,10 +2,9 @@
 
 #include <climits>
 #include <map>
-#include <tuple>
 
 #include "jni_double.h"
-#include "jvm_test.h"
+#include "natives.h"
 
 using oci_double::state;
 
@@ -30,12 +29,10 @@ const std::map<char, std::vector<jlong>> kNumbers = {
     {'p', {0, 1, 5, 4096, -1, INT_MAX}},
     {'j', {0, 1, 2, 5, 16, -1, 1LL << 32, 0xFFFFFFFF}}};
 
-}  // namespace
-
-class Walk {
+class Walk : public Arguments {
  public:
   Walk(const std::uint8_t* data, std::size_t size);
-  ~Walk();
+  ~Walk() override;
   Walk(const Walk&) = delete;
   Walk& operator=(const Walk&) = delete;
 
@@ -43,112 +40,39 @@ class Walk {
   std::size_t next() { return ended() ? 0 : *data_++; }
   void step();
 
-  /// The kinds of the arguments that choose() is asked for next.
-  void choose_from(const char* kinds) { kinds_ = kinds; }
-  template <typename Value>
-  Value choose() {
-    const char kind = *kinds_++;
-    const std::size_t byte = next();
-    if constexpr (std::is_pointer_v<Value>) {
-      const std::size_t index = byte % (kEach + 1);
-      if (index == kEach) return nullptr;
-      const bool fresh = std::islower(kind) != 0;
-      const auto object = objects_[static_cast<char>(std::toupper(kind))][index];
-      return fresh && has_record(object, kind) ? nullptr : static_cast<Value>(object);
-    } else {
-      const std::vector<jlong>& numbers = kNumbers.at(kind);
-      return static_cast<Value>(numbers[byte % numbers.size()]);
-    }
+  jobject object(char kind) override {
+    const std::size_t index = next() % (kEach + 1);
+    if (index == kEach) return nullptr;
+    const bool fresh = std::islower(kind) != 0;
+    const auto chosen = objects_[static_cast<char>(std::toupper(kind))][index];
+    return fresh && has_record(chosen, kind) ? nullptr : chosen;
+  }
+  jlong number(char kind) override {
+    const std::vector<jlong>& numbers = kNumbers.at(kind);
+    return numbers[next() % numbers.size()];
   }
 
  private:
-  void call(const Native& native);
+  void call() {
+    const Native& native = natives()[next() % natives().size()];
+    native.call(env_, *this, native.kinds);
+  }
   jint stream(jbyteArray buffer);
   // Java makes each record once.
   bool has_record(jobject object, char kind) {
-    const jfieldID id = kind == 'u' ? cdadata32iD : kind == 'o' ? coldata32iD : lobdata32iD;
+    const jfieldID id = kind == 'c'   ? logondata32iD
+                        : kind == 'u' ? cdadata32iD
+                        : kind == 'o' ? coldata32iD
+                                      : lobdata32iD;
     return env_->GetIntField(object, id) != 0;
   }
 
   const std::uint8_t* data_;
   const std::uint8_t* end_;
-  const char* kinds_ = nullptr;
   JNIEnv* env_ = jni_double::environment();
   std::map<char, std::vector<jobject>> objects_;
   bool streaming_ = false;
 };
-
-namespace {
-
-template <typename Result, typename Object, typename... Rest>
-void call_native(Result (*native)(JNIEnv*, Object, Rest...), Walk* walk, const char* kinds) {
-  JNIEnv* env_of_all = jni_double::environment();
-  if (walk == nullptr) {
-    native(env_of_all, nullptr, Rest{}...);
-    return;
-  }
-  // In braces, so that the order of the choices is fixed.
-  walk->choose_from(kinds);
-  const std::tuple<Object, Rest...> all{walk->choose<Object>(), walk->choose<Rest>()...};
-  std::apply([&](auto... arguments) { native(env_of_all, arguments...); }, all);
-}
-
-template <auto kNative>
-void call_by_type(Walk* walk, const char* kinds) {
-  call_native(kNative, walk, kinds);
-}
-
-// clang-format off
-#define REFUSES(method, kinds, text) {#method, call_by_type<method>, kinds, text}
-#define CON(method, kinds) REFUSES(CONNECTION(native_1##method), kinds, "JNIEnv")
-#define CUR(method, kinds) REFUSES(CURSOR(method), kinds, "JNIEnv")
-#define COL(method, kinds) REFUSES(COLUMN(method), kinds, "JNIEnv")
-#define LOC(method, kinds) REFUSES(LOB(method), kinds, "JNIEnv")
-#define GET(method, kinds) REFUSES(CURSOR(method), kinds, "result buffer is null")
-// clang-format on
-
-}  // namespace
-
-const std::vector<Native>& natives() {
-  // clang-format off
-  // The one that may not be walked ends the process.
-  static const std::vector<Native> all = {
-    CON(initialize, "CiBz"), CON(loginwithblock, "CBBBz"),
-    REFUSES(CONNECTION(native_1loginnoblock), "CBBB", ""), CON(logout, "C"), CON(finalize, "C"),
-    REFUSES(CONNECTION(lda_1pool_1size), "S", ""), REFUSES(CONNECTION(cda_1pool_1size), "S", ""),
-    CON(autoCommitOn, "C"), CON(autoCommitOff, "C"), CON(commit, "C"), CON(rollback, "C"),
-    CON(obreak, "C"), CON(setNonBlockingMode, "C"), CON(setBlockingMode, "C"),
-    CON(isNonBlockingMode, "C"), CON(getError, "CizB"), CON(oci_1api_1version, "CB"),
-    CON(get_1nls_1lang, "CB"), CON(get_1nls_1nchar, "CB"), CON(builddate, "CB"),
-    REFUSES(CONNECTION(native_1clibversion), "C", ""),
-    REFUSES(CONNECTION(ociMajorVersion), "S", ""), CON(describeParams, nullptr),
-    CUR(initialize, "ui"), CUR(open, "UC"), CUR(cancel, "U"), CUR(close, "U"),
-    CUR(native_1finalize, "U"), CUR(parse, "UBz"), CUR(describe, "UO"), CUR(isBlobColumn, "UO"),
-    CUR(isOCI8ILOBColumn, "UO"), CUR(oopt, "Ui"), CUR(bindVariableByPosition, "UO"),
-    CUR(bindCursorByPosition, "UUi"), CUR(exec, "U"), CUR(bindSelectItem, "UOr"), CUR(fetch, "U"),
-    CUR(execAndFetch, "Ur"), CUR(arrayFetch, "Ur"), GET(getDateValue, "UOrB"),
-    GET(getByteValue, "UOrB"), GET(getStringValue, "UOrB"), GET(getLongByteValue, "UOiB"),
-    GET(getLongStringValue, "UOiB"), CUR(getReturnCode, "UOr"), CUR(getLongDataLength, "UO"),
-    CUR(getIndicator, "UOr"), CUR(getIntegerValue, "UOr"), CUR(getDoubleValue, "UOr"),
-    COL(initialize, "orn"), COL(native_1finalize, "O"), COL(position, "O"), COL(precision, "O"),
-    COL(scale, "O"), COL(length, "O"), COL(internalType, "O"), COL(externalType, "O"),
-    COL(actualExternalType, "O"), COL(nullAllowed, "O"), COL(hasDefault, "O"), COL(level, "O"),
-    COL(overloading, "O"), COL(radix, "O"), COL(iomode, "O"), COL(setPosition, "Oi"),
-    COL(setDbType, "Oi"), COL(setLength, "On"), COL(setNullOK, "Oi"), COL(setPrecision, "Oi"),
-    COL(setScale, "Oi"), REFUSES(COLUMN(name), "OB", "Column name is null"),
-    REFUSES(COLUMN(setName), "OB", "Name is null"), COL(setValueWithInt, "Oiz"),
-    COL(setValueWithFloat, "Oiz"), COL(setValueWithDouble, "Oiz"), COL(setValueWithString, "OBz"),
-    COL(setValueWithBytes, "OBzz"), COL(setValueWithStream, "Onpiz"),
-    COL(setValueWithDate, "Oiiiiiiiz"), COL(allocLobLocator, "OCi"), COL(deallocLobLocator, "O"),
-    COL(setValueWithLob, "OLiz"), COL(setValueWithBlob, "OLz"), COL(setValueWithClob, "OLz"),
-    LOC(initialize, "l"), LOC(native_1finalize, "L"), LOC(allocLob, "LC"),
-    LOC(assignLobFromColumn, "LCO"), LOC(getLobLength, "LC"), LOC(getLobCharSetId, "LC"),
-    LOC(getLobCharSetForm, "LC"), LOC(getLobBuf, "LCBjjjii"), LOC(writeLobBuf, "LCBjjjiii"),
-    LOC(getLobUCS2Buf, "LCjjii"), LOC(getLobUCS2CharBuf, "LCHjjii"),
-    LOC(writeLobUCS2CharBuf, "LCHjjiii")};
-  // clang-format on
-  return all;
-}
 
 Walk::Walk(const std::uint8_t* data, std::size_t size) : data_(data), end_(data + size) {
   env_->PushLocalFrame(0);
@@ -196,22 +120,18 @@ Walk::~Walk() {
   oci_double::forget_handles();
 }
 
-void Walk::call(const Native& native) {
-  if (native.kinds == nullptr) return;
-  native.call(this, native.kinds);
-}
-
 // What Java does when it is asked for a chunk: also calls of its own, also wrong answers.
 jint Walk::stream(jbyteArray buffer) {
   const std::size_t byte = next();
+  const jint length = env_->GetArrayLength(buffer);
   if (byte % 16 == 0) {
     env_->ThrowNew(env_->FindClass("java/io/IOException"), "broken stream");
   } else if (byte % 16 < 4 && !std::exchange(streaming_, true)) {
-    call(natives()[next() % natives().size()]);
+    call();
     env_->ExceptionClear();
     streaming_ = false;
   }
-  return env_->GetArrayLength(buffer) - static_cast<jint>(byte / 16);
+  return length - static_cast<jint>(byte / 16);
 }
 
 void Walk::step() {
@@ -225,13 +145,12 @@ void Walk::step() {
   } else if (answer % 8 == 2) {
     state().stmt_type = static_cast<ub2>(answer / 8 % 4 + 1);
   }
-  const Native& native = natives()[next() % natives().size()];
-  {
-    const jni_double::NativeCall frame;
-    call(native);
-    env_->ExceptionClear();
-  }
+  const jni_double::NativeCall frame;
+  call();
+  env_->ExceptionClear();
 }
+
+}  // namespace
 
 void walk(const std::uint8_t* data, std::size_t size) {
   for (Walk the_walk(data, size); !the_walk.ended();) the_walk.step();

@@ -1,7 +1,6 @@
 package trevalon.db.console;
 
-import static trevalon.db.oci.TestRun.same;
-import static trevalon.db.oci.TestRun.yes;
+import static trevalon.db.oci.TestRun.*;
 
 import java.io.BufferedReader;
 import java.io.File;

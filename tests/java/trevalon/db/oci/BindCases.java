@@ -1,11 +1,6 @@
 package trevalon.db.oci;
 
-import static trevalon.db.oci.TestRun.execute;
-import static trevalon.db.oci.TestRun.oracleError;
-import static trevalon.db.oci.TestRun.same;
-import static trevalon.db.oci.TestRun.throwing;
-import static trevalon.db.oci.TestRun.value;
-import static trevalon.db.oci.TestRun.yes;
+import static trevalon.db.oci.TestRun.*;
 
 import java.io.ByteArrayInputStream;
 import java.io.FilterInputStream;

@@ -19,8 +19,8 @@ public final class LobCases {
         tests.add("parts of a LOB are read and written over", LobCases::parts);
         tests.add("a bound LOB is copied, and fetched ones outlive their query", LobCases::copies);
         tests.add("LOB calls that cannot work are refused", LobCases::refusals);
-        tests.add("LOBs follow the transactions of two sessions", LobCases::transactions);
         tests.add("a large BLOB is written in chunks and read anywhere", LobCases::large);
+        tests.add("LOBs follow the transactions of two sessions", LobCases::transactions);
     }
 
     private static OciLob only(OciConnection c, String sql) throws Exception {
@@ -57,10 +57,13 @@ public final class LobCases {
                 same(length == 0 ? -1 : length, lob.read(0, chars, 3, length + 1), "read");
                 same(text(length), new String(chars, 3, length), "text of " + length);
             }
+            int half = length / 2;
             byte[] found = new byte[length];
             try (OciLob lob = fresh(c, "b")) {
-                lob.write(0, bytes(length), 0, length);
-                same(length, lob.read(0, found, 0, length), "read");
+                lob.write(half, bytes(length), half, length - half);
+                lob.write(0, bytes(length), 0, half);
+                same(length - half, lob.read(half, found, half, length - half), "second half");
+                same(half, lob.read(0, found, 0, half), "first half");
             }
             yes(Arrays.equals(bytes(length), found), "bytes of " + length);
         }
@@ -133,20 +136,6 @@ public final class LobCases {
         oracleError(22275, () -> s.setLob(1, clob));
     }
 
-    private static void transactions(OciConnection c, OciStatement unused) throws Exception {
-        try (OciConnection other = connect(); OciLob before = only(other, "SELECT b FROM lobs")) {
-            OciLob lob = only(c, "SELECT b FROM lobs FOR UPDATE");
-            lob.write(0, bytes(PIECE), 0, 9);
-            same(0L, before.length() + only(other, "SELECT b FROM lobs").length(), "unseen");
-            c.commit();
-            same(9L, only(other, "SELECT b FROM lobs").length(), "after the commit");
-            execute(c, "INSERT INTO lobs VALUES (2, NULL, EMPTY_BLOB())");
-            OciLob gone = only(c, "SELECT b FROM lobs WHERE n = 2");
-            c.rollback();
-            oracleError(22922, () -> gone.length());
-        }
-    }
-
     /** The size can be given, to see how time and memory grow with it. */
     private static void large(OciConnection c, OciStatement unused) throws Exception {
         int chunks = 16 * Integer.getInteger("oralayer.lob.megabytes", 8);
@@ -163,8 +152,24 @@ public final class LobCases {
             byte[] expected = Arrays.copyOfRange(bytes(2 * PIECE + chunk), skip, 2 * PIECE);
             yes(Arrays.equals(expected, found), "chunk " + chunk + " from " + skip);
         }
-        // The console's cases need half a pair, which SQL cannot write.
-        only(c, "SELECT t FROM lobs FOR UPDATE").write(0, new char[] {'\uD83D'}, 0, 1);
+        execute(c, "DELETE FROM lobs", "INSERT INTO lobs VALUES (1, EMPTY_CLOB(), EMPTY_BLOB())");
         c.commit();
+    }
+
+    private static void transactions(OciConnection c, OciStatement unused) throws Exception {
+        try (OciConnection other = connect(); OciLob before = only(other, "SELECT b FROM lobs")) {
+            OciLob lob = only(c, "SELECT b FROM lobs FOR UPDATE");
+            lob.write(0, bytes(PIECE), 0, 9);
+            same(0L, before.length() + only(other, "SELECT b FROM lobs").length(), "unseen");
+            c.commit();
+            same(9L, only(other, "SELECT b FROM lobs").length(), "after the commit");
+            execute(c, "INSERT INTO lobs VALUES (2, NULL, EMPTY_BLOB())");
+            OciLob gone = only(c, "SELECT b FROM lobs WHERE n = 2");
+            c.rollback();
+            oracleError(22922, () -> gone.length());
+            // The console's cases need half a pair, which SQL cannot write.
+            only(c, "SELECT t FROM lobs FOR UPDATE").write(0, new char[] {'\uD83D'}, 0, 1);
+            c.commit();
+        }
     }
 }

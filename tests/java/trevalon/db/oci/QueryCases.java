@@ -1,11 +1,6 @@
 package trevalon.db.oci;
 
-import static trevalon.db.oci.TestRun.connect;
-import static trevalon.db.oci.TestRun.execute;
-import static trevalon.db.oci.TestRun.oracleError;
-import static trevalon.db.oci.TestRun.same;
-import static trevalon.db.oci.TestRun.throwing;
-import static trevalon.db.oci.TestRun.yes;
+import static trevalon.db.oci.TestRun.*;
 
 import java.io.IOException;
 import java.io.InputStream;
@@ -29,8 +24,8 @@ public final class QueryCases {
         tests.add("statement errors carry Oracle's code", QueryCases::errors);
         tests.add("arrays of 1, 7 and 1000 rows hold the same rows", QueryCases::arrays);
         tests.add("there is no value outside the row", QueryCases::outsideTheRow);
-        tests.add("LONG values of all lengths, NULLs among them", () -> longValues());
-        tests.add("a LONG that is not read to its end is passed over", () -> unreadLong());
+        tests.add("LONG values of all lengths, NULLs among them", QueryCases::longValues);
+        tests.add("a LONG that is not read to its end is passed over", QueryCases::unreadLong);
         tests.add("stream pieces are filled whole, and split no character", () -> streamPieces());
     }
 
@@ -137,20 +132,19 @@ public final class QueryCases {
             "SELECT a.id, a.body, b.body, 'end ' || a.id FROM long_a a, long_b b"
                     + " WHERE a.id = b.id ORDER BY a.id";
 
-    private static void longValues() throws Exception {
-        try (OciConnection connection = connect();
-                OciStatement query = connection.createStatement(PIECE)) {
-            makeLongs(connection);
-            query.execute(TWO_LONGS);
-            for (int id = 0; id < LENGTHS.length; id++) {
-                yes(query.next(), "row " + id);
-                same(id, query.getInt(1), "id");
-                compareLong(query, 2, id, LENGTHS[id]);
-                compareLong(query, 3, id, LENGTHS[LENGTHS.length - 1 - id]);
-                same("end " + id, query.getString(4), "column after the LONGs");
-            }
-            yes(!query.next(), "no row after the last");
+    private static void longValues(OciConnection connection, OciStatement unused)
+            throws Exception {
+        makeLongs(connection);
+        OciStatement query = connection.createStatement(PIECE);
+        query.execute(TWO_LONGS);
+        for (int id = 0; id < LENGTHS.length; id++) {
+            yes(query.next(), "row " + id);
+            same(id, query.getInt(1), "id");
+            compareLong(query, 2, id, LENGTHS[id]);
+            compareLong(query, 3, id, LENGTHS[LENGTHS.length - 1 - id]);
+            same("end " + id, query.getString(4), "column after the LONGs");
         }
+        yes(!query.next(), "no row after the last");
     }
 
     private static void compareLong(OciStatement query, int column, int id, int length)
@@ -163,24 +157,23 @@ public final class QueryCases {
         }
     }
 
-    private static void unreadLong() throws Exception {
-        try (OciConnection connection = connect();
-                OciStatement query = connection.createStatement(PIECE)) {
-            query.execute(TWO_LONGS);
-            int last = LENGTHS.length - 1;
-            for (int id = 0; id < last; id++) {
-                query.next();
-                if (LENGTHS[id] > PIECE) {
-                    InputStream stream = query.longStream(2);
-                    same((int) longText(id, 1).charAt(0), stream.read(), "first byte");
-                    same(LENGTHS[id] - PIECE, query.longLength(2), "bytes left in pieces");
-                }
-            }
-            InputStream old = query.longStream(2);
+    private static void unreadLong(OciConnection connection, OciStatement unused)
+            throws Exception {
+        OciStatement query = connection.createStatement(PIECE);
+        query.execute(TWO_LONGS);
+        int last = LENGTHS.length - 1;
+        for (int id = 0; id < last; id++) {
             query.next();
-            throwing(IOException.class, () -> old.read());
-            compareLong(query, 2, last, LENGTHS[last]);
+            if (LENGTHS[id] > PIECE) {
+                InputStream stream = query.longStream(2);
+                same((int) longText(id, 1).charAt(0), stream.read(), "first byte");
+                same(LENGTHS[id] - PIECE, query.longLength(2), "bytes left in pieces");
+            }
         }
+        InputStream old = query.longStream(2);
+        query.next();
+        throwing(IOException.class, () -> old.read());
+        compareLong(query, 2, last, LENGTHS[last]);
     }
 
     private static void streamPieces() throws Exception {
