@@ -208,6 +208,7 @@ struct Stream {
     EXPECT_EQ(self.client->code(), 3127);
     const size_t length = std::min<size_t>(4096, self.value.size() - self.done);
     if (self.asked.size() == self.failing) return OCI_ERROR;
+    if (self.asked.size() == self.breaking) OCIBreak(self.client->svc, self.client->err);
     // One buffer for all pieces.
     self.buffer = self.value.substr(self.done, length);
     self.done += length;
@@ -220,25 +221,27 @@ struct Stream {
   Client* client;
   std::string value;
   size_t failing = 0;  // the call that gives up
+  size_t breaking = 0;  // the call that breaks its own execution
   size_t done = 0;
-  std::string buffer;
-  std::vector<int> asked;
+  std::string buffer{};
+  std::vector<int> asked{};
 };
 
 TEST_F(Bind, StreamsArePulledPieceByPiece) {
   const std::string value = std::string(9999, 'a') + "z";
   sb2 null = -1;
   const auto expect = [&](const std::string& table, const std::string& given, size_t failing,
-                          sb2* indicator, const std::vector<int>& asked,
-                          const std::string& stored) {
+                          sb2* indicator, const std::vector<int>& asked, const std::string& stored,
+                          size_t breaking = 0) {
     const ub2 type = table == "l" ? SQLT_LNG : SQLT_LBI;
-    Stream stream{&c, given, failing, 0, "", {}};
+    Stream stream{&c, given, failing, breaking};
     must("delete from " + table);
     ASSERT_EQ(c.prepare("insert into " + table + " values (1, :x)"), OCI_SUCCESS);
     ASSERT_EQ(bind(1, nullptr, 10000, type, indicator, nullptr, OCI_DATA_AT_EXEC), OCI_SUCCESS);
     ASSERT_EQ(OCIBindDynamic(made, c.err, &stream, Stream::next, nullptr, nullptr), OCI_SUCCESS);
-    EXPECT_EQ(c.error_of(c.execute(1)), failing != 0 ? 24343 : 0);
-    EXPECT_EQ(c.row_count(), failing != 0 ? 0u : 1u);
+    const int raised = failing != 0 ? 24343 : breaking != 0 ? 1013 : 0;
+    EXPECT_EQ(c.error_of(c.execute(1)), raised);
+    EXPECT_EQ(c.row_count(), raised != 0 ? 0u : 1u);
     EXPECT_EQ(stream.asked, asked);
     EXPECT_EQ(first_value("select x from " + table, type, 10000), stored);
   };
@@ -247,6 +250,7 @@ TEST_F(Bind, StreamsArePulledPieceByPiece) {
   expect("l", "", 0, nullptr, {1}, "NULL");
   expect("l", value, 0, &null, {}, "NULL");
   expect("l", value, 3, nullptr, {1, 2, 2}, "none 1403");
+  expect("l", value, 0, nullptr, {1, 2}, "none 1403", 2);
 }
 
 // By the rules of a fetch: what a variable cannot take is told by whatever it has for that.

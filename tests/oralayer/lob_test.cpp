@@ -171,6 +171,19 @@ TEST_F(Lob, AStatementDoesNotRunOnALocatorThatIsGone) {
   EXPECT_EQ(raised(), "");
 }
 
+TEST_F(Lob, ADefinedColumnThatBorrowsALocatorIsNotFetchedInto) {
+  const jobject cursor = new_cursor();
+  const jobject column = column_with_locator();
+  column_of(column)->internal_dbtype = SQLT_CLOB;
+  EXPECT_FALSE(CURSOR(bindSelectItem)(env, cursor, column, 1));
+  COLUMN(setValueWithClob)(env, column, new_lob(), JNI_FALSE);
+  calls();
+  CURSOR(fetch)(env, cursor);
+  expect_raised("InternalError",
+                "a column of the statement has ended or changed since it was bound");
+  EXPECT_THAT(calls(), IsEmpty());
+}
+
 TEST_F(Lob, EveryTransferIsOneCallWithTheseArguments) {
   constexpr jlong k2To32 = jlong{1} << 32;
   const jobject lob = new_lob();

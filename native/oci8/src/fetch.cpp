@@ -176,8 +176,9 @@ sword StatementHandle::begin_pieces(size_t define, ErrorRecord& record) {
   return note(record, OCI_NEED_DATA, kPieceBufferRequired);
 }
 
-// From the engine's memory, or a large value straight from the database, which the open query has
-// keep it as it was when the row was read. A row whose piece cannot be read is abandoned.
+// From the engine's memory, or a large value straight from the database: as long as the query is
+// open, that stays as it was when the row was read, but for what this session changes itself. A row
+// whose piece cannot be read is abandoned.
 void StatementHandle::copy_piece(size_t length) {
   ub1* target = piece_.buffer.data;
   if (piece_.data != nullptr) {
