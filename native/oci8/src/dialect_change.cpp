@@ -244,7 +244,7 @@ Fragment update_statement(Context& context) {
     separator = ", ";
   } while (tokens.accept_symbol(","));
   // Its queries must see no row changed yet: of a join, the engine makes all new values first.
-  if (sql.sql.find("SELECT ") != std::string::npos) sql.add(" FROM (SELECT 1)");
+  if (context.queries > 0) sql.add(" FROM (SELECT 1)");
   add_where(context, scope, sql);
   return sql;
 }

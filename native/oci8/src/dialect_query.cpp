@@ -346,6 +346,7 @@ class Block {
   // which tables it reads is nothing to the query around it.
   Query finish(bool ordered) {
     Query result;
+    ++context_.queries;
     Fragment sql = fragment(distinct_ ? "SELECT DISTINCT " : "SELECT ", tokens().offset());
     write_list(sql, result);
     Fragment sources = join_sources(from_, conditions_);

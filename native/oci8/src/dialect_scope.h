@@ -28,6 +28,7 @@ struct Context {
   Tokens tokens;
   Schema& schema;
   int depth = 0;  // how many expressions and queries are open around the current token
+  int queries = 0;  // SELECTs read so far, at any depth
   int names_made = 0;  // for inline views without a name
   std::string object;  // the first table that the statement names
   std::string defines;  // the view that the statement defines

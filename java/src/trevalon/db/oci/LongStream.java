@@ -2,7 +2,6 @@ package trevalon.db.oci;
 
 import java.io.ByteArrayOutputStream;
 import java.io.IOException;
-import java.io.InputStream;
 import java.sql.SQLException;
 
 /**
@@ -11,13 +10,11 @@ import java.sql.SQLException;
  * <p>All pieces of the row are in native memory by the time that the row stands; reading frees them
  * one by one. That is why a value can be read once, and why the length counts down.
  */
-final class LongStream extends InputStream {
+final class LongStream extends PieceInput {
     private final OciCursor cursor;
     private final OciColumn column;
     private final boolean text;
-    private final byte[] piece;
-    private int at;
-    private int end;
+    private final int pieceLength;
     private boolean expired;
 
     /**
@@ -25,10 +22,11 @@ final class LongStream extends InputStream {
      * @param piece the buffer for one piece, as long as the cursor's piece length
      */
     LongStream(OciCursor cursor, OciColumn column, boolean text, byte[] piece) {
+        super(piece);
         this.cursor = cursor;
         this.column = column;
         this.text = text;
-        this.piece = piece;
+        this.pieceLength = piece.length;
     }
 
     /** The statement moves to another row, whose pieces take the place of this value's. */
@@ -36,44 +34,25 @@ final class LongStream extends InputStream {
         expired = true;
     }
 
+    /** A piece is handed over whole, so that the array must be as long as the longest one. */
     @Override
-    public int read() throws IOException {
-        return fill() ? piece[at++] & 0xFF : -1;
+    int next(byte[] piece) {
+        return text
+                ? cursor.getLongStringValue(column, 0, piece)
+                : cursor.getLongByteValue(column, 0, piece);
     }
 
     @Override
-    public int read(byte[] buffer, int offset, int length) throws IOException {
-        if (length == 0) {
-            return 0;
-        }
-        if (!fill()) {
-            return -1;
-        }
-        int count = Math.min(length, end - at);
-        System.arraycopy(piece, at, buffer, offset, count);
-        at += count;
-        return count;
-    }
-
-    private boolean fill() throws IOException {
+    void requireOpen() throws IOException {
         if (expired) {
             throw new IOException("The row of this LONG value has gone by");
         }
-        if (at == end) {
-            at = 0;
-            // A piece is handed over whole, so that the array must be as long as the longest one.
-            end =
-                    text
-                            ? cursor.getLongStringValue(column, 0, piece)
-                            : cursor.getLongByteValue(column, 0, piece);
-        }
-        return end > 0;
     }
 
     /** What is left of the value. */
     byte[] readFully() throws SQLException {
         ByteArrayOutputStream out = new ByteArrayOutputStream();
-        byte[] buffer = new byte[piece.length];
+        byte[] buffer = new byte[pieceLength];
         try {
             for (int count = read(buffer); count >= 0; count = read(buffer)) {
                 out.write(buffer, 0, count);
