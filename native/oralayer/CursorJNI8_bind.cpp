@@ -234,10 +234,20 @@ ub2* fill_lengths(columndata& col) {
   return col.retlenvect;
 }
 
-sword bind_value(const cdadata& cda, columndata& col, OCIBind** bindp, ub2* lengths, ub4 mode) {
-  return OCIBindByPos(cda.stmthp, bindp, cda.errhp, static_cast<ub4>(col.colpos), col.bufptr,
-                      col.buflen, static_cast<ub2>(col.external_dbtype), col.indpvect, lengths,
-                      nullptr, 0, nullptr, mode);
+// A bind that failed has left the former one in force. One that succeeded stands, whatever fails
+// after it.
+void keep_bind(cdadata& cda, ub4 position, const void* record, bool locator, sword retvali) {
+  if (retvali != OCI_SUCCESS) return;
+  lend(cda, {record, 0, Lend::Bind, position, 1, locator, nullptr});
+}
+
+sword bind_value(cdadata& cda, columndata& col, OCIBind** bindp, ub2* lengths, ub4 mode) {
+  const auto position = static_cast<ub4>(col.colpos);
+  const sword retvali = OCIBindByPos(cda.stmthp, bindp, cda.errhp, position, col.bufptr, col.buflen,
+                                     static_cast<ub2>(col.external_dbtype), col.indpvect, lengths,
+                                     nullptr, 0, nullptr, mode);
+  keep_bind(cda, position, &col, is_lob(col), retvali);
+  return retvali;
 }
 
 // The column's streaming context for the next execution, and its place on the insert chain. Null
@@ -292,12 +302,6 @@ sword bind_plain(cdadata& cda, columndata& col, ub2* lengths) {
   return bind_value(cda, col, &bindp, lengths, OCI_DEFAULT);
 }
 
-// A bind that failed has left the former one in force.
-void keep_bind(cdadata& cda, ub4 position, const void* record, bool locator, sword retvali) {
-  if (retvali != OCI_SUCCESS) return;
-  lend(cda, {record, 0, Lend::Bind, position, 1, locator, nullptr});
-}
-
 }  // namespace
 
 JNIEXPORT jboolean JNICALL Java_trevalon_db_oci_OciCursor_bindVariableByPosition(JNIEnv* env,
@@ -326,7 +330,6 @@ JNIEXPORT jboolean JNICALL Java_trevalon_db_oci_OciCursor_bindVariableByPosition
   }
   assignCdaCodes(env, obj);
   col->boundinsert = 1;
-  keep_bind(*cda, static_cast<ub4>(col->colpos), col, is_lob(*col), retvali);
   return call_result(retvali);
 }
 

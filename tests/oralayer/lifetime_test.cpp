@@ -79,6 +79,14 @@ TEST_F(Lifetime, OnlyBindsInForceHoldAnExecutionBack) {
   CURSOR(bindCursorByPosition)(env, cursor, other, 1);
   CURSOR(close)(env, other);
   EXPECT_NE(executed(cursor), "") << "the statement handle that it would open is gone";
+
+  const jobject third = new_cursor();
+  const jobject half_bound = stream(1);
+  state().reply("OCIBindDynamic", OCI_ERROR, 3113);
+  EXPECT_EQ(CURSOR(bindVariableByPosition)(env, third, half_bound), JNI_TRUE);
+  COLUMN(native_1finalize)(env, half_bound);
+  EXPECT_NE(executed(third), "") << "its indicator is gone, and OCI knows the bind";
+  CURSOR(close)(env, third);
 }
 
 TEST_F(Lifetime, RedefinedColumnsCountWithTheirNewRows) {

@@ -380,10 +380,12 @@ sword OCIStmtExecute(OCISvcCtx* svchp, OCIStmt* stmtp, OCIError* errhp, ub4 iter
   const bool complete = pull_streams(stmtp);
   const sword status = answer(stmtp, "OCIStmtExecute");
   const ub4 rows = state().stmt_type == OCI_STMT_SELECT ? iters : 0;
+  if (!complete) {
+    state().error = 24343;  // ORA-24343: user defined callback error
+    return OCI_ERROR;
+  }
   if (status == OCI_SUCCESS && mode != OCI_DESCRIBE_ONLY) transfer(stmtp, rows);
-  if (complete) return status;
-  state().error = 24343;  // ORA-24343: user defined callback error
-  return OCI_ERROR;
+  return status;
 }
 
 sword OCIBindByPos(OCIStmt* stmtp, OCIBind** bindpp, OCIError* errhp, ub4 position, void* valuep,
