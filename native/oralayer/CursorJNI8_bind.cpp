@@ -57,6 +57,15 @@ void retire(JNIEnv* env, colctx& ctx, int colpos) {
   unlink_column(ctx);
 }
 
+// Also those whose column has left them since, for its end or for another cursor.
+void retire_all(JNIEnv* env, const cdadata& cda) {
+  const statement_memory* memory = memory_of(cda);
+  if (memory == nullptr) return;
+  for (stream_context* ctx = memory->contexts; ctx != nullptr; ctx = ctx->next) {
+    if (ctx->cda != nullptr) retire(env, *ctx, static_cast<int>(ctx->position));
+  }
+}
+
 }  // namespace
 
 void clean_longinsert_chain(JNIEnv* env, cdadata* cd) {
@@ -72,6 +81,7 @@ void clean_longinsert_chain(JNIEnv* env, cdadata* cd) {
     TRACE("+++ exec  - DELETE and DEQUEUE longcol_node from INSERT CHAIN");
     delete node;
   }
+  retire_all(env, *cd);
 }
 
 void forget_streamed_column(columndata& col) {
@@ -122,6 +132,10 @@ bool pull_chunk(JNIEnv* env, const colctx& ctx, jint& bytes_read) {
   TRACE("    bytes_read", "=", bytes_read);
   // What Java did meanwhile may have taken away what the statement is about to read.
   if (!lent_records_stand(env, *ctx.cda)) return false;
+  if (ctx.col == nullptr) {
+    TV_ThrowInternalError(env, "the streamed column was bound to another cursor");
+    return false;
+  }
   if (bytes_read <= env->GetArrayLength(ctx.jbytes)) return true;
   TV_ThrowInternalError(env, "getNextStreamBuffer returned more than its buffer holds");
   return false;

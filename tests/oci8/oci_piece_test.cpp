@@ -74,6 +74,18 @@ TEST_F(Pieces, EveryLengthComesInSelectListOrderWithoutAnEmptyPiece) {
   EXPECT_EQ(fetch_row(), "=100");
 }
 
+TEST_F(Pieces, ACutColumnBesideThemIsToldAtTheEndOfTheRow) {
+  must("insert into t values (1, 'x', null)");
+  ASSERT_EQ(c.prepare("select 'abcd', a from t"), OCI_SUCCESS);
+  char cut[3];
+  ub2 code = 0;
+  c.define(1, cut, sizeof cut, SQLT_STR, nullptr, nullptr, &code);
+  c.define(2, nullptr, 0x7fffffff, SQLT_LNG, present_, nullptr, nullptr, OCI_DYNAMIC_FETCH);
+  ASSERT_EQ(c.execute(0), OCI_SUCCESS);
+  EXPECT_EQ(fetch_row(), "|<x=1");
+  EXPECT_EQ(c.code(), 24345);
+}
+
 TEST_F(Pieces, CallsOutOfOrderAreErrorsAndARowCanBeAbandoned) {
   must("insert into t values (1, '0123456789abc', 'b')");
   must("insert into t values (2, 'x', 'y')");

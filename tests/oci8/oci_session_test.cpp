@@ -3,6 +3,7 @@
 #include <thread>
 #include <tuple>
 #include <utility>
+#include <vector>
 
 #include "oci_fixture.h"
 
@@ -124,6 +125,25 @@ TEST_F(Session, ABreakStopsTheRunningCallAndNothingElse) {
   });
   OCIServerDetach(c.srv, c.err, 0);
   late.join();
+}
+
+TEST_F(Session, ABreakBetweenTwoRowsOfAnArrayIsNotLost) {
+  log_in();
+  must("create table t (n number)");
+  for (int i = 0; i < 100; ++i) must("insert into t values (1)");
+  std::vector<int> values(1000000);
+  for (int round = 0; round < 20; ++round) {
+    ASSERT_EQ(c.prepare("select 1 from t a, t b, t c"), OCI_SUCCESS);
+    ASSERT_EQ(c.define(1, values.data(), sizeof values[0], SQLT_INT), OCI_SUCCESS);
+    ASSERT_EQ(c.execute(0), OCI_SUCCESS);
+    std::thread breaker([&] {
+      while (c.row_count() == 0) {
+      }
+      OCIBreak(c.svc, c.err);
+    });
+    EXPECT_EQ(c.error_of(c.fetch(1000000)), 1013);
+    breaker.join();
+  }
 }
 
 TEST_F(Session, TheBlockingModeIsTheOneThatWasAskedFor) {

@@ -101,46 +101,49 @@ TEST_F(Lifetime, RedefinedColumnsCountWithTheirNewRows) {
 }
 
 // What the Java method that is called for a chunk does to its own statement.
-jobject cursor_in_turn, column_in_turn;
-void (*meddle)(jobject cursor, jobject column);
+struct {
+  jobject cursor, column, other;
+  int deed, calls_before;
+} meddler;
+
+constexpr int kDeeds = 7, kBindElsewhere = 0;
+
+void meddle() {
+  switch (meddler.deed) {
+    case kBindElsewhere:
+      return (void)CURSOR(bindVariableByPosition)(env, meddler.other, meddler.column);
+    case 1:
+      return (void)CURSOR(bindVariableByPosition)(env, meddler.cursor, meddler.column);
+    case 2:
+      return (void)CURSOR(parse)(env, meddler.cursor, bytes("INSERT"), JNI_FALSE);
+    case 3:
+      return (void)CURSOR(exec)(env, meddler.cursor);
+    case 4:
+      return (void)CURSOR(close)(env, meddler.cursor);
+    case 5:
+      return CURSOR(native_1finalize)(env, meddler.cursor);
+    default:
+      return COLUMN(native_1finalize)(env, meddler.column);
+  }
+}
 
 TEST_F(Lifetime, JavaCannotTakeARunningStatementApart) {
-  constexpr decltype(meddle) deeds[] = {[](jobject c, jobject) {
-                                          CURSOR(close)
-                                          (env, c);
-                                        },
-                                        [](jobject c, jobject) {
-                                          CURSOR(native_1finalize)
-                                          (env, c);
-                                        },
-                                        [](jobject c, jobject) {
-                                          CURSOR(parse)
-                                          (env, c, bytes("INSERT"), JNI_FALSE);
-                                        },
-                                        [](jobject c, jobject column) {
-                                          CURSOR(bindVariableByPosition)
-                                          (env, c, column);
-                                        },
-                                        [](jobject c, jobject) {
-                                          CURSOR(exec)
-                                          (env, c);
-                                        },
-                                        [](jobject, jobject column) {
-                                          COLUMN(native_1finalize)
-                                          (env, column);
-                                        }};
-  for (const auto deed : deeds) {
-    cursor_in_turn = new_cursor();
-    column_in_turn = stream(1);
-    CURSOR(bindVariableByPosition)(env, cursor_in_turn, column_in_turn);
-    meddle = deed;
-    JniTable table;
-    table.copy.CallIntMethodV = [](JNIEnv*, jobject, jmethodID, va_list) -> jint {
-      return meddle(cursor_in_turn, column_in_turn), 0;
-    };
-    EXPECT_NE(executed(cursor_in_turn), "");
-    CURSOR(close)(env, cursor_in_turn);
-    EXPECT_EQ(raised(), "");
+  for (int deed = 0; deed < kDeeds; ++deed) {
+    for (const int calls_before : {0, 1}) {  // during the column's own stream, and after it
+      meddler = {new_cursor(), stream(1), new_cursor(), deed, calls_before};
+      CURSOR(bindVariableByPosition)(env, meddler.cursor, meddler.column);
+      CURSOR(bindVariableByPosition)(env, meddler.cursor, stream(2));
+      JniTable table;
+      table.copy.CallIntMethodV = [](JNIEnv*, jobject, jmethodID, va_list) -> jint {
+        if (meddler.calls_before-- == 0) meddle();
+        return 0;
+      };
+      const bool harmless = deed == kBindElsewhere && calls_before == 1;
+      EXPECT_EQ(executed(meddler.cursor).empty(), harmless) << deed << ' ' << calls_before;
+      CURSOR(close)(env, meddler.cursor);
+      CURSOR(close)(env, meddler.other);
+      EXPECT_EQ(raised(), "");
+    }
   }
 }
 

@@ -156,7 +156,7 @@ sword StatementHandle::execute(Attachment& attachment, ub4 iterations, bool comm
     return OCI_NO_DATA;
   }
   if (text_->type == OCI_STMT_SELECT) {
-    return iterations > 0 ? fetch(iterations, record) : OCI_SUCCESS;
+    return iterations > 0 ? fetch_on(iterations, record) : OCI_SUCCESS;
   }
   if (commit) attachment.connection->commit();
   return information == 0 ? OCI_SUCCESS : note(record, OCI_SUCCESS_WITH_INFO, information);
@@ -322,6 +322,7 @@ void StatementHandle::adopt(OpenedCursor opened, Attachment& attachment) {
   parse_error_offset = 0;
   attachment.statements.push_back(this);
   attachment_ = &attachment;
+  breaks_ = attachment.breaks;
   text_ = std::move(opened.text);
   run_ = std::move(opened.run);
   binds_.resize(text_->placeholders.size());

@@ -17,6 +17,10 @@ constexpr int kNoDataFound = 1403;
 constexpr int kPieceBufferRequired = 3130;
 constexpr int kCutWithInfo = 24345;
 
+sword told(int information, ErrorRecord& record) {
+  return information == 0 ? OCI_SUCCESS : note(record, OCI_SUCCESS_WITH_INFO, information);
+}
+
 }  // namespace
 
 // A fetch in the middle of a row in pieces goes on with that row: the interface has the caller
@@ -27,8 +31,15 @@ sword StatementHandle::fetch(ub4 rows, ErrorRecord& record) {
     close_cursor();
     return OCI_SUCCESS;
   }
-  // A fetch reads through the connection on which a LOB's transfer is under way.
-  if (attachment_ != nullptr) attachment_->require_idle();
+  if (attachment_ != nullptr) {
+    // A fetch reads through the connection on which a LOB's transfer is under way.
+    attachment_->require_idle();
+    breaks_ = attachment_->breaks;
+  }
+  return fetch_on(rows, record);
+}
+
+sword StatementHandle::fetch_on(ub4 rows, ErrorRecord& record) {
   if (piece_.phase == Pieces::BufferOffered) return fill_piece(record);
   if (piece_.phase == Pieces::BufferDue) fail(kFetchOutOfSequence);
   check_fetch();
@@ -62,6 +73,8 @@ void StatementHandle::arm() {
 
 bool StatementHandle::step() {
   try {
+    // The engine knows of a break only while it makes a row, and not between two of them.
+    if (breaks_ != attachment_->breaks) fail(1013);
     if (run_->step()) return true;
   } catch (const Failure& failure) {
     // An engine may start again from the first row at the next step: never take that step.
@@ -103,7 +116,7 @@ sword StatementHandle::fetch_rows(ub4 rows, ErrorRecord& record) {
   }
   // Prefetch 0 is the caller's way to say that nothing beyond the asked rows may be read.
   if (prefetch_rows > 0) look_ahead();
-  return information == 0 ? OCI_SUCCESS : note(record, OCI_SUCCESS_WITH_INFO, information);
+  return told(information, record);
 }
 
 // The first error of the row, or else the code of a column that was cut, or 0.
@@ -146,8 +159,8 @@ void StatementHandle::close_cursor() noexcept {
 // first piece is asked for.
 sword StatementHandle::fetch_in_pieces(ErrorRecord& record) {
   if (!next_row()) return note(record, OCI_NO_DATA, kNoDataFound);
-  const int code = store_row(0);
-  if (code != 0 && code != kCutWithInfo) fail(code);
+  row_information_ = store_row(0);
+  if (row_information_ != 0 && row_information_ != kCutWithInfo) fail(row_information_);
   return begin_pieces(0, record);
 }
 
@@ -157,7 +170,7 @@ sword StatementHandle::begin_pieces(size_t define, ErrorRecord& record) {
   // The buffer of the column before is the caller's again, and forgotten.
   piece_ = PieceState();
   while (define < defines_.size() && !defines_[define]->in_pieces) ++define;
-  if (define == defines_.size()) return OCI_SUCCESS;
+  if (define == defines_.size()) return told(row_information_, record);
   const Value value = run_->column(defines_[define]->position - 1);
   piece_.null = value.kind == Value::Kind::Null;
   // A text column of the engine may hold a number in some row, of which there are no bytes to hand

@@ -136,6 +136,7 @@ class StatementHandle : public Handle {
   bool step();
   bool next_row();
   void look_ahead();
+  sword fetch_on(ub4 rows, ErrorRecord& record);
   void check_fetch();
   void arm();
   sword fetch_rows(ub4 rows, ErrorRecord& record);
@@ -177,12 +178,13 @@ class StatementHandle : public Handle {
   std::vector<BindHandle*> binds_;  // for each placeholder, null without one
   std::vector<HeldBytes> held_;  // for each placeholder: pulled, or needed by an open query
   std::vector<LargeName> streamed_;  // for each placeholder: pulled into the database
-  ub4 breaks_ = 0;  // of the attachment, when the execution began
+  ub4 breaks_ = 0;  // of the attachment, when the call began
   StreamUnit* unit_ = nullptr;  // of the iteration that runs
   HeldBytes begin_;  // of a long value, for a variable that takes no more
   std::vector<DefineHandle*> defines_;  // by position
   std::vector<ParameterHandle*> parameters_;
   PieceState piece_;
+  int row_information_ = 0;  // of the ordinary columns of a row in pieces: told at its end
 };
 
 }  // namespace oci8
