@@ -271,7 +271,7 @@ TEST_F(DialectTest, ErrorsNameTheirPlace) {
     SELECT UPPER() FROM dual -> 938@7 | SELECT ename, COUNT(*) FROM emp -> 937@7
     SELECT ename FROM emp GROUP BY deptno -> 979@7 | SELECT 1 FROM emp WHERE SUM(sal) > 1 -> 934@24
     SELECT hired + hired FROM emp -> 975@7 | SELECT 1 FROM emp WHERE hired = 5 -> 932@32
-    SELECT 1 FROM dual UNION SELECT 1, 2 FROM dual -> 1789@25
+    SELECT 1 FROM dual UNION SELECT 1, 2 FROM dual -> 1789@25 | WITH a AS (SELECT :b FROM c) -> 3001@0
     SELECT 1 FROM dual UNION SELECT 'a' FROM dual -> 1790@25
     SELECT 1 FROM emp ORDER BY 2 -> 1785@27
     SELECT DECODE(1, 2, s.NEXTVAL, s.NEXTVAL) FROM dual -> 3001@33

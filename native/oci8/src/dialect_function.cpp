@@ -116,7 +116,11 @@ StaticType sized_by(const std::vector<Fragment>& arguments, size_t index, size_t
 StaticType formatted_type(const std::vector<Fragment>& arguments) {
   if (arguments.size() < 2) return text_type(text_size(arguments.front().type));
   if (!arguments[1].text) return text_type(kAnyText);
-  return text_type(std::max(kFormattedSize, kCharacterBytes * arguments[1].text->size()));
+  const std::string& model = *arguments[1].text;
+  // No other element grows like this one: a letter for the seven digits of a day number.
+  const auto days = std::ranges::count_if(model, [](char c) { return c == 'J' || c == 'j'; });
+  const size_t size = kCharacterBytes * model.size() + 6 * static_cast<size_t>(days);
+  return text_type(std::max(kFormattedSize, size));
 }
 
 StaticType result_type(Result result, std::vector<Fragment>& arguments) {
