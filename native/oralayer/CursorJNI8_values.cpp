@@ -1,6 +1,7 @@
 // Access to fetched values.
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 
 #include "CursorJNI8.h"
@@ -42,10 +43,28 @@ struct Element {
 
 Element element_of(const columndata& col, jint recnum) {
   if (col.buflen < 0) return {};
-  const auto size = static_cast<std::size_t>(col.buflen);
-  const auto row = static_cast<std::size_t>(recnum);
-  if (size > 0 && row >= col.byte_capacity() / size) return {};
-  return {col.byte_arr + size * row, size};
+  const auto size = static_cast<std::uint64_t>(col.buflen);
+  const auto offset = size * static_cast<std::uint64_t>(recnum);
+  if (offset + size > col.byte_capacity()) return {};
+  return {col.byte_arr + offset, static_cast<std::size_t>(size)};
+}
+
+// Bytes before the terminator, or the whole element where it has none.
+std::size_t text_length(const Element& element) {
+  if (element.size == 0) return 0;
+  const void* end = std::memchr(element.data, 0, element.size);
+  if (end == nullptr) return element.size;
+  return static_cast<std::size_t>(static_cast<const text*>(end) - element.data);
+}
+
+void trace_text(const columndata& col, jint recnum, const Element& element) {
+  trace_line("    col->buflen is          ", col.buflen, ", recnum=", recnum,
+             ", indicator=", col.indpvect[recnum], ", return code=", col.retcodevect[recnum]);
+  if (element.data != nullptr) {
+    dump_bytes("bytes", element.data, static_cast<int>(text_length(element)));
+  } else {
+    trace_line("null pointer");
+  }
 }
 
 // Raises where the column has no data buffer for the row: it is fetched otherwise, or not defined.
@@ -105,27 +124,20 @@ JNIEXPORT jint JNICALL Java_trevalon_db_oci_OciCursor_getStringValue(JNIEnv* env
   const columndata* col = row_column(env, obj, colobj, recnum);
   if (col == nullptr) return 0;
   const Element element = element_of(*col, recnum);
-  const text* end = std::find(element.data, element.data + element.size, 0);
-  const auto length = end - element.data;
-  TRACE("    col->buflen is          ", col->buflen, ", recnum=", recnum,
-        ", indicator=", col->indpvect[recnum], ", return code=", col->retcodevect[recnum]);
-  if (element.data != nullptr) {
-    TRACE_BYTES("bytes", element.data, static_cast<int>(length));
-  } else {
-    TRACE("null pointer");
-  }
+  if (trace_on()) trace_text(*col, recnum, element);
   if (is_null(*col, recnum)) return -1;
   if (!has_element(env, element)) return 0;
 
+  const std::size_t length = text_length(element);
   PinnedBytes bytes(env, HStrBuf, Pin::CopyBack);
   if (!pinned(env, bytes)) return 0;
-  if (length > bytes.length()) {
+  if (length > static_cast<std::size_t>(bytes.length())) {
     bytes.discard();
     bytes.release();
     TV_ThrowNullPointerException(env, "Null array");
     return 0;
   }
-  std::memcpy(bytes.data(), element.data, static_cast<std::size_t>(length));
+  std::memcpy(bytes.data(), element.data, length);
   return static_cast<jint>(length);
 }
 

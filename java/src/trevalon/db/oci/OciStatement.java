@@ -9,6 +9,7 @@ import java.time.LocalDate;
 import java.time.LocalDateTime;
 import java.time.format.DateTimeFormatter;
 import java.util.ArrayList;
+import java.util.Arrays;
 import java.util.Collections;
 import java.util.List;
 
@@ -67,11 +68,7 @@ public final class OciStatement implements AutoCloseable {
      */
     private boolean defined;
     private int arrayRows;
-    /**
-     * Takes one value at a time from the native arrays, as long as the widest column: no value
-     * costs a buffer of its own.
-     */
-    private byte[] scratch = new byte[0];
+    private final ShortDecimal number = new ShortDecimal();
 
     /** Index into the current array; -1 before the first {@link #next}. */
     private int row;
@@ -372,15 +369,11 @@ public final class OciStatement implements AutoCloseable {
         if (defined) {
             return;
         }
-        int widest = OciLimits.DATE;
         long rowBytes = 0;
         for (SelectColumn column : columns) {
             column.allocateLocator(connection);
-            int width = column.elementSize(cursor.pieceLength());
-            widest = Math.max(widest, width);
-            rowBytes += width;
+            rowBytes += column.sizeElements(cursor.pieceLength());
         }
-        scratch = new byte[widest];
         // LONG columns arrive one row a call, and a LOB column has only one locator.
         boolean oneByOne = columns.stream().anyMatch(SelectColumn::isLarge);
         arrayRows =
@@ -415,7 +408,9 @@ public final class OciStatement implements AutoCloseable {
     /** Moves to the next row; false after the last. */
     public boolean next() throws OciException {
         requireOpen();
-        columns.forEach(SelectColumn::dropValue);
+        if (cursor.hasBlobColumn()) {
+            columns.forEach(SelectColumn::dropValue);
+        }
         row++;
         if (row < rowsInArray) {
             return true;
@@ -465,10 +460,14 @@ public final class OciStatement implements AutoCloseable {
      * @return null for NULL
      */
     public String getString(int position) throws SQLException {
+        SelectColumn column = column(position);
+        if (column.text) {
+            return text(column);
+        }
         if (isNull(position)) {
             return null;
         }
-        switch (column(position).type) {
+        switch (column.type) {
             case OciType.DATE:
                 return DATE_TEXT.format(getDateTime(position));
             case OciType.RAW:
@@ -479,21 +478,33 @@ public final class OciStatement implements AutoCloseable {
                 try (OciLob lob = getLob(position)) {
                     return lob.readText();
                 }
-            case OciType.LONG:
+            default:
                 byte[] bytes = getBytes(position);
                 return OciText.decode(bytes, bytes.length);
-            default:
-                return text(position);
         }
     }
 
-    private String text(int position) {
-        int length = cursor.getStringValue(column(position).peer, row, scratch);
-        return OciText.decode(scratch, length);
+    /** The getter of texts tells NULL, too: the indicator needs no call of its own. */
+    private String text(SelectColumn column) {
+        int length = column.readText(cursor, row);
+        return length < 0 ? null : OciText.decode(column.buffer(), length);
+    }
+
+    /** Takes a number that is written in few digits; false for every other value, and for NULL. */
+    private boolean takeNumber(int position) {
+        SelectColumn column = column(position);
+        if (!column.text) {
+            return false;
+        }
+        int length = column.readText(cursor, row);
+        return number.parse(column.buffer(), length);
     }
 
     /** The exact number; null for NULL. */
     public BigDecimal getBigDecimal(int position) throws SQLException {
+        if (takeNumber(position)) {
+            return number.decimalValue();
+        }
         String text = getString(position);
         try {
             return text == null ? null : new BigDecimal(text.trim());
@@ -504,6 +515,9 @@ public final class OciStatement implements AutoCloseable {
 
     /** The number as a long, 0 for NULL; one that does not fit exactly is ORA-01455. */
     public long getLong(int position) throws SQLException {
+        if (takeNumber(position) && number.isInteger()) {
+            return number.longValue();
+        }
         BigDecimal value = getBigDecimal(position);
         try {
             return value == null ? 0 : value.longValueExact();
@@ -525,6 +539,9 @@ public final class OciStatement implements AutoCloseable {
 
     /** The number as the nearest double, 0 for NULL. */
     public double getDouble(int position) throws SQLException {
+        if (takeNumber(position) && number.hasExactParts()) {
+            return number.doubleValue();
+        }
         BigDecimal value = getBigDecimal(position);
         return value == null ? 0 : value.doubleValue();
     }
@@ -535,19 +552,23 @@ public final class OciStatement implements AutoCloseable {
         if (column.type != OciType.DATE) {
             throw new OciException(932, "ORA-00932: inconsistent datatypes");
         }
-        if (isNull(position)) {
-            return null;
-        }
-        cursor.getDateValue(column.peer, row, scratch);
-        return OciDates.decode(scratch);
+        // Copies nothing of NULL, so that one call does what the indicator and getDateValue would.
+        int length = cursor.getByteValue(column.peer, row, column.buffer());
+        return length == 0 ? null : OciDates.decode(column.buffer());
     }
 
     /** The value's bytes as the server sent them; null for NULL. */
     public byte[] getBytes(int position) throws SQLException {
+        SelectColumn column = column(position);
+        if (column.type == OciType.RAW) {
+            int length = cursor.getByteValue(column.peer, row, column.buffer());
+            return length == 0 && isNull(position)
+                    ? null
+                    : Arrays.copyOf(column.buffer(), length);
+        }
         if (isNull(position)) {
             return null;
         }
-        SelectColumn column = column(position);
         if (OciType.isLong(column.type)) {
             return longValue(position).readFully();
         }
@@ -556,13 +577,7 @@ public final class OciStatement implements AutoCloseable {
                 return lob.isCharacter() ? OciText.encode(lob.readText()) : lob.readBytes();
             }
         }
-        if (column.type != OciType.RAW) {
-            return OciText.encode(text(position));
-        }
-        int length = cursor.getByteValue(column.peer, row, scratch);
-        byte[] value = new byte[length];
-        System.arraycopy(scratch, 0, value, 0, length);
-        return value;
+        return OciText.encode(text(column));
     }
 
     /**
@@ -598,12 +613,9 @@ public final class OciStatement implements AutoCloseable {
             throw new OciException(932, "ORA-00932: inconsistent datatypes");
         }
         if (column.value == null) {
-            if (column.piece == null) {
-                column.piece = new byte[cursor.pieceLength()];
-            }
             column.value =
                     new LongStream(
-                            cursor, column.peer, column.type == OciType.LONG, column.piece);
+                            cursor, column.peer, column.type == OciType.LONG, column.buffer());
         }
         return column.value;
     }

@@ -6,19 +6,33 @@ package trevalon.db.oci;
  * <p>The type is kept here, because asking the column for it is a native call.
  */
 final class SelectColumn {
+    /** What a buffer begins with, where its column may have longer values. */
+    private static final int SHORT_VALUE = 256;
+
     final OciColumn peer;
     final int type;
 
+    /** Whether values arrive as text. */
+    final boolean text;
+
+    /** Bytes of one element of the column's fetch array, as the native side sizes it. */
+    private int elementSize;
+
+    /**
+     * Takes one value at a time, or one piece of a LONG: no value costs a buffer of its own. Hardly
+     * longer than the values are, since the native side copies the whole array to and fro, and not
+     * what they take of it.
+     */
+    private byte[] buffer;
+
     /** The LONG value of the current row while it is being read. */
     LongStream value;
-
-    /** The buffer of the column's LONG values, made for the first one and used for all. */
-    byte[] piece;
     private boolean ownsLocator;
 
     SelectColumn(OciColumn peer) {
         this.peer = peer;
         type = peer.internalType();
+        text = type != OciType.DATE && type != OciType.RAW && !isLarge();
     }
 
     /** True for the types of which a fetch brings one row at a time. */
@@ -35,11 +49,18 @@ final class SelectColumn {
     }
 
     /**
-     * Bytes of one element of the column's fetch array, as the native side sizes it.
+     * Makes the buffer for the column's values.
      *
      * @param pieceLength the statement's piece length for LONG values
+     * @return the bytes of one element of the fetch array
      */
-    int elementSize(int pieceLength) {
+    int sizeElements(int pieceLength) {
+        elementSize = nativeElementSize(pieceLength);
+        buffer = new byte[text ? Math.min(elementSize, SHORT_VALUE) : elementSize];
+        return elementSize;
+    }
+
+    private int nativeElementSize(int pieceLength) {
         switch (type) {
             case OciType.VARCHAR2:
             case OciType.CHAR:
@@ -55,6 +76,30 @@ final class SelectColumn {
                 return pieceLength;
             default:
                 return OciLimits.ROWID_TEXT;
+        }
+    }
+
+    /** Where the column's last value is. */
+    byte[] buffer() {
+        return buffer;
+    }
+
+    /**
+     * Takes a row's text into the buffer.
+     *
+     * @return its length, -1 for NULL
+     */
+    int readText(OciCursor cursor, int row) {
+        while (true) {
+            try {
+                return cursor.getStringValue(peer, row, buffer);
+            } catch (NullPointerException e) {
+                // That is how the native side refuses an array that is too short.
+                if (buffer.length == elementSize) {
+                    throw e;
+                }
+                buffer = new byte[Math.min(4 * buffer.length, elementSize)];
+            }
         }
     }
 
