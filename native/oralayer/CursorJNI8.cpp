@@ -68,6 +68,12 @@ T statement_attribute(const cdadata& cda, ub4 attribute) {
   return value;
 }
 
+// Reading a field takes a fraction of what writing it takes, and most keep their value from one
+// call to the next.
+void set_code(JNIEnv* env, jobject obj, jfieldID field, jint value) {
+  if (env->GetIntField(obj, field) != value) env->SetIntField(obj, field, value);
+}
+
 }  // namespace
 
 void assignCdaCodes(JNIEnv* env, jobject obj) {
@@ -79,21 +85,21 @@ void assignCdaCodes(JNIEnv* env, jobject obj) {
   const auto rowsprocessed = statement_attribute<ub4>(*cda, OCI_ATTR_ROW_COUNT);
   const auto ocifunccode = statement_attribute<ub4>(*cda, OCI_ATTR_FNCODE);
   TRACE("    cdaerrorcode", "=", cdaerrorcode);
-  env->SetIntField(obj, cdaerrorcodeiD, cdaerrorcode);
-  env->SetIntField(obj, rowsprocessediD, static_cast<jint>(rowsprocessed));
-  env->SetIntField(obj, parsererroffsetiD, 0);
-  env->SetIntField(obj, sqlfunccodeiD, sqlfunccode);
-  env->SetIntField(obj, ocifunccodeiD, static_cast<jint>(ocifunccode));
-  env->SetIntField(obj, oserrcodeiD, 0);
-  env->SetIntField(obj, warnflagsiD, 0);
+  set_code(env, obj, cdaerrorcodeiD, cdaerrorcode);
+  set_code(env, obj, rowsprocessediD, static_cast<jint>(rowsprocessed));
+  set_code(env, obj, parsererroffsetiD, 0);
+  set_code(env, obj, sqlfunccodeiD, sqlfunccode);
+  set_code(env, obj, ocifunccodeiD, static_cast<jint>(ocifunccode));
+  set_code(env, obj, oserrcodeiD, 0);
+  set_code(env, obj, warnflagsiD, 0);
 }
 
 void clearCdaErrorCodes(JNIEnv* env, jobject obj) {
   if (!env_and_object(env, obj)) return;
-  env->SetIntField(obj, cdaerrorcodeiD, 0);
-  env->SetIntField(obj, parsererroffsetiD, 0);
-  env->SetIntField(obj, oserrcodeiD, 0);
-  env->SetIntField(obj, warnflagsiD, 0);
+  set_code(env, obj, cdaerrorcodeiD, 0);
+  set_code(env, obj, parsererroffsetiD, 0);
+  set_code(env, obj, oserrcodeiD, 0);
+  set_code(env, obj, warnflagsiD, 0);
 }
 
 // --- Lifecycle -----------------------------------------------------------------------------------

@@ -57,7 +57,6 @@ class PinnedArray {
       : env_(env),
         array_(array),
         pin_(pin),
-        length_(env->GetArrayLength(array)),
         elements_(Pinning::get(env, array)) {}
   ~PinnedArray() { release(); }
   PinnedArray(const PinnedArray&) = delete;
@@ -65,7 +64,7 @@ class PinnedArray {
 
   bool ok() const { return elements_ != nullptr; }
   /// Elements of the array, never negative.
-  jsize length() const { return length_; }
+  jsize length() const { return env_->GetArrayLength(array_); }
   Unit* data() const { return reinterpret_cast<Unit*>(elements_); }
 
   /// From here on the contents are not copied back: a refused call leaves the array as it was.
@@ -81,7 +80,6 @@ class PinnedArray {
   JNIEnv* env_;
   Array array_;
   Pin pin_;
-  jsize length_;
   Element* elements_;
 };
 

@@ -7,7 +7,9 @@ package trevalon.db.oci;
  */
 final class SelectColumn {
     /** What a buffer begins with, where its column may have longer values. */
-    private static final int SHORT_VALUE = 256;
+    private static final int SHORT_TEXT = 256;
+
+    private static final int SHORT_NUMBER = 48;
 
     final OciColumn peer;
     final int type;
@@ -56,7 +58,8 @@ final class SelectColumn {
      */
     int sizeElements(int pieceLength) {
         elementSize = nativeElementSize(pieceLength);
-        buffer = new byte[text ? Math.min(elementSize, SHORT_VALUE) : elementSize];
+        int enough = type == OciType.NUMBER ? SHORT_NUMBER : SHORT_TEXT;
+        buffer = new byte[text ? Math.min(elementSize, enough) : elementSize];
         return elementSize;
     }
 
