@@ -25,11 +25,13 @@ using oci_double::state;
 
 namespace {
 
+int allocations = 0;
 int allocations_to_fault = 0;
 bool allocation_faulted = false;
 std::atomic<int> low_records = 0;
 
 bool allocation_fails() {
+  ++allocations;
   if (allocations_to_fault == 0 || --allocations_to_fault > 0) return false;
   return allocation_faulted = true;
 }
@@ -142,36 +144,43 @@ void query(Calls& run, const Peers& p) {
   run(CONNECTION(native_1rollback), p.connection);
 }
 
+template <typename Fetch>
+void long_row(Calls& run, const Peers& p, Fetch fetch) {
+  const oci_double::Reply more = {OCI_NEED_DATA, 3130};
+  state().replies["OCIStmtFetch"] = {more};
+  state().pieces = {{0, OCI_FIRST_PIECE, "abcd", more},
+                    {0, OCI_LAST_PIECE, "e", more},
+                    {1, OCI_ONE_PIECE, "fgh", {}}};
+  run(fetch, p.cursor, 1);
+  run(CURSOR(getLongStringValue), p.cursor, p.one, 0, bytes("...."));
+  run(CURSOR(getLongByteValue), p.cursor, p.two, 0, bytes("...."));
+}
+
 void long_columns(Calls& run, const Peers& p) {
   state().columns = {{SQLT_LNG, 0, "ONE"}, {SQLT_LBI, 0, "TWO"}};
   open_cursor(run, p);
   describe_columns(run, p, 1);
-  for (const bool first : {true, false}) {
-    const oci_double::Reply more = {OCI_NEED_DATA, 3130};
-    state().replies["OCIStmtFetch"] = {more};
-    state().pieces = {{0, OCI_FIRST_PIECE, "abcd", more},
-                      {0, OCI_LAST_PIECE, "e", more},
-                      {1, OCI_ONE_PIECE, "fgh", {}}};
-    run(first ? CURSOR(execAndFetch) : CURSOR(arrayFetch), p.cursor, 1);
-    run(CURSOR(getLongStringValue), p.cursor, p.one, 0, bytes("...."));
-    run(CURSOR(getLongByteValue), p.cursor, p.two, 0, bytes("...."));
-  }
+  long_row(run, p, CURSOR(execAndFetch));
+  long_row(run, p, CURSOR(arrayFetch));
 }
 
-void streamed_insert(Calls& run, const Peers& p) {
-  state().stmt_type = OCI_STMT_INSERT;
-  int chunks = 2;
+void stream(Calls& run, const Peers& p, int chunks) {
   jni_double::next_stream_buffer = [&chunks](jbyteArray, jint, jint length) {
     return chunks-- > 0 ? length : 0;
   };
-  open_cursor(run, p);
   run(COLUMN(setValueWithStream), p.one, 100, 8, 1, JNI_FALSE);
   run(COLUMN(setValueWithString), p.two, bytes("key"), JNI_FALSE);
   run(CURSOR(bindVariableByPosition), p.cursor, p.one);
   run(CURSOR(bindVariableByPosition), p.cursor, p.two);
   run(CURSOR(exec), p.cursor);
-  run(CONNECTION(native_1commit), p.connection);
   jni_double::next_stream_buffer = nullptr;
+}
+
+void streamed_insert(Calls& run, const Peers& p) {
+  state().stmt_type = OCI_STMT_INSERT;
+  open_cursor(run, p);
+  stream(run, p, 2);
+  run(CONNECTION(native_1commit), p.connection);
 }
 
 void lobs(Calls& run, const Peers& p) {
@@ -348,6 +357,52 @@ TEST_F(Sweep, AScenarioMayEndAtAnyStep) {
       EXPECT_EQ(run.first, "");
       left = run.steps;
     }
+  }
+}
+
+// A statement goes on with as many rows, values or pieces.
+const struct Repetition {
+  void (*body)(Calls&, const Peers&);
+  void (*again)(Calls&, const Peers&, int count);
+} kRepetitions[] = {
+    {query,
+     [](Calls& run, const Peers& p, int rows) {
+       for (; rows > 0; --rows) {
+         run(CURSOR(arrayFetch), p.cursor, 1);
+         run(CURSOR(getStringValue), p.cursor, p.one, 0, bytes("..........."));
+         run(CURSOR(getByteValue), p.cursor, p.two, 0, bytes("...."));
+         run(CURSOR(getDateValue), p.cursor, p.one, 0, bytes("......."));
+       }
+     }},
+    {long_columns,
+     [](Calls& run, const Peers& p, int rows) {
+       for (; rows > 0; --rows) long_row(run, p, CURSOR(arrayFetch));
+     }},
+    {streamed_insert, stream},
+    {lobs, [](Calls& run, const Peers& p, int pieces) {
+       for (; pieces > 0; --pieces) {
+         run(LOB(getLobBuf), p.lob, p.connection, bytes("...."), 1, 4, 4, 0, 1);
+         run(LOB(writeLobBuf), p.lob, p.connection, bytes("...."), 1, 4, 4, 0, 0, 1);
+         run(LOB(getLobUCS2CharBuf), p.lob, p.connection, env->NewCharArray(4), 1, 4, 0, 1);
+       }
+     }}};
+
+TEST_F(Sweep, MoreOfTheSameTakesNoMoreMemory) {
+  connection = new_connection();
+  for (const Repetition& repetition : kRepetitions) {
+    const Peers peers{connection};
+    Calls run, ending;
+    state() = {};
+    repetition.body(run, peers);
+    int taken[3] = {0, 0, 0};
+    for (int i = 0; i < 3; ++i) {
+      taken[i] = -allocations;
+      repetition.again(run, peers, i < 2 ? 1 : 20);
+      taken[i] += allocations;
+    }
+    EXPECT_EQ(taken[2], taken[1]);
+    EXPECT_EQ(run.first, "");
+    finish(ending, peers);
   }
 }
 

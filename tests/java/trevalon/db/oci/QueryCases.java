@@ -5,7 +5,13 @@ import static trevalon.db.oci.TestRun.*;
 import java.io.IOException;
 import java.io.InputStream;
 import java.io.StringReader;
+import java.math.BigDecimal;
 import java.nio.charset.StandardCharsets;
+import java.time.LocalDateTime;
+import java.util.ArrayList;
+import java.util.Arrays;
+import java.util.List;
+import java.util.Random;
 
 /** Queries: describe, values, arrays, LONG columns, and errors of statements. */
 public final class QueryCases {
@@ -23,6 +29,9 @@ public final class QueryCases {
         tests.add("every declared type is described as declared", QueryCases::describe);
         tests.add("statement errors carry Oracle's code", QueryCases::errors);
         tests.add("arrays of 1, 7 and 1000 rows hold the same rows", QueryCases::arrays);
+        tests.add("numbers of every form are read alike", () -> numbers());
+        tests.add("numbers that have no such value are refused", QueryCases::numbersOfTexts);
+        tests.add("values of all lengths follow each other", QueryCases::lengths);
         tests.add("there is no value outside the row", QueryCases::outsideTheRow);
         tests.add("LONG values of all lengths, NULLs among them", QueryCases::longValues);
         tests.add("a LONG that is not read to its end is passed over", QueryCases::unreadLong);
@@ -97,6 +106,87 @@ public final class QueryCases {
             }
             yes(!query.next() && !query.next(), "the rows have an end");
             same((long) ROWS, query.rowCount(), "rows fetched");
+        }
+    }
+
+    /** What is read quickly has the value that it has when it is read thoroughly. */
+    private static void numbers() {
+        String[] fixed = {
+            "", "-", ".", "-.", "1.2.3", "12a", " 1", "1 ", "+1", "--1", "1-", "1E2", "0", "-0", "-0.0",
+            "5.", ".5", "-.50", "007", "9007199254740992", "9007199254740993", "-9007199254740993",
+            "999999999999999999", "-999999999999999.999", "1000000000000000000",
+            "9223372036854775807", "-9223372036854775808", ".000000000000000001",
+            ".0000000000000000001", "123456789012345678.9", "99999999999999999999",
+        };
+        List<String> texts = new ArrayList<>(Arrays.asList(fixed));
+        Random random = new Random(1);
+        for (int i = 0; i < 20_000; i++) {
+            texts.add(BigDecimal.valueOf(random.nextLong() >> random.nextInt(64), random.nextInt(21))
+                    .toPlainString());
+        }
+        ShortDecimal number = new ShortDecimal();
+        for (String text : texts) {
+            byte[] bytes = (text + "9").getBytes(StandardCharsets.US_ASCII);
+            if (!number.parse(bytes, text.length())) {
+                continue;
+            }
+            BigDecimal exact = new BigDecimal(text);
+            same(exact, number.decimalValue(), "number");
+            same(exact.scale() == 0, number.isInteger(), text + " is an integer");
+            if (number.isInteger()) {
+                same(exact.longValueExact(), number.longValue(), text);
+            }
+            if (number.hasExactParts()) {
+                // As objects: 0 and -0 differ.
+                same(Double.valueOf(exact.doubleValue()), number.doubleValue(), text);
+            }
+        }
+    }
+
+    private static void numbersOfTexts(OciConnection connection, OciStatement query)
+            throws Exception {
+        execute(connection, "CREATE TABLE written (v VARCHAR2(40))");
+        Object[][] values = {
+            {" 12.0 ", 12L}, {"9223372036854775807", Long.MAX_VALUE}, {null, 0L},
+            {"-9223372036854775808", Long.MIN_VALUE}, {"9223372036854775808", 1455},
+            {"12.5", 1455}, {"-2147483648", (long) Integer.MIN_VALUE}, {"twelve", 1722}, {"-", 1722},
+        };
+        query.prepare("INSERT INTO written VALUES (:1)");
+        for (Object[] value : values) {
+            query.setString(1, (String) value[0]);
+            query.execute();
+        }
+        query.execute("SELECT v FROM written ORDER BY ROWID");
+        for (Object[] value : values) {
+            query.next();
+            if (value[1] instanceof Long) {
+                same(value[1], query.getLong(1), "long of " + value[0]);
+            } else {
+                oracleError((Integer) value[1], () -> query.getLong(1));
+            }
+            if (Long.valueOf(Long.MAX_VALUE).equals(value[1])) {
+                oracleError(1455, () -> query.getInt(1));
+            }
+        }
+    }
+
+    /** Lengths around those of the buffers, longer and shorter by turns; 0 stands for NULL. */
+    private static void lengths(OciConnection connection, OciStatement query) throws Exception {
+        int[] lengths = {1, 255, 0, 256, 257, 2, 1024, 1025, 0, 4000, 3};
+        execute(connection, "CREATE TABLE lengths (v VARCHAR2(4000), r RAW(2000), d DATE)");
+        query.prepare("INSERT INTO lengths VALUES (:1, :2, :3)");
+        for (int length : lengths) {
+            query.setString(1, longText(length, length));
+            query.setBytes(2, new byte[length / 2]);
+            query.setDateTime(3, length == 0 ? null : LocalDateTime.of(2000, 1, 1, 0, 0, 0));
+            query.execute();
+        }
+        query.execute("SELECT v, r, d FROM lengths ORDER BY ROWID");
+        for (int length : lengths) {
+            query.next();
+            same(length == 0 ? null : longText(length, length), query.getString(1), "text");
+            same(length < 2 ? null : new byte[length / 2], query.getBytes(2), "RAW");
+            same(length == 0, query.getDateTime(3) == null, "DATE is NULL");
         }
     }
 
