@@ -215,6 +215,34 @@ bool integer_of(const Decimal& decimal, long long& out) {
   return true;
 }
 
+// The value as an integer of at most 15 digits over a power of ten, without the search for its
+// shortest text: the two make up the decimal that went in, because no two decimals of so many
+// digits are the same double. False for what is no such decimal.
+bool take_places(double magnitude, int places, long long& digits) {
+  // Registers wider than a double would round twice. Negated, so that NaN goes the other way.
+  if (FLT_EVAL_METHOD != 0 || !(magnitude < kExactPowers[kDoubleDigits - places])) return false;
+  digits = static_cast<long long>(magnitude * kExactPowers[places] + 0.5);
+  return static_cast<double>(digits) / kExactPowers[places] == magnitude;
+}
+
+// Amounts and the like, which are most of the doubles that are written. 0 for any other value.
+size_t short_decimal_to_text(double value, char* out) {
+  constexpr int kPlaces = 4;
+  long long digits = 0;
+  if (!take_places(std::abs(value), kPlaces, digits) || digits == 0) return 0;
+  char* const begin = out;
+  if (value < 0) *out++ = '-';
+  constexpr long long kUnit = 10000;
+  if (digits >= kUnit) out = std::to_chars(out, out + kDoubleDigits, digits / kUnit).ptr;
+  long long rest = digits % kUnit;
+  if (rest > 0) *out++ = '.';
+  for (long long place = kUnit / 10; rest > 0; place /= 10) {
+    *out++ = static_cast<char>('0' + rest / place);
+    rest %= place;
+  }
+  return static_cast<size_t>(out - begin);
+}
+
 // At least one digit stands behind the point, and the exponent has at least two: "1.0E+40".
 char* write_scientific(const Decimal& decimal, char* out) {
   *out++ = decimal.digits[0];
@@ -323,6 +351,7 @@ size_t number_to_text(long long value, char* out) {
 }
 
 size_t number_to_text(double value, char* out) {
+  if (const size_t size = short_decimal_to_text(value, out)) return size;
   if (!std::isfinite(value)) {
     // The server's sign for a value outside of its range.
     char* end = out;
@@ -333,14 +362,23 @@ size_t number_to_text(double value, char* out) {
   return decimal_to_text(decimal_of_real(value), out);
 }
 
-bool fit_number(Number& value, int precision, int scale) {
+// Most values are an integer for a column that keeps all of it, or have no more digits behind the
+// point than the column keeps. An integral double becomes an integer, and so is none of them.
+bool fits_as_it_is(const Number& value, int precision, int scale) {
   if (value.is_integer) {
-    // The common case needs no digits: an integer for a column that keeps all of it.
     const int places = std::min(precision - scale, kMaxExactPower);
-    const bool small = scale >= 0 && places >= 0 &&
-                       std::abs(static_cast<double>(value.integer)) < kExactPowers[places];
-    if (precision == 0 || small) return true;
+    return scale >= 0 && places >= 0 &&
+           std::abs(static_cast<double>(value.integer)) < kExactPowers[places];
   }
+  long long digits = 0;
+  return scale > 0 && scale <= kDoubleDigits && take_places(std::abs(value.real), scale, digits) &&
+         static_cast<double>(digits) < kExactPowers[std::min(precision, kDoubleDigits)] &&
+         std::trunc(value.real) != value.real;
+}
+
+bool fit_number(Number& value, int precision, int scale) {
+  if (precision == 0 && value.is_integer) return true;
+  if (precision > 0 && fits_as_it_is(value, precision, scale)) return true;
   Decimal decimal = decimal_of(value);
   return fit_decimal(decimal, precision, scale) && number_of(decimal, value);
 }

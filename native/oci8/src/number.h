@@ -34,6 +34,10 @@ NumberParse parse_number(std::string_view text, Number& out);
 size_t number_to_text(long long value, char* out);
 size_t number_to_text(double value, char* out);
 
+/// Whether fit_number leaves the value as it is; no, too, where that shows only in its digits.
+/// `precision` is not 0 here.
+bool fits_as_it_is(const Number& value, int precision, int scale);
+
 /// The nearest value with `scale` digits behind the point (negative: before it), half away from
 /// zero. False where |value| needs more than `precision` digits then (ORA-01438).
 /// A scale of -127 stands for FLOAT, whose precision is binary: it only rounds. A precision of 0
