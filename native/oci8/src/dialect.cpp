@@ -42,6 +42,7 @@ Translation finish(Action action, Fragment sql, Context& context) {
   result.marks = std::move(sql.marks);
   result.object = context.object;
   result.large_places = std::move(context.large_places);
+  result.stored_places = std::move(context.stored_places);
   result.large = context.large;
   std::ranges::stable_sort(result.marks, {}, &SourceMark::engine_offset);
   return result;
@@ -194,9 +195,10 @@ constexpr std::string_view kDefinitions[] = {"CREATE",   "DROP",    "ALTER",  "R
 
 }  // namespace
 
-Translation translate(const SqlText& text, Schema& schema) {
+Translation translate(const SqlText& text, Schema& schema, Checks checks) {
   check_tokens(text);
   Context context(text, schema);
+  context.checks = checks;
   const Tokens& tokens = context.tokens;
   if (at_query(tokens)) return select(context);
   for (const Reader& known : kStatements) {

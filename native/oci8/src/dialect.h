@@ -53,6 +53,16 @@ struct LargePlace {
   ub2 type;  // of the column
 };
 
+/// A placeholder that is all of the value for a column: its value goes there unchecked.
+struct StoredPlace {
+  ub4 position;
+  ColumnInfo column;
+};
+
+/// Whether a translation checks every value on its way into a column, or leaves to its caller the
+/// bound ones that go there as they are (Translation::stored_places).
+enum class Checks : ub1 { All, ButBound };
+
 struct Translation {
   Action action = Action::Query;
   std::string sql;  // engine SQL; placeholders as ?1, ?2, ... by position
@@ -60,13 +70,14 @@ struct Translation {
   std::vector<SourceMark> marks;  // ascending by engine_offset
   std::string object;  // the table or other object that the statement names, for messages
   std::vector<LargePlace> large_places;
+  std::vector<StoredPlace> stored_places;  // with Checks::ButBound only
   bool large = false;  // a change of a table that has columns for large values
   bool locks = false;  // a query FOR UPDATE
 };
 
 /// Translates one statement. Raises Failure with a source offset for text that is no statement
 /// (ORA-00900 and its siblings) or not supported. An anonymous block is not translated here.
-Translation translate(const SqlText& text, Schema& schema);
+Translation translate(const SqlText& text, Schema& schema, Checks checks = Checks::All);
 
 }  // namespace oci8
 

@@ -20,13 +20,18 @@ struct Target {
 
 // A value on its way into a column of the table.
 Fragment stored(Context& context, const Fragment& value, const ColumnInfo& column) {
-  if (is_placeholder(value) && may_be_large(column.type) && !column.in_row) {
-    // The digits are our own, written by the reader of placeholders; no text of the client's is
-    // read here.
-    const auto position = static_cast<ub4>(std::stoul(value.sql.substr(1)));
-    context.large_places.push_back({position, column.type});
+  Fragment result = store(value, column);
+  if (!is_placeholder(value)) return result;
+  // The digits are our own, written by the reader of placeholders; no text of the client's is read
+  // here.
+  const auto position = static_cast<ub4>(std::stoul(value.sql.substr(1)));
+  if (may_be_large(column.type)) {
+    if (!column.in_row) context.large_places.push_back({position, column.type});
+  } else if (context.checks == Checks::ButBound) {
+    context.stored_places.push_back({position, column});
+    return value;
   }
-  return store(value, column);
+  return result;
 }
 
 // Columns that values go into are those of the one table; no scope around it can offer others.

@@ -34,6 +34,8 @@ struct Context {
   std::string defines;  // the view that the statement defines
   std::vector<SequenceUse> sequences;  // used so far
   std::vector<LargePlace> large_places;
+  std::vector<StoredPlace> stored_places;
+  Checks checks = Checks::All;
   bool large = false;  // as in Translation
   std::optional<size_t> item;  // first token of the value being read, where all are made in order
 };

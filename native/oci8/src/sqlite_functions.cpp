@@ -180,6 +180,14 @@ void store_given_number(Call& call) {
   if (!call.is_null(0)) call.give_number(fitting_number(call, 0, 0));
 }
 
+// See store() of the dialect for the two functions and which columns they belong to.
+bool number_unchanged(const Value& value, const ColumnInfo& column) {
+  const bool integer = value.kind == Value::Kind::Integer;
+  if (!integer && value.kind != Value::Kind::Real) return false;
+  const bool any = column.precision == 0 || column.scale == kMinScale;
+  return any || fits_as_it_is({integer, value.integer, value.real}, column.precision, column.scale);
+}
+
 // Sizes are bytes, not characters: the server's VARCHAR2(n) of release 8.
 void store_char(Call& call) {
   if (call.is_null(0)) return;
@@ -278,6 +286,28 @@ void add_functions(sqlite3* db, std::span<const SqlFunction> functions, int flag
 }
 
 }  // namespace
+
+// What the functions above do with a value that needs nothing done to it, without a call of them.
+bool stored_unchanged(const Value& value, const ColumnInfo& column) {
+  if (value.kind == Value::Kind::Null) return true;
+  const bool text = value.kind == Value::Kind::Text, bytes = value.kind == Value::Kind::Bytes;
+  switch (column.type) {
+    case SQLT_CHR:
+    case SQLT_RID:
+      return text && value.size <= column.size;
+    case SQLT_AFC:
+      return text && value.size == column.size;
+    case SQLT_DAT:
+      return bytes && value.size == kDateSize &&
+             valid_date(reinterpret_cast<const ub1*>(value.data));
+    case SQLT_BIN:
+      return bytes && value.size <= column.size;
+    case SQLT_NUM:
+      return number_unchanged(value, column);
+    default:
+      return false;
+  }
+}
 
 void register_functions(sqlite3* db, const std::string* user_name) {
   for (const auto functions : {std::span<const SqlFunction>(kOperators), text_functions(),

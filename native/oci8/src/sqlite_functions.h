@@ -24,10 +24,16 @@
 
 #include <string>
 
+#include "engine.h"
+
 namespace oci8 {
 
 /// Registers all of the above. `user` is read at each call of user() and must outlive `db`.
 void register_functions(sqlite3* db, const std::string* user);
+
+/// Whether the store_ function of a column, which has no large values, would give the value back as
+/// it is. Where finding out would cost as much as the function itself, the answer is no.
+bool stored_unchanged(const Value& value, const ColumnInfo& column);
 
 }  // namespace oci8
 
