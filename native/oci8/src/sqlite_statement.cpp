@@ -7,6 +7,7 @@
 #include <limits>
 
 #include "declared_type.h"
+#include "sqlite_functions.h"
 
 namespace oci8 {
 namespace {
@@ -69,7 +70,7 @@ SqliteStatement::Translated SqliteStatement::translate_text() const {
   if (text_.tokens.empty()) fail(900);
   Translated made;
   made.schema_version = session_->schema().version();
-  made.translation = translate(text_, session_->schema());
+  made.translation = translate(text_, session_->schema(), checks_);
   const Translation& translation = made.translation;
   if (translation.action != Action::Query && translation.action != Action::Change) return made;
   made.statement = prepare_sql(session_->db(), translation.sql, {&translation});
@@ -279,6 +280,25 @@ bool SqliteStatement::step_query() {
   return false;
 }
 
+bool SqliteStatement::bound_fit() const {
+  return std::ranges::all_of(now_.translation.stored_places, [&](const StoredPlace& place) {
+    return stored_unchanged(bound_[place.position - 1], place.column);
+  });
+}
+
+// Values that are stored as they are, which nearly all are, spare SQLite a call for each of them.
+// The first other one brings the calls in, and with them conversions and errors, from then on.
+void SqliteStatement::prepare_change() {
+  // Under the lock for writing, where the schema cannot change any more.
+  if (session_->transaction_schema() != now_.schema_version) translate_again();
+  if (!bound_fit()) {
+    checks_ = Checks::All;
+    translate_again();
+  }
+  // A break is otherwise noticed at the first call of a function, and here may be none.
+  if (session_->stopping()) fail(1013);
+}
+
 // SQLite undoes a failed statement as a whole by itself, errors of SQL functions included; only
 // where it gives up the transaction with it does the client have to be told.
 void SqliteStatement::run_change() {
@@ -286,8 +306,7 @@ void SqliteStatement::run_change() {
   changed_ = 0;
   const SqliteSession::Operation running(*session_);
   SqliteSession::Change change(*session_);
-  // Under the lock for writing, where the schema cannot change any more.
-  if (session_->transaction_schema() != now_.schema_version) translate_again();
+  prepare_change();
   // The values that a statement makes are not its own changes to SQLite, which may find that there
   // is nothing to undo.
   std::optional<SqliteSession::Whole> whole;

@@ -36,6 +36,10 @@ class SqliteStatement final : public Statement {
   /// change.
   Translated translate_text() const;
   void translate_again();
+  /// Makes the translation fit for the run that comes: for the schema of the transaction, and with
+  /// all values checked where one that was bound needs it.
+  void prepare_change();
+  bool bound_fit() const;
   void bind_value(ub4 position, const Value& value);
   int bind_large(ub4 position);
   /// Ends large values that were given to the statement and that no cell has taken.
@@ -60,6 +64,7 @@ class SqliteStatement final : public Statement {
   Translated now_;
   std::vector<Value> bound_;  // by position, for a translation that has to be made again
   std::vector<LargeInput> large_;  // by position, from the first large value that is bound on
+  Checks checks_ = Checks::ButBound;  // until a value comes that does not fit its column
   ub4 changed_ = 0;
   bool row_stands_ = false;
   bool at_end_ = false;
