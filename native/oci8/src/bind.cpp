@@ -35,10 +35,17 @@ Value integer_value(long long integer) {
   return value;
 }
 
-Value view_of(Value::Kind kind, const void* data, size_t size) {
-  // Empty is NULL for the server.
-  if (size == 0) return {};
+Value real_value(double real) {
   Value value;
+  value.kind = Value::Kind::Real;
+  value.real = real;
+  return value;
+}
+
+Value view_of(Value::Kind kind, const void* data, size_t size) {
+  Value value;
+  // Empty is NULL for the server.
+  if (size == 0) return value;
   value.kind = kind;
   value.data = static_cast<const char*>(data);
   value.size = size;
@@ -75,10 +82,7 @@ Value read_real(const ub1* data, size_t room) {
   if (magnitude < kIntegers && std::trunc(real) == real) {
     return integer_value(static_cast<long long>(real));
   }
-  Value value;
-  value.kind = Value::Kind::Real;
-  value.real = real;
-  return value;
+  return real_value(real);
 }
 
 // A length that leaves out the terminator is as good as the terminator.

@@ -117,6 +117,12 @@ DateBytes pack_date(const DateFields& fields) {
 }
 
 bool valid_date(const ub1* bytes) {
+  // Nearly all: a year from 100 on, in any month a day that every month has.
+  const bool usual = in_range(bytes[0], 101, 199) && in_range(bytes[1], 100, 199) &&
+                     in_range(bytes[2], 1, 12) && in_range(bytes[3], 1, 28) &&
+                     in_range(bytes[4], 1, 24) && in_range(bytes[5], 1, 60) &&
+                     in_range(bytes[6], 1, 60);
+  if (usual) return true;
   const DateFields fields = unpack_date(bytes);
   if (field_error(fields) != 0) return false;
   // A year in the century beyond 99 would name the same date a second time.

@@ -22,6 +22,17 @@ Value given_value(const LargeName& name) {
   return value;
 }
 
+// Text and bytes are views of the caller's memory. That is the caller's again after the execute,
+// while a query goes on reading its values: those are copied.
+Value copied_value(const BindHandle& bind, ub4 row, HeldBytes& held) {
+  Value value = read_value(bind, row);
+  if (value.data != nullptr) {
+    held.assign(value.data, value.size);
+    value.data = held.data();
+  }
+  return value;
+}
+
 }  // namespace
 
 // What an iteration streams into the database before its statement runs: undone with a statement
@@ -247,8 +258,6 @@ void StatementHandle::pull_streams(StreamUnit& unit, ub4 row) {
   }
 }
 
-// Text and bytes are views of the caller's memory. That is the caller's again after the execute,
-// while a query goes on reading its values: those are copied.
 Value StatementHandle::input(size_t index, ub4 row) {
   const BindHandle& bind = *binds_[index];
   // A variable that the block only assigns to may be uninitialised, or hold bytes that are no value
@@ -256,12 +265,8 @@ Value StatementHandle::input(size_t index, ub4 row) {
   if (block_ != nullptr && !uses_[index].read) return {};
   if (bind.at_execution && streamed_[index].id != 0) return given_value(streamed_[index]);
   if (bind.at_execution) return held_value(bind, held_[index]);
-  Value value = read_value(bind, row);
-  if (text_->type == OCI_STMT_SELECT && value.data != nullptr) {
-    held_[index].assign(value.data, value.size);
-    value.data = held_[index].data();
-  }
-  return value;
+  if (text_->type == OCI_STMT_SELECT) return copied_value(bind, row, held_[index]);
+  return read_value(bind, row);
 }
 
 void StatementHandle::give_inputs(ub4 row) {

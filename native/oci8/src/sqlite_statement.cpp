@@ -376,37 +376,38 @@ void SqliteStatement::name_large(ub2 type, Value& value) {
 }
 
 // The value's own type decides, not the column's, but for the names of large values: text and bytes
-// are handed out where they stand.
+// are handed out where they stand. Asked for once: each sqlite3_column_ call would find the value
+// anew. SQLite lets such a value be read where one thread at a time uses the connection.
 Value SqliteStatement::column(ub4 index) {
-  sqlite3_stmt* statement = now_.statement.get();
-  const int i = static_cast<int>(index);
+  sqlite3_value* held = sqlite3_column_value(now_.statement.get(), static_cast<int>(index));
   Value value;
-  switch (sqlite3_column_type(statement, i)) {
+  switch (sqlite3_value_type(held)) {
     case SQLITE_INTEGER:
-      value.integer = sqlite3_column_int64(statement, i);
+      value.integer = sqlite3_value_int64(held);
       value.kind = Value::Kind::Integer;
       if (may_be_large(columns()[index].type)) name_large(columns()[index].type, value);
       return value;
     case SQLITE_FLOAT:
       value.kind = Value::Kind::Real;
-      value.real = sqlite3_column_double(statement, i);
+      value.real = sqlite3_value_double(held);
       return value;
     case SQLITE_TEXT:
       value.kind = Value::Kind::Text;
-      value.data = reinterpret_cast<const char*>(sqlite3_column_text(statement, i));
+      value.data = reinterpret_cast<const char*>(sqlite3_value_text(held));
       break;
     case SQLITE_BLOB:
       value.kind = Value::Kind::Bytes;
-      value.data = static_cast<const char*>(sqlite3_column_blob(statement, i));
+      value.data = static_cast<const char*>(sqlite3_value_blob(held));
       break;
     default:
       return value;
   }
-  value.size = static_cast<size_t>(sqlite3_column_bytes(statement, i));
-  // Empty text and bytes are NULL for the server.
-  if (value.size == 0) return {};
+  value.size = static_cast<size_t>(sqlite3_value_bytes(held));
+  // Empty text and bytes are NULL for the server. One variable is returned everywhere, so that it
+  // is filled in its place.
+  if (value.size == 0) value = Value();
   // Bytes without an address: SQLite had no memory to bring them into place.
-  if (value.data == nullptr) throw std::bad_alloc();
+  if (value.data == nullptr && value.size > 0) throw std::bad_alloc();
   return value;
 }
 
