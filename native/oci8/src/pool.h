@@ -11,6 +11,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <mutex>
 #include <new>
 #include <utility>
@@ -26,7 +27,7 @@ class HandlePool {
   /// The live handle at `address`; null for anything else.
   T* find(const void* address) const noexcept {
     Slot* slot = slot_at(address);
-    return slot != nullptr && slot->live.load(std::memory_order_acquire) ? handle_in(slot)
+    return slot != nullptr && live(slot).load(std::memory_order_acquire) ? handle_in(slot)
                                                                          : nullptr;
   }
 
@@ -36,7 +37,7 @@ class HandlePool {
     Slot* slot = take();
     try {
       T* handle = new (slot->storage) T(std::forward<Arguments>(arguments)...);
-      slot->live.store(true, std::memory_order_release);
+      live(slot).store(true, std::memory_order_release);
       return handle;
     } catch (...) {
       give_back(slot);
@@ -46,7 +47,7 @@ class HandlePool {
 
   /// Hides the handle from find; true for one caller only when several free it at once.
   bool retire(T* handle) noexcept {
-    return slot_of(handle)->live.exchange(false, std::memory_order_acq_rel);
+    return live(slot_of(handle)).exchange(false, std::memory_order_acq_rel);
   }
 
   /// Destroys a retired handle.
@@ -57,18 +58,20 @@ class HandlePool {
 
  private:
   // The storage stands first, so that a handle and its slot have one address; slot_of() depends on
-  // it.
+  // it. All zeros are a free slot: one that was never used is memory that was never touched.
   struct Slot {
     alignas(T) std::byte storage[sizeof(T)];
-    std::atomic<bool> live{false};
-    Slot* next = nullptr;
+    bool live;  // read and written through live() only
+    Slot* next;
   };
+  static_assert(alignof(Slot) <= alignof(std::max_align_t));
 
   // Slab k has kFirstSlab << k slots: growth stays cheap, and find looks at few slabs.
   static constexpr size_t kFirstSlab = 32;
   // Some 500 million slots in all: memory ends long before the table of slabs does.
   static constexpr size_t kSlabs = 24;
 
+  static std::atomic_ref<bool> live(Slot* slot) { return std::atomic_ref(slot->live); }
   static T* handle_in(Slot* slot) { return std::launder(reinterpret_cast<T*>(slot->storage)); }
   static Slot* slot_of(T* handle) { return reinterpret_cast<Slot*>(handle); }
 
@@ -89,7 +92,8 @@ class HandlePool {
 
   Slot* take() {
     const std::lock_guard lock(mutex_);
-    if (free_head_ == nullptr) add_slab();
+    if (unused_ == unused_end_ && free_head_ == nullptr) add_slab();
+    if (unused_ != unused_end_) return unused_++;
     Slot* slot = free_head_;
     free_head_ = slot->next;
     return slot;
@@ -98,27 +102,26 @@ class HandlePool {
   void give_back(Slot* slot) noexcept {
     const std::lock_guard lock(mutex_);
     slot->next = nullptr;
-    append(slot, slot);
-  }
-
-  void append(Slot* first, Slot* last) noexcept {
-    (free_head_ == nullptr ? free_head_ : free_tail_->next) = first;
-    free_tail_ = last;
+    (free_head_ == nullptr ? free_head_ : free_tail_->next) = slot;
+    free_tail_ = slot;
   }
 
   void add_slab() {
     if (slab_count_ == kSlabs) throw std::bad_alloc();
     const size_t count = kFirstSlab << slab_count_;
-    Slot* slab = new Slot[count];
-    for (size_t i = 0; i + 1 < count; ++i) slab[i].next = &slab[i + 1];
-    append(slab, slab + count - 1);
-    // Published only when it is complete: find() reads slabs without the lock.
+    auto* slab = static_cast<Slot*>(std::calloc(count, sizeof(Slot)));
+    if (slab == nullptr) throw std::bad_alloc();
+    unused_ = slab;
+    unused_end_ = slab + count;
+    // find() reads slabs without the lock.
     slabs_[slab_count_++].store(slab, std::memory_order_release);
   }
 
   std::array<std::atomic<Slot*>, kSlabs> slabs_{};
   std::mutex mutex_;  // guards what follows
   size_t slab_count_ = 0;
+  Slot* unused_ = nullptr;  // of the last slab
+  Slot* unused_end_ = nullptr;
   Slot* free_head_ = nullptr;
   Slot* free_tail_ = nullptr;
 };
