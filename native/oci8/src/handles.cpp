@@ -100,6 +100,7 @@ bool free_handle(Handle& handle) noexcept {
 
 void ErrorRecord::clear() noexcept {
   // The text stays: every call clears, few have something to say, and its memory is reused.
+  if (code_.load(std::memory_order_relaxed) == 0) return;
   const std::lock_guard lock(mutex_);
   code_ = 0;
 }
@@ -121,6 +122,7 @@ void ErrorRecord::set(int code) noexcept {
 }
 
 bool ErrorRecord::read(sb4* code, text* buffer, size_t size) const noexcept {
+  if (code_.load(std::memory_order_relaxed) == 0) return false;
   const std::lock_guard lock(mutex_);
   if (code_ == 0) return false;
   if (code != nullptr) *code = code_;

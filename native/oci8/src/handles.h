@@ -68,7 +68,8 @@ class ErrorRecord {
 
  private:
   mutable std::mutex mutex_;
-  int code_ = 0;
+  // Read without the mutex where there is nothing to say, as after nearly every call.
+  std::atomic<int> code_{0};
   std::string text_;  // empty when memory was short: made up again when it is asked for
 };
 
