@@ -173,6 +173,10 @@ sword OCIAttrGet(const void* trgthndlp, ub4 trghndltyp, void* attributep, ub4* s
     return OCI_SUCCESS;
   };
   if (attributep == nullptr) return guarded(errhp, [](ErrorRecord&) -> sword { fail(24328); });
+  // Asked after every close of a statement: too common for an exception.
+  if (trghndltyp == OCI_HTYPE_STMT && pool<StatementHandle>.find(trgthndlp) == nullptr) {
+    return OCI_INVALID_HANDLE;
+  }
   // After a failed call its caller first reads row count and function codes of the statement, and
   // then asks for the message; the breaking thread reads them while the broken call reports.
   return trghndltyp == OCI_HTYPE_STMT ? guarded_keeping_record(errhp, body) : guarded(errhp, body);
@@ -191,11 +195,13 @@ sword OCIAttrSet(void* trgthndlp, ub4 trghndltyp, void* attributep, ub4 size, ub
 /// The descriptor of the select-list column `pos` (from 1). It belongs to the statement and lives
 /// until that is prepared again, freed, or loses its session. ORA-24334 beyond the last column.
 sword OCIParamGet(const void* hndlp, ub4 htype, OCIError* errhp, void** parmdpp, ub4 pos) {
-  return guarded(errhp, [&](ErrorRecord&) {
+  return guarded(errhp, [&](ErrorRecord& record) -> sword {
     if (htype != OCI_HTYPE_STMT) throw InvalidHandle();
     StatementHandle& statement = as_statement(hndlp);
     statement.note_call(Call::ParamGet);
     if (parmdpp == nullptr) fail(kIllegalAttributeValue);
+    // This is how callers find the end of the select list: too common for an exception.
+    if (pos > statement.parameter_count()) return note(record, OCI_ERROR, 24334);
     *parmdpp = &statement.parameter(pos);
     return OCI_SUCCESS;
   });
