@@ -32,6 +32,9 @@ void configure(sqlite3* db) {
 // Without SQLite's own mutex: one thread at a time uses a connection, and the break does not go
 // through SQLite at all.
 SqliteOwner open_file(const std::string& path, int flags) {
+  // Without statistics of memory, which cost a lock at each allocation. For the process, and so
+  // refused where it uses SQLite already: then all stays as its owner has set it.
+  [[maybe_unused]] static const int configured = sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0);
   constexpr int kOpeningWaitMs = 5000;  // another process may be recovering or closing the log
   // A failed open may leave an object too: it carries the message, and has to be closed.
   sqlite3* opened = nullptr;
