@@ -113,6 +113,7 @@ void SqliteSession::prepare_controls() {
 }
 
 void SqliteSession::log_in(std::string user) {
+  if (user != user_) cache_.clear();  // a name in a text may be the user's
   user_ = std::move(user);
   sequences_.forget();
 }

@@ -12,6 +12,7 @@
 #include <chrono>
 #include <string>
 
+#include "sqlite_cache.h"
 #include "sqlite_handle.h"
 #include "sqlite_large.h"
 #include "sqlite_queue.h"
@@ -37,12 +38,14 @@ class SqliteSession {
   SqliteSchema& schema() { return schema_; }
   Sequences& sequences() { return sequences_; }
   LargeStore& large() { return large_; }
+  StatementCache& cache() { return cache_; }
 
   /// Begins a session: `user` in upper case.
   void log_in(std::string user);
   /// Rolls back what is open and refuses all further work with ORA-03114.
   void close() noexcept;
   void require_open() const;
+  bool closed() const { return closed_; }
 
   bool in_transaction() const { return sqlite3_get_autocommit(db()) == 0; }
   /// Begins a transaction, where none is open. Takes the lock for writing; waits for another writer
@@ -149,6 +152,7 @@ class SqliteSession {
   SqliteSchema schema_;
   Sequences sequences_;
   LargeStore large_;
+  StatementCache cache_;
   std::shared_ptr<WriteQueue> queue_;
   std::chrono::milliseconds lock_timeout_;
   Clock::time_point wait_until_;

@@ -61,15 +61,29 @@ SqliteStatement::SqliteStatement(std::shared_ptr<SqliteSession> session, const S
     : session_(std::move(session)),
       text_(source),
       bound_(source.placeholders.size() + source.variables.size()) {
-  now_ = translate_text();
+  const int version = session_->schema().version();
+  std::optional<Translated> kept;
+  // What the variables of a block stand for is not in the text.
+  if (text_.variables.empty()) kept = session_->cache().take(text_.text);
+  const bool good = kept && kept->schema_version == version;
+  now_ = good ? std::move(*kept) : translate_text(version);
+}
+
+SqliteStatement::~SqliteStatement() {
+  sqlite3_stmt* statement = now_.statement.get();
+  if (statement == nullptr || !text_.variables.empty() || session_->closed()) return;
+  sqlite3_reset(statement);
+  // They are the caller's memory.
+  sqlite3_clear_bindings(statement);
+  session_->cache().keep(text_.text, std::move(now_));
 }
 
 // DDL and transaction control are prepared when they run: each of their engine statements may
 // need what the one before it made.
-SqliteStatement::Translated SqliteStatement::translate_text() const {
+Translated SqliteStatement::translate_text(int schema_version) const {
   if (text_.tokens.empty()) fail(900);
   Translated made;
-  made.schema_version = session_->schema().version();
+  made.schema_version = schema_version;
   made.translation = translate(text_, session_->schema(), checks_);
   const Translation& translation = made.translation;
   if (translation.action != Action::Query && translation.action != Action::Change) return made;
@@ -87,7 +101,7 @@ SqliteStatement::Translated SqliteStatement::translate_text() const {
 // part of the translation may be out of date. The select list keeps its place in memory and its
 // width, because callers hold on to it.
 void SqliteStatement::translate_again() {
-  Translated made = translate_text();
+  Translated made = translate_text(session_->schema().version());
   std::vector<ColumnInfo>& described = now_.translation.columns;
   const bool same = made.translation.columns.size() == described.size() &&
                     made.translation.action == now_.translation.action;

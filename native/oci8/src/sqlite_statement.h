@@ -8,6 +8,7 @@
 #include <optional>
 
 #include "dialect.h"
+#include "sqlite_cache.h"
 #include "sqlite_session.h"
 
 namespace oci8 {
@@ -16,6 +17,10 @@ class SqliteStatement final : public Statement {
  public:
   /// Translates and prepares; `source` outlives the statement.
   SqliteStatement(std::shared_ptr<SqliteSession> session, const SqlText& source);
+  /// Leaves the engine's statement to the session for the next use of its text.
+  ~SqliteStatement() override;
+  SqliteStatement(const SqliteStatement&) = delete;
+  SqliteStatement& operator=(const SqliteStatement&) = delete;
 
   const std::vector<ColumnInfo>& columns() const override { return now_.translation.columns; }
   void bind(ub4 position, const Value& value) override;
@@ -26,15 +31,9 @@ class SqliteStatement final : public Statement {
   void reset() override;
 
  private:
-  struct Translated {
-    Translation translation;
-    SqliteStatementOwner statement;  // of a query or a change
-    int schema_version = 0;  // that the translation belongs to
-  };
-
-  /// Makes a translation for the schema as it is now, and its engine statement for a query or a
-  /// change.
-  Translated translate_text() const;
+  /// Makes a translation for the schema as it is now, of this version, and its engine statement for
+  /// a query or a change.
+  Translated translate_text(int schema_version) const;
   void translate_again();
   /// Makes the translation fit for the run that comes: for the schema of the transaction, and with
   /// all values checked where one that was bound needs it.
