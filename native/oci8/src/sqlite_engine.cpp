@@ -6,9 +6,11 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <utility>
 
 #include "accounts.h"
 #include "ascii.h"
+#include "sqlite_idle.h"
 #include "sqlite_statement.h"
 
 namespace oci8 {
@@ -30,9 +32,9 @@ bool is_file(const std::string& path) {
 class SqliteConnection final : public Connection {
  public:
   explicit SqliteConnection(const std::string& path)
-      : memory_(path == kMemory), session_(std::make_shared<SqliteSession>(path)) {}
+      : memory_(path == kMemory), path_(path), session_(open_session(path)) {}
   // Statements that are left keep the session's memory; its transaction ends here.
-  ~SqliteConnection() override { session_->close(); }
+  ~SqliteConnection() override { leave_session(path_, std::move(session_)); }
   SqliteConnection(const SqliteConnection&) = delete;
   SqliteConnection& operator=(const SqliteConnection&) = delete;
 
@@ -107,6 +109,7 @@ class SqliteConnection final : public Connection {
 
   // What a database in memory may do without: accounts.
   const bool memory_;
+  const std::string path_;
   std::shared_ptr<SqliteSession> session_;
 };
 

@@ -4,6 +4,8 @@
 // when it began.
 #include "sqlite_session.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <charconv>
 #include <cstdlib>
@@ -59,7 +61,7 @@ milliseconds lock_timeout() {
   return error == std::errc() && value >= 0 ? milliseconds(value) : kLockTimeout;
 }
 
-SqliteOwner open_session(const std::string& path) {
+SqliteOwner open_database_file(const std::string& path) {
   const bool memory = path == ":memory:";
   // Never CREATE: attaching must not make a file.
   SqliteOwner db = open_file(path, SQLITE_OPEN_READWRITE | (memory ? SQLITE_OPEN_MEMORY : 0));
@@ -79,7 +81,7 @@ SqliteOwner open_session(const std::string& path) {
 }  // namespace
 
 SqliteSession::SqliteSession(const std::string& path)
-    : db_(open_session(path)),
+    : db_(open_database_file(path)),
       schema_(db(), user_),
       sequences_(*this),
       large_(db()),
@@ -122,6 +124,25 @@ void SqliteSession::log_in(std::string user) {
 void SqliteSession::close() noexcept {
   if (!closed_ && in_transaction()) run(Control::Rollback);
   closed_ = true;
+}
+
+// Empties the log, as closing the file would, without waiting for anybody. What is not there is
+// empty.
+bool SqliteSession::rest() noexcept {
+  const char* file = sqlite3_db_filename(db(), "main");
+  if (file == nullptr || *file == '\0') return false;  // a database in memory ends with its session
+  struct stat log;
+  if (stat(sqlite3_filename_wal(file), &log) != 0 || log.st_size == 0) return true;
+  sqlite3_busy_handler(db(), nullptr, nullptr);
+  return sqlite3_wal_checkpoint_v2(db(), "main", SQLITE_CHECKPOINT_TRUNCATE, nullptr, nullptr) ==
+         SQLITE_OK;
+}
+
+void SqliteSession::resume() {
+  check(db(), sqlite3_busy_handler(db(), on_busy, this));
+  lock_timeout_ = lock_timeout();
+  lost_ = false;
+  closed_ = false;
 }
 
 void SqliteSession::require_open() const {

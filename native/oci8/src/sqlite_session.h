@@ -46,6 +46,11 @@ class SqliteSession {
   void close() noexcept;
   void require_open() const;
   bool closed() const { return closed_; }
+  /// Makes a closed session ready to wait for its next use: false where it cannot be, because
+  /// others use the file.
+  bool rest() noexcept;
+  /// Opens a session again that rests, for a new login.
+  void resume();
 
   bool in_transaction() const { return sqlite3_get_autocommit(db()) == 0; }
   /// Begins a transaction, where none is open. Takes the lock for writing; waits for another writer
