@@ -16,6 +16,7 @@ constexpr std::string_view kView =
     "SELECT sql FROM sqlite_schema WHERE type = 'view' AND name = ?1 COLLATE NOCASE";
 // SQLite counts this up in the file's header with every change of the schema.
 constexpr std::string_view kVersion = "PRAGMA schema_version";
+constexpr std::string_view kJournal = "PRAGMA journal_mode";
 
 constexpr ub2 kLongestVarchar = 4000;
 constexpr ub2 kNumberSize = 22;
@@ -35,7 +36,27 @@ bool mentions(std::string_view spelling, std::string_view word) {
          spelling.end();
 }
 
+// The index of the write-ahead log lies in memory that all connections share; its format is part
+// of SQLite's documented ones (walformat.html). It stays in place as long as the connection.
+const volatile ub4* log_index(sqlite3* db) {
+  constexpr int kRegion = 32768;
+  const SqliteStatementOwner journal = prepare_sql(db, kJournal);
+  // Asking a file without a log for its index would make one.
+  if (!step_sql(journal.get()) || column_text(journal.get(), 0) != "wal") return nullptr;
+  sqlite3_file* file = nullptr;
+  if (sqlite3_file_control(db, "main", SQLITE_FCNTL_FILE_POINTER, &file) != SQLITE_OK) {
+    return nullptr;
+  }
+  volatile void* index = nullptr;
+  const bool there = file->pMethods != nullptr && file->pMethods->iVersion >= 2 &&
+                     file->pMethods->xShmMap(file, 0, kRegion, 0, &index) == SQLITE_OK;
+  return there ? static_cast<const volatile ub4*>(index) : nullptr;
+}
+
 }  // namespace
+
+SqliteSchema::SqliteSchema(sqlite3* db, const std::string& user)
+    : db_(db), user_(user), log_(log_index(db)) {}
 
 void read_column_type(std::string_view spelling, ColumnInfo& column) {
   if (read_type(spelling, column)) return;
@@ -83,7 +104,22 @@ std::optional<std::vector<ColumnInfo>> SqliteSchema::columns_of(std::string_view
   return columns;
 }
 
+// Asked for with every statement that is prepared, and to ask the database takes a transaction. The
+// head of the log's index is how SQLite itself tells that nothing was changed since its last one.
+// Within a transaction what is seen may be older than the head.
 int SqliteSchema::version() {
+  if (log_ == nullptr || sqlite3_txn_state(db_, "main") != SQLITE_TXN_NONE) return read_version();
+  LogHead head;
+  std::copy_n(log_, head.size(), head.begin());
+  if (head != head_) {
+    version_at_head_ = read_version();
+    // Read before the version: a change in between is another head.
+    head_ = head;
+  }
+  return version_at_head_;
+}
+
+int SqliteSchema::read_version() {
   sqlite3_stmt* row = prepared(db_, version_, kVersion);
   const ResetOnExit reset(row);
   step_sql(row);
