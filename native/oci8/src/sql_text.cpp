@@ -30,7 +30,9 @@ class Splitter {
   explicit Splitter(std::string_view source) : text_(source) {}
 
   std::vector<Token> split() {
+    constexpr size_t kUsualLength = 4;  // of a token with its blanks: room for most texts at once
     std::vector<Token> tokens;
+    tokens.reserve(text_.size() / kUsualLength + 1);
     while (skip_blanks(), at_ < text_.size()) {
       const size_t start = at_;
       const TokenKind kind = next();
@@ -45,7 +47,7 @@ class Splitter {
     return at_ + ahead < text_.size() ? text_[at_ + ahead] : '\0';
   }
 
-  bool at(std::string_view mark) const { return text_.substr(at_, mark.size()) == mark; }
+  bool at(const char (&mark)[3]) const { return peek() == mark[0] && peek(1) == mark[1]; }
 
   // An unclosed comment is left for next(), which takes it as an invalid token.
   void skip_blanks() {
@@ -116,11 +118,11 @@ class Splitter {
 
   // Two characters go before one: <= is no < and =.
   TokenKind symbol() {
-    static constexpr std::string_view kDouble[] = {
-        "||", ":=", "<>", "!=", "^=", "<=", ">=", "**", "=>", "..", "<<", ">>"};
-    for (const std::string_view mark : kDouble) {
+    static constexpr char kDouble[][3] = {"||", ":=", "<>", "!=", "^=", "<=",
+                                          ">=", "**", "=>", "..", "<<", ">>"};
+    for (const auto& mark : kDouble) {
       if (at(mark)) {
-        at_ += mark.size();
+        at_ += 2;
         return TokenKind::Symbol;
       }
     }
