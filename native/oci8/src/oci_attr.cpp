@@ -83,10 +83,9 @@ void get_service(const ServiceContext& service, ub4 attribute, const Target& tar
   fail(kIllegalAttribute);
 }
 
+/// Of everything but statements.
 void get_attribute(const void* handle, ub4 type, ub4 attribute, const Target& target) {
   switch (type) {
-    case OCI_HTYPE_STMT:
-      return get_statement(as_statement(handle), attribute, target);
     case OCI_DTYPE_PARAM:
       return get_parameter(*as_parameter(handle).column, attribute, target);
     case OCI_HTYPE_SVCCTX:
@@ -168,18 +167,23 @@ using namespace oci8;
 /// does not have, ORA-24337 and ORA-24338 before the statement is prepared or described.
 sword OCIAttrGet(const void* trgthndlp, ub4 trghndltyp, void* attributep, ub4* sizep, ub4 attrtype,
                  OCIError* errhp) {
-  const auto body = [&](ErrorRecord&) {
-    get_attribute(trgthndlp, trghndltyp, attrtype, {attributep, sizep});
-    return OCI_SUCCESS;
-  };
   if (attributep == nullptr) return guarded(errhp, [](ErrorRecord&) -> sword { fail(24328); });
-  // Asked after every close of a statement: too common for an exception.
-  if (trghndltyp == OCI_HTYPE_STMT && pool<StatementHandle>.find(trgthndlp) == nullptr) {
-    return OCI_INVALID_HANDLE;
+  const Target target{attributep, sizep};
+  if (trghndltyp != OCI_HTYPE_STMT) {
+    return guarded(errhp, [&](ErrorRecord&) {
+      get_attribute(trgthndlp, trghndltyp, attrtype, target);
+      return OCI_SUCCESS;
+    });
   }
+  // Asked after every close of a statement: too common for an exception.
+  const StatementHandle* statement = pool<StatementHandle>.find(trgthndlp);
+  if (statement == nullptr) return OCI_INVALID_HANDLE;
   // After a failed call its caller first reads row count and function codes of the statement, and
   // then asks for the message; the breaking thread reads them while the broken call reports.
-  return trghndltyp == OCI_HTYPE_STMT ? guarded_keeping_record(errhp, body) : guarded(errhp, body);
+  return guarded_keeping_record(errhp, [&](ErrorRecord&) {
+    get_statement(*statement, attrtype, target);
+    return OCI_SUCCESS;
+  });
 }
 
 /// Sets an attribute from the caller's variable or, for handles, from the handle itself; texts are
