@@ -54,10 +54,7 @@ class PinnedArray {
   using Unit = typename Pinning::Unit;
 
   PinnedArray(JNIEnv* env, Array array, Pin pin)
-      : env_(env),
-        array_(array),
-        pin_(pin),
-        elements_(Pinning::get(env, array)) {}
+      : env_(env), array_(array), pin_(pin), elements_(Pinning::get(env, array)) {}
   ~PinnedArray() { release(); }
   PinnedArray(const PinnedArray&) = delete;
   PinnedArray& operator=(const PinnedArray&) = delete;

@@ -118,8 +118,8 @@ class Splitter {
 
   // Two characters go before one: <= is no < and =.
   TokenKind symbol() {
-    static constexpr char kDouble[][3] = {"||", ":=", "<>", "!=", "^=", "<=",
-                                          ">=", "**", "=>", "..", "<<", ">>"};
+    static constexpr char kDouble[][3] = {
+        "||", ":=", "<>", "!=", "^=", "<=", ">=", "**", "=>", "..", "<<", ">>"};
     for (const auto& mark : kDouble) {
       if (at(mark)) {
         at_ += 2;

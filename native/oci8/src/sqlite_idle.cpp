@@ -133,9 +133,9 @@ struct AtExit {
 // Never destroyed: other threads may go on while the process ends.
 IdleSessions& idle_sessions() {
   static auto* const sessions = [] {
-    const int result = pthread_atfork([] { idle_sessions().before_fork(); },
-                                      [] { idle_sessions().after_fork(); },
-                                      [] { idle_sessions().after_fork_in_child(); });
+    const int result =
+        pthread_atfork([] { idle_sessions().before_fork(); }, [] { idle_sessions().after_fork(); },
+                       [] { idle_sessions().after_fork_in_child(); });
     if (result != 0) throw std::bad_alloc();
     return new IdleSessions;
   }();
