@@ -36,6 +36,12 @@ abstract class PieceInput extends InputStream {
         if (length == 0) {
             return 0;
         }
+        if (at == end && length == piece.length && buffer.length == piece.length) {
+            // As good as our own, and without a copy.
+            requireOpen();
+            int count = next(buffer);
+            return count > 0 ? count : -1;
+        }
         if (!fill()) {
             return -1;
         }
