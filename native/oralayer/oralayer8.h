@@ -183,8 +183,15 @@ struct columndata {
   /// the process when memory is exhausted.
   void allocFetchArrays(int size);
 
+  /// What byte_arr is made with for so many bytes: whole words with at least three to spare, so
+  /// that a string's terminator always fits.
+  static std::size_t padded_size(sb4 size) {
+    return ((static_cast<std::size_t>(size) + 2) / 4 + 1) * 4;
+  }
   /// Bytes that byte_arr really has room for.
-  std::size_t byte_capacity() const;
+  std::size_t byte_capacity() const {
+    return byte_arrlen > 0 && byte_arr != nullptr ? padded_size(byte_arrlen) : 0;
+  }
 };
 
 /// True for a column whose values are LOB locators.

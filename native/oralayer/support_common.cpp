@@ -136,11 +136,6 @@ void process_out_of_memory(const char* which) {
 
 namespace {
 
-// Whole words with at least three bytes to spare, so that a string's terminator always fits.
-std::size_t padded_size(sb4 size) {
-  return ((static_cast<std::size_t>(size) + 2) / 4 + 1) * 4;
-}
-
 template <typename T>
 void release_array(T*& array) {
   delete[] array;
@@ -162,10 +157,6 @@ void check_and_clear(T* array, int size, const char* which) {
 }
 
 }  // namespace
-
-std::size_t columndata::byte_capacity() const {
-  return byte_arrlen > 0 && byte_arr != nullptr ? padded_size(byte_arrlen) : 0;
-}
 
 void columndata::allocByteArray(sb4 newsize) {
   TRACE("*** allocByteArray ***");
