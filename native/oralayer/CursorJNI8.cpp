@@ -414,9 +414,10 @@ JNIEXPORT jboolean JNICALL Java_trevalon_db_oci_OciCursor_exec(JNIEnv* env, jobj
   TRACE("*** OCIStmtExecute 1 *** ");
   const ub4 mode = cda->lda->autocommit != 0 ? OCI_COMMIT_ON_SUCCESS : OCI_DEFAULT;
   PendingException pending(env);  // of the Java method that the insert callback calls
+  const bool streams = cda->li_tail != nullptr;
   const sword retvali = execute_statement(env, *cda, 1, mode);
   TRACE("    OCIStmtExecute result", "=", retvali);
-  pending.set_aside();
+  if (streams) pending.set_aside();
   assignCdaCodes(env, obj);
   clean_longinsert_chain(env, cda);
   return call_result(retvali);

@@ -327,9 +327,10 @@ JNIEXPORT jboolean JNICALL Java_trevalon_db_oci_OciCursor_execAndFetch(JNIEnv* e
   }
   TRACE("*** OCIStmtExecute 2 ***   fetchsize=", rows);
   PendingException pending(env);  // of the Java method that the insert callback calls
+  const bool streams = cda->li_tail != nullptr;
   sword retvali = execute_statement(env, *cda, rows, OCI_DEFAULT);
   TRACE("    retvali", "=", retvali);
-  pending.set_aside();
+  if (streams) pending.set_aside();
   // What streamed into this execution is pinned, in local references of this call.
   if (cda->li_tail != nullptr) clean_longinsert_chain(env, cda);
   // A failed execute shows in the fetch that follows.
