@@ -144,6 +144,10 @@ class Connection {
   /// not at all.
   virtual void write_large(const LargeName& name, unsigned long long place, const void* source,
                            size_t units) = 0;
+  /// The same for a part of a unit that has a mark. What is left of a write that fails is undone
+  /// with the unit.
+  virtual void write_part(const LargeName& name, unsigned long long place, const void* source,
+                          size_t units) = 0;
   /// Ends a value that belongs to no row. ORA-22920 as for a write.
   virtual void remove_large(const LargeName& name) = 0;
 

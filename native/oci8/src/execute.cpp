@@ -135,7 +135,7 @@ class StatementHandle::LargeSink final : public PieceSink {
   void write(const char* bytes, size_t size) {
     Connection& connection = unit_.connection();
     if (name_.id == 0) name_ = connection.create_large(LargeName::Unit::Byte);
-    connection.write_large(name_, written_, bytes, size);
+    connection.write_part(name_, written_, bytes, size);
     written_ += size;
   }
 

@@ -116,18 +116,20 @@ LobTransfer::Moved LobTransfer::write(Connection& connection, const ub1* source,
   const unsigned long long before = place_;
   if (form_ == LobForm::Units) {
     if (size % unit_size() != 0) fail(kIllegalParameter);
-    put(connection, source, size / unit_size(), last);
+    put(connection, source, size / unit_size(), last, &Connection::write_large);
   } else if (size < kTextUnits) {
     // So few bytes decode to fewer units than the buffer has, which makes it one write, whole by
     // itself.
-    write_text(connection, source, size, last);
+    write_text(connection, source, size, last, &Connection::write_large);
   } else {
-    marked(connection, [&] { write_text(connection, source, size, last); });
+    marked(connection,
+           [&] { write_text(connection, source, size, last, &Connection::write_part); });
   }
   return {static_cast<size_t>(place_ - before), !last};
 }
 
-void LobTransfer::write_text(Connection& connection, const ub1* source, size_t size, bool last) {
+void LobTransfer::write_text(Connection& connection, const ub1* source, size_t size, bool last,
+                             Write put_units) {
   utext units[kTextUnits];
   for (bool whole = false; !whole;) {
     require_unbroken();
@@ -135,15 +137,16 @@ void LobTransfer::write_text(Connection& connection, const ub1* source, size_t s
     source += done.read;
     size -= done.read;
     whole = !done.full;
-    put(connection, units, done.written, last && whole);
+    put(connection, units, done.written, last && whole, put_units);
   }
 }
 
-void LobTransfer::put(Connection& connection, const void* source, size_t units, bool last) {
+void LobTransfer::put(Connection& connection, const void* source, size_t units, bool last,
+                      Write put_units) {
   if (exact_ && units > left_) fail(kIllegalParameter);
   if (exact_ && last && units < left_) fail(22993);
   // A last piece without bytes only closes the transfer.
-  if (units > 0) connection.write_large(name_, place_, source, units);
+  if (units > 0) (connection.*put_units)(name_, place_, source, units);
   advance(units);
 }
 

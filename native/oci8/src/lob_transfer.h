@@ -65,8 +65,12 @@ class LobTransfer {
   void advance(size_t units);
   size_t read_units(Connection& connection, ub1* target, size_t room);
   size_t read_text(Connection& connection, ub1* target, size_t room);
-  void write_text(Connection& connection, const ub1* source, size_t size, bool last);
-  void put(Connection& connection, const void* source, size_t units, bool last);
+  /// Connection::write_large, or write_part under a mark.
+  using Write = void (Connection::*)(const LargeName&, unsigned long long, const void*, size_t);
+
+  void write_text(Connection& connection, const ub1* source, size_t size, bool last,
+                  Write put_units);
+  void put(Connection& connection, const void* source, size_t units, bool last, Write put_units);
 
   std::atomic<bool> open_{false};  // also cleared by a break from another thread
   Direction direction_ = Direction::Read;

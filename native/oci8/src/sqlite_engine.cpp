@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <optional>
 #include <utility>
 
 #include "accounts.h"
@@ -83,27 +84,35 @@ class SqliteConnection final : public Connection {
 
   void write_large(const LargeName& name, unsigned long long place, const void* source,
                    size_t units) override {
-    change_large(name, [&](LargeStore& store) { store.write(name, place, source, units); });
+    change_large(name, true, [&](LargeStore& store) { store.write(name, place, source, units); });
+  }
+
+  void write_part(const LargeName& name, unsigned long long place, const void* source,
+                  size_t units) override {
+    change_large(name, false, [&](LargeStore& store) { store.write(name, place, source, units); });
   }
 
   void remove_large(const LargeName& name) override {
-    change_large(name, [&](LargeStore& store) { store.remove(name); });
+    change_large(name, true, [&](LargeStore& store) { store.remove(name); });
   }
 
   void interrupt() noexcept override { session_->interrupt(); }
 
  private:
   // The session's transaction holds the lock for writing, which stands for that of the value's row.
+  // A savepoint costs more than a part of a stream: of each page that has to leave its memory,
+  // SQLite keeps a copy if the page was changed before the latest savepoint.
   template <class Body>
-  void change_large(const LargeName& name, Body&& body) {
+  void change_large(const LargeName& name, bool as_a_whole, Body&& body) {
     session_->require_open();
     if (name.id == 0) fail(22275);
     if (!session_->in_transaction()) fail(22920);
     const SqliteSession::Operation running(*session_);
     SqliteSession::Change change(*session_);
-    SqliteSession::Whole whole(*session_);
+    std::optional<SqliteSession::Whole> whole;
+    if (as_a_whole) whole.emplace(*session_);
     body(session_->large());
-    whole.keep();
+    if (whole) whole->keep();
     change.keep();
   }
 
