@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 
 #include <chrono>
+#include <climits>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -249,6 +250,85 @@ TEST_F(EngineTest, StatementFollowsChangesOfItsTable) {
   EXPECT_EQ(text_of(select->column(0)), "NULL") << "empty text is NULL";
   EXPECT_FALSE(select->step());
   EXPECT_FALSE(select->step()) << "the end stays the end";
+}
+
+// By a placeholder of its own, whose value may go to its column without a check, and through a
+// query, where every value is checked: they have to end alike, at the borders of every type.
+TEST_F(EngineTest, BoundValuesAreStoredAsAllOthersAre) {
+  using Kind = Value::Kind;
+  constexpr std::string_view kTexts[] = {"",     "a",   "abc", "abcd", "ä",          "äbc",
+                                         "1.25", " 7 ", "0aF", "x",    "15-MAR-1999"};
+  constexpr std::string_view kBytes[] = {"abc", "abcd", "\x77\xc7\x03\x1d\x0e\x06\x0a",
+                                         "\x77\xc7\x02\x1d\x0e\x06\x0a",
+                                         "\x44\x5b\x02\x1d\x01\x01\x01"};
+  std::vector<Value> values(1);
+  for (const std::string_view text : kTexts) {
+    values.push_back({Kind::Text, 0, 0, text.data(), text.size()});
+  }
+  for (const std::string_view bytes : kBytes) {
+    values.push_back({Kind::Bytes, 0, 0, bytes.data(), bytes.size()});
+  }
+  for (const long long integer : {0LL, -7LL, 99LL, 100LL, -999LL, 1000LL, LLONG_MAX, LLONG_MIN}) {
+    values.push_back({Kind::Integer, integer});
+  }
+  for (const double real :
+       {.5, -9.99, 9.999, 99.99, .0099, .01, 99.995, .1 + .2, 5.0, 1e30, 1e-9}) {
+    values.push_back({Kind::Real, 0, real});
+  }
+  const ConnectionPtr db = connect();
+  const auto outcome = [&](std::string_view table, std::string_view insert, const Value& value) {
+    const Failure raised = failure([&] {
+      const Prepared prepared(*db, insert);
+      prepared->bind(1, value);
+      prepared->step();
+    });
+    const Prepared select(*db, "SELECT V FROM " + std::string(table));
+    const bool row = select->step();
+    const Value stored = row ? select->column(0) : Value();
+    return std::tuple(raised.code, row, stored.kind, text_of(stored));
+  };
+  for (const std::string type :
+       {"VARCHAR2(3)", "CHAR(3)", "NUMBER", "NUMBER(2)", "NUMBER(3,2)", "NUMBER(2,4)",
+        "NUMBER(3,-2)", "NUMBER(38,20)", "FLOAT", "DATE", "RAW(3)", "RAW(7)", "ROWID"}) {
+    for (const std::string table : {"P", "Q"}) {
+      run(*db, "CREATE TABLE " + table + "(V " + type + ")");
+    }
+    for (size_t i = 0; i < values.size(); ++i) {
+      EXPECT_EQ(outcome("P", "INSERT INTO P VALUES (:1)", values[i]),
+                outcome("Q", "INSERT INTO Q SELECT :1 FROM DUAL", values[i]))
+          << type << ", value " << i;
+      db->rollback();
+    }
+    run(*db, "DROP TABLE P");
+    run(*db, "DROP TABLE Q");
+  }
+}
+
+TEST_F(EngineTest, AStatementGoesOnAfterValuesThatDoNotFit) {
+  const ConnectionPtr db = connect();
+  run(*db, "CREATE TABLE U(A VARCHAR2(3), B NUMBER(3), C CHAR(3) NOT NULL, CHECK (B <> 13))");
+  const Prepared insert(*db, "INSERT INTO U VALUES (:1, :2, :3)");
+  const Prepared update(*db, "UPDATE U SET A = :1, B = B + :2 WHERE C = :3");
+  const auto put = [](const Prepared& to, std::string_view words, std::string_view number) {
+    for (const ub4 position : {1U, 3U}) {
+      to->bind(position, {Value::Kind::Text, 0, 0, words.data(), words.size()});
+    }
+    Value value{Value::Kind::Text, 0, 0, number.data(), number.size()};
+    if (number.size() == 2) value = {Value::Kind::Integer, std::stoi(std::string(number))};
+    to->bind(2, value);
+    return failure([&] { to->step(); }).code;
+  };
+  EXPECT_EQ(put(insert, "abc", "10"), 0);
+  EXPECT_EQ(put(insert, "abc", "13"), 2290);
+  EXPECT_EQ(put(insert, "", "14"), 1400);
+  EXPECT_EQ(put(insert, "abcd", "x"), 1401) << "the first column's error";
+  EXPECT_EQ(put(insert, "b", "2"), 0) << "a number's text, and a text to be padded";
+  EXPECT_EQ(put(insert, "def", "11"), 0);
+  EXPECT_EQ(put(update, "def", "10"), 0);
+  EXPECT_EQ(update->rows_changed(), 1u);
+  EXPECT_EQ(put(update, "abcd", "10"), 0) << "no row, no error";
+  EXPECT_EQ(put(update, "def", "999"), 1438);
+  EXPECT_EQ(query(*db, "SELECT A || B || C FROM U ORDER BY B"), "b2b   abc10abc def21def");
 }
 
 TEST_F(EngineTest, EngineErrorsHaveTheirNumbers) {
