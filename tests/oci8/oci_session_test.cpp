@@ -1,5 +1,9 @@
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <atomic>
 #include <chrono>
+#include <filesystem>
 #include <thread>
 #include <tuple>
 #include <utility>
@@ -157,6 +161,90 @@ TEST_F(Session, TheBlockingModeIsTheOneThatWasAskedFor) {
               OCI_SUCCESS);
     EXPECT_EQ(mode, wanted);
   }
+}
+
+TEST_F(Session, ATextThatWasPreparedBeforeIsReadAnewForAnotherSchemaOrUser) {
+  log_in();
+  must("create table t (n number(3))");
+  const auto width = [this](const std::string& sql) {
+    EXPECT_EQ(c.prepare(sql), OCI_SUCCESS);
+    const sword status = c.execute(0, OCI_DESCRIBE_ONLY);
+    return status == OCI_SUCCESS ? c.attribute<ub4>(OCI_ATTR_PARAM_COUNT) : 0;
+  };
+  const std::string own = "select t.* from scott.t";
+  EXPECT_EQ(width(own), 1u);
+  must("begin insert into t values (1); insert into t values (2); commit; end;");
+  ASSERT_EQ(c.run("select n from t", 0), OCI_SUCCESS);
+  OCIStmt* open_query = std::exchange(c.stmt, c.make<OCIStmt>(OCI_HTYPE_STMT));
+  Client other;
+  ASSERT_EQ(other.log_in(database_), OCI_SUCCESS);
+  ASSERT_EQ(other.run("alter table t add m number"), OCI_SUCCESS) << other.code();
+  EXPECT_EQ(width(own), 1u) << "what the open query sees";
+  OCIHandleFree(open_query, OCI_HTYPE_STMT);
+  EXPECT_EQ(width(own), 2u);
+  ASSERT_EQ(other.run("drop table t"), OCI_SUCCESS) << other.code();
+  EXPECT_EQ(width(own), 0u);
+  EXPECT_EQ(c.code(), 942);
+  must("create table t (n number(3))");
+  EXPECT_EQ(width(own), 1u);
+  oci8::add_account(oci8::open_file(database_, SQLITE_OPEN_READWRITE).get(), "mary", "tiger");
+  OCIServerDetach(c.srv, c.err, 0);
+  ASSERT_EQ(c.log_in(database_, "mary"), OCI_SUCCESS) << c.code();
+  EXPECT_EQ(width(own), 0u);
+  EXPECT_EQ(c.code(), 942);
+}
+
+class LeftFile : public Session {
+ protected:
+  void SetUp() override {
+    OciTest::SetUp();
+    log_in();
+    must("create table t (n number)");
+    must("begin insert into t values (7); commit; end;");
+    leave();
+  }
+  void leave() { OCIServerDetach(c.srv, c.err, 0); }
+  int rows() {
+    log_in();
+    const int found = c.number("select sum(n) from t");
+    leave();
+    return found;
+  }
+};
+
+TEST_F(LeftFile, IsCompleteAndMayBeReplaced) {
+  const std::string copy = folder_ + "/copy.db";
+  std::filesystem::copy_file(database_, copy);
+  log_in();
+  must("begin insert into t values (1); commit; end;");
+  leave();
+  EXPECT_EQ(rows(), 8);
+  std::filesystem::rename(copy, database_);
+  EXPECT_EQ(rows(), 7);
+}
+
+// SQLite's locks are the process's own: what a child has open must not look closed to its parent.
+TEST_F(LeftFile, IsOpenedAnewByAChild) {
+  int to_child[2], to_parent[2];
+  ASSERT_TRUE(pipe(to_child) == 0 && pipe(to_parent) == 0);
+  char sign = '+';
+  const pid_t child = fork();
+  if (child == 0) {
+    Client own;
+    bool good = own.log_in(database_) == OCI_SUCCESS && write(to_parent[1], &sign, 1) == 1;
+    good = good && read(to_child[0], &sign, 1) == 1;
+    good = good && own.run("insert into t values (1)", 1, OCI_COMMIT_ON_SUCCESS) == OCI_SUCCESS;
+    _exit(good ? 0 : 1);
+  }
+  ASSERT_EQ(read(to_parent[0], &sign, 1), 1);
+  EXPECT_EQ(rows(), 7);
+  std::this_thread::sleep_for(std::chrono::milliseconds(300));  // until the file is closed here
+  ASSERT_EQ(write(to_child[1], &sign, 1), 1);
+  int status = 0;
+  waitpid(child, &status, 0);
+  EXPECT_EQ(status, 0);
+  for (const int end : {to_child[0], to_child[1], to_parent[0], to_parent[1]}) close(end);
+  EXPECT_EQ(rows(), 8);
 }
 
 }  // namespace
