@@ -101,12 +101,12 @@ bool free_handle(Handle& handle) noexcept {
 void ErrorRecord::clear() noexcept {
   // The text stays: every call clears, few have something to say, and its memory is reused.
   if (code_.load(std::memory_order_relaxed) == 0) return;
-  const std::lock_guard lock(mutex_);
+  const std::lock_guard lock(latch_);
   code_ = 0;
 }
 
 void ErrorRecord::set(const Failure& failure) noexcept {
-  const std::lock_guard lock(mutex_);
+  const std::lock_guard lock(latch_);
   code_ = failure.code;
   try {
     text_ = failure.text;
@@ -116,14 +116,14 @@ void ErrorRecord::set(const Failure& failure) noexcept {
 }
 
 void ErrorRecord::set(int code) noexcept {
-  const std::lock_guard lock(mutex_);
+  const std::lock_guard lock(latch_);
   code_ = code;
   text_.clear();
 }
 
 bool ErrorRecord::read(sb4* code, text* buffer, size_t size) const noexcept {
   if (code_.load(std::memory_order_relaxed) == 0) return false;
-  const std::lock_guard lock(mutex_);
+  const std::lock_guard lock(latch_);
   if (code_ == 0) return false;
   if (code != nullptr) *code = code_;
   // A caller may want the code only.
@@ -152,7 +152,7 @@ Environment::~Environment() {
 }
 
 void Environment::adopt(Handle& child) noexcept {
-  const std::lock_guard lock(mutex_);
+  const std::lock_guard lock(latch_);
   child.environment = this;
   child.next = children_;
   if (children_ != nullptr) children_->previous = &child;
@@ -160,7 +160,7 @@ void Environment::adopt(Handle& child) noexcept {
 }
 
 void Environment::release(Handle& child) noexcept {
-  const std::lock_guard lock(mutex_);
+  const std::lock_guard lock(latch_);
   (child.previous != nullptr ? child.previous->next : children_) = child.next;
   if (child.next != nullptr) child.next->previous = child.previous;
 }

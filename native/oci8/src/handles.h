@@ -18,6 +18,7 @@
 
 #include "engine.h"
 #include "error.h"
+#include "latch.h"
 #include "lob_transfer.h"
 #include "oci.h"
 #include "pool.h"
@@ -67,8 +68,8 @@ class ErrorRecord {
   bool read(sb4* code, text* buffer, size_t size) const noexcept;
 
  private:
-  mutable std::mutex mutex_;
-  // Read without the mutex where there is nothing to say, as after nearly every call.
+  mutable Latch latch_;
+  // Read without the latch where there is nothing to say, as after nearly every call.
   std::atomic<int> code_{0};
   std::string text_;  // empty when memory was short: made up again when it is asked for
 };
@@ -83,7 +84,7 @@ struct Environment : Handle {
   ErrorRecord record;  // of calls that have no error handle
 
  private:
-  std::mutex mutex_;  // guards the list
+  Latch latch_;  // guards the list
   Handle* children_ = nullptr;
 };
 
