@@ -11,10 +11,11 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <mutex>
 #include <new>
 #include <utility>
+
+#include "latch.h"
 
 namespace oci8 {
 
@@ -27,7 +28,7 @@ class HandlePool {
   /// The live handle at `address`; null for anything else.
   T* find(const void* address) const noexcept {
     Slot* slot = slot_at(address);
-    return slot != nullptr && live(slot).load(std::memory_order_acquire) ? handle_in(slot)
+    return slot != nullptr && slot->live.load(std::memory_order_acquire) ? handle_in(slot)
                                                                          : nullptr;
   }
 
@@ -37,7 +38,7 @@ class HandlePool {
     Slot* slot = take();
     try {
       T* handle = new (slot->storage) T(std::forward<Arguments>(arguments)...);
-      live(slot).store(true, std::memory_order_release);
+      slot->live.store(true, std::memory_order_release);
       return handle;
     } catch (...) {
       give_back(slot);
@@ -47,7 +48,7 @@ class HandlePool {
 
   /// Hides the handle from find; true for one caller only when several free it at once.
   bool retire(T* handle) noexcept {
-    return live(slot_of(handle)).exchange(false, std::memory_order_acq_rel);
+    return slot_of(handle)->live.exchange(false, std::memory_order_acq_rel);
   }
 
   /// Destroys a retired handle.
@@ -58,20 +59,25 @@ class HandlePool {
 
  private:
   // The storage stands first, so that a handle and its slot have one address; slot_of() depends on
-  // it. All zeros are a free slot: one that was never used is memory that was never touched.
+  // it.
   struct Slot {
     alignas(T) std::byte storage[sizeof(T)];
-    bool live;  // read and written through live() only
-    Slot* next;
+    std::atomic<bool> live{false};
+    Slot* next = nullptr;
   };
-  static_assert(alignof(Slot) <= alignof(std::max_align_t));
+  static_assert(alignof(Slot) <= __STDCPP_DEFAULT_NEW_ALIGNMENT__);
+
+  // Slots are made when they are first taken: the rest of a slab is memory that was never touched.
+  struct Slab {
+    std::atomic<Slot*> begin{nullptr};
+    std::atomic<Slot*> end{nullptr};  // of the slots that are made
+  };
 
   // Slab k has kFirstSlab << k slots: growth stays cheap, and find looks at few slabs.
   static constexpr size_t kFirstSlab = 32;
   // Some 500 million slots in all: memory ends long before the table of slabs does.
   static constexpr size_t kSlabs = 24;
 
-  static std::atomic_ref<bool> live(Slot* slot) { return std::atomic_ref(slot->live); }
   static T* handle_in(Slot* slot) { return std::launder(reinterpret_cast<T*>(slot->storage)); }
   static Slot* slot_of(T* handle) { return reinterpret_cast<Slot*>(handle); }
 
@@ -79,49 +85,58 @@ class HandlePool {
   // a slab's start is unsigned, so that one comparison rules out addresses before and behind it.
   Slot* slot_at(const void* address) const noexcept {
     const auto wanted = reinterpret_cast<uintptr_t>(address);
-    for (size_t k = 0; k < kSlabs; ++k) {
-      Slot* slab = slabs_[k].load(std::memory_order_acquire);
-      if (slab == nullptr) return nullptr;
-      const uintptr_t distance = wanted - reinterpret_cast<uintptr_t>(slab);
-      if (distance < (kFirstSlab << k) * sizeof(Slot)) {
-        return distance % sizeof(Slot) == 0 ? slab + distance / sizeof(Slot) : nullptr;
+    for (const Slab& slab : slabs_) {
+      Slot* begin = slab.begin.load(std::memory_order_acquire);
+      if (begin == nullptr) return nullptr;
+      const auto start = reinterpret_cast<uintptr_t>(begin);
+      const uintptr_t distance = wanted - start;
+      if (distance <
+          reinterpret_cast<uintptr_t>(slab.end.load(std::memory_order_acquire)) - start) {
+        return distance % sizeof(Slot) == 0 ? begin + distance / sizeof(Slot) : nullptr;
       }
     }
     return nullptr;
   }
 
   Slot* take() {
-    const std::lock_guard lock(mutex_);
-    if (unused_ == unused_end_ && free_head_ == nullptr) add_slab();
-    if (unused_ != unused_end_) return unused_++;
+    const std::lock_guard lock(latch_);
+    if (unmade_ > 0 || free_head_ == nullptr) return make_slot();
     Slot* slot = free_head_;
     free_head_ = slot->next;
     return slot;
   }
 
   void give_back(Slot* slot) noexcept {
-    const std::lock_guard lock(mutex_);
+    const std::lock_guard lock(latch_);
     slot->next = nullptr;
     (free_head_ == nullptr ? free_head_ : free_tail_->next) = slot;
     free_tail_ = slot;
   }
 
+  Slot* make_slot() {
+    if (unmade_ == 0) add_slab();
+    std::atomic<Slot*>& end = slabs_[slab_count_ - 1].end;
+    Slot* made = new (end.load(std::memory_order_relaxed)) Slot;
+    // Published only when it is complete: find() reads slots without the lock.
+    end.store(made + 1, std::memory_order_release);
+    --unmade_;
+    return made;
+  }
+
   void add_slab() {
     if (slab_count_ == kSlabs) throw std::bad_alloc();
     const size_t count = kFirstSlab << slab_count_;
-    auto* slab = static_cast<Slot*>(std::calloc(count, sizeof(Slot)));
-    if (slab == nullptr) throw std::bad_alloc();
-    unused_ = slab;
-    unused_end_ = slab + count;
-    // find() reads slabs without the lock.
-    slabs_[slab_count_++].store(slab, std::memory_order_release);
+    auto* memory = static_cast<Slot*>(::operator new(count * sizeof(Slot)));
+    Slab& slab = slabs_[slab_count_++];
+    slab.end.store(memory, std::memory_order_relaxed);
+    slab.begin.store(memory, std::memory_order_release);
+    unmade_ = count;
   }
 
-  std::array<std::atomic<Slot*>, kSlabs> slabs_{};
-  std::mutex mutex_;  // guards what follows
+  std::array<Slab, kSlabs> slabs_{};
+  Latch latch_;  // guards what follows
   size_t slab_count_ = 0;
-  Slot* unused_ = nullptr;  // of the last slab
-  Slot* unused_end_ = nullptr;
+  size_t unmade_ = 0;  // slots of the last slab
   Slot* free_head_ = nullptr;
   Slot* free_tail_ = nullptr;
 };
