@@ -1,6 +1,7 @@
 // INSERT, UPDATE, DELETE.
 // Each value on its way into a column goes through store(), which checks and converts by the
-// column's declaration: the engine itself would keep anything anywhere. Large values need one more
+// column's declaration: the engine itself would keep anything anywhere. A bound value alone may be
+// left to who binds it and can see that nothing needs to be done to it. Large values need one more
 // thing, that every row gets one of its own, and get it from functions that make one each time they
 // are called.
 #include <algorithm>

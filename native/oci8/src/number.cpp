@@ -221,7 +221,7 @@ bool integer_of(const Decimal& decimal, long long& out) {
 bool take_places(double magnitude, int places, long long& digits) {
   // Registers wider than a double would round twice. Negated, so that NaN goes the other way.
   if (FLT_EVAL_METHOD != 0 || !(magnitude < kExactPowers[kDoubleDigits - places])) return false;
-  digits = static_cast<long long>(magnitude * kExactPowers[places] + 0.5);
+  digits = std::llround(magnitude * kExactPowers[places]);
   return static_cast<double>(digits) / kExactPowers[places] == magnitude;
 }
 
