@@ -43,7 +43,7 @@ final class Peer implements Contender {
             connection.setAutoCommit(false);
             statement.execute(
                     switch (content) {
-                        case "six" -> "create table t (id integer primary key, name text,"
+                        case "six" -> "create table t (id int primary key, name text,"
                                 + " amount real, made integer, code blob, note text)";
                         case "three" -> "create table t (a text, b text, c text)";
                         case "five" -> "create table t (id integer, name text, amount real,"

@@ -35,6 +35,10 @@ public final class OciStatement implements AutoCloseable {
      * few enough that the first rows come soon.
      */
     public static final int DEFAULT_FETCH_SIZE = 100;
+
+    /** Most queries bring few rows, and arrays take time to make for each that they could hold. */
+    private static final int FIRST_ROWS = 10;
+
     /** Bytes of a LONG that cross in one call; as much as the large values' own pieces. */
     static final int DEFAULT_PIECE_LENGTH = 32 * 1024;
 
@@ -68,6 +72,10 @@ public final class OciStatement implements AutoCloseable {
      */
     private boolean defined;
     private int arrayRows;
+
+    /** What the arrays grow to once the first ones were full. */
+    private int mostRows;
+
     private final ShortDecimal number = new ShortDecimal();
 
     /** Index into the current array; -1 before the first {@link #next}. */
@@ -376,14 +384,19 @@ public final class OciStatement implements AutoCloseable {
         }
         // LONG columns arrive one row a call, and a LOB column has only one locator.
         boolean oneByOne = columns.stream().anyMatch(SelectColumn::isLarge);
-        arrayRows =
+        mostRows =
                 oneByOne
                         ? 1
                         : (int) Math.max(1, Math.min(fetchSize, FETCH_MEMORY / rowBytes));
-        for (SelectColumn column : columns) {
-            check(cursor.bindSelectItem(column.peer, arrayRows));
-        }
+        defineArrays(Math.min(mostRows, FIRST_ROWS));
         defined = true;
+    }
+
+    private void defineArrays(int rows) throws OciException {
+        for (SelectColumn column : columns) {
+            check(cursor.bindSelectItem(column.peer, rows));
+        }
+        arrayRows = rows;
     }
 
     /** Notes what the last fetch brought; "no more rows" comes with the last, partial array. */
@@ -420,6 +433,9 @@ public final class OciStatement implements AutoCloseable {
             return false;
         }
         row = 0;
+        if (arrayRows < mostRows) {
+            defineArrays(mostRows);
+        }
         takeArray(cursor.arrayFetch(arrayRows));
         return rowsInArray > 0;
     }
