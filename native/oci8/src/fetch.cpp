@@ -31,11 +31,14 @@ sword StatementHandle::fetch(ub4 rows, ErrorRecord& record) {
     close_cursor();
     return OCI_SUCCESS;
   }
-  if (attachment_ != nullptr) {
-    // A fetch reads through the connection on which a LOB's transfer is under way.
-    attachment_->require_idle();
-    breaks_ = attachment_->breaks;
+  if (attachment_ == nullptr) {
+    // A cursor that has left its database can only tell what ended it.
+    check_fetch();
+    fail(kFetchOutOfSequence);
   }
+  // A fetch reads through the connection on which a LOB's transfer is under way.
+  attachment_->require_idle();
+  breaks_ = attachment_->breaks;
   return fetch_on(rows, record);
 }
 
