@@ -9,8 +9,6 @@ import trevalon.db.oci.TestRun;
 
 /** Runs every case; exits with 1 when one failed. */
 public final class AllCases {
-    private AllCases() {}
-
     public static void main(String[] arguments) {
         TestRun tests = new TestRun();
         // The queries make the tables that the later cases use.

@@ -21,8 +21,6 @@ import trevalon.db.oci.TestRun;
 public final class ConsoleCases {
     private static final String LOGIN = "tester/secret@TEST";
 
-    private ConsoleCases() {}
-
     public static void addTo(TestRun tests) {
         tests.add("input is cut into statements", () -> statements());
         tests.add("text is measured and cut in terminal cells", () -> cells());
@@ -77,20 +75,18 @@ public final class ConsoleCases {
     }
 
     private static void goodScript() throws Exception {
-        Run run = script("CREATE TABLE shown (n NUMBER(5), t VARCHAR2(9), body LONG);\n"
+        script("CREATE TABLE shown (n NUMBER(5), t VARCHAR2(9), body LONG);\n"
                 + "INSERT INTO shown VALUES (7, 'seven', '" + DisplayText.repeat('x', 99) + "');\n"
                 + "INSERT INTO shown VALUES (12345, NULL, NULL);\n"
-                + "SELECT n, t FROM shown ORDER BY n;\nSELECT body FROM shown;\nDESC shown\n");
-        same(0, run.exitCode, run.output);
-        run.shows("1 row created.", "    N T", "----- -----", "    7 seven", "12345",
+                + "SELECT n, t FROM shown ORDER BY n;\nSELECT body FROM shown;\nDESC shown\n")
+                .ends(0, "1 row created.", "    N T", "----- -----", "    7 seven", "12345",
                 "2 rows selected.", DisplayText.repeat('x', 77) + "...", "N     NUMBER(5)");
     }
 
     private static void badScript() throws Exception {
         Run run = script("PROMPT before\nSELECT COUNT(*)\n  FROM dual, nowhere n\n WHERE 1 = 1;\n"
                 + "PROMPT after\n");
-        same(1, run.exitCode, run.output);
-        run.shows("before", "  FROM dual, nowhere n\n             *\nERROR at line 2:\nORA-00942",
+        run.ends(1, "before", "  FROM dual, nowhere n\n             *\nERROR at line 2:\nORA-00942",
                 "statement of line 2");
         yes(!run.output.contains("after"), "the script went on");
     }
@@ -105,13 +101,11 @@ public final class ConsoleCases {
                 + "  OPEN :c FOR SELECT n, n || :t label FROM digits WHERE n <= :n ORDER BY n;\n"
                 + "END;\n/\nPRINT\nPRINT c\nUPDATE digits SET n = n + 1 WHERE n = :n;\n"
                 + "SELECT n, ':t', :t copy FROM digits WHERE n = :n + 1;\n");
-        same(0, run.exitCode, run.output);
-        run.shows("Block completed.", " N\n--\n41\n", "T\n---\na:x\n", "1999-12-31",
+        run.ends(0, "Block completed.", " N\n--\n41\n", "T\n---\na:x\n", "1999-12-31",
                 " 7 7a:x\n41 41a:x\n", "2 rows selected.", "C has no open query.",
                 "1 row updated.", "42 :t   a:x");
-        Run bad = script("VARIABLE y NUMBER\nSELECT ':x', :y, :z FROM DUAL;\n");
-        same(1, bad.exitCode, bad.output);
-        bad.shows("The variable \"Z\" is not declared", "statement of line 2");
+        script("VARIABLE y NUMBER\nSELECT ':x', :y, :z FROM DUAL;\n")
+                .ends(1, "The variable \"Z\" is not declared", "statement of line 2");
     }
 
     private static void load() throws Exception {
@@ -124,8 +118,7 @@ public final class ConsoleCases {
             String load = "LOAD filled FROM " + csv + "\n";
             Run run = script("CREATE TABLE filled (n NUMBER(5,1), d DATE, t VARCHAR2(20), body LONG,"
                     + " bytes RAW(2));\n" + load + "SELECT n, d, t, bytes, body FROM filled;");
-            same(0, run.exitCode, run.output);
-            run.shows("3 rows loaded.", "1970-01-01          a \"b\", c  00FF",
+            run.ends(0, "3 rows loaded.", "1970-01-01          a \"b\", c  00FF",
                     "1999-12-31 23:59:58 two lines", "京都", "xxx...");
             String[][] faults = {
                 {"9,1970-02-30,,,\n", "line 7: Text '1970-02-30'"},
@@ -137,13 +130,12 @@ public final class ConsoleCases {
             for (String[] fault : faults) {
                 Files.write(csv, (good + fault[0]).getBytes(StandardCharsets.UTF_8));
                 Run piped = new Run("INSERT INTO filled (n) VALUES (0);\n" + load, LOGIN);
-                same(1, piped.exitCode, piped.output);
-                piped.shows(csv.getFileName() + ", " + fault[1]);
+                piped.ends(1, csv.getFileName() + ", " + fault[1]);
             }
             Files.write(csv, (good + faults[0][0]).getBytes(StandardCharsets.UTF_8));
             Run kept = new Run("SET AUTOCOMMIT ON\nUPDATE filled SET n = n;\n" + load, LOGIN);
-            same(1, kept.exitCode, kept.output);
-            new Run("SELECT COUNT(*) || ' left' FROM filled;\n", LOGIN).shows("3 left");
+            kept.ends(1);
+            new Run("SELECT COUNT(*) || ' left' FROM filled;\n", LOGIN).ends(0, "3 left");
         } finally {
             Files.delete(csv);
         }
@@ -164,8 +156,7 @@ public final class ConsoleCases {
                 + "put \"FILED\".b from " + quoted + "text' where b is null\n"
                 + "PUT filed.b FROM " + quoted + "bytes' WHERE n = 2\n"
                 + "GET filed.t INTO " + quoted + "copy' WHERE n = 1\nSELECT * FROM filed;\n");
-        same(0, run.exitCode, run.output);
-        run.shows("72,771 characters stored.", "3 bytes stored.", "72,771 characters written.",
+        run.ends(0, "72,771 characters stored.", "3 bytes stored.", "72,771 characters written.",
                 "1 xxx", "2 zzz", "zzz...", " (0 bytes)", "800102 (3 bytes)");
         same(content, new String(Files.readAllBytes(folder.resolve("copy")), "UTF-8"), "copy");
         Run prompt = new Run("0", ("PUT filed.t FROM bytes WHERE n = 2\nPUT filed.b FROM missing\n"
@@ -173,7 +164,7 @@ public final class ConsoleCases {
                 + "GET filed.t INTO copy WHERE n = 3\nGET nosuch.t INTO copy\n"
                 + "GET lobs.t INTO copy\n").replaceAll("(FROM|INTO) (\\w+)", "$1 " + quoted + "$2'"),
                 new String[] {LOGIN});
-        prompt.shows("bytes is not UTF-8 text", "There is no file", "several such rows",
+        prompt.ends(0, "bytes is not UTF-8 text", "There is no file", "several such rows",
                 "N is a NUMBER(2), and no CLOB or BLOB", "Usage: GET table.column INTO file",
                 "There is no such row", "ORA-00942", "half a surrogate pair");
         script("GET filed.t INTO " + quoted + "text' WHERE n = 2");
@@ -182,27 +173,16 @@ public final class ConsoleCases {
     }
 
     private static void pipeAndLogin() throws Exception {
-        Run piped = new Run("SELECT 6 * 7 answer FROM DUAL", LOGIN);
-        same(0, piped.exitCode, piped.output);
-        piped.shows("ANSWER", "42", "1 row selected.");
-        Run refused = new Run("", "tester/wrong@TEST");
-        same(1, refused.exitCode, refused.output);
-        refused.shows("ORA-01017");
-        same(2, new Run("", "nonsense").exitCode, "exit code of a usage error");
+        new Run("SELECT 6 * 7 answer FROM DUAL", LOGIN).ends(0, "ANSWER", "42", "1 row selected.");
+        new Run("", "tester/wrong@TEST").ends(1, "ORA-01017");
+        new Run("", "nonsense").ends(2);
     }
 
     private static void sample() throws Exception {
-        Run first = new Run("");
-        same(0, first.exitCode, first.output);
-        first.shows("Loaded 11,323 days", "All checks passed.");
-        Run second = new Run("");
-        same(0, second.exitCode, second.output);
-        second.shows("loaded already", "All checks passed.");
-        Run change = new Run("UPDATE calendar SET iso_week = 99 WHERE remark IS NOT NULL;", LOGIN);
-        same(0, change.exitCode, change.output);
-        Run changed = new Run("");
-        same(1, changed.exitCode, changed.output);
-        changed.shows("checksum of the calendar", "WRONG", "CHECKS FAILED");
+        new Run("").ends(0, "Loaded 11,323 days", "All checks passed.");
+        new Run("").ends(0, "loaded already", "All checks passed.");
+        new Run("UPDATE calendar SET iso_week = 99 WHERE remark IS NOT NULL;", LOGIN).ends(0);
+        new Run("").ends(1, "checksum of the calendar", "WRONG", "CHECKS FAILED");
     }
 
     private static Run script(String text) throws Exception {
@@ -249,7 +229,8 @@ public final class ConsoleCases {
                     .forEach(System.out::println);
         }
 
-        void shows(String... parts) {
+        void ends(int code, String... parts) {
+            same(code, exitCode, output);
             for (String part : parts) {
                 yes(output.contains(part), "<" + part + "> is missing in:\n" + output);
             }

@@ -12,14 +12,11 @@ import java.util.Random;
 public final class LobCases {
     private static final int PIECE = OciLob.PIECE_LENGTH;
 
-    private LobCases() {}
-
     public static void addTo(TestRun tests) {
         tests.add("LOBs of each length are written and read at piece borders", LobCases::borders);
         tests.add("parts of a LOB are read and written over", LobCases::parts);
         tests.add("a bound LOB is copied, and fetched ones outlive their query", LobCases::copies);
         tests.add("LOB calls that cannot work are refused", LobCases::refusals);
-        tests.add("a large BLOB is written in chunks and read anywhere", LobCases::large);
         tests.add("LOBs follow the transactions of two sessions", LobCases::transactions);
     }
 
@@ -85,29 +82,23 @@ public final class LobCases {
     private static void copies(OciConnection c, OciStatement s) throws Exception {
         OciLob source = fresh(c, "t");
         s.prepare("INSERT INTO lobs VALUES (2, :t, NULL)");
-        for (char mark = 'a'; mark < 'd'; mark++) {
+        for (char mark = 'a'; mark < 'c'; mark++) {
             source.write(0, new char[] {mark}, 0, 1);
             s.setLob(1, source);
             s.execute();
         }
         source.close();
         oracleError(22275, () -> s.execute());
-        s.setLob(1, only(c, "SELECT t FROM lobs WHERE n = 2 ORDER BY ROWID"));
-        s.execute();
         s.setLob(1, null);
         s.execute();
         List<OciLob> kept = new ArrayList<>();
-        s.execute("SELECT t, b FROM lobs WHERE n > 1 ORDER BY ROWID");
+        s.execute("SELECT t FROM lobs WHERE n = 2 ORDER BY ROWID");
         while (s.next()) {
-            yes(s.isNull(2) && s.getLob(2) == null, "NULL BLOB");
             kept.add(s.getLob(1));
         }
         s.close();
-        String found = "";
-        for (OciLob lob : kept) {
-            found += lob == null ? "NULL" : lob.substring(0, 9);
-        }
-        same("abcaNULL", found, "copies");
+        same("ab", kept.get(0).substring(0, 9) + kept.get(1).substring(0, 9), "copies");
+        yes(kept.size() == 3 && kept.get(2) == null, "NULL");
     }
 
     private static void refusals(OciConnection c, OciStatement s) throws Exception {
@@ -136,27 +127,9 @@ public final class LobCases {
         oracleError(22275, () -> s.setLob(1, clob));
     }
 
-    /** The size can be given, to see how time and memory grow with it. */
-    private static void large(OciConnection c, OciStatement unused) throws Exception {
-        int chunks = 16 * Integer.getInteger("oralayer.lob.megabytes", 8);
-        OciLob lob = fresh(c, "b");
-        for (int i = 0; i < chunks; i++) {
-            lob.write(2L * PIECE * i, bytes(2 * PIECE + i), 0, 2 * PIECE);
-        }
-        Random random = new Random(1);
-        for (int i = 0; i < 50; i++) {
-            int chunk = random.nextInt(chunks);
-            int skip = random.nextInt(2 * PIECE);
-            byte[] found = new byte[2 * PIECE - skip];
-            lob.read(2L * PIECE * chunk + skip, found, 0, found.length);
-            byte[] expected = Arrays.copyOfRange(bytes(2 * PIECE + chunk), skip, 2 * PIECE);
-            yes(Arrays.equals(expected, found), "chunk " + chunk + " from " + skip);
-        }
-        execute(c, "DELETE FROM lobs", "INSERT INTO lobs VALUES (1, EMPTY_CLOB(), EMPTY_BLOB())");
-        c.commit();
-    }
-
     private static void transactions(OciConnection c, OciStatement unused) throws Exception {
+        fresh(c, "b");
+        c.commit();
         try (OciConnection other = connect(); OciLob before = only(other, "SELECT b FROM lobs")) {
             OciLob lob = only(c, "SELECT b FROM lobs FOR UPDATE");
             lob.write(0, bytes(PIECE), 0, 9);

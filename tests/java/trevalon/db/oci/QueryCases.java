@@ -4,7 +4,6 @@ import static trevalon.db.oci.TestRun.*;
 
 import java.io.IOException;
 import java.io.InputStream;
-import java.io.StringReader;
 import java.math.BigDecimal;
 import java.nio.charset.StandardCharsets;
 import java.time.LocalDateTime;
@@ -23,19 +22,15 @@ public final class QueryCases {
         1, PIECE - 1, 0, PIECE, PIECE + 1, 2 * PIECE, 2 * PIECE + PIECE / 2, 0, 20 * PIECE
     };
 
-    private QueryCases() {}
-
     public static void addTo(TestRun tests) {
         tests.add("every declared type is described as declared", QueryCases::describe);
-        tests.add("statement errors carry Oracle's code", QueryCases::errors);
         tests.add("arrays of 1, 7 and 1000 rows hold the same rows", QueryCases::arrays);
         tests.add("numbers of every form are read alike", () -> numbers());
         tests.add("numbers that have no such value are refused", QueryCases::numbersOfTexts);
         tests.add("values of all lengths follow each other", QueryCases::lengths);
-        tests.add("there is no value outside the row", QueryCases::outsideTheRow);
+        tests.add("no value is outside the row, and an error comes with its row", QueryCases::outsideTheRow);
         tests.add("LONG values of all lengths, NULLs among them", QueryCases::longValues);
         tests.add("a LONG that is not read to its end is passed over", QueryCases::unreadLong);
-        tests.add("stream pieces are filled whole, and split no character", () -> streamPieces());
     }
 
     private static void describe(OciConnection connection, OciStatement statement)
@@ -55,23 +50,6 @@ public final class QueryCases {
             OciColumn column = statement.columns().get(0);
             same("C_" + i, column.name(), "name");
             same(types[i][1], column.typeText(), "type of " + types[i][0]);
-        }
-    }
-
-    private static void errors(OciConnection connection, OciStatement unused) throws Exception {
-        Object[][] statements = {
-            {942, "SELECT * FROM nowhere"}, {900, "GIBBERISH"}, {1476, "SELECT 1 / 0 FROM DUAL"},
-            {1, "INSERT INTO strict VALUES (1)"}, {955, "CREATE TABLE strict (n NUMBER)"},
-        };
-        execute(connection, "CREATE TABLE strict (n NUMBER PRIMARY KEY)",
-                "INSERT INTO strict VALUES (1)");
-        for (Object[] statement : statements) {
-            oracleError((Integer) statement[0], () -> {
-                try (OciStatement query = connection.createStatement()) {
-                    query.execute((String) statement[1]);
-                    query.next();
-                }
-            });
         }
     }
 
@@ -191,10 +169,15 @@ public final class QueryCases {
     }
 
     private static void outsideTheRow(OciConnection unused, OciStatement query) throws Exception {
-        query.execute("SELECT 1 FROM DUAL");
+        query.execute("SELECT 1 / (150 - n) FROM big");
         throwing(IllegalStateException.class, () -> query.getString(1));
         query.next();
         throwing(IndexOutOfBoundsException.class, () -> query.getString(2));
+        oracleError(1476, () -> {
+            for (int n = 1; n <= 150; n++) {
+                yes(query.next(), "row " + n);
+            }
+        });
     }
 
     private static String longText(int id, int length) {
@@ -205,41 +188,34 @@ public final class QueryCases {
         return new String(text);
     }
 
-    /** The second table has the lengths in the other order, so that each kind meets each. */
-    private static void makeLongs(OciConnection connection) throws Exception {
-        for (String table : new String[] {"long_a", "long_b"}) {
-            execute(connection, "CREATE TABLE " + table + " (id NUMBER(3), body LONG)");
-            for (int id = 0; id < LENGTHS.length; id++) {
-                int length = LENGTHS[table.equals("long_a") ? id : LENGTHS.length - 1 - id];
-                execute(connection, "INSERT INTO " + table + " VALUES (" + id + ", '"
-                        + longText(id, length) + "')");
-            }
-        }
-        connection.commit();
-    }
-
+    /** Joined with itself in the other order, so that each length meets each kind of length. */
     private static final String TWO_LONGS =
-            "SELECT a.id, a.body, b.body, 'end ' || a.id FROM long_a a, long_b b"
-                    + " WHERE a.id = b.id ORDER BY a.id";
+            "SELECT a.id, a.body, b.body, 'end ' || a.id FROM longs a, longs b"
+                    + " WHERE a.id + b.id = " + (LENGTHS.length - 1) + " ORDER BY a.id";
 
     private static void longValues(OciConnection connection, OciStatement unused)
             throws Exception {
-        makeLongs(connection);
+        execute(connection, "CREATE TABLE longs (id NUMBER(3), body LONG)");
+        for (int id = 0; id < LENGTHS.length; id++) {
+            execute(connection, "INSERT INTO longs VALUES (" + id + ", '"
+                    + longText(id, LENGTHS[id]) + "')");
+        }
+        connection.commit();
         OciStatement query = connection.createStatement(PIECE);
         query.execute(TWO_LONGS);
         for (int id = 0; id < LENGTHS.length; id++) {
             yes(query.next(), "row " + id);
             same(id, query.getInt(1), "id");
-            compareLong(query, 2, id, LENGTHS[id]);
-            compareLong(query, 3, id, LENGTHS[LENGTHS.length - 1 - id]);
+            compareLong(query, 2, id);
+            compareLong(query, 3, LENGTHS.length - 1 - id);
             same("end " + id, query.getString(4), "column after the LONGs");
         }
         yes(!query.next(), "no row after the last");
     }
 
-    private static void compareLong(OciStatement query, int column, int id, int length)
-            throws Exception {
-        String what = "LONG " + column + " of row " + id;
+    private static void compareLong(OciStatement query, int column, int id) throws Exception {
+        int length = LENGTHS[id];
+        String what = "LONG " + column + " of id " + id;
         same(length == 0, query.isNull(column), what + " is NULL");
         if (length > 0) {
             same(length, query.longLength(column), "length of " + what);
@@ -263,19 +239,6 @@ public final class QueryCases {
         InputStream old = query.longStream(2);
         query.next();
         throwing(IOException.class, () -> old.read());
-        compareLong(query, 2, last, LENGTHS[last]);
-    }
-
-    private static void streamPieces() throws Exception {
-        String text = "aé京😀" + longText(1, 5000) + "😀😀";
-        for (int length : new int[] {1, 5, 1000, 4096}) {
-            PieceSource source = PieceSource.ofCharacters(new StringReader(text));
-            StringBuilder whole = new StringBuilder();
-            byte[] buffer = new byte[length + 4];
-            for (int n = source.fill(buffer, length); n > 0; n = source.fill(buffer, length)) {
-                whole.append(new String(buffer, 0, n, StandardCharsets.UTF_8));
-            }
-            same(text, whole.toString(), "text in pieces of " + length);
-        }
+        compareLong(query, 2, last);
     }
 }

@@ -15,8 +15,6 @@ public final class TestRun {
         void run(OciConnection connection, OciStatement statement) throws Exception;
     }
 
-    private static final String LOGIN_SERVER = "TEST";
-
     private int failures;
 
     public void add(String name, Case test) {
@@ -58,28 +56,24 @@ public final class TestRun {
 
     /** Runs a case that must fail with this Oracle error, and returns the error. */
     public static OciException oracleError(int code, Case test) throws Exception {
-        try {
-            test.run();
-        } catch (OciException e) {
-            same(code, e.code(), "error of <" + e.getMessage() + ">");
-            return e;
-        }
-        throw new AssertionError("ORA-" + code + " did not come");
+        OciException error = throwing(OciException.class, test);
+        same(code, error.code(), "error of <" + error.getMessage() + ">");
+        return error;
     }
 
     /** Runs a case that must throw this class; JNI errors show as exceptions, not as crashes. */
-    static void throwing(Class<? extends Throwable> expected, Case test) throws Exception {
+    static <T extends Throwable> T throwing(Class<T> expected, Case test) {
         try {
             test.run();
         } catch (Throwable e) {
             yes(expected.isInstance(e), expected + " expected, but got " + e);
-            return;
+            return expected.cast(e);
         }
         throw new AssertionError(expected + " was not thrown");
     }
 
     static OciConnection connect() throws SQLException {
-        return OciConnection.open("tester", "secret", LOGIN_SERVER);
+        return OciConnection.open("tester", "secret", "TEST");
     }
 
     /** Executes statements that return no rows. */
