@@ -133,8 +133,7 @@ public final class ConsoleCases {
                 piped.ends(1, csv.getFileName() + ", " + fault[1]);
             }
             Files.write(csv, (good + faults[0][0]).getBytes(StandardCharsets.UTF_8));
-            Run kept = new Run("SET AUTOCOMMIT ON\nUPDATE filled SET n = n;\n" + load, LOGIN);
-            kept.ends(1);
+            new Run("SET AUTOCOMMIT ON\nUPDATE filled SET n = n;\n" + load, LOGIN).ends(1);
             new Run("SELECT COUNT(*) || ' left' FROM filled;\n", LOGIN).ends(0, "3 left");
         } finally {
             Files.delete(csv);
