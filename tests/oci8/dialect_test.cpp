@@ -1,27 +1,11 @@
 // The dialect, from statement text to what the engine makes of it.
-#include "dialect.h"
-
-#include <gmock/gmock.h>
-
 #include "declared_type.h"
 #include "engine_fixture.h"
-#include "sqlite_catalogue.h"
-#include "sqlite_control.h"
-#include "sqlite_functions.h"
-#include "sqlite_rowid.h"
-#include "sqlite_schema.h"
 
 namespace oci8 {
 namespace {
 
-using testing::ElementsAre;
-
 // --- Tokens --------------------------------------------------------------------------------------
-
-std::string kind(std::string_view source) {
-  const SqlText sql = tokenize(source);
-  return std::to_string(sql.type) + " " + std::to_string(sql.function);
-}
 
 // The numbers of OCI_ATTR_STMT_TYPE and OCI_ATTR_SQLFNCODE.
 TEST(SqlText, TellsKindsOfStatements) {
@@ -33,42 +17,34 @@ TEST(SqlText, TellsKindsOfStatements) {
     DROP TABLE t -> 6 12 | ALTER SESSION SET x = 1 -> 7 42 | TRUNCATE TABLE t -> 0 85
     COMMIT -> 0 44 | BEGIN NULL; END; -> 8 47 | <<l>> DECLARE a NUMBER; BEGIN NULL; END; -> 9 47
     set transaction read only -> 0 48 | 'SELECT' -> 0 0)")) {
-    EXPECT_EQ(kind(source), expected) << source;
+    const SqlText sql = tokenize(source);
+    EXPECT_EQ(std::to_string(sql.type) + " " + std::to_string(sql.function), expected) << source;
   }
-  EXPECT_EQ(kind("/* DROP */ -- INSERT\n ((SELECT 1 FROM dual))"), "1 3");
-  EXPECT_EQ(kind(""), "0 0");
-}
-
-std::vector<std::string> spellings(std::string_view source) {
-  const SqlText sql = tokenize(source);
-  std::vector<std::string> result;
-  for (const Token& token : sql.tokens) result.emplace_back(sql.spelling(token));
-  return result;
+  EXPECT_EQ(tokenize("/* DROP */ -- INSERT\n ((SELECT 1 FROM dual))").type, OCI_STMT_SELECT);
+  EXPECT_EQ(tokenize("").type, 0);
 }
 
 TEST(SqlText, SplitsWhatLooksLikeSomethingElse) {
-  EXPECT_THAT(spellings("a--b\n-c/*'*/||'it''s -- '\"x\"\"y\""),
-              ElementsAre("a", "-", "c", "||", "'it''s -- '", "\"x\"\"y\""));
-  EXPECT_THAT(spellings("1..3 1.5e-3 .5 1e 2.x <=>= :=:b :1"),
-              ElementsAre("1", "..", "3", "1.5e-3", ".5", "1", "e", "2.", "x",
-                          "<=", ">=", ":=", ":b", ":1"));
-}
-
-std::vector<std::string> placeholder_names(std::string_view source) {
-  std::vector<std::string> names;
-  for (const Placeholder& placeholder : tokenize(source).placeholders) {
-    names.push_back(placeholder.name);
-  }
-  return names;
+  const std::string source =
+      "a--b\n-c/*'*/||'it''s -- '\"x\"\"y\" 1..3 1.5e-3 .5 1e 2.x <=>= :=:b :1";
+  const SqlText sql = tokenize(source);
+  std::string tokens;
+  for (const Token& token : sql.tokens) tokens += "[" + std::string(sql.spelling(token)) + "]";
+  EXPECT_EQ(tokens, R"([a][-][c][||]['it''s -- ']["x""y"][1][..][3][1.5e-3][.5][1][e][2.][x])"
+                    "[<=][>=][:=][:b][:1]");
 }
 
 TEST(SqlText, CountsPlaceholdersByOccurrenceInSqlAndByNameInBlocks) {
-  EXPECT_THAT(
-      placeholder_names("SELECT ':x', \":y\" /*:z*/ FROM t WHERE a = :a AND b = :A OR :2 = 1"),
-      ElementsAre("A", "A", "2"));
-  EXPECT_THAT(placeholder_names("BEGIN :a := :b; :A := ':c'; END;"), ElementsAre("A", "B"));
-  EXPECT_THAT(placeholder_names("CREATE TRIGGER t BEFORE INSERT ON x BEGIN :new.a := 1; END;"),
-              ElementsAre());
+  for (const auto& [source, expected] : cases(R"(
+    SELECT ':x', ":y" /*:z*/ FROM t WHERE a = :a AND b = :A OR :2 = 1 -> A A 2
+    BEGIN :a := :b; :A := ':c'; END; -> A B
+    CREATE TRIGGER t BEFORE INSERT ON x BEGIN :new.a := 1; END; ->)")) {
+    std::string names;
+    for (const Placeholder& found : tokenize(source).placeholders) {
+      names += (names.empty() ? "" : " ") + found.name;
+    }
+    EXPECT_EQ(names, expected) << source;
+  }
 }
 
 // A select list as "NAME:type(size,precision,scale)", with "!" where it cannot be null.
@@ -93,11 +69,6 @@ TEST(DeclaredType, ReadsBackWhatItSpells) {
   std::vector<ColumnInfo> read;
   ASSERT_TRUE(read_view(view_heading("V\"(", all) + "SELECT 1", read));
   EXPECT_EQ(described(read), described(all));
-  for (const ColumnInfo& column : all) {
-    ColumnInfo alone;
-    EXPECT_TRUE(read_type(spell_type(column), alone));
-    EXPECT_EQ(spell_type(alone), spell_type(column));
-  }
   for (const char* foreign :
        {"INTEGER", "VARCHAR2(0)", "VARCHAR2(9999999999)", "NUMBER(5", "TEXT"}) {
     EXPECT_FALSE(read_type(foreign, read.front())) << foreign;
@@ -108,14 +79,8 @@ TEST(DeclaredType, ReadsBackWhatItSpells) {
 
 class DialectTest : public testing::Test {
  protected:
-  DialectTest()
-      : db_(open_file(":memory:", SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE)),
-        schema_(db_.get(), user_) {
-    register_functions(db_.get(), &user_);
-    register_control_functions(db_.get());
-    register_rowid_functions(db_.get());
-    register_catalogue_functions(db_.get());
-    create_system_objects(db_.get());
+  DialectTest() {
+    db_->log_in("scott", "");
     for (const char* sql :
          {"CREATE TABLE dept (deptno NUMBER(2) CONSTRAINT pk PRIMARY KEY, dname VARCHAR2(10),"
           " loc CHAR(8)) TABLESPACE users STORAGE (INITIAL 10K)",
@@ -134,27 +99,21 @@ class DialectTest : public testing::Test {
   // Rows as "a,b/c,d"; an error as its code and offset: "942@14".
   std::string run(std::string_view source) {
     std::string rows;
-    try {
-      const Translation made = translate(tokenize(source), schema_);
-      std::string_view rest = made.sql;
-      while (!rest.empty()) {
-        const SqliteStatementOwner statement = prepare_sql(db_.get(), rest, {}, &rest);
-        if (statement == nullptr) break;
-        sqlite3_bind_text(statement.get(), 1, "10", -1, SQLITE_STATIC);
-        while (step_sql(statement.get())) rows += (rows.empty() ? "" : "/") + row(statement.get());
-      }
-    } catch (const Failure& failure) {
-      return std::to_string(failure.code) + "@" + std::to_string(failure.offset);
-    }
-    return rows;
+    const Failure raised = failure([&] {
+      const SqlText text = tokenize(source);
+      const auto statement = db_->prepare(text);
+      if (!text.placeholders.empty()) statement->bind(1, {Value::Kind::Text, 0, 0, "10", 2});
+      while (statement->step()) rows += (rows.empty() ? "" : "/") + row(*statement);
+    });
+    return raised.code == 0 ? rows
+                            : std::to_string(raised.code) + "@" + std::to_string(raised.offset);
   }
 
-  static std::string row(sqlite3_stmt* statement) {
+  static std::string row(Statement& statement) {
     std::string result;
-    for (int i = 0; i < sqlite3_column_count(statement); ++i) {
-      result += i > 0 ? "," : "";
-      const bool null = sqlite3_column_type(statement, i) == SQLITE_NULL;
-      result += null ? "-" : std::string(column_text(statement, i));
+    for (ub4 i = 0; i < statement.columns().size(); ++i) {
+      const std::string text = text_of(statement.column(i));
+      result += (i > 0 ? "," : "") + (text == "NULL" ? "-" : text);
     }
     return result;
   }
@@ -163,9 +122,7 @@ class DialectTest : public testing::Test {
     for (const auto& [source, result] : cases(table)) EXPECT_EQ(run(source), result) << source;
   }
 
-  std::string user_ = "SCOTT";
-  SqliteOwner db_;
-  SqliteSchema schema_;
+  std::unique_ptr<Connection> db_ = open_database(":memory:");
 };
 
 TEST_F(DialectTest, OperatorsMeanWhatTheyMeanOnTheServer) {
@@ -287,12 +244,11 @@ TEST_F(DialectTest, ErrorsNameTheirPlace) {
 }
 
 TEST_F(DialectTest, DescribesSelectLists) {
-  const Translation made = translate(
-      tokenize("SELECT e.*, sal*2, 'abc', NULL \"n\", ename||'x', SUBSTR(ename, 1, 1), SYSDATE,"
-               " hired-1, COUNT(*) OVERALL, ROWID FROM emp e GROUP BY empno, ename, hired, sal,"
-               " deptno, photo, ROWID"),
-      schema_);
-  EXPECT_EQ(described(made.columns),
+  const SqlText source = tokenize(
+      "SELECT e.*, sal*2, 'abc', NULL \"n\", ename||'x', SUBSTR(ename, 1, 1), SYSDATE,"
+      " hired-1, COUNT(*) OVERALL, ROWID FROM emp e GROUP BY empno, ename, hired, sal,"
+      " deptno, photo, ROWID");
+  EXPECT_EQ(described(db_->prepare(source)->columns()),
             "EMPNO:2(22,4,0)! ENAME:1(10,0,0) HIRED:12(7,0,0) SAL:2(22,7,2) DEPTNO:2(22,2,0) "
             "PHOTO:23(4,0,0) SAL*2:2(22,0,-127) 'abc':96(3,0,0)! n:1(1,0,0) ENAME||'x':1(11,0,0) "
             "SUBSTR(ENAME,1,1):1(4,0,0) SYSDATE:12(7,0,0) HIRED-1:12(7,0,0) OVERALL:2(22,0,-127) "

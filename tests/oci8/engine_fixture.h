@@ -5,13 +5,19 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdlib>
+#include <filesystem>
 #include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "accounts.h"
 #include "engine.h"
 #include "error.h"
+#include "number.h"
+#include "sqlite_catalogue.h"
+#include "sqlite_handle.h"
 
 namespace oci8 {
 
@@ -36,7 +42,10 @@ inline std::vector<std::pair<std::string, std::string>> cases(std::string text) 
 
 inline std::string text_of(const Value& value) {
   if (value.kind == Value::Kind::Integer) return std::to_string(value.integer);
-  if (value.kind == Value::Kind::Real) return std::to_string(value.real);
+  if (value.kind == Value::Kind::Real) {
+    char text[kNumberTextSize];
+    return {text, number_to_text(value.real, text)};
+  }
   return value.kind == Value::Kind::Null ? "NULL" : std::string(value.data, value.size);
 }
 
@@ -61,6 +70,21 @@ Failure failure(Body&& body) {
   }
   return {};
 }
+
+/// A folder with the database TEST.db, where scott has an account.
+class DatabaseTest : public testing::Test {
+ protected:
+  DatabaseTest() {
+    const auto db = open_file(database_, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
+    create_system_objects(db.get());
+    add_account(db.get(), "scott", "tiger");
+  }
+  ~DatabaseTest() override { std::filesystem::remove_all(folder_); }
+
+  char name_[25] = "/tmp/oci8-test-XXXXXX";
+  const std::filesystem::path folder_ = mkdtemp(name_);
+  const std::string database_ = folder_ / "TEST.db";
+};
 
 }  // namespace oci8
 

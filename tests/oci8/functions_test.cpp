@@ -1,10 +1,9 @@
-#include <cstdlib>
 #include <regex>
 
 #include "accounts.h"
 #include "engine_fixture.h"
-#include "number.h"
 #include "sqlite_functions.h"
+#include "sqlite_handle.h"
 
 namespace oci8 {
 namespace {
@@ -19,36 +18,17 @@ class Functions : public testing::Test {
 
   // The value of an SQL expression: text in quotes, bytes as x'..', or the error's number.
   std::string value(const std::string& expression) {
-    sqlite3_stmt* statement = nullptr;
-    sqlite3_prepare_v2(db_, ("SELECT " + expression).c_str(), -1, &statement, nullptr);
-    const int result = sqlite3_step(statement);
     const std::string shown =
-        result == SQLITE_ROW ? show(statement) : std::string(sqlite3_errmsg(db_)).substr(0, 9);
+        "SELECT CASE typeof(v) WHEN 'text' THEN '''' || v || '''' "
+        "WHEN 'blob' THEN 'x' || quote(hex(v)) WHEN 'null' THEN 'NULL' "
+        "ELSE ora_text(v) END FROM (SELECT " +
+        expression + " v)";
+    sqlite3_stmt* statement = nullptr;
+    sqlite3_prepare_v2(db_, shown.c_str(), -1, &statement, nullptr);
+    const bool row = sqlite3_step(statement) == SQLITE_ROW;
+    const std::string found(row ? column_text(statement, 0) : sqlite3_errmsg(db_));
     sqlite3_finalize(statement);
-    return shown;
-  }
-
-  static std::string show(sqlite3_stmt* statement) {
-    char number[kNumberTextSize];
-    switch (sqlite3_column_type(statement, 0)) {
-      case SQLITE_INTEGER:
-        return {number, number_to_text(sqlite3_column_int64(statement, 0), number)};
-      case SQLITE_FLOAT:
-        return {number, number_to_text(sqlite3_column_double(statement, 0), number)};
-      case SQLITE_NULL:
-        return "NULL";
-      default:
-        break;
-    }
-    const bool bytes = sqlite3_column_type(statement, 0) == SQLITE_BLOB;
-    const auto* data = static_cast<const unsigned char*>(sqlite3_column_blob(statement, 0));
-    std::string shown = bytes ? "x'" : "'";
-    for (int i = 0; i < sqlite3_column_bytes(statement, 0); ++i) {
-      char hex[3];
-      snprintf(hex, sizeof hex, "%02X", data[i]);
-      shown += bytes ? std::string(hex) : std::string(1, static_cast<char>(data[i]));
-    }
-    return shown + "'";
+    return row ? found : found.substr(0, 9);
   }
 
   // D[...] stands for a date, and "@" before an expression shows one in that form.
@@ -196,15 +176,14 @@ TEST_F(Functions, AnyArgumentsGiveAValueOrAnOracleError) {
                                  "'abc'", "'1999'", "x''", "x'00'", "x'77C7030F0E060A'",
                                  "CAST(x'FFC3' AS TEXT)", "'9'"};
   // clang-format on
-  sqlite3_stmt* list = nullptr;
-  sqlite3_prepare_v2(db_,
-                     "SELECT DISTINCT name, narg FROM pragma_function_list WHERE builtin = 0 "
-                     "AND flags & 0x200000 AND name <> 'uid'",
-                     -1, &list, nullptr);
+  std::istringstream list(
+      value("(SELECT group_concat(name || ' ' || narg, ' ') FROM (SELECT DISTINCT name, narg FROM "
+            "pragma_function_list WHERE builtin = 0 AND flags & 0x200000 AND name <> 'uid'))")
+          .substr(1));
   int functions = 0;
-  for (; sqlite3_step(list) == SQLITE_ROW; ++functions) {
-    const std::string name = reinterpret_cast<const char*>(sqlite3_column_text(list, 0));
-    const int count = sqlite3_column_int(list, 1) < 0 ? 4 : sqlite3_column_int(list, 1);
+  std::string name;
+  for (int count = 0; list >> name >> count; ++functions) {
+    if (count < 0) count = 4;
     for (size_t mix = 0; mix < (count == 0 ? 1u : 13u * 13u); ++mix) {
       std::string call = name + "(";
       for (int i = 0; i < count; ++i) {
@@ -218,7 +197,6 @@ TEST_F(Functions, AnyArgumentsGiveAValueOrAnOracleError) {
     }
   }
   EXPECT_GT(functions, 70);
-  sqlite3_finalize(list);
 }
 
 TEST_F(Functions, AccountsLetInWithTheirPasswordOnly) {

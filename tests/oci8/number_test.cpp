@@ -1,6 +1,5 @@
 #include "number.h"
 
-#include <climits>
 #include <cmath>
 #include <random>
 #include <string>
@@ -20,14 +19,10 @@ std::string show(const Number& value) {
 // Integers are shown as they are, doubles with an "r" behind them.
 std::string read(std::string_view text) {
   Number value;
-  switch (parse_number(text, value)) {
-    case NumberParse::Ok:
-      return show(value);
-    case NumberParse::Invalid:
-      return "invalid";
-    default:
-      return "inexact";
-  }
+  const NumberParse parsed = parse_number(text, value);
+  return parsed == NumberParse::Ok        ? show(value)
+         : parsed == NumberParse::Invalid ? "invalid"
+                                          : "inexact";
 }
 
 TEST(Number, ReadsWhatItKeepsExactlyAndRefusesTheRest) {
