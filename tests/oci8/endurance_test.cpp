@@ -51,14 +51,13 @@ class Threads : public OciTest {
   static constexpr int kSessions = 64, kAmount = 100;
 
   // A writer waits for all others in turn, on a machine that may be busy with something else.
-  void SetUp() override {
-    OciTest::SetUp();
+  Threads() {
     setenv("OCI8_LOCK_TIMEOUT", "120000", 0);
     log_in();
     must("create table t (id number primary key, amount number)");
     for (int i = 0; i < kSessions; ++i) {
       must("insert into t values (" + std::to_string(i) + ", " + std::to_string(kAmount) + ")");
-      ASSERT_EQ(clients_.emplace_back().log_in(database_), OCI_SUCCESS);
+      clients_.emplace_back(database_);
     }
     OCITransCommit(c.svc, c.err, 0);
   }
@@ -181,11 +180,9 @@ long resident_kilobytes() {
   return pages * (sysconf(_SC_PAGESIZE) / 1024);
 }
 
-class Soak : public OciTest {
+class Soak : public LoggedInTest {
  protected:
-  void SetUp() override {
-    OciTest::SetUp();
-    log_in();
+  Soak() {
     must("create table t (n number, l long)");
     must("insert into t values (1, 'a long text')");
   }
@@ -215,11 +212,8 @@ TEST_F(Soak, CursorsThatStreamAValueInAndFetchIt) {
   int pieces = 0;
   repeat(scaled(2000), [&] {
     OCIStmt* former = std::exchange(c.stmt, c.make<OCIStmt>(OCI_HTYPE_STMT));
-    OCIBind* bind = nullptr;
     ASSERT_EQ(c.prepare("update t set l = :1 where n = 1"), OCI_SUCCESS);
-    OCIBindByPos(c.stmt, &bind, c.err, 1, nullptr, 0x7fffffff, SQLT_LNG, nullptr, nullptr, nullptr,
-                 0, nullptr, OCI_DATA_AT_EXEC);
-    ASSERT_EQ(OCIBindDynamic(bind, c.err, &pieces, next_piece, nullptr, nullptr), OCI_SUCCESS);
+    ASSERT_EQ(c.stream(SQLT_LNG, &pieces, next_piece), OCI_SUCCESS);
     ASSERT_EQ(c.execute(1), OCI_SUCCESS) << c.code();
     // Not each one: a commit waits for the disk, and is not what is looked at.
     if (pieces % 3000 == 0) OCITransCommit(c.svc, c.err, 0);
@@ -230,8 +224,7 @@ TEST_F(Soak, CursorsThatStreamAValueInAndFetchIt) {
 
 TEST_F(Soak, LoginsAndLogouts) {
   repeat(scaled(20), [&] {
-    Client client;
-    ASSERT_EQ(client.log_in(database_), OCI_SUCCESS);
+    Client client(database_);
     OCISessionEnd(client.svc, client.err, client.ses, 0);
     ASSERT_EQ(OCIServerDetach(client.srv, client.err, 0), OCI_SUCCESS);
   });

@@ -10,8 +10,6 @@ namespace {
 
 using Unit = LargeName::Unit;
 constexpr size_t kChunk = kLargePart;
-constexpr auto kCounts =
-    "SELECT count(*) || '/' || (SELECT count(*) FROM OCI8$CHUNKS) FROM OCI8$LARGE";
 
 std::string pattern(size_t size, int seed) {
   std::string bytes(size, 0);
@@ -19,14 +17,9 @@ std::string pattern(size_t size, int seed) {
   return bytes;
 }
 
-class Large : public OciTest {
+class Large : public LoggedInTest {
  protected:
-  void SetUp() override {
-    OciTest::SetUp();
-    log_in();
-    db_ = open_database(database_);
-    ASSERT_EQ(run("create table t (n number primary key, c clob, b blob, l long)"), 0);
-  }
+  Large() { EXPECT_EQ(run("create table t (n number primary key, c clob, b blob, l long)"), 0); }
 
   /// Runs, with a large value for :1 where there is one; the error, or 0.
   int run(std::string_view sql, const LargeName& name = {}, bool given = false) {
@@ -59,12 +52,13 @@ class Large : public OciTest {
     db_->commit();
     EXPECT_EQ(OCITransCommit(c.svc, c.err, OCI_DEFAULT), OCI_SUCCESS);
     const auto raw = open_file(database_, SQLITE_OPEN_READWRITE);
-    const auto row = prepare_sql(raw.get(), kCounts);
+    const auto row = prepare_sql(
+        raw.get(), "SELECT count(*) || '/' || (SELECT count(*) FROM OCI8$CHUNKS) FROM OCI8$LARGE");
     step_sql(row.get());
     return std::string(column_text(row.get(), 0));
   }
 
-  std::unique_ptr<Connection> db_;
+  std::unique_ptr<Connection> db_ = open_database(database_);
 };
 
 int code_of_size(Connection& db, const LargeName& name) {
@@ -188,12 +182,9 @@ TEST_F(Large, LongValuesStreamThroughTheStore) {
                {"update s set r = :1", 100000, 5000, "3/12", 24343}};
   for (const auto& one : cases) {
     Source source{c, pattern(one.size, 3), one.piece, one.code == 24343};
-    OCIBind* bind = nullptr;
     const ub2 type = one.sql[12] == 't' ? SQLT_LNG : SQLT_LBI;
     ASSERT_EQ(c.prepare(one.sql), OCI_SUCCESS);
-    OCIBindByPos(c.stmt, &bind, c.err, 1, nullptr, 0x7fffffff, type, nullptr, nullptr, nullptr, 0,
-                 nullptr, OCI_DATA_AT_EXEC);
-    ASSERT_EQ(OCIBindDynamic(bind, c.err, &source, Source::next, nullptr, nullptr), OCI_SUCCESS);
+    ASSERT_EQ(c.stream(type, &source, Source::next), OCI_SUCCESS);
     EXPECT_EQ(c.error_of(c.execute(1)), one.code) << one.sql;
     EXPECT_EQ(kept(), one.kept) << one.sql;
   }

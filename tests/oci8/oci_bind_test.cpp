@@ -18,23 +18,12 @@ std::string raw(T value) {
   return std::string(reinterpret_cast<const char*>(&value), sizeof value);
 }
 
-class Bind : public OciTest {
+class Bind : public LoggedInTest {
  protected:
-  void SetUp() override {
-    OciTest::SetUp();
-    log_in();
+  Bind() {
     must("create table t (n number, f float, s varchar2(4000), d date, r raw(2000))");
     must("create table l (n number, x long)");
     must("create table b (n number, x long raw)");
-  }
-
-  sword bind(ub4 position, const void* value, size_t size, ub2 type, sb2* indicator = nullptr,
-             ub2* size_in = nullptr, ub4 mode = OCI_DEFAULT) {
-    return OCIBindByPos(c.stmt, &made, c.err, position, const_cast<void*>(value),
-                        static_cast<sb4>(size), type, indicator, size_in, code, 0, nullptr, mode);
-  }
-  sword bind(ub4 position, const std::string& value, ub2 type) {
-    return bind(position, value.data(), value.size(), type);
   }
 
   /// Inserts one value into "table.column" and fetches it as `fetched`: as first_value, or the
@@ -44,7 +33,7 @@ class Bind : public OciTest {
     const std::string table = target.substr(0, 1), column = target.substr(2);
     EXPECT_EQ(c.run("delete from " + table), OCI_SUCCESS);
     EXPECT_EQ(c.prepare("insert into " + table + " (" + column + ") values (:v)"), OCI_SUCCESS);
-    EXPECT_EQ(bind(1, value, type), OCI_SUCCESS) << c.code();
+    EXPECT_EQ(c.bind(1, value.data(), value.size(), type), OCI_SUCCESS) << c.code();
     if (const int error = c.error_of(c.execute(1))) return "ORA-" + std::to_string(error);
     EXPECT_EQ(c.row_count(), 1u);
     return first_value("select " + column + " from " + table, fetched, room);
@@ -62,16 +51,12 @@ class Bind : public OciTest {
     return room > 65535 ? out : out.substr(0, length);
   }
 
-  OCIBind* made = nullptr;
-  ub2* code = nullptr;  // for the binds that follow
   ub2 length = 0;
 };
 
 TEST_F(Bind, EveryTypeComesBackAsItWentIn) {
-  std::string all(256, 0);
-  for (size_t i = 0; i < all.size(); ++i) all[i] = static_cast<char>(i);
-  std::string noise;
-  while (noise.size() < 65536) noise += all;
+  std::string noise(65536, 0);
+  for (size_t i = 0; i < noise.size(); ++i) noise[i] = static_cast<char>(i);
   const auto same = [&](const char* column, ub2 type, const std::string& value, ub2 fetched = 0) {
     if (fetched == 0) fetched = type;
     EXPECT_EQ(round_trip(column, value, type, fetched, value.size()), value) << column << type;
@@ -88,7 +73,7 @@ TEST_F(Bind, EveryTypeComesBackAsItWentIn) {
                           seven({199, 199, 12, 31, 1, 1, 1})}) {
     same("t.d", SQLT_DAT, day);
   }
-  same("t.r", SQLT_BIN, all);
+  same("t.r", SQLT_BIN, noise.substr(0, 256));
   same("b.x", SQLT_LBI, noise.substr(0, 65535));
   same("b.x", SQLT_LBI, noise);
   same("l.x", SQLT_LNG, std::string(65535, 'y'));
@@ -113,11 +98,9 @@ TEST_F(Bind, ValuesAreReadByTheRulesOfTheirType) {
       {"t.s", "abc", SQLT_STR, "ORA-1480"},
       {"t.s", std::string(2, 0), SQLT_STR, "NULL"},
       {"t.s", "", SQLT_CHR, "NULL"},
-      {"t.s", std::string(4001, 'x'), SQLT_CHR, "ORA-1401"},
       {"t.r", "", SQLT_BIN, "NULL"},
       {"t.d", seven({119, 199, 13, 1, 1, 1, 1}), SQLT_DAT, "ORA-1843"},
       {"t.d", seven({0, 0, 0, 0, 0, 0, 0}), SQLT_DAT, "ORA-1841"},
-      {"t.d", seven({119, 199, 2, 29, 1, 1, 1}), SQLT_DAT, "ORA-1839"},
   };
   for (const auto& [column, value, type, expected] : cases) {
     EXPECT_EQ(round_trip(column, value, type, SQLT_CHR, 100), expected) << value;
@@ -129,23 +112,20 @@ TEST_F(Bind, IndicatorAndLengthAreReadByEachExecute) {
   ub2 size = 2;
   int number = 1;
   ASSERT_EQ(c.prepare("insert into t (s, n) values (:s, :n)"), OCI_SUCCESS);
-  ASSERT_EQ(bind(1, "wrong", 5, SQLT_CHR), OCI_SUCCESS);
-  OCIBind* former = made;
-  ASSERT_EQ(bind(1, "abc", 3, SQLT_CHR, &indicator, &size), OCI_SUCCESS);
-  EXPECT_EQ(made, former);
-  ASSERT_EQ(bind(2, &number, 4, SQLT_INT), OCI_SUCCESS);
-  EXPECT_EQ(c.execute(1), OCI_SUCCESS);
-  number = 2;
-  size = 0;
-  EXPECT_EQ(c.execute(1), OCI_SUCCESS);
-  number = 3;
-  size = 4;
-  EXPECT_EQ(c.error_of(c.execute(1)), 1458);
-  indicator = -1;
-  EXPECT_EQ(c.execute(1), OCI_SUCCESS);
+  ASSERT_EQ(c.bind(1, "wrong", 5, SQLT_CHR), OCI_SUCCESS);
+  OCIBind* former = c.bound;
+  ASSERT_EQ(c.bind(1, "abc", 3, SQLT_CHR, &indicator, &size), OCI_SUCCESS);
+  EXPECT_EQ(c.bound, former);
+  ASSERT_EQ(c.bind(2, &number, 4, SQLT_INT), OCI_SUCCESS);
+  const std::tuple<int, ub2, sb2, int> steps[] = {
+      {1, 2, 0, 0}, {2, 0, 0, 0}, {3, 4, 0, 1458}, {3, 4, -1, 0}};
+  for (const auto& [next, length_of_next, null, error] : steps) {
+    number = next, size = length_of_next, indicator = null;
+    EXPECT_EQ(c.error_of(c.execute(1)), error);
+  }
   const int numbers[] = {4, 5, 6};
-  ASSERT_EQ(bind(2, numbers, 4, SQLT_INT), OCI_SUCCESS);
-  ASSERT_EQ(bind(1, "xyz", 1, SQLT_CHR), OCI_SUCCESS);
+  ASSERT_EQ(c.bind(2, numbers, 4, SQLT_INT), OCI_SUCCESS);
+  ASSERT_EQ(c.bind(1, "xyz", 1, SQLT_CHR), OCI_SUCCESS);
   EXPECT_EQ(c.execute(3), OCI_SUCCESS);
   EXPECT_EQ(c.row_count(), 3u);
   EXPECT_EQ(first_value("select n from t where s = 'z'", SQLT_CHR, 9), "6");
@@ -163,18 +143,19 @@ TEST_F(Bind, MistakesHaveTheirCodes) {
       {1, &one, 4, 999, 0, 3115},          {1, &one, 4, SQLT_INT, OCI_DATA_AT_EXEC, 3115}};
   for (const auto& [position, value, room, type, mode, expected] : cases) {
     const auto size = static_cast<size_t>(room);
-    const sword status = bind(position, value, size, type, nullptr, nullptr, mode);
+    const sword status = c.bind(position, value, size, type, nullptr, nullptr, nullptr, mode);
     EXPECT_EQ(c.error_of(status), expected) << position << ' ' << type;
   }
-  ASSERT_EQ(bind(1, &one, 4, SQLT_INT), OCI_SUCCESS);
-  EXPECT_EQ(OCIBindDynamic(made, c.err, nullptr, nullptr, nullptr, nullptr), OCI_ERROR);
+  ASSERT_EQ(c.bind(1, &one, 4, SQLT_INT), OCI_SUCCESS);
+  EXPECT_EQ(OCIBindDynamic(c.bound, c.err, nullptr, nullptr, nullptr, nullptr), OCI_ERROR);
   EXPECT_EQ(c.attribute<ub4>(OCI_ATTR_FNCODE), 17u);
   EXPECT_EQ(c.error_of(c.execute(1)), 1008);
-  ASSERT_EQ(bind(2, nullptr, 9, SQLT_LNG, nullptr, nullptr, OCI_DATA_AT_EXEC), OCI_SUCCESS);
+  ASSERT_EQ(c.bind(2, nullptr, 9, SQLT_LNG, nullptr, nullptr, nullptr, OCI_DATA_AT_EXEC),
+            OCI_SUCCESS);
   EXPECT_EQ(c.attribute<ub4>(OCI_ATTR_FNCODE), 66u);
   EXPECT_EQ(c.error_of(c.execute(1)), 3129);
   ASSERT_EQ(c.prepare("select 1 from dual"), OCI_SUCCESS);
-  EXPECT_EQ(OCIBindDynamic(made, c.err, nullptr, nullptr, nullptr, nullptr), OCI_INVALID_HANDLE);
+  EXPECT_EQ(OCIBindDynamic(c.bound, c.err, nullptr, nullptr, nullptr, nullptr), OCI_INVALID_HANDLE);
 }
 
 // The caller's memory is its own again after the execute, also when rows are still to come.
@@ -182,13 +163,13 @@ TEST_F(Bind, AnOpenQueryKeepsItsValues) {
   must("insert into t (n, s) select rownum, 'key' from user_tables");
   std::string key = "key", out(9, 0);
   ASSERT_EQ(c.prepare("select s || :k from t where s = :k"), OCI_SUCCESS);
-  ASSERT_EQ(bind(1, key, SQLT_CHR), OCI_SUCCESS);
-  ASSERT_EQ(bind(2, key, SQLT_CHR), OCI_SUCCESS);
+  ASSERT_EQ(c.bind(1, key.data(), 3, SQLT_CHR), OCI_SUCCESS);
+  ASSERT_EQ(c.bind(2, key.data(), 3, SQLT_CHR), OCI_SUCCESS);
   ASSERT_EQ(c.define(1, out.data(), 9, SQLT_STR), OCI_SUCCESS);
   ASSERT_EQ(c.execute(0), OCI_SUCCESS);
   ASSERT_EQ(c.fetch(1), OCI_SUCCESS);
   std::fill(key.begin(), key.end(), '#');
-  ASSERT_EQ(bind(1, "other", 5, SQLT_CHR), OCI_SUCCESS);
+  ASSERT_EQ(c.bind(1, "other", 5, SQLT_CHR), OCI_SUCCESS);
   for (ub4 rows = 1; rows < 3; ++rows) {
     EXPECT_STREQ(out.c_str(), "keykey");
     ASSERT_EQ(c.fetch(1), OCI_SUCCESS) << c.code();
@@ -230,86 +211,33 @@ struct Stream {
 TEST_F(Bind, StreamsArePulledPieceByPiece) {
   const std::string value = std::string(9999, 'a') + "z";
   sb2 null = -1;
-  const auto expect = [&](const std::string& table, const std::string& given, size_t failing,
-                          sb2* indicator, const std::vector<int>& asked, const std::string& stored,
-                          size_t breaking = 0) {
-    const ub2 type = table == "l" ? SQLT_LNG : SQLT_LBI;
+  const auto expect = [&](const std::string& given, sb2* indicator, const std::vector<int>& asked,
+                          const std::string& stored, size_t failing = 0, size_t breaking = 0) {
     Stream stream{&c, given, failing, breaking};
-    must("delete from " + table);
-    ASSERT_EQ(c.prepare("insert into " + table + " values (1, :x)"), OCI_SUCCESS);
-    ASSERT_EQ(bind(1, nullptr, 10000, type, indicator, nullptr, OCI_DATA_AT_EXEC), OCI_SUCCESS);
-    ASSERT_EQ(OCIBindDynamic(made, c.err, &stream, Stream::next, nullptr, nullptr), OCI_SUCCESS);
+    must("delete from l");
+    ASSERT_EQ(c.prepare("insert into l values (1, :x)"), OCI_SUCCESS);
+    ASSERT_EQ(c.stream(SQLT_LNG, &stream, Stream::next, indicator), OCI_SUCCESS);
     const int raised = failing != 0 ? 24343 : breaking != 0 ? 1013 : 0;
     EXPECT_EQ(c.error_of(c.execute(1)), raised);
     EXPECT_EQ(c.row_count(), raised != 0 ? 0u : 1u);
     EXPECT_EQ(stream.asked, asked);
-    EXPECT_EQ(first_value("select x from " + table, type, 10000), stored);
+    EXPECT_EQ(first_value("select x from l", SQLT_LNG, 10000), stored);
   };
-  expect("l", value, 0, nullptr, {1, 2, 2, 2}, value);
-  expect("b", value, 0, nullptr, {1, 2, 2, 2}, value);
-  expect("l", "", 0, nullptr, {1}, "NULL");
-  expect("l", value, 0, &null, {}, "NULL");
-  expect("l", value, 3, nullptr, {1, 2, 2}, "none 1403");
-  expect("l", value, 0, nullptr, {1, 2}, "none 1403", 2);
+  expect(value, nullptr, {1, 2, 2, 2}, value);
+  expect("", nullptr, {1}, "NULL");
+  expect(value, &null, {}, "NULL");
+  expect(value, nullptr, {1, 2, 2}, "none 1403", 3);
+  expect(value, nullptr, {1, 2}, "none 1403", 0, 2);
 }
 
-// By the rules of a fetch: what a variable cannot take is told by whatever it has for that.
-TEST_F(Bind, BlocksWriteTheirVariables) {
-  must("insert into t (n, s, r) values (7, 'seven', 'FF00')");
-  const std::string garbage(9, '\xff');
-  const struct {
-    const char* assigned;
-    ub2 type;
-    size_t room;
-    bool tells;  // has indicator and return code
-    sword status;
-    int code;
-    sb2 indicator;
-    ub2 length;
-    std::string value;
-  } cases[] = {{"n", SQLT_INT, 4, true, OCI_SUCCESS, 0, 0, 4, raw(7)},
-               {"s", SQLT_STR, 9, true, OCI_SUCCESS, 0, 0, 5, std::string("seven\0", 6)},
-               {"n / 2", SQLT_CHR, 9, true, OCI_SUCCESS, 0, 0, 3, "3.5"},
-               {"r", SQLT_BIN, 9, true, OCI_SUCCESS, 0, 0, 2, std::string("\xff\0", 2)},
-               {"to_date('1999-01-02', 'YYYY-MM-DD')", SQLT_DAT, 7, true, OCI_SUCCESS, 0, 0, 7,
-                seven({119, 199, 1, 2, 1, 1, 1})},
-               {"null", SQLT_CHR, 9, true, OCI_SUCCESS, 0, -1, 0, ""},
-               {"null", SQLT_CHR, 9, false, OCI_ERROR, 1405, 0, 0, ""},
-               {"s", SQLT_CHR, 3, true, OCI_SUCCESS_WITH_INFO, 24345, 5, 3, "sev"},
-               {"s", SQLT_CHR, 3, false, OCI_ERROR, 1406, 0, 3, "sev"},
-               {"s", SQLT_DAT, 7, true, OCI_ERROR, 932, 0, 0, ""}};
-  for (const auto& one : cases) {
-    std::string out = garbage;
-    sb2 indicator = 0;
-    ub2 told = 0, size = static_cast<ub2>(one.room);
-    code = one.tells ? &told : nullptr;
-    ASSERT_EQ(c.prepare("begin select " + std::string(one.assigned) + " into :1 from t; end;"),
-              OCI_SUCCESS);
-    ASSERT_EQ(bind(1, out.data(), one.room, one.type, one.tells ? &indicator : nullptr, &size),
-              OCI_SUCCESS);
-    EXPECT_EQ(c.execute(1), one.status) << one.assigned << c.code();
-    EXPECT_EQ(c.code(), one.code) << one.assigned;
-    EXPECT_EQ(indicator, one.indicator);
-    EXPECT_EQ(size, one.code == 932 ? one.room : one.length) << one.assigned;
-    EXPECT_EQ(out.substr(0, one.value.size()), one.value);
-    EXPECT_EQ(c.row_count(), 1u);
-  }
-}
-
-TEST_F(Bind, BlocksReadTheirBindsAndFailAsAWhole) {
-  int in = 20, out = -1;
-  ASSERT_EQ(c.prepare("begin insert into t (n) values (:i); :o := :i * 2; end;"), OCI_SUCCESS);
-  ASSERT_EQ(bind(1, &in, 4, SQLT_INT), OCI_SUCCESS);
-  ASSERT_EQ(bind(2, &out, 4, SQLT_INT), OCI_SUCCESS);
-  for (in = 20; in < 23; ++in) {
-    ASSERT_EQ(c.execute(1), OCI_SUCCESS) << c.code();
-    EXPECT_EQ(out, 2 * in);
-  }
+TEST_F(Bind, ABlockThatFindsNoRowIsUndoneAndNoError) {
+  int out = -1;
+  must("insert into t (n) values (63)");
   ASSERT_EQ(c.prepare("begin delete from t; select n into :1 from t; end;"), OCI_SUCCESS);
-  ASSERT_EQ(bind(1, &out, 4, SQLT_INT), OCI_SUCCESS);
+  ASSERT_EQ(c.bind(1, &out, 4, SQLT_INT), OCI_SUCCESS);
   EXPECT_EQ(c.execute(1, OCI_COMMIT_ON_SUCCESS), OCI_NO_DATA);
   EXPECT_EQ(c.code(), 1403);
-  EXPECT_EQ(first_value("select sum(n) from t", SQLT_CHR, 9), "63");
+  EXPECT_EQ(c.number("select n from t"), 63);
 }
 
 // As after an execute of that query; the block may be gone by then.
@@ -318,19 +246,17 @@ TEST_F(Bind, ACursorVariableIsTheOpenedQuery) {
   must("insert into t (n, s) values (6, 'six')");
   Client other;
   OCIStmt* opened = c.make<OCIStmt>(OCI_HTYPE_STMT);
-  int least = 6, number = 0;
+  int least = 7, number = 0;
   ASSERT_EQ(c.prepare("begin open :c for select n, s from t where n >= :n; end;"), OCI_SUCCESS);
-  ASSERT_EQ(bind(2, &least, 4, SQLT_INT), OCI_SUCCESS);
-  for (void* wrong : {static_cast<void*>(nullptr), static_cast<void*>(c.err),
-                      static_cast<void*>(c.stmt), static_cast<void*>(other.stmt)}) {
-    ASSERT_EQ(bind(1, &wrong, 4, SQLT_RSET), OCI_SUCCESS);
+  ASSERT_EQ(c.bind(2, &least, 4, SQLT_INT), OCI_SUCCESS);
+  for (void* wrong : std::vector<void*>{nullptr, c.err, c.stmt, other.stmt}) {
+    ASSERT_EQ(c.bind(1, &wrong, 4, SQLT_RSET), OCI_SUCCESS);
     EXPECT_EQ(c.error_of(c.execute(1)), 1001);
   }
-  ASSERT_EQ(bind(1, "text", 4, SQLT_CHR), OCI_SUCCESS);
+  ASSERT_EQ(c.bind(1, "text", 4, SQLT_CHR), OCI_SUCCESS);
   EXPECT_EQ(c.error_of(c.execute(1)), 932);
-  ASSERT_EQ(bind(1, &opened, 4, SQLT_RSET), OCI_SUCCESS);
-  for (int turn = 0; turn < 2; ++turn) ASSERT_EQ(c.execute(1), OCI_SUCCESS) << c.code();
-  least = 0;
+  ASSERT_EQ(c.bind(1, &opened, 4, SQLT_RSET), OCI_SUCCESS);
+  for (; least > 5; --least) ASSERT_EQ(c.execute(1), OCI_SUCCESS) << c.code();
   must("delete from t where n = 5");
 
   std::swap(c.stmt, opened);

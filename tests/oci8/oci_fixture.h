@@ -2,17 +2,11 @@
 #ifndef OCI8_TESTS_OCI_FIXTURE_H
 #define OCI8_TESTS_OCI_FIXTURE_H
 
-#include <gtest/gtest.h>
-#include <stdlib.h>
-
 #include <cstring>
-#include <filesystem>
 #include <string>
 
-#include "accounts.h"
+#include "engine_fixture.h"
 #include "oci.h"
-#include "sqlite_catalogue.h"
-#include "sqlite_handle.h"
 
 inline const text* bytes(const std::string& value) {
   return reinterpret_cast<const text*>(value.data());
@@ -26,6 +20,9 @@ struct Client {
     srv = make<OCIServer>(OCI_HTYPE_SERVER);
     svc = make<OCISvcCtx>(OCI_HTYPE_SVCCTX);
     stmt = make<OCIStmt>(OCI_HTYPE_STMT);
+  }
+  explicit Client(const std::string& database) : Client() {
+    EXPECT_EQ(log_in(database), OCI_SUCCESS) << code();
   }
   ~Client() { OCIHandleFree(env, OCI_HTYPE_ENV); }
   Client(const Client&) = delete;
@@ -72,6 +69,17 @@ struct Client {
                           indicator, length, code, mode);
   }
 
+  sword bind(ub4 position, const void* value, size_t size, ub2 type, sb2* indicator = nullptr,
+             ub2* length = nullptr, ub2* code = nullptr, ub4 mode = OCI_DEFAULT) {
+    return OCIBindByPos(stmt, &bound, err, position, const_cast<void*>(value),
+                        static_cast<sb4>(size), type, indicator, length, code, 0, nullptr, mode);
+  }
+  /// Binds the first variable to the pieces that a callback gives.
+  sword stream(ub2 type, void* context, OCICallbackInBind next, sb2* indicator = nullptr) {
+    bind(1, nullptr, 0x7fffffff, type, indicator, nullptr, nullptr, OCI_DATA_AT_EXEC);
+    return OCIBindDynamic(bound, err, context, next, nullptr, nullptr);
+  }
+
   /// The first value of a query, or the code of its failure below 0.
   int number(const std::string& query) {
     int found = 0;
@@ -104,27 +112,21 @@ struct Client {
   OCISvcCtx* svc = nullptr;
   OCISession* ses = nullptr;
   OCIStmt* stmt = nullptr;
+  OCIBind* bound = nullptr;  // the latest
 };
 
-class OciTest : public testing::Test {
+class OciTest : public oci8::DatabaseTest {
  protected:
-  void SetUp() override {
-    char folder[] = "/tmp/oci8-test-XXXXXX";
-    ASSERT_NE(mkdtemp(folder), nullptr);
-    folder_ = folder;
-    database_ = folder_ + "/TEST.db";
-    const auto db = oci8::open_file(database_, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
-    oci8::create_system_objects(db.get());
-    oci8::add_account(db.get(), "scott", "tiger");
-  }
-  void TearDown() override { std::filesystem::remove_all(folder_); }
-
   void log_in() { ASSERT_EQ(c.log_in(database_), OCI_SUCCESS) << c.code(); }
   void must(const std::string& sql) { ASSERT_EQ(c.run(sql), OCI_SUCCESS) << sql << c.code(); }
 
-  std::string folder_;
-  std::string database_;
   Client c;
+};
+
+/// With `c` logged in from the start.
+class LoggedInTest : public OciTest {
+ protected:
+  LoggedInTest() { log_in(); }
 };
 
 #endif

@@ -22,10 +22,8 @@ struct Lob {
     return c->error_of(c->execute(1));
   }
   int execute(const std::string& sql, ub2 bound_type, sb2* indicator = nullptr) {
-    OCIBind* made = nullptr;
     EXPECT_EQ(c->prepare(sql), OCI_SUCCESS);
-    OCIBindByPos(c->stmt, &made, c->err, 1, &at, 4, bound_type, indicator, nullptr, nullptr, 0,
-                 nullptr, OCI_DEFAULT);
+    c->bind(1, &at, 4, bound_type, indicator);
     return c->error_of(c->execute(1));
   }
   /// What was read, with a '+' when there is more to come; the code of a failure.
@@ -58,11 +56,9 @@ struct Lob {
   ub4 written = 0;
 };
 
-class Lobs : public OciTest {
+class Lobs : public LoggedInTest {
  protected:
-  void SetUp() override {
-    OciTest::SetUp();
-    log_in();
+  Lobs() {
     must("create table t (n number, b blob, c clob)");
     must("begin insert into t values (1, empty_blob(), empty_clob()); commit; end;");
   }
@@ -106,13 +102,11 @@ TEST_F(Lobs, LocatorsAreNamesAndBoundOnesGiveCopies) {
   ASSERT_EQ(OCILobAssign(c.env, c.err, lob.at, &copy.at), OCI_SUCCESS);
   ASSERT_EQ(OCILobAssign(c.env, c.err, copy.at, &copy.at), OCI_SUCCESS);
   EXPECT_EQ(lob.execute("insert into t (n, c) values (3, :1)", SQLT_CLOB), 0);
-  must("insert into t values (2, null, null)");
-  EXPECT_EQ(lob.execute("update t set c = :1 where n = 2", SQLT_CLOB), 0);
   EXPECT_EQ(lob.execute("begin insert into t (n, c) values (4, :1); end;", SQLT_CLOB), 0);
   EXPECT_EQ(lob.execute("update t set c = :1 where n = 2", SQLT_BLOB), 932);
   ASSERT_EQ(OCIDescriptorFree(lob.at, OCI_DTYPE_LOB), OCI_SUCCESS);
   ASSERT_EQ(copy.write(3, 1, wide(u"two")), 0);
-  for (const char* row : {"where n = 2", "where n = 3", "where n = 4"}) {
+  for (const char* row : {"where n = 3", "where n = 4"}) {
     EXPECT_EQ(other.fetch(row) == 0 ? other.all() : "", wide(u"one")) << row;
   }
   sb2 null = -1;

@@ -4,13 +4,9 @@
 
 namespace {
 
-class Pieces : public OciTest {
+class Pieces : public LoggedInTest {
  protected:
-  void SetUp() override {
-    OciTest::SetUp();
-    log_in();
-    must("create table t (n number, a long, b long)");
-  }
+  Pieces() { must("create table t (n number, a long, b long)"); }
 
   void query() {
     ASSERT_EQ(c.prepare("select n, a, b, a from t order by n"), OCI_SUCCESS);

@@ -5,17 +5,27 @@
 
 namespace {
 
-class Stmt : public OciTest {
+class Stmt : public LoggedInTest {
  protected:
-  void SetUp() override {
-    OciTest::SetUp();
-    log_in();
+  /// Gets what is selected from t: by a fetch, or out of a block.
+  sword get(bool block, const std::string& selected, void* value, size_t room, ub2 type,
+            sb2* indicator, ub2* length, ub2* code) {
+    if (block) {
+      EXPECT_EQ(c.prepare("begin select " + selected + " into :1 from t; end;"), OCI_SUCCESS);
+      EXPECT_EQ(c.bind(1, value, room, type, indicator, length, code), OCI_SUCCESS);
+      const sword status = c.execute(1);
+      EXPECT_EQ(c.row_count(), 1u);
+      return status;
+    }
+    EXPECT_EQ(c.run("select " + selected + " from t", 0), OCI_SUCCESS);
+    EXPECT_EQ(c.define(1, value, room, type, indicator, length, code), OCI_SUCCESS);
+    return c.fetch(1);
   }
 };
 
 TEST_F(Stmt, CallsOutOfOrderAndBadStatementsHaveTheirCodes) {
+  EXPECT_EQ(c.error_of(c.execute(1)), 24337);
   const std::tuple<const char*, ub4, ub4, int> cases[] = {
-      {nullptr, 1, OCI_DEFAULT, 24337},
       {"delete from dual", 0, OCI_DEFAULT, 24333},
       {"select :a from dual", 0, OCI_DEFAULT, 1008},
       {"select :a from dual", 0, OCI_DESCRIBE_ONLY, 0},
@@ -23,10 +33,7 @@ TEST_F(Stmt, CallsOutOfOrderAndBadStatementsHaveTheirCodes) {
       {"select 1 from dual", 1, OCI_DEFAULT, 24374},
   };
   for (const auto& [sql, iterations, mode, code] : cases) {
-    Client client;
-    ASSERT_EQ(client.log_in(database_), OCI_SUCCESS);
-    ASSERT_TRUE(sql == nullptr || client.prepare(sql) == OCI_SUCCESS);
-    EXPECT_EQ(client.error_of(client.execute(iterations, mode)), code) << sql;
+    EXPECT_EQ(c.error_of(c.run(sql, iterations, mode)), code) << sql;
   }
   ASSERT_EQ(c.run("select x from nowhere", 0), OCI_ERROR);
   EXPECT_EQ(c.attribute<ub2>(OCI_ATTR_PARSE_ERROR_OFFSET), 14);
@@ -36,52 +43,45 @@ TEST_F(Stmt, CallsOutOfOrderAndBadStatementsHaveTheirCodes) {
 }
 
 TEST_F(Stmt, AttributesTellWhatIsPrepared) {
-  ub2 type = 0;
-  EXPECT_EQ(
-      c.error_of(OCIAttrGet(c.stmt, OCI_HTYPE_STMT, &type, nullptr, OCI_ATTR_STMT_TYPE, c.err)),
-      24337);
+  ub2 value = 0;
+  const auto error_of = [&](ub4 attribute) {
+    return c.error_of(OCIAttrGet(c.stmt, OCI_HTYPE_STMT, &value, nullptr, attribute, c.err));
+  };
+  EXPECT_EQ(error_of(OCI_ATTR_STMT_TYPE), 24337);
   ASSERT_EQ(c.prepare("update t set n = 1"), OCI_SUCCESS);
   EXPECT_EQ(c.attribute<ub2>(OCI_ATTR_STMT_TYPE), OCI_STMT_UPDATE);
   EXPECT_EQ(c.attribute<ub2>(OCI_ATTR_SQLFNCODE), 6);
   EXPECT_EQ(c.attribute<ub4>(OCI_ATTR_FNCODE), 13u);
   EXPECT_EQ(c.attribute<ub4>(OCI_ATTR_PREFETCH_ROWS), 1u);
-  EXPECT_EQ(
-      c.error_of(OCIAttrGet(c.stmt, OCI_HTYPE_STMT, &type, nullptr, OCI_ATTR_USERNAME, c.err)),
-      24315);
+  EXPECT_EQ(error_of(OCI_ATTR_USERNAME), 24315);
 }
 
 TEST_F(Stmt, TheSelectListIsDescribed) {
-  must(
-      "create table t (a varchar2(10) not null, b number(7,2), c number, d date, e raw(4), f "
-      "long)");
-  ASSERT_EQ(c.run("select a, b, c as \"mixed\", d, e, f from t", 0, OCI_DESCRIBE_ONLY),
-            OCI_SUCCESS);
-  const struct {
-    std::string name;
-    ub2 type, size;
-    sb2 precision;
-    sb1 scale;
-  } columns[] = {{"A", SQLT_CHR, 10, 0, 0},        {"B", SQLT_NUM, 22, 7, 2},
-                 {"mixed", SQLT_NUM, 22, 0, -127}, {"D", SQLT_DAT, 7, 0, 0},
-                 {"E", SQLT_BIN, 4, 0, 0},         {"F", SQLT_LNG, 0, 0, 0}};
+  must("create table t (a varchar2(10) not null, b number(7,2), c number, d date, e raw(4))");
+  ASSERT_EQ(c.run("select a, b, c as \"mixed\", d, e from t", 0, OCI_DESCRIBE_ONLY), OCI_SUCCESS);
+  const std::tuple<std::string, ub2, ub2, sb2, sb1> columns[] = {{"A", SQLT_CHR, 10, 0, 0},
+                                                                 {"B", SQLT_NUM, 22, 7, 2},
+                                                                 {"mixed", SQLT_NUM, 22, 0, -127},
+                                                                 {"D", SQLT_DAT, 7, 0, 0},
+                                                                 {"E", SQLT_BIN, 4, 0, 0}};
   EXPECT_EQ(c.attribute<ub4>(OCI_ATTR_PARAM_COUNT), std::size(columns));
   ub4 position = 0;
-  for (const auto& column : columns) {
+  for (const auto& [name, type, size, precision, scale] : columns) {
     void* parameter = nullptr;
     ASSERT_EQ(OCIParamGet(c.stmt, OCI_HTYPE_STMT, c.err, &parameter, ++position), OCI_SUCCESS);
-    const auto get = [&](ub4 number, auto value, ub4* size = nullptr) {
-      EXPECT_EQ(OCIAttrGet(parameter, OCI_DTYPE_PARAM, &value, size, number, c.err), OCI_SUCCESS);
+    const auto get = [&](ub4 number, auto value, ub4* room = nullptr) {
+      EXPECT_EQ(OCIAttrGet(parameter, OCI_DTYPE_PARAM, &value, room, number, c.err), OCI_SUCCESS);
       return value;
     };
     ub4 length = 0;
-    const char* name = get(OCI_ATTR_NAME, static_cast<const char*>(nullptr), &length);
-    EXPECT_EQ(std::string(name, length), column.name);
-    EXPECT_EQ(get(OCI_ATTR_DATA_TYPE, ub2{0}), column.type) << column.name;
-    EXPECT_EQ(get(OCI_ATTR_DATA_SIZE, ub2{9}), column.size) << column.name;
-    EXPECT_EQ(get(OCI_ATTR_PRECISION, sb2{9}), column.precision) << column.name;
-    EXPECT_EQ(get(OCI_ATTR_IS_NULL, ub1{9}), position == 1 ? 0 : 1) << column.name;
+    const char* start = get(OCI_ATTR_NAME, static_cast<const char*>(nullptr), &length);
+    EXPECT_EQ(std::string(start, length), name);
+    EXPECT_EQ(get(OCI_ATTR_DATA_TYPE, ub2{0}), type) << name;
+    EXPECT_EQ(get(OCI_ATTR_DATA_SIZE, ub2{9}), size) << name;
+    EXPECT_EQ(get(OCI_ATTR_PRECISION, sb2{9}), precision) << name;
+    EXPECT_EQ(get(OCI_ATTR_IS_NULL, ub1{9}), position == 1 ? 0 : 1) << name;
     // One byte of the caller's two is written.
-    EXPECT_EQ(get(OCI_ATTR_SCALE, ub2{0x5500}), 0x5500 | static_cast<ub1>(column.scale));
+    EXPECT_EQ(get(OCI_ATTR_SCALE, ub2{0x5500}), 0x5500 | static_cast<ub1>(scale));
   }
   void* beyond = nullptr;
   EXPECT_EQ(c.error_of(OCIParamGet(c.stmt, OCI_HTYPE_STMT, c.err, &beyond, position + 1)), 24334);
@@ -128,30 +128,25 @@ TEST_F(Stmt, ValuesAreConvertedToTheVariablesType) {
       {"n", SQLT_BIN, 4, "####", 0, 932},
   };
   for (const auto& one : cases) {
-    const std::string name = std::string(one.column) + " as " + std::to_string(one.type);
-    ASSERT_EQ(c.run("select " + std::string(one.column) + " from t", 0), OCI_SUCCESS) << name;
-    std::vector<char> heap(one.room, '#');  // the address checker watches its end
-    sb2 indicator = 0;
-    ub2 length = 0, code = 0;
-    ASSERT_EQ(c.define(1, heap.data(), one.room, one.type, &indicator, &length, &code), 0) << name;
-    c.fetch(1);
-    EXPECT_EQ(c.code(), one.code) << name;
-    EXPECT_EQ(std::string(heap.begin(), heap.end()), one.expected) << name;
-    EXPECT_EQ(length, one.length) << name;
-    EXPECT_EQ(indicator, one.indicator) << name;
-    EXPECT_EQ(code, one.code == 24345 ? 1406 : code) << name;
+    for (const bool block : {false, true}) {
+      const std::string name = std::string(one.column) + " as " + std::to_string(one.type) +
+                               (block ? " of a block" : "");
+      std::vector<char> heap(one.room, '#');  // the address checker watches its end
+      sb2 indicator = 0;
+      ub2 length = block ? static_cast<ub2>(one.room) : 0, code = 0;
+      get(block, one.column, heap.data(), one.room, one.type, &indicator, &length, &code);
+      EXPECT_EQ(c.code(), one.code) << name;
+      EXPECT_EQ(std::string(heap.begin(), heap.end()), one.expected) << name;
+      EXPECT_EQ(length, block && one.code == 932 ? one.room : one.length) << name;
+      EXPECT_EQ(indicator, one.indicator) << name;
+      EXPECT_EQ(code, one.code == 24345 ? 1406 : code) << name;
+    }
   }
 }
 
 TEST_F(Stmt, NullAndCutAreToldWhereThereIsRoomToTellThem) {
-  const struct {
-    const char* value;
-    bool with_indicator, with_code;
-    sword status;
-    int call_code;
-    sb2 indicator;
-    ub2 code;
-  } cases[] = {
+  must("create table t as select 1 n from dual");
+  const std::tuple<const char*, bool, bool, sword, int, sb2, ub2> cases[] = {
       {"null", false, false, OCI_ERROR, 1405, 9, 9},
       {"null", false, true, OCI_ERROR, 1405, 9, 1405},
       {"null", true, false, OCI_SUCCESS, 0, -1, 9},
@@ -162,19 +157,18 @@ TEST_F(Stmt, NullAndCutAreToldWhereThereIsRoomToTellThem) {
       {"'abcd'", true, true, OCI_SUCCESS_WITH_INFO, 24345, 4, 1406},
       {"'abc'", true, true, OCI_SUCCESS, 0, 0, 0},
   };
-  for (const auto& one : cases) {
-    ASSERT_EQ(c.run("select " + std::string(one.value) + " from dual", 0), OCI_SUCCESS);
+  for (size_t i = 0; i < 2 * std::size(cases); ++i) {
+    const auto& [selected, indicated, coded, status, call_code, wanted, wanted_code] = cases[i / 2];
     char buffer[4];
     sb2 indicator = 9;
     ub2 code = 9;
-    ASSERT_EQ(
-        c.define(1, buffer, sizeof buffer, SQLT_STR, one.with_indicator ? &indicator : nullptr,
-                 nullptr, one.with_code ? &code : nullptr),
-        OCI_SUCCESS);
-    EXPECT_EQ(c.fetch(1), one.status) << one.value << one.with_indicator << one.with_code;
-    EXPECT_EQ(c.code(), one.call_code);
-    EXPECT_EQ(indicator, one.indicator);
-    EXPECT_EQ(code, one.code);
+    EXPECT_EQ(get(i % 2 == 0, selected, buffer, 4, SQLT_STR, indicated ? &indicator : nullptr,
+                  nullptr, coded ? &code : nullptr),
+              status)
+        << i;
+    EXPECT_EQ(c.code(), call_code) << i;
+    EXPECT_EQ(indicator, wanted) << i;
+    EXPECT_EQ(code, wanted_code) << i;
   }
 }
 
