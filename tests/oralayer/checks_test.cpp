@@ -89,7 +89,7 @@ TEST_F(Checks, TheFirstViolatedCheckOfSeveralDecides) {
         EXPECT_THAT(raised(),
                     testing::MatchesRegex(std::string("java.lang.NullPointerException: ") +
                                           (message == nullptr ? ".+" : message)));
-        EXPECT_THAT(calls(), testing::IsEmpty());
+        EXPECT_THAT(calls(), IsEmpty());
       }
     }
     Arguments nothing;
@@ -105,7 +105,7 @@ TEST_F(Checks, WithoutAnEnvironmentNothingHappens) {
     const auto of_object = [](const Check& check) { return check.argument == 0; };
     if (std::none_of(native.checks.begin(), native.checks.end(), of_object)) return;
     EXPECT_EQ(call(native, good, nullptr), native.refused);
-    EXPECT_THAT(calls(), testing::IsEmpty());
+    EXPECT_THAT(calls(), IsEmpty());
   });
 }
 
@@ -132,7 +132,7 @@ TEST_F(Checks, CallsOnACursorThatIsNotOpenDoNotReachTheInterface) {
       calls();
       call(native, not_open);
       raised();
-      EXPECT_THAT(calls(), testing::Each(testing::Not(testing::HasSubstr("freed:"))));
+      EXPECT_THAT(calls(), Each(Not(HasSubstr("freed:"))));
     }
   });
 }

@@ -67,7 +67,7 @@ TEST_F(Column, LifeOfTheRecord) {
                             COLUMN(overloading), COLUMN(radix),        COLUMN(iomode)};
   std::vector<jint> values;
   for (Getter getter : getters) values.push_back(getter(env, column));
-  EXPECT_THAT(values, testing::ElementsAre(-1, -1, 0, 0, 0, 0, 0, 0, 0));
+  EXPECT_THAT(values, ElementsAre(-1, -1, 0, 0, 0, 0, 0, 0, 0));
   EXPECT_EQ(COLUMN(hasDefault)(env, column), JNI_FALSE);
   const jbyteArray untouched = bytes("..");
   EXPECT_EQ(COLUMN(name)(env, column, untouched), 0);

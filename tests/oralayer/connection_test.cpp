@@ -5,11 +5,6 @@
 
 #include "jvm_test.h"
 
-using oci_double::name;
-using oci_double::state;
-using testing::ElementsAre;
-using testing::IsEmpty;
-
 namespace {
 
 const char* const kCode = "OCIErrorGet(err1,1,-,-,0,2)";
@@ -230,9 +225,9 @@ TEST_F(Connection, FailedLoginIsReportedOnStandardOutputAndInTheObject) {
     EXPECT_EQ(ldapool[0].status, status);
     EXPECT_EQ(get_int(connection, "ldaerrcode"), 1017);
     EXPECT_EQ(get_int(connection, "oserrcode"), 0);
-    EXPECT_THAT(calls(), testing::Each(testing::Not(testing::HasSubstr(",7,err1"))));
+    EXPECT_THAT(calls(), Each(Not(HasSubstr(",7,err1"))));
     EXPECT_EQ(CONNECTION(native_1logout)(env, connection), JNI_FALSE);
-    EXPECT_THAT(calls(), testing::Contains("OCIServerDetach(srv1,err1,0)"));
+    EXPECT_THAT(calls(), Contains("OCIServerDetach(srv1,err1,0)"));
   }
 }
 
@@ -266,7 +261,7 @@ TEST_F(Connection, LogoutEndsTheSessionAndKeepsTheRecord) {
   EXPECT_EQ(ldapool[3].autocommit, 0);
   EXPECT_EQ(name(ldapool[3].authp), "ses1");
   login(fresh);
-  EXPECT_THAT(calls(), testing::Contains("OCIHandleFree(ses1,9)")) << "replaced";
+  EXPECT_THAT(calls(), Contains("OCIHandleFree(ses1,9)")) << "replaced";
   CONNECTION(native_1finalize)(env, fresh);
   EXPECT_EQ(session_of(fresh), &ldapool[3]);
   EXPECT_THAT(calls(), IsEmpty());

@@ -1,11 +1,6 @@
 // Cursor life cycle, parse and describe, definition of the select list, execution.
 #include "jvm_test.h"
 
-using oci_double::name;
-using oci_double::state;
-using testing::ElementsAre;
-using testing::IsEmpty;
-
 namespace {
 
 const char* const kFreed = "OCIHandleFree(stmt1,4)";
@@ -92,7 +87,7 @@ TEST_F(Cursor, CloseFreesTheStatementOnceAndMayReopen) {
   EXPECT_STREQ(reinterpret_cast<char*>(cda->sqlstr), "SELECT 1 FROM dual");
   CURSOR(close)(env, cursor);
   raised();
-  EXPECT_THAT(calls(), testing::Each(testing::Not(testing::HasSubstr("freed:"))));
+  EXPECT_THAT(calls(), Each(Not(HasSubstr("freed:"))));
   cda->described = 1;
   EXPECT_EQ(CURSOR(open)(env, cursor, new_connection()), JNI_FALSE);
   EXPECT_EQ(name(cda->stmthp), "stmt2");
@@ -190,7 +185,7 @@ TEST_F(Cursor, ParseThatDescribesNothing) {
     expect_in_order(traced([&] { EXPECT_EQ(parse(cursor, "SELECT"), c.failed); }), {c.trace});
     EXPECT_TRUE(!c.failed || get_int(cursor, "cdaerrorcode") == 900);
     EXPECT_EQ(cda_of(cursor)->described, 0);
-    EXPECT_EQ(testing::Value(calls(), testing::Contains(testing::HasSubstr("OCIStmtExecute"))),
+    EXPECT_EQ(testing::Value(calls(), Contains(HasSubstr("OCIStmtExecute"))),
               std::string(c.fails) == "OCIStmtExecute");
   }
 }

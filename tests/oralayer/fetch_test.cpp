@@ -3,10 +3,6 @@
 
 #include "natives.h"
 
-using oci_double::state;
-using testing::ElementsAre;
-using testing::IsEmpty;
-
 namespace {
 
 constexpr oci_double::Reply kMore = {OCI_NEED_DATA, 3130};
@@ -123,7 +119,7 @@ TEST_F(Fetch, NoMoreRowsAreAskedForThanTheColumnsHold) {
     CURSOR(arrayFetch)(env, cursor, rows);
     raised();
   }
-  EXPECT_THAT(calls(), testing::Each(testing::Not(testing::ContainsRegex("Execute|Fetch"))));
+  EXPECT_THAT(calls(), Each(Not(testing::ContainsRegex("Execute|Fetch"))));
   EXPECT_EQ(CURSOR(arrayFetch)(env, cursor, 2), JNI_FALSE);
 }
 
@@ -244,8 +240,8 @@ TEST_F(Fetch, PieceLengthsMayChangeAndBeUseless) {
     raised();
     if (length < 4) continue;
     EXPECT_EQ(value_of(longs[0]), "xxxx|");
-    EXPECT_THAT(calls(), testing::Contains("OCIStmtSetPieceInfo(def1,6,err1," +
-                                           std::to_string(length) + ",0,-,-)"));
+    EXPECT_THAT(calls(),
+                Contains("OCIStmtSetPieceInfo(def1,6,err1," + std::to_string(length) + ",0,-,-)"));
   }
   CURSOR(close)(env, cursor);
 }

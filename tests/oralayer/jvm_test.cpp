@@ -39,11 +39,7 @@ std::string string_of(jobject object, const char* method) {
   const jmethodID id =
       env->GetMethodID(env->GetObjectClass(object), method, "()Ljava/lang/String;");
   const auto string = static_cast<jstring>(env->CallObjectMethod(object, id));
-  if (env->ExceptionCheck() || string == nullptr) return "null";
-  const char* chars = env->GetStringUTFChars(string, nullptr);
-  const std::string result = chars;
-  env->ReleaseStringUTFChars(string, chars);
-  return result;
+  return env->ExceptionCheck() || string == nullptr ? "null" : contents(string);
 }
 
 }  // namespace
@@ -91,12 +87,8 @@ PinWatch::PinWatch() {
   };
 }
 
-jclass find_class(const std::string& name) {
-  return env->FindClass(name.c_str());
-}
-
 jobject allocate(const std::string& simple_name) {
-  return env->AllocObject(find_class("trevalon/db/oci/" + simple_name));
+  return env->AllocObject(env->FindClass(("trevalon/db/oci/" + simple_name).c_str()));
 }
 
 jint get_int(jobject object, const char* field) {
@@ -121,12 +113,18 @@ std::string contents(jbyteArray array) {
   return result;
 }
 
+std::string contents(jstring string) {
+  const char* chars = env->GetStringUTFChars(string, nullptr);
+  const std::string result = chars;
+  env->ReleaseStringUTFChars(string, chars);
+  return result;
+}
+
 std::string raised() {
   const jthrowable pending = env->ExceptionOccurred();
   if (pending == nullptr) return "";
   env->ExceptionClear();
-  const jobject its_class = env->GetObjectClass(pending);
-  const std::string name = string_of(its_class, "getName");
+  const std::string name = string_of(env->GetObjectClass(pending), "getName");
   return name + ": " + string_of(pending, "getMessage");
 }
 

@@ -24,6 +24,9 @@
 #define LOB(method) Java_trevalon_db_oci_OciLob_##method
 
 using Lines = std::vector<std::string>;
+using oci_double::state;
+using testing::Contains, testing::Each, testing::ElementsAre, testing::HasSubstr, testing::IsEmpty;
+using testing::Not, oci_double::name;
 
 extern JavaVM* the_vm;
 extern JNIEnv* env;  // of the main thread
@@ -71,7 +74,8 @@ class JniTable {
   static const JNINativeInterface_* real;
 };
 
-inline jbyte* pin_nothing(JNIEnv*, jbyteArray, jboolean*) {
+template <typename Array = jbyteArray, typename Element = jbyte>
+Element* pin_nothing(JNIEnv*, Array, jboolean*) {
   return nullptr;
 }
 
@@ -83,13 +87,13 @@ class PinWatch : public JniTable {
   static std::vector<jint> releases;
 };
 
-jclass find_class(const std::string& name);
 /// An object of a class of the package, made without its constructor.
 jobject allocate(const std::string& simple_name);
 jint get_int(jobject object, const char* field);
 void set_int(jobject object, const char* field, jint value);
 jbyteArray bytes(const std::string& contents);
 std::string contents(jbyteArray array);
+std::string contents(jstring string);
 
 /// The class (with dots) and message of the pending exception, "Class: message", or "". Clears it.
 std::string raised();
@@ -117,6 +121,10 @@ inline ldadata* session_of(jobject connection) {
 
 /// A connection object with the record of a slot.
 jobject new_connection(int elem = 0, bool xa = false);
+/// The internal and the external type, as Java sees them.
+inline std::vector<jint> types(jobject column) {
+  return {COLUMN(internalType)(env, column), COLUMN(externalType)(env, column)};
+}
 /// A column object with a record of `rows` rows.
 jobject new_column(int rows = 1, int internal_type = SQLT_CHR, int position = 1);
 /// A cursor object, open on a new connection unless told otherwise.

@@ -5,8 +5,6 @@
 
 namespace {
 
-using oci_double::state;
-
 class Lifetime : public JvmTest {
  protected:
   void SetUp() override {

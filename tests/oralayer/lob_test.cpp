@@ -5,28 +5,10 @@
 
 #include "jvm_test.h"
 
-using oci_double::state;
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
-
 namespace {
 
 const char* const kCode = "OCIErrorGet(err1,1,-,-,0,2)";
 const char* const kAlloc = "OCIDescriptorAlloc(env1,null,50,0,-)";
-
-std::string string_of(jstring text) {
-  const char* chars = env->GetStringUTFChars(text, nullptr);
-  std::string copy = chars;
-  env->ReleaseStringUTFChars(text, chars);
-  return copy;
-}
-
-jchar first_char(jcharArray array) {
-  jchar value = 0;
-  env->GetCharArrayRegion(array, 0, 1, &value);
-  return value;
-}
 
 class Lob : public JvmTest {
  protected:
@@ -86,7 +68,7 @@ TEST_F(Lob, AFetchedLocatorIsCopied) {
   state().reply("OCIDescriptorAlloc", OCI_ERROR);
   state().reply("OCILobAssign", OCI_ERROR, 22276);
   EXPECT_TRUE(assign());
-  EXPECT_THAT(calls(), testing::Contains("OCILobAssign(env1,err1,lob1,null)"));
+  EXPECT_THAT(calls(), Contains("OCILobAssign(env1,err1,lob1,null)"));
   expect_raised("InternalError", "in assignLobFromColumn: OCIDescriptorAlloc FAILED");
   EXPECT_EQ(code(lob), 22276);
 }
@@ -96,8 +78,7 @@ TEST_F(Lob, AColumnOwnsTheLocatorThatItAllocated) {
   COLUMN(allocLobLocator)(env, column, connection, -999);
   EXPECT_EQ(column_of(column)->internal_dbtype, SQLT_CHR);
   COLUMN(allocLobLocator)(env, column, connection, SQLT_CLOB);
-  EXPECT_EQ(column_of(column)->internal_dbtype, SQLT_CLOB);
-  EXPECT_EQ(column_of(column)->external_dbtype, SQLT_CLOB);
+  EXPECT_THAT(types(column), ElementsAre(SQLT_CLOB, SQLT_CLOB));
   COLUMN(deallocLobLocator)(env, column);
   COLUMN(deallocLobLocator)(env, column);
   EXPECT_THAT(calls(), ElementsAre(kAlloc, "OCIDescriptorFree(lob1,50)", kAlloc,
@@ -131,8 +112,7 @@ TEST_F(Lob, SettersBorrowTheLocator) {
     EXPECT_EQ(column_of(column)->internal_dbtype, c.type_when_refused);
     EXPECT_THAT(calls(), IsEmpty());
     c.set(column, lob);
-    EXPECT_EQ(column_of(column)->internal_dbtype, c.type);
-    EXPECT_EQ(column_of(column)->external_dbtype, c.type);
+    EXPECT_THAT(types(column), ElementsAre(c.type, c.type));
     EXPECT_EQ(column_of(column)->indpvect[0], c.indicator);
     EXPECT_EQ(column_of(column)->lobloc, c.keeps_locator ? lob_of(lob)->lobloc : nullptr);
     COLUMN(deallocLobLocator)(env, column);
@@ -152,7 +132,7 @@ TEST_F(Lob, AStatementDoesNotRunOnALocatorThatIsGone) {
   };
   const jobject lob = new_lob();
   bind(lob, JNI_FALSE);
-  EXPECT_THAT(calls(), testing::Contains("OCIBindByPos(stmt1,null,err1,1,4,113,+,+,-,0,-,0)"));
+  EXPECT_THAT(calls(), Contains("OCIBindByPos(stmt1,null,err1,1,4,113,+,+,-,0,-,0)"));
   EXPECT_EQ(state().binds.back().value, &column_of(column)->lobloc);
   EXPECT_FALSE(CURSOR(exec)(env, cursor));
   EXPECT_EQ(raised(), "");
@@ -164,7 +144,7 @@ TEST_F(Lob, AStatementDoesNotRunOnALocatorThatIsGone) {
     expect_raised("InternalError", "the LOB object that the column was given has ended or changed");
     LOB(assignLobFromColumn)(env, new_lob(), connection, column);
     expect_raised("InternalError", "the LOB object that the column was given has ended or changed");
-    EXPECT_THAT(calls(), testing::Not(testing::Contains(HasSubstr("Execute"))));
+    EXPECT_THAT(calls(), Not(Contains(HasSubstr("Execute"))));
   }
   bind(new_lob(), JNI_TRUE);
   EXPECT_FALSE(CURSOR(exec)(env, cursor));
@@ -232,10 +212,12 @@ TEST_F(Lob, BuffersCarryTheContents) {
   state().lob_data = std::string("H\0E\0L\0L\0O\0", 10);
   state().lob_amount = 5;
   const jstring text = LOB(getLobUCS2Buf)(env, lob, connection, 1, 5, 0, 1);
-  EXPECT_THAT(calls(), testing::Contains("OCILobRead(svc1,err1,lob1,5,1,10,-,-,1000,1)"));
-  EXPECT_EQ(string_of(text), "HELLO");
+  EXPECT_THAT(calls(), Contains("OCILobRead(svc1,err1,lob1,5,1,10,-,-,1000,1)"));
+  EXPECT_EQ(contents(text), "HELLO");
   LOB(getLobUCS2CharBuf)(env, lob, connection, ten_chars, 1, 5, 0, 1);
-  EXPECT_EQ(first_char(ten_chars), 'H');
+  jchar first = 0;
+  env->GetCharArrayRegion(ten_chars, 0, 1, &first);
+  EXPECT_EQ(first, 'H');
   LOB(getLobBuf)(env, lob, connection, ten, 1, 3, 3, 0, 1);
   EXPECT_EQ(contents(ten), std::string("H\0E3456789", 10));
   LOB(writeLobBuf)(env, lob, connection, ten, 1, 4, 4, 0, 0, 1);
@@ -250,41 +232,32 @@ TEST_F(Lob, BuffersCarryTheContents) {
 TEST_F(Lob, WhatDoesNotFitIsRefusedBeforeTheCall) {
   const jobject lob = new_lob();
   const jobject empty = new_lob(false);
-  const std::string internal = "java.lang.InternalError: ";
-  const std::string too_long =
-      "java.lang.ArrayIndexOutOfBoundsException: the length given is larger than the array";
 #define OF_LENGTH(method, ...) \
   [&](jobject o, jlong n) { LOB(method)(env, o, connection, __VA_ARGS__); }
   const struct {
     std::function<void(jobject, jlong)> call;
-    const char *no_locator, *not_pinned;
-  } cases[] = {
-      {OF_LENGTH(getLobBuf, ten, 1, 1, n, 0, 1), "getLobBuf:  lob->lobloc is null",
-       "getLobBuf: GetByteArrayElements FAILED !"},
-      {OF_LENGTH(writeLobBuf, ten, 1, 1, n, 0, 0, 1), "writeLobBuf:  lob->lobloc is null",
-       "writeLobBuf: GetByteArrayElements FAILED !"},
-      {OF_LENGTH(getLobUCS2CharBuf, ten_chars, 1, n, 0, 1),
-       "getLobUCS2CharBuf:  lob->lobloc is null",
-       "getLobUCS2CharBuf: GetByteArrayElements FAILED !"},
-      {OF_LENGTH(writeLobUCS2CharBuf, ten_chars, 1, n, 0, 0, 1),
-       "writeLobBuf:  lob->lobloc is null", "getLobUCS2CharBuf: GetByteArrayElements FAILED !"},
-      {OF_LENGTH(getLobUCS2Buf, 1, n, 0, 1), "getLobBuf:  lob->lobloc is null", nullptr}};
+    std::string no_locator, not_pinned;  // the names that the messages begin with
+  } cases[] = {{OF_LENGTH(getLobBuf, ten, 1, 1, n, 0, 1), "getLobBuf", "getLobBuf"},
+               {OF_LENGTH(writeLobBuf, ten, 1, 1, n, 0, 0, 1), "writeLobBuf", "writeLobBuf"},
+               {OF_LENGTH(getLobUCS2CharBuf, ten_chars, 1, n, 0, 1), "getLobUCS2CharBuf",
+                "getLobUCS2CharBuf"},
+               {OF_LENGTH(writeLobUCS2CharBuf, ten_chars, 1, n, 0, 0, 1), "writeLobBuf",
+                "getLobUCS2CharBuf"},
+               {OF_LENGTH(getLobUCS2Buf, 1, n, 0, 1), "getLobBuf", ""}};
   calls();
   for (const auto& c : cases) {
     c.call(empty, 10);
-    EXPECT_EQ(raised(), internal + c.no_locator);
-    if (c.not_pinned == nullptr) continue;
+    expect_raised("InternalError", c.no_locator + ":  lob->lobloc is null");
+    if (c.not_pinned.empty()) continue;
     for (const jlong length : {jlong{11}, jlong{-1}, jlong{0xFFFFFFFF}}) {
       c.call(lob, length);
-      EXPECT_EQ(raised(), too_long);
+      expect_raised("ArrayIndexOutOfBoundsException", "the length given is larger than the array");
     }
     JniTable table;
-    table.copy.GetByteArrayElements = pin_nothing;
-    table.copy.GetCharArrayElements = [](JNIEnv*, jcharArray, jboolean*) -> jchar* {
-      return nullptr;
-    };
+    table.copy.GetByteArrayElements = pin_nothing<jbyteArray, jbyte>;
+    table.copy.GetCharArrayElements = pin_nothing<jcharArray, jchar>;
     c.call(lob, 10);
-    EXPECT_EQ(raised(), internal + c.not_pinned);
+    expect_raised("InternalError", c.not_pinned + ": GetByteArrayElements FAILED !");
   }
   LOB(getLobUCS2Buf)(env, lob, connection, 1, 0x80000000, 0, 1);
   expect_raised("OutOfMemoryError", "Out of memory");

@@ -19,7 +19,6 @@
 #endif
 
 using jni_double::Fault;
-using oci_double::state;
 
 // --- The library's allocations -------------------------------------------------------------------
 
