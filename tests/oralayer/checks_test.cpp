@@ -92,20 +92,17 @@ TEST_F(Checks, TheFirstViolatedCheckOfSeveralDecides) {
         EXPECT_THAT(calls(), IsEmpty());
       }
     }
+    // Without an environment nothing happens.
+    const auto of_object = [](const Check& check) { return check.argument == 0; };
+    if (std::any_of(native.checks.begin(), native.checks.end(), of_object)) {
+      EXPECT_EQ(call(native, good, nullptr), native.refused);
+      EXPECT_THAT(calls(), IsEmpty());
+    }
     Arguments nothing;
     native.call(env, nothing, native.kinds);
     EXPECT_EQ(raised(), native.checks.empty() ? ""
                                               : std::string("java.lang.NullPointerException: ") +
                                                     native.checks[0].message);
-  });
-}
-
-TEST_F(Checks, WithoutAnEnvironmentNothingHappens) {
-  for_each_native([](const Native& native, const Given& good) {
-    const auto of_object = [](const Check& check) { return check.argument == 0; };
-    if (std::none_of(native.checks.begin(), native.checks.end(), of_object)) return;
-    EXPECT_EQ(call(native, good, nullptr), native.refused);
-    EXPECT_THAT(calls(), IsEmpty());
   });
 }
 
@@ -119,21 +116,6 @@ TEST_F(Checks, BeforeInitialisationCallsAreRefusedOrHarmless) {
     env->ExceptionClear();
     calls();
     new_connection();
-  });
-}
-
-TEST_F(Checks, CallsOnACursorThatIsNotOpenDoNotReachTheInterface) {
-  for_each_native([](const Native& native, const Given& good) {
-    if (*native.kinds != 'U' || std::string(native.name).ends_with("_open")) return;
-    for (const bool closed_before : {false, true}) {
-      Given not_open = good;
-      not_open.objects[0] = new_cursor(closed_before);
-      if (closed_before) CURSOR(close)(env, not_open.objects[0]);
-      calls();
-      call(native, not_open);
-      raised();
-      EXPECT_THAT(calls(), Each(Not(HasSubstr("freed:"))));
-    }
   });
 }
 

@@ -124,18 +124,6 @@ TEST_F(Column, SettersStoreTheirWidthAndGettersReadItBack) {
   EXPECT_EQ(COLUMN(hasDefault)(env, column), JNI_TRUE);
 }
 
-TEST_F(Column, ExternalTypeFollowsTheInternalTypeUntilSet) {
-  const jobject column = new_column(1, SQLT_NUM);
-  COLUMN(setPrecision)(env, column, 5);
-  EXPECT_EQ(COLUMN(externalType)(env, column), SQLT_INT);
-  COLUMN(setScale)(env, column, -127);
-  EXPECT_EQ(COLUMN(externalType)(env, column), SQLT_FLT);
-  column_of(column)->external_dbtype = SQLT_STR;
-  COLUMN(setDbType)(env, column, SQLT_DAT);
-  EXPECT_EQ(COLUMN(externalType)(env, column), SQLT_STR);
-  EXPECT_EQ(COLUMN(actualExternalType)(env, column), SQLT_DAT);
-}
-
 TEST_F(Column, NamesAreCutToTheirRoom) {
   const jobject column = new_column();
   const std::string long_name(200, 'n');
@@ -164,7 +152,7 @@ TEST_F(Column, NamesAreCutToTheirRoom) {
             "*** setName ***\n*** OciColumn name ***\n");
 }
 
-TEST_F(Column, TypeMapping) {
+TEST_F(Column, TypeMappingWithTheExternalTypeMappedUntilSet) {
   // Length 10 throughout. Columns: select type, select length, exchange type, bind length, name.
   // clang-format off
   const struct {
@@ -188,7 +176,14 @@ TEST_F(Column, TypeMapping) {
     SCOPED_TRACE(testing::Message() << c.type << " (" << c.prec << ", " << c.scale << ")");
     EXPECT_EQ(int2extSelectOciType(c.type, c.prec, c.scale), c.select_type);
     EXPECT_EQ(getSelectLength(c.type, c.prec, c.scale, 10), c.select_length);
-    EXPECT_EQ(int2extOciType(c.type, c.prec, c.scale), c.type_seen);
+    const jobject column = new_column(1, c.type);
+    COLUMN(setPrecision)(env, column, c.prec);
+    COLUMN(setScale)(env, column, c.scale);
+    for (const int set : {-1, SQLT_LBI}) {
+      column_of(column)->external_dbtype = set;
+      EXPECT_EQ(COLUMN(externalType)(env, column), set == -1 ? c.type_seen : set);
+      EXPECT_EQ(COLUMN(actualExternalType)(env, column), c.type_seen);
+    }
     EXPECT_EQ(getParamLength(c.type, c.prec, c.scale, 10, 0), c.bind_length);
     EXPECT_STREQ(typeName(c.type), c.type_name);
   }

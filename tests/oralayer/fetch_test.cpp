@@ -108,10 +108,11 @@ TEST_F(Fetch, FetchesWithoutLongColumns) {
   }
 }
 
-TEST_F(Fetch, NoMoreRowsAreAskedForThanTheColumnsHold) {
+TEST_F(Fetch, NoMoreRowsAreAskedForThanTheColumnsHoldSinceTheirLastDefine) {
   const jobject cursor = new_cursor();
+  const jobject short_column = new_column(1, SQLT_CHR, 2);
   CURSOR(bindSelectItem)(env, cursor, new_column(1, SQLT_CHR, 1), 20);
-  CURSOR(bindSelectItem)(env, cursor, new_column(1, SQLT_CHR, 2), 2);
+  CURSOR(bindSelectItem)(env, cursor, short_column, 2);
   calls();
   for (const jint rows : {3, 20, -1}) {
     CURSOR(execAndFetch)(env, cursor, rows);
@@ -121,6 +122,8 @@ TEST_F(Fetch, NoMoreRowsAreAskedForThanTheColumnsHold) {
   }
   EXPECT_THAT(calls(), Each(Not(testing::ContainsRegex("Execute|Fetch"))));
   EXPECT_EQ(CURSOR(arrayFetch)(env, cursor, 2), JNI_FALSE);
+  CURSOR(bindSelectItem)(env, cursor, short_column, 20);
+  EXPECT_EQ(CURSOR(execAndFetch)(env, cursor, 20), JNI_FALSE);
 }
 
 TEST_F(Fetch, LongValueInThreePieces) {

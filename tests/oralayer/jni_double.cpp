@@ -249,10 +249,9 @@ void raise(Environment& self, const char* class_name, const std::string& message
   self.pending = made(class_name, message);
 }
 
-constexpr char kNoMemory[] = "java/lang/OutOfMemoryError";
-
 // True where this call is the one to fail: what cannot fail by its result alone always raises.
-bool fails(Environment& self, Fault least = Fault::Bare, const char* exception = kNoMemory) {
+bool fails(Environment& self, Fault least = Fault::Bare,
+           const char* exception = "java/lang/OutOfMemoryError") {
   if (self.native_calls == 0 || self.calls_to_fault == 0 || --self.calls_to_fault > 0) return false;
   self.fired = true;
   if (std::max(least, self.how) == Fault::Raising) raise(self, exception, "by the double");
@@ -436,9 +435,6 @@ struct Jni {
     if (fails(self, Fault::Raising)) return nullptr;
     return local<jstring>(self, made(kString, std::string(units, units + length)));
   }
-  static jsize GetStringLength(JNIEnv* e, jstring text) {
-    return static_cast<jsize>(object(enter(e, __func__), text, kString).data.size());
-  }
   static const char* GetStringUTFChars(JNIEnv* e, jstring reference, jboolean*) {
     Environment& self = enter(e, __func__);
     Object& text = object(self, reference, kString);
@@ -489,11 +485,10 @@ struct ArrayFunctions {
     if (start < 0 || length < 0 || from + size > data.size()) {
       return raise(self, "java/lang/ArrayIndexOutOfBoundsException", "region");
     }
-    if (size == 0) return;
     if constexpr (std::is_const_v<Buffer>) {
-      std::memcpy(data.data() + from, buffer, size);
+      data.replace(from, size, reinterpret_cast<const char*>(buffer), size);
     } else {
-      std::memcpy(buffer, data.data() + from, size);
+      data.copy(reinterpret_cast<char*>(buffer), size, from);
     }
   }
 };
@@ -527,7 +522,7 @@ JNINativeInterface_ made_table() {
   OWN(NewGlobalRef), OWN(DeleteGlobalRef), OWN(DeleteLocalRef), OWN(IsSameObject),
   OWN(GetObjectRefType), OWN(GetStaticIntField), OWN(CallObjectMethodV), OWN(CallIntMethodV),
   OWN(AllocObject), OWN(NewStringUTF), OWN(NewString), OWN(GetStringUTFChars),
-  OWN(ReleaseStringUTFChars), OWN(GetArrayLength), OWN(GetStringLength);
+  OWN(ReleaseStringUTFChars), OWN(GetArrayLength);
   t.GetFieldID = t.GetStaticFieldID = Jni::find_member<jfieldID>;
   t.GetMethodID = t.GetStaticMethodID = Jni::find_member<jmethodID>;
   t.GetIntField = Jni::get_field<jint, 'I'>, t.SetIntField = Jni::set_field<jint, 'I'>;
@@ -558,15 +553,15 @@ jint detach(JavaVM*) {
 class Watch : public testing::EmptyTestEventListener {
   void OnTestStart(const testing::TestInfo&) override {
     Jni::PushLocalFrame(&own(), 0);
-    before_ = held();
+    before_ = globals_held();
   }
   void OnTestEnd(const testing::TestInfo&) override {
-    EXPECT_EQ(held().pins, 0u) << "left pinned";
-    EXPECT_EQ(held().globals, before_.globals) << "global references";
+    EXPECT_EQ(own().pins.size(), 0u) << "left pinned";
+    EXPECT_EQ(globals_held(), before_) << "global references";
     EXPECT_EQ(own().pending, nullptr) << "left pending";
     Jni::PopLocalFrame(&own(), nullptr);
   }
-  Held before_{};
+  std::size_t before_ = 0;
 };
 
 }  // namespace
@@ -575,12 +570,12 @@ JNIEnv* environment() {
   return &own();
 }
 
-Held held() {
+std::size_t globals_held() {
   const std::shared_lock lock(globals_lock);
-  Held all{own().pins.size(), globals.size()};
+  std::size_t all = globals.size();
   for (const jclass cached :
        {OciConnectionClass, OciColumnClass, OciCursorClass, OciSchemaClass, OciLobClass}) {
-    all.globals -= globals.count(number(cached));
+    all -= globals.count(number(cached));
   }
   return all;
 }

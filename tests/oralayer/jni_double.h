@@ -19,13 +19,8 @@ namespace jni_double {
 /// The calling thread's environment, made by the first call.
 JNIEnv* environment();
 
-/// What the calling thread has not given back, and global references apart from the library's own
-/// to its classes. Compared around every test.
-struct Held {
-  std::size_t pins;
-  std::size_t globals;
-};
-Held held();
+/// Global references apart from the library's own to its classes. Compared around every test.
+std::size_t globals_held();
 
 enum class Fault {
   Bare,  // null, where that alone says it

@@ -87,17 +87,6 @@ TEST_F(Lifetime, OnlyBindsInForceHoldAnExecutionBack) {
   CURSOR(close)(env, third);
 }
 
-TEST_F(Lifetime, RedefinedColumnsCountWithTheirNewRows) {
-  const jobject cursor = new_cursor();
-  const jobject column = new_column(1, SQLT_CHR, 1);
-  CURSOR(bindSelectItem)(env, cursor, column, 1);
-  CURSOR(execAndFetch)(env, cursor, 20);
-  EXPECT_NE(raised(), "") << "more rows than the arrays hold";
-  CURSOR(bindSelectItem)(env, cursor, column, 20);
-  CURSOR(execAndFetch)(env, cursor, 20);
-  EXPECT_EQ(raised(), "");
-}
-
 // What the Java method that is called for a chunk does to its own statement.
 struct {
   jobject cursor, column, other;

@@ -49,6 +49,13 @@ void record(const char* function, const Arguments&... arguments) {
   state().calls.push_back(line.str());
 }
 
+template <typename T>
+T taken(std::deque<T>& queue) {
+  const T first = queue.front();
+  queue.pop_front();
+  return first;
+}
+
 bool is_to_fail(const std::string& call) {
   State& s = state();
   if (s.calls_to_fault == 0 || --s.calls_to_fault > 0) return false;
@@ -63,9 +70,7 @@ Reply next_reply(const std::string& call) {
   if (is_to_fail(call)) return {OCI_ERROR, 3113};
   std::deque<Reply>& queue = state().replies[call];
   if (queue.empty()) return {};
-  const Reply reply = queue.front();
-  queue.pop_front();
-  return reply;
+  return taken(queue);
 }
 
 // Every call but the queries leaves its own error, or none, in the error handle.
@@ -136,8 +141,7 @@ sword fill_offer() {
     offered = {};
     return OCI_ERROR;
   }
-  const Piece piece = state().pieces.front();
-  state().pieces.pop_front();
+  const Piece piece = taken(state().pieces);
   const auto length = std::min<std::size_t>(piece.data.size(), *offered.length);
   std::memcpy(offered.buffer, piece.data.data(), length);
   *offered.length = static_cast<ub4>(length);
@@ -324,18 +328,20 @@ sword OCIErrorGet(void* hndlp, ub4 recordno, text* sqlstate, sb4* errcodep, text
   return OCI_SUCCESS;
 }
 
-sword OCIServerAttach(OCIServer* srvhp, OCIError* errhp, const text* dblink, sb4 dblink_len,
-                      ub4 mode) {
-  const std::string link(reinterpret_cast<const char*>(dblink), static_cast<size_t>(dblink_len));
-  return called("OCIServerAttach", srvhp, name(errhp), link, dblink_len, mode);
-}
-
 // Calls that are recorded and answered, and do no more.
 #define ANSWERED(function, parameters, ...) \
   sword function parameters {               \
     return called(#function, __VA_ARGS__);  \
   }
+// The properties of a LOB all have one value.
+template <typename Value>
+std::string property_of(const OCILobLocator* locator, Value* value) {
+  *value = static_cast<Value>(state().lob_amount);
+  return name(locator);
+}
 // clang-format off
+ANSWERED(OCIServerAttach, (OCIServer* s, OCIError* e, const text* link, sb4 size, ub4 mode),
+         s, name(e), std::string(link, link + size), size, mode)
 ANSWERED(OCIServerDetach, (OCIServer* s, OCIError* e, ub4 mode), s, name(e), mode)
 ANSWERED(OCISessionBegin, (OCISvcCtx* s, OCIError* e, OCISession* u, ub4 credt, ub4 mode),
          s, name(e), name(u), credt, mode)
@@ -346,23 +352,13 @@ ANSWERED(OCITransRollback, (OCISvcCtx* s, OCIError* e, ub4 flags), s, name(e), f
 ANSWERED(OCIBreak, (void* s, OCIError* e), s, name(e))
 ANSWERED(OCILobAssign, (OCIEnv* s, OCIError* e, const OCILobLocator* from, OCILobLocator** to),
          s, name(e), name(from), name(*to))
+ANSWERED(OCILobGetLength, (OCISvcCtx* s, OCIError* e, OCILobLocator* of, ub4* length),
+         s, name(e), property_of(of, length))
+ANSWERED(OCILobCharSetId, (OCIEnv* s, OCIError* e, const OCILobLocator* of, ub2* id),
+         s, name(e), property_of(of, id))
+ANSWERED(OCILobCharSetForm, (OCIEnv* s, OCIError* e, const OCILobLocator* of, ub1* form),
+         s, name(e), property_of(of, form))
 // clang-format on
-
-// The properties of a LOB all have one value.
-template <typename Handle, typename Locator, typename Value>
-sword property(const char* function, Handle* handle, OCIError* errhp, Locator* locp, Value* value) {
-  *value = static_cast<Value>(state().lob_amount);
-  return called(function, handle, name(errhp), name(locp));
-}
-sword OCILobGetLength(OCISvcCtx* s, OCIError* e, OCILobLocator* locator, ub4* length) {
-  return property("OCILobGetLength", s, e, locator, length);
-}
-sword OCILobCharSetId(OCIEnv* s, OCIError* e, const OCILobLocator* locator, ub2* csid) {
-  return property("OCILobCharSetId", s, e, locator, csid);
-}
-sword OCILobCharSetForm(OCIEnv* s, OCIError* e, const OCILobLocator* locator, ub1* csfrm) {
-  return property("OCILobCharSetForm", s, e, locator, csfrm);
-}
 
 sword OCIStmtPrepare(OCIStmt* stmtp, OCIError* errhp, const text* stmt, ub4 stmt_len, ub4 language,
                      ub4 mode) {

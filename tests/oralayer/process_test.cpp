@@ -40,55 +40,47 @@ void limit_memory(std::size_t headroom) {
   dup2(2, 1);  // death tests look at standard error
 }
 
-using Ends = testing::ExitedWithCode;
-
-TEST(ProcessDeathTest, ExhaustedFetchArraysEndTheProcess) {
-  // 10M rows: 20, 20, 20, 40 and 80 MB.
-  const std::pair<std::size_t, std::string> cases[] = {
-      {10, "2.1"}, {30, "2.2"}, {50, "2.3"}, {70, "2.4"}, {130, "2.5"}};
-  for (const auto& [megabytes, place] : cases) {
-    EXPECT_EXIT(
-        {
-          columndata column(0);
-          limit_memory(megabytes << 20);
-          column.allocFetchArrays(10'000'000);
-        },
-        Ends(1), "^PROCESS OUT OF MEMORY \\(" + place + "\\)\n$");
-  }
-}
-
-TEST(ProcessDeathTest, ExhaustedByteBufferEndsTheProcess) {
-  const char* const message = "^PROCESS OUT OF MEMORY \\(1\\)\n$";
+void allocate_for(int type, sword buflen, int rows, std::size_t megabytes) {
   columndata column(0);
-  const auto grow = [&column](sb4 size) {
-    limit_memory(100 << 20);
-    column.allocByteArray(size);
-  };
-  EXPECT_EXIT(grow(200 << 20), Ends(1), message);
-  EXPECT_EXIT(grow(std::numeric_limits<sb4>::max()), Ends(1), message);
-}
-
-void allocate_for(int type, sword buflen, int rows) {
-  columndata column(1);
   column.internal_dbtype = static_cast<sb2>(type);
   column.buflen = buflen;
-  limit_memory(1000 << 20);
+  limit_memory(megabytes << 20);
   allocSelectData(&column, buflen, rows);
   _exit(0);
 }
 
-TEST(ProcessDeathTest, BufferOfAllRowsThatDoesNotFitEndsTheProcess) {
-  const char* const message = "^PROCESS OUT OF MEMORY \\(1\\)\n$";
-  EXPECT_EXIT(allocate_for(SQLT_CHR, 1 << 30, 4), Ends(1), message);
-  EXPECT_EXIT(allocate_for(SQLT_CHR, 196606, 65536), Ends(1), message);
-  EXPECT_EXIT(allocate_for(SQLT_BIN, 65536, 32768), Ends(1), message);
-  EXPECT_EXIT(allocate_for(SQLT_LNG, 1 << 30, 4), Ends(1), message);
+TEST(ProcessDeathTest, BuffersThatDoNotFitEndTheProcess) {
+  constexpr sb4 kMost = std::numeric_limits<sb4>::max();
+  const struct {
+    const char* place;
+    int type;
+    sword buflen;
+    int rows;
+    std::size_t megabytes;
+  } cases[] = {// The fetch arrays of 10M rows: 20, 20, 20, 40 and 80 MB.
+               {"2.1", SQLT_CLOB, -1, 10'000'000, 10},
+               {"2.2", SQLT_CLOB, -1, 10'000'000, 30},
+               {"2.3", SQLT_CLOB, -1, 10'000'000, 50},
+               {"2.4", SQLT_CLOB, -1, 10'000'000, 70},
+               {"2.5", SQLT_CLOB, -1, 10'000'000, 130},
+               {"1", SQLT_CHR, 200 << 20, 1, 100},
+               {"1", SQLT_CHR, kMost, 1, 100},
+               // Of all rows together.
+               {"1", SQLT_CHR, 1 << 30, 4, 1000},
+               {"1", SQLT_CHR, 196606, 65536, 1000},
+               {"1", SQLT_BIN, 65536, 32768, 1000},
+               {"1", SQLT_LNG, 1 << 30, 4, 1000}};
+  for (const auto& c : cases) {
+    EXPECT_EXIT(allocate_for(c.type, c.buflen, c.rows, c.megabytes), testing::ExitedWithCode(1),
+                "^PROCESS OUT OF MEMORY \\(" + std::string(c.place) + "\\)\n$");
+  }
 }
 
 TEST(ProcessDeathTest, NegativeRowCountsNeverCorruptMemory) {
   const auto exited = [](int status) { return WIFEXITED(status); };
-  EXPECT_EXIT(allocate_for(SQLT_CHR, 10, -1), exited, "");
-  EXPECT_EXIT(allocate_for(SQLT_CHR, 10, std::numeric_limits<int>::min()), exited, "");
+  for (const int rows : {-1, std::numeric_limits<int>::min()}) {
+    EXPECT_EXIT(allocate_for(SQLT_CHR, 10, rows, 1000), exited, "");
+  }
 }
 
 TEST(LowRecords, AreHandedOutToSeveralThreads) {

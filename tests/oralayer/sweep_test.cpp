@@ -4,7 +4,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <climits>
 #include <random>
 
 #include "exceptions.h"
@@ -17,8 +16,6 @@
 #else
 #define __lsan_do_recoverable_leak_check() 0
 #endif
-
-using jni_double::Fault;
 
 // --- The library's allocations -------------------------------------------------------------------
 
@@ -83,7 +80,6 @@ namespace {
 struct Calls {
   template <typename Result, typename... P, typename... A>
   void operator()(Result (*native)(JNIEnv*, jobject, P...), jobject object, A... arguments) {
-    if (steps-- <= 0) return;
     {
       const jni_double::NativeCall frame;
       if constexpr (std::is_same_v<Result, jboolean> || std::is_same_v<Result, jlong>) {
@@ -97,7 +93,6 @@ struct Calls {
     if (first.empty()) first = exception;
   }
 
-  int steps = INT_MAX;  // that are still taken
   bool failed = false;
   std::string first;  // exception
 };
@@ -129,6 +124,15 @@ void describe_columns(Calls& run, const Peers& p, int rows) {
   }
 }
 
+void more_rows(Calls& run, const Peers& p, int count) {
+  for (; count > 0; --count) {
+    run(CURSOR(getStringValue), p.cursor, p.one, 1, bytes("..........."));
+    run(CURSOR(getByteValue), p.cursor, p.two, 0, bytes("...."));
+    run(CURSOR(getDateValue), p.cursor, p.one, 1, bytes("......."));
+    run(CURSOR(arrayFetch), p.cursor, 2);
+  }
+}
+
 void query(Calls& run, const Peers& p) {
   const jbyteArray text = bytes(std::string(200, 'x'));
   state().columns = {{SQLT_CHR, 10, "ONE"}, {SQLT_NUM, 22, "TWO"}};
@@ -136,9 +140,7 @@ void query(Calls& run, const Peers& p) {
   open_cursor(run, p);
   describe_columns(run, p, 2);
   run(CURSOR(execAndFetch), p.cursor, 2);
-  run(CURSOR(getStringValue), p.cursor, p.one, 1, text);
-  run(CURSOR(getByteValue), p.cursor, p.two, 0, text);
-  run(CURSOR(arrayFetch), p.cursor, 2);
+  more_rows(run, p, 1);
   run(CONNECTION(native_1getError), p.connection, 0, JNI_FALSE, text);
   run(CONNECTION(native_1rollback), p.connection);
 }
@@ -155,12 +157,16 @@ void long_row(Calls& run, const Peers& p, Fetch fetch) {
   run(CURSOR(getLongByteValue), p.cursor, p.two, 0, bytes("...."));
 }
 
+void more_long_rows(Calls& run, const Peers& p, int count) {
+  for (; count > 0; --count) long_row(run, p, CURSOR(arrayFetch));
+}
+
 void long_columns(Calls& run, const Peers& p) {
   state().columns = {{SQLT_LNG, 0, "ONE"}, {SQLT_LBI, 0, "TWO"}};
   open_cursor(run, p);
   describe_columns(run, p, 1);
   long_row(run, p, CURSOR(execAndFetch));
-  long_row(run, p, CURSOR(arrayFetch));
+  more_long_rows(run, p, 1);
 }
 
 void stream(Calls& run, const Peers& p, int chunks) {
@@ -182,9 +188,18 @@ void streamed_insert(Calls& run, const Peers& p) {
   run(CONNECTION(native_1commit), p.connection);
 }
 
-void lobs(Calls& run, const Peers& p) {
+void more_transfers(Calls& run, const Peers& p, int count) {
   const jcharArray chars = env->NewCharArray(4);
   const jbyteArray four = bytes("....");
+  for (; count > 0; --count) {
+    run(LOB(getLobBuf), p.lob, p.connection, four, 1, 4, 4, 0, 1);
+    run(LOB(getLobUCS2CharBuf), p.lob, p.connection, chars, 1, 4, 0, 1);
+    run(LOB(writeLobBuf), p.lob, p.connection, four, 1, 4, 4, 0, 0, 1);
+    run(LOB(writeLobUCS2CharBuf), p.lob, p.connection, chars, 1, 4, 0, 0, 1);
+  }
+}
+
+void lobs(Calls& run, const Peers& p) {
   state().columns = {{SQLT_CLOB, 4000, "ONE"}, {SQLT_CLOB, 4000, "TWO"}};
   state().lob_amount = 3;
   open_cursor(run, p);
@@ -196,11 +211,8 @@ void lobs(Calls& run, const Peers& p) {
   run(LOB(allocLob), p.lob, p.connection);
   run(LOB(assignLobFromColumn), p.lob, p.connection, p.one);
   run(LOB(getLobLength), p.lob, p.connection);
-  run(LOB(getLobBuf), p.lob, p.connection, four, 1, 4, 4, 0, 1);
   run(LOB(getLobUCS2Buf), p.lob, p.connection, 1, 4, 0, 1);
-  run(LOB(getLobUCS2CharBuf), p.lob, p.connection, chars, 1, 4, 0, 1);
-  run(LOB(writeLobBuf), p.lob, p.connection, four, 1, 4, 4, 0, 0, 1);
-  run(LOB(writeLobUCS2CharBuf), p.lob, p.connection, chars, 1, 4, 0, 0, 1);
+  more_transfers(run, p, 1);
   run(COLUMN(setValueWithClob), p.two, p.lob, JNI_FALSE);
   run(CURSOR(bindVariableByPosition), p.cursor, p.two);
 }
@@ -238,9 +250,9 @@ const struct Source {
   bool (*fired)();
   const char* exceptions;  // that it may end in
 } kSources[] = {
-    {"JNI, null", [](int n) { jni_double::fail_call(n, Fault::Bare); }, jni_double::fault_fired,
-     kOfJni},
-    {"JNI, raising", [](int n) { jni_double::fail_call(n, Fault::Raising); },
+    {"JNI, null", [](int n) { jni_double::fail_call(n, jni_double::Fault::Bare); },
+     jni_double::fault_fired, kOfJni},
+    {"JNI, raising", [](int n) { jni_double::fail_call(n, jni_double::Fault::Raising); },
      jni_double::fault_fired, kOfJni},
     {"OCI", [](int n) { state().calls_to_fault = n; }, [] { return state().faulted != ""; },
      "|java.sql.SQLException: .*|java.lang.(InternalError|NullPointerException): .*"},
@@ -277,13 +289,12 @@ class Sweep : public JvmTest {
   }
 
   // Runs a scenario and ends it; nothing is left of it, whatever has failed.
-  Calls attempt(const Scenario& scenario, const Source* source, int n, int steps = INT_MAX) {
+  Calls attempt(const Scenario& scenario, const Source* source, int n) {
     env->PushLocalFrame(100);
     const int records = low_records;
-    const std::size_t globals = jni_double::held().globals;
+    const std::size_t globals = jni_double::globals_held();
     const Peers peers{connection};
     Calls run, ending;
-    run.steps = steps;
     state() = {};
     if (source != nullptr) source->arm(n);
     scenario.body(run, peers);
@@ -295,7 +306,7 @@ class Sweep : public JvmTest {
     finish(ending, peers);
     EXPECT_EQ(ending.first, "");
     EXPECT_EQ(low_records, records);
-    EXPECT_EQ(jni_double::held().globals, globals);
+    EXPECT_EQ(jni_double::globals_held(), globals);
     env->PopLocalFrame(nullptr);
     return run;
   }
@@ -347,44 +358,14 @@ TEST_F(Sweep, EveryFailureIsToldAndLeavesNothingBehind) {
   EXPECT_EQ(untold, 1) << "only the stack of spare pieces can be done without";
 }
 
-TEST_F(Sweep, AScenarioMayEndAtAnyStep) {
-  connection = new_connection();
-  for (const Scenario& scenario : kScenarios) {
-    for (int steps = 0, left = -1; left < 0; ++steps) {
-      SCOPED_TRACE(testing::Message() << scenario.name << " " << steps);
-      const Calls run = attempt(scenario, nullptr, 0, steps);
-      EXPECT_EQ(run.first, "");
-      left = run.steps;
-    }
-  }
-}
-
 // A statement goes on with as many rows, values or pieces.
 const struct Repetition {
   void (*body)(Calls&, const Peers&);
   void (*again)(Calls&, const Peers&, int count);
-} kRepetitions[] = {
-    {query,
-     [](Calls& run, const Peers& p, int rows) {
-       for (; rows > 0; --rows) {
-         run(CURSOR(arrayFetch), p.cursor, 1);
-         run(CURSOR(getStringValue), p.cursor, p.one, 0, bytes("..........."));
-         run(CURSOR(getByteValue), p.cursor, p.two, 0, bytes("...."));
-         run(CURSOR(getDateValue), p.cursor, p.one, 0, bytes("......."));
-       }
-     }},
-    {long_columns,
-     [](Calls& run, const Peers& p, int rows) {
-       for (; rows > 0; --rows) long_row(run, p, CURSOR(arrayFetch));
-     }},
-    {streamed_insert, stream},
-    {lobs, [](Calls& run, const Peers& p, int pieces) {
-       for (; pieces > 0; --pieces) {
-         run(LOB(getLobBuf), p.lob, p.connection, bytes("...."), 1, 4, 4, 0, 1);
-         run(LOB(writeLobBuf), p.lob, p.connection, bytes("...."), 1, 4, 4, 0, 0, 1);
-         run(LOB(getLobUCS2CharBuf), p.lob, p.connection, env->NewCharArray(4), 1, 4, 0, 1);
-       }
-     }}};
+} kRepetitions[] = {{query, more_rows},
+                    {long_columns, more_long_rows},
+                    {streamed_insert, stream},
+                    {lobs, more_transfers}};
 
 TEST_F(Sweep, MoreOfTheSameTakesNoMoreMemory) {
   connection = new_connection();
