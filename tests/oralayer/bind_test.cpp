@@ -1,6 +1,5 @@
 // Values on their way in: the setters of OciColumn, binds, streamed values, execution.
 #include <climits>
-#include <cstring>
 #include <sstream>
 
 #include "jvm_test.h"
@@ -21,32 +20,20 @@ std::string raw(T value) {
 
 const std::string kLongest(65535, 'v');  // that has a place in the length vector
 
-class Bind : public JvmTest {
+class Bind : public CursorTest {
  protected:
-  void SetUp() override {
-    JvmTest::SetUp();
-    cursor = new_cursor();
-  }
-
   jboolean bind(jobject column) { return CURSOR(bindVariableByPosition)(env, cursor, column); }
   jboolean exec() { return CURSOR(exec)(env, cursor); }
   static std::string bind_call(int position, std::size_t size, int type, bool lengths = true) {
     return "OCIBindByPos(stmt1,null,err1," + std::to_string(position) + "," + std::to_string(size) +
            "," + std::to_string(type) + (lengths ? ",+,+" : ",+,-") + ",-,0,-,0)";
   }
-
-  jobject cursor = nullptr;
 };
 
 TEST_F(Bind, EverySetterLaysDownWhatItsBindHandsOver) {
   // clang-format off
-  const struct {
-    Setter set;
-    int min_bind_size, type;
-    jint dbsize;
-    sb4 capacity;  // asked for; 0: no byte buffer
-    std::string seen;  // by the interface
-  } cases[] = {
+  // capacity: asked for; 0: no byte buffer; seen: by the interface.
+  const std::tuple<Setter, int, int, jint, sb4, std::string> cases[] = {
       {SET(Int, -42, n), 0, 3, 0, 0, raw(-42)},
       {SET(Float, 0.1F, n), 0, 4, 0, 0, raw(double{0.1F})},
       {SET(Double, 0.1, n), 0, 4, 0, 0, raw(0.1)},
@@ -66,55 +53,51 @@ TEST_F(Bind, EverySetterLaysDownWhatItsBindHandsOver) {
   };
   // clang-format on
   for (const jboolean null : {JNI_FALSE, JNI_TRUE}) {
-    for (const auto& c : cases) {
-      SCOPED_TRACE(testing::Message() << c.type << " of " << c.seen.size());
+    for (const auto& [set, min_bind_size, type, dbsize, capacity, seen] : cases) {
+      SCOPED_TRACE(testing::Message() << type << " of " << seen.size());
       state().serials["bind"] = 0;
       const jobject column = new_column(3, SQLT_CHR, 2);
       columndata* record = column_of(column);
-      record->min_bind_size = c.min_bind_size;
-      c.set(column, null);
-      EXPECT_THAT(types(column), ElementsAre(c.type, c.type));
-      EXPECT_EQ(COLUMN(length)(env, column), c.dbsize);
+      record->min_bind_size = min_bind_size;
+      set(column, null);
+      EXPECT_THAT(types(column), ElementsAre(type, type));
+      EXPECT_EQ(COLUMN(length)(env, column), dbsize);
       EXPECT_EQ(record->indpvect[0], null ? -1 : 0);
       EXPECT_EQ(bind(column), JNI_FALSE);
-      const bool has_length = c.seen.size() < 65536;
-      EXPECT_EQ(calls(), plus_cursor_codes({bind_call(2, c.seen.size(), c.type, has_length)}));
+      const bool has_length = seen.size() < 65536;
+      EXPECT_EQ(calls(), plus_cursor_codes({bind_call(2, seen.size(), type, has_length)}));
       const oci_double::Bind& bound = state().binds.back();
-      EXPECT_EQ(bound.bytes, c.seen);
+      EXPECT_EQ(bound.bytes, seen);
       EXPECT_EQ(bound.ind, record->indpvect);
       EXPECT_EQ(bound.lengths, has_length ? record->retlenvect : nullptr);
       EXPECT_THAT(std::vector<ub2>(record->retlenvect, record->retlenvect + 3),
-                  Each(static_cast<ub2>(has_length ? c.seen.size() : 0)));
-      EXPECT_EQ(record->byte_arrlen, c.capacity);
+                  Each(static_cast<ub2>(has_length ? seen.size() : 0)));
+      EXPECT_EQ(record->byte_arrlen, capacity);
     }
   }
 }
 
 TEST_F(Bind, OtherTypesByTheColumnsAttributes) {
   enum Where { kBytes, kLong, kDouble, kLocator, kNowhere };
-  const struct {
-    int type;
-    jint prec, scale;
-    std::size_t size;
-    Where where;
-  } cases[] = {{1, 0, 0, 11, kBytes},    {96, 0, 0, 11, kBytes},   {11, 0, 0, 24, kBytes},
-               {104, 0, 0, 24, kBytes},  {105, 0, 0, 20, kBytes},  {8, 0, 0, 10, kBytes},
-               {2, 10, 0, 4, kLong},     {2, 10, 2, 8, kDouble},   {2, 0, 0, 8, kDouble},
-               {112, 0, 0, 4, kLocator}, {113, 0, 0, 4, kLocator}, {7, 0, 0, 0, kNowhere},
-               {2, 0, -127, 8, kDouble}};
-  for (const auto& c : cases) {
-    SCOPED_TRACE(testing::Message() << c.type << " " << c.prec << "," << c.scale);
-    const jobject column = new_column(1, c.type);
+  const std::tuple<int, jint, jint, std::size_t, Where> cases[] = {
+      {1, 0, 0, 11, kBytes},    {96, 0, 0, 11, kBytes},   {11, 0, 0, 24, kBytes},
+      {104, 0, 0, 24, kBytes},  {105, 0, 0, 20, kBytes},  {8, 0, 0, 10, kBytes},
+      {2, 10, 0, 4, kLong},     {2, 10, 2, 8, kDouble},   {2, 0, 0, 8, kDouble},
+      {112, 0, 0, 4, kLocator}, {113, 0, 0, 4, kLocator}, {7, 0, 0, 0, kNowhere},
+      {2, 0, -127, 8, kDouble}};
+  for (const auto& [type, prec, scale, size, where] : cases) {
+    SCOPED_TRACE(testing::Message() << type << " " << prec << "," << scale);
+    const jobject column = new_column(1, type);
     columndata* record = column_of(column);
-    record->external_dbtype = c.type;
+    record->external_dbtype = type;
     COLUMN(setLength)(env, column, 10);
-    COLUMN(setPrecision)(env, column, c.prec);
-    COLUMN(setScale)(env, column, c.scale);
+    COLUMN(setPrecision)(env, column, prec);
+    COLUMN(setScale)(env, column, scale);
     EXPECT_EQ(bind(column), JNI_FALSE);
-    EXPECT_EQ(calls().front(), bind_call(1, c.size, c.type));
+    EXPECT_EQ(calls().front(), bind_call(1, size, type));
     const void* const buffers[] = {record->byte_arr, record->long_arr, record->double_arr,
                                    &record->lobloc, nullptr};
-    EXPECT_EQ(state().binds.back().value, buffers[c.where]);
+    EXPECT_EQ(state().binds.back().value, buffers[where]);
   }
 }
 
@@ -279,19 +262,18 @@ TEST_F(Stream, BindRegistersTheCallbackWhateverTheInterfaceSays) {
 }
 
 TEST_F(Stream, ValuesArriveInTheChunksThatJavaReads) {
-  const struct {
-    std::vector<std::size_t> lengths;  // of the placeholders' values
-    Lines pulled;
-  } cases[] = {{{10000}, {"1: 1, 4096", "1: 2, 4096", "1: 2, 1808", "1: 3, 0"}},
-               {{0}, {"1: 3, 0"}},
-               {{4096, 0, 3}, {"1: 1, 4096", "1: 3, 0", "2: 3, 0", "3: 1, 3", "3: 3, 0"}}};
+  // lengths: of the placeholders' values.
+  const std::tuple<std::vector<std::size_t>, Lines> cases[] = {
+      {{10000}, {"1: 1, 4096", "1: 2, 4096", "1: 2, 1808", "1: 3, 0"}},
+      {{0}, {"1: 3, 0"}},
+      {{4096, 0, 3}, {"1: 1, 4096", "1: 3, 0", "2: 3, 0", "3: 1, 3", "3: 3, 0"}}};
   watch.copy.NewByteArray = [](JNIEnv* e, jsize length) {
     arrays_made += length == 4100;
     return JniTable::real->NewByteArray(e, length);
   };
-  for (const auto& c : cases) {
+  for (const auto& [lengths, pulled] : cases) {
     std::map<ub4, std::string> values;
-    for (const std::size_t length : c.lengths) {
+    for (const std::size_t length : lengths) {
       const auto position = static_cast<ub4>(values.size() + 1);
       for (std::size_t i = 0; i < length; ++i) values[position] += static_cast<char>(i * 7);
       java_values[static_cast<jint>(position)] = values[position];
@@ -301,37 +283,33 @@ TEST_F(Stream, ValuesArriveInTheChunksThatJavaReads) {
     state().pulled = {};
     state().streamed = {};
     EXPECT_EQ(exec(), JNI_FALSE);
-    EXPECT_EQ(state().pulled, c.pulled);
+    EXPECT_EQ(state().pulled, pulled);
     EXPECT_EQ(state().streamed, values);
-    EXPECT_EQ(arrays_made, static_cast<int>(c.lengths.size())) << "one for each value";
+    EXPECT_EQ(arrays_made, static_cast<int>(lengths.size())) << "one for each value";
     expect_nothing_held();
   }
 }
 
 TEST_F(Stream, EndsAndFailuresOfTheJavaMethod) {
-  const struct {
-    std::deque<jint> answers;
-    Lines pulled;
-    const char* raised;  // the start of it
-    jint piecelen = 4096;
-  } cases[] = {{{-5}, {"1: 3, 0"}, ""},
-               {{4100, INT_MIN + 1}, {"1: 1, 4100", "1: 3, 0"}, ""},
-               {{4101}, {"1: refused"}, "java.lang."},
-               {{7, INT_MAX}, {"1: 1, 7", "1: refused"}, "java.lang."},
-               {{9, kThrows}, {"1: 1, 9", "1: refused"}, "java.io.IOException: broken stream"},
-               {{}, {"1: refused"}, "java.lang.OutOfMemoryError: Out of memory", -1},
-               {{}, {"1: refused"}, "java.lang.OutOfMemoryError: Out of memory", INT_MAX}};
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.raised);
+  // What Java answers, what the interface gets, the start of the exception, the piece length.
+  const std::tuple<std::deque<jint>, Lines, std::string, jint> cases[] = {
+      {{-5}, {"1: 3, 0"}, "", 4096},
+      {{4100, INT_MIN + 1}, {"1: 1, 4100", "1: 3, 0"}, "", 4096},
+      {{4101}, {"1: refused"}, "java.lang.", 4096},
+      {{7, INT_MAX}, {"1: 1, 7", "1: refused"}, "java.lang.", 4096},
+      {{9, kThrows}, {"1: 1, 9", "1: refused"}, "java.io.IOException: broken stream", 4096},
+      {{}, {"1: refused"}, "java.lang.OutOfMemoryError: Out of memory", -1},
+      {{}, {"1: refused"}, "java.lang.OutOfMemoryError: Out of memory", INT_MAX}};
+  for (const auto& [answers, pulled, start, piecelen] : cases) {
+    SCOPED_TRACE(start);
     state().pulled = {};
-    java_answers = c.answers;
-    bind(column_at(1, c.piecelen));
-    const bool fails = *c.raised != '\0';
+    java_answers = answers;
+    bind(column_at(1, piecelen));
+    const bool fails = !start.empty();
     EXPECT_EQ(exec(), fails);
-    const std::string exception = raised();
-    EXPECT_EQ(exception.substr(0, fails ? std::strlen(c.raised) : 1), c.raised);
+    EXPECT_EQ(raised().substr(0, fails ? start.size() : 1), start);
     EXPECT_EQ(get_int(cursor, "cdaerrorcode"), fails ? 24343 : 0);
-    EXPECT_EQ(state().pulled, c.pulled);
+    EXPECT_EQ(state().pulled, pulled);
     expect_nothing_held();
   }
   EXPECT_THAT(java_calls, Each("4100,1,4096,3"));
@@ -343,11 +321,7 @@ TEST_F(Stream, EndsAndFailuresOfTheJavaMethod) {
 TEST_F(Stream, WhatHappensBetweenBindAndExecution) {
   enum Outcome { kStreamed, kNoValue, kRefused };
   // clang-format off
-  const struct {
-    const char* what;
-    Outcome outcome;
-    void (*step)(jobject cursor, jobject column);
-  } cases[] = {
+  const std::tuple<const char*, Outcome, void (*)(jobject cursor, jobject column)> cases[] = {
       {"bound twice", kStreamed, STEP(CURSOR(bindVariableByPosition)(env, c, v))},
       {"bound to another placeholder too", kRefused,
        STEP(COLUMN(setPosition)(env, v, 2), CURSOR(bindVariableByPosition)(env, c, v))},
@@ -362,17 +336,17 @@ TEST_F(Stream, WhatHappensBetweenBindAndExecution) {
       {"cursor gone", kRefused, STEP(CURSOR(native_1finalize)(env, c))}};
   // clang-format on
   state().stmt_type = 4;
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.what);
+  for (const auto& [what, outcome, step] : cases) {
+    SCOPED_TRACE(what);
     const jobject column = column_at(1);
     java_values[1] = "value";
     bind(column);
-    c.step(cursor, column);
+    step(cursor, column);
     state().streamed = {};
     const bool failed = exec();
-    EXPECT_EQ(failed || env->ExceptionCheck(), c.outcome == kRefused);
+    EXPECT_EQ(failed || env->ExceptionCheck(), outcome == kRefused);
     raised();
-    EXPECT_EQ(state().streamed[1], c.outcome == kStreamed ? "value" : "");
+    EXPECT_EQ(state().streamed[1], outcome == kStreamed ? "value" : "");
     COLUMN(native_1finalize)(env, column);
     CURSOR(close)(env, cursor);
     raised();
@@ -413,23 +387,6 @@ TEST_F(Stream, ExecOnAnyThreadCommitsWithAutocommitAndCleansUp) {
 
 TEST_F(Stream, Trace) {
   java_values[1] = "0123456789ab";
-  const std::string output = traced([&] {
-    clean_longinsert_chain(env, nullptr);
-    const jobject text = new_column(1, SQLT_CHR, 2);
-    column_of(text)->min_bind_size = 3;
-    COLUMN(setValueWithString)(env, text, bytes("ab"), JNI_FALSE);
-    bind(text);
-    bind(new_column(1, SQLT_CLOB, 3));
-    bind(column_at(1));
-    exec();
-    const jobject without_streams = new_cursor();
-    CURSOR(bindVariableByPosition)(env, without_streams, column_at(4));
-    CURSOR(exec)(env, without_streams);
-    EXPECT_NE(raised(), "");
-    CURSOR(close)(env, without_streams);
-    CURSOR(bindCursorByPosition)(env, cursor, cursor, 5);
-    EXPECT_EQ(ocbfp(nullptr, nullptr, 0, 0, nullptr, nullptr, nullptr, nullptr, nullptr), -1);
-  });
   std::istringstream wanted(R"(*** setValueWithString ***
 min_bind_size=3
 *** bindVariableByPosition ***
@@ -472,7 +429,23 @@ BIND DYNAMIC: col->bufptr=NULL
 *** OCBFP ***  Not implemented, use Piecewise Fetch for LONG chunking)");
   Lines lines;
   for (std::string line; std::getline(wanted, line);) lines.push_back(line);
-  expect_in_order(output, lines);
+  expect_trace(lines, [&] {
+    clean_longinsert_chain(env, nullptr);
+    const jobject text = new_column(1, SQLT_CHR, 2);
+    column_of(text)->min_bind_size = 3;
+    COLUMN(setValueWithString)(env, text, bytes("ab"), JNI_FALSE);
+    bind(text);
+    bind(new_column(1, SQLT_CLOB, 3));
+    bind(column_at(1));
+    exec();
+    const jobject without_streams = new_cursor();
+    CURSOR(bindVariableByPosition)(env, without_streams, column_at(4));
+    CURSOR(exec)(env, without_streams);
+    EXPECT_NE(raised(), "");
+    CURSOR(close)(env, without_streams);
+    CURSOR(bindCursorByPosition)(env, cursor, cursor, 5);
+    EXPECT_EQ(ocbfp(nullptr, nullptr, 0, 0, nullptr, nullptr, nullptr, nullptr, nullptr), -1);
+  });
 }
 
 }  // namespace

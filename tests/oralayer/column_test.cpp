@@ -17,22 +17,21 @@ class Column : public JvmTest {};
 
 TEST_F(Column, ByteBufferGrowsInWordsAndNeverShrinks) {
   columndata column(0);
-  const struct {
-    sb4 asked, length;
-    std::size_t zeroed;  // bytes of a buffer that must be new; 0: the old one is kept
-  } steps[] = {{5, 5, 8}, {3, 5, 0}, {-1, 5, 0}, {5, 5, 0}, {6, 6, 12},   {7, 7, 12},
-               {0, 0, 0}, {0, 0, 0}, {1, 1, 4},  {2, 2, 8}, {10, 10, 16}, {128, 128, 132}};
-  for (const auto& step : steps) {
-    SCOPED_TRACE(step.asked);
-    column.allocByteArray(step.asked);
-    EXPECT_EQ(column.byte_arrlen, step.length);
-    if (step.length == 0) continue;
-    if (step.zeroed == 0) {
+  // zeroed: bytes of a buffer that must be new; 0: the old one is kept.
+  const std::tuple<sb4, sb4, std::size_t> steps[] = {
+      {5, 5, 8}, {3, 5, 0}, {-1, 5, 0}, {5, 5, 0}, {6, 6, 12},   {7, 7, 12},
+      {0, 0, 0}, {0, 0, 0}, {1, 1, 4},  {2, 2, 8}, {10, 10, 16}, {128, 128, 132}};
+  for (const auto& [asked, length, zeroed] : steps) {
+    SCOPED_TRACE(asked);
+    column.allocByteArray(asked);
+    EXPECT_EQ(column.byte_arrlen, length);
+    if (length == 0) continue;
+    if (zeroed == 0) {
       EXPECT_EQ(column.byte_arr[0], 'x');
       continue;
     }
-    EXPECT_TRUE(all_zero(column.byte_arr, step.zeroed));
-    std::fill_n(column.byte_arr, step.zeroed, 'x');
+    EXPECT_TRUE(all_zero(column.byte_arr, zeroed));
+    std::fill_n(column.byte_arr, zeroed, 'x');
   }
 }
 
@@ -82,33 +81,29 @@ TEST_F(Column, LifeOfTheRecord) {
   EXPECT_EQ(get_int(column, "coldata32"), 0);
   COLUMN(native_1finalize)(env, column);
   longdata_node piece;
-  expect_in_order(
-      traced([&piece] {
-        columndata other(1);
-        other.longbuf_head = other.longbuf_tail = &piece;
-      }),
-      {"\n\n\n\n ========== NOTE NOTE NOTE !!  in columndata destructor: longbuf_tail is "
-       "NOT NULL\n\n\n"});
+  expect_trace({"\n\n\n\n ========== NOTE NOTE NOTE !!  in columndata destructor: longbuf_tail is "
+                "NOT NULL\n\n\n"},
+               [&] {
+                 columndata other(1);
+                 other.longbuf_head = other.longbuf_tail = &piece;
+               });
 }
 
 TEST_F(Column, SettersStoreTheirWidthAndGettersReadItBack) {
-  const struct {
-    Setter set;
-    Getter get;
-    jint value, result;
-  } cases[] = {{COLUMN(setPosition), COLUMN(position), 70000, 70000},
-               {COLUMN(setPosition), COLUMN(position), -5, -5},
-               {COLUMN(setDbType), COLUMN(internalType), 65538, 2},
-               {COLUMN(setDbType), COLUMN(internalType), -1, -1},
-               {COLUMN(setLength), COLUMN(length), 70000, 70000},
-               {COLUMN(setLength), COLUMN(length), -1, -1},
-               {COLUMN(setPrecision), COLUMN(precision), 40000, -25536},
-               {COLUMN(setScale), COLUMN(scale), -127, -127},
-               {COLUMN(setScale), COLUMN(scale), 40000, -25536}};
+  const std::tuple<Setter, Getter, jint, jint> cases[] = {
+      {COLUMN(setPosition), COLUMN(position), 70000, 70000},
+      {COLUMN(setPosition), COLUMN(position), -5, -5},
+      {COLUMN(setDbType), COLUMN(internalType), 65538, 2},
+      {COLUMN(setDbType), COLUMN(internalType), -1, -1},
+      {COLUMN(setLength), COLUMN(length), 70000, 70000},
+      {COLUMN(setLength), COLUMN(length), -1, -1},
+      {COLUMN(setPrecision), COLUMN(precision), 40000, -25536},
+      {COLUMN(setScale), COLUMN(scale), -127, -127},
+      {COLUMN(setScale), COLUMN(scale), 40000, -25536}};
   const jobject column = new_column();
-  for (const auto& c : cases) {
-    c.set(env, column, c.value);
-    EXPECT_EQ(c.get(env, column), c.result) << c.value;
+  for (const auto& [set, get, value, result] : cases) {
+    set(env, column, value);
+    EXPECT_EQ(get(env, column), result) << value;
   }
   for (const int nullok : {0, 1, 2, -1, 65536}) {
     COLUMN(setNullOK)(env, column, nullok);
@@ -127,23 +122,20 @@ TEST_F(Column, SettersStoreTheirWidthAndGettersReadItBack) {
 TEST_F(Column, NamesAreCutToTheirRoom) {
   const jobject column = new_column();
   const std::string long_name(200, 'n');
-  const struct {
-    std::string set, room;
-    jint result;
-    std::string expected;
-  } cases[] = {{"EMPNO", "....", 4, "EMPN"},
-               {"EMPNO", "..........", 5, "EMPNO....."},
-               {"EMPNO", "", 0, ""},
-               {"", "..", 0, ".."},
-               {long_name, std::string(130, '.'), 128, std::string(128, 'n') + ".."},
-               {std::string("AB\0CD", 5), "....", 2, "AB.."}};
-  for (const auto& c : cases) {
-    const jbyteArray given = bytes(c.set);
+  const std::tuple<std::string, std::string, jint, std::string> cases[] = {
+      {"EMPNO", "....", 4, "EMPN"},
+      {"EMPNO", "..........", 5, "EMPNO....."},
+      {"EMPNO", "", 0, ""},
+      {"", "..", 0, ".."},
+      {long_name, std::string(130, '.'), 128, std::string(128, 'n') + ".."},
+      {std::string("AB\0CD", 5), "....", 2, "AB.."}};
+  for (const auto& [set, room, result, expected] : cases) {
+    const jbyteArray given = bytes(set);
     COLUMN(setName)(env, column, given);
-    EXPECT_EQ(contents(given), c.set);
-    const jbyteArray array = bytes(c.room);
-    EXPECT_EQ(COLUMN(name)(env, column, array), c.result);
-    EXPECT_EQ(contents(array), c.expected);
+    EXPECT_EQ(contents(given), set);
+    const jbyteArray array = bytes(room);
+    EXPECT_EQ(COLUMN(name)(env, column, array), result);
+    EXPECT_EQ(contents(array), expected);
   }
   EXPECT_EQ(traced([&] {
               COLUMN(setName)(env, column, bytes("X"));
@@ -155,10 +147,7 @@ TEST_F(Column, NamesAreCutToTheirRoom) {
 TEST_F(Column, TypeMappingWithTheExternalTypeMappedUntilSet) {
   // Length 10 throughout. Columns: select type, select length, exchange type, bind length, name.
   // clang-format off
-  const struct {
-    int type, prec, scale, select_type, select_length, type_seen, bind_length;
-    const char* type_name;
-  } cases[] = {
+  const std::tuple<int, int, int, int, int, int, int, const char*> cases[] = {
       {1, 0, 0, 5, 31, 5, 11, "VARCHAR2_TYPE"}, {2, 0, 0, 5, 129, 4, 8, "NUMBER_TYPE"},
       {2, 5, 0, 5, 129, 3, 4, "NUMBER_TYPE"}, {2, 10, 2, 5, 129, 4, 8, "NUMBER_TYPE"},
       {2, 0, -127, 5, 129, 4, 8, "NUMBER_TYPE"}, {2, 65536, 0, 5, 129, 4, 8, "NUMBER_TYPE"},
@@ -172,20 +161,21 @@ TEST_F(Column, TypeMappingWithTheExternalTypeMappedUntilSet) {
       {0, 0, 0, 0, 0, 0, 0, "UKNOWN_TYPE"}, {-1, 0, 0, 0, 0, 0, 0, "UKNOWN_TYPE"},
       {65535, 0, 0, 0, 0, 0, 0, "UKNOWN_TYPE"}, {65537, 0, 0, 5, 31, 5, 11, "UKNOWN_TYPE"}};
   // clang-format on
-  for (const auto& c : cases) {
-    SCOPED_TRACE(testing::Message() << c.type << " (" << c.prec << ", " << c.scale << ")");
-    EXPECT_EQ(int2extSelectOciType(c.type, c.prec, c.scale), c.select_type);
-    EXPECT_EQ(getSelectLength(c.type, c.prec, c.scale, 10), c.select_length);
-    const jobject column = new_column(1, c.type);
-    COLUMN(setPrecision)(env, column, c.prec);
-    COLUMN(setScale)(env, column, c.scale);
+  for (const auto& [type, prec, scale, select_type, select_length, type_seen, bind_length,
+                    type_name] : cases) {
+    SCOPED_TRACE(testing::Message() << type << " (" << prec << ", " << scale << ")");
+    EXPECT_EQ(int2extSelectOciType(type, prec, scale), select_type);
+    EXPECT_EQ(getSelectLength(type, prec, scale, 10), select_length);
+    const jobject column = new_column(1, type);
+    COLUMN(setPrecision)(env, column, prec);
+    COLUMN(setScale)(env, column, scale);
     for (const int set : {-1, SQLT_LBI}) {
       column_of(column)->external_dbtype = set;
-      EXPECT_EQ(COLUMN(externalType)(env, column), set == -1 ? c.type_seen : set);
-      EXPECT_EQ(COLUMN(actualExternalType)(env, column), c.type_seen);
+      EXPECT_EQ(COLUMN(externalType)(env, column), set == -1 ? type_seen : set);
+      EXPECT_EQ(COLUMN(actualExternalType)(env, column), type_seen);
     }
-    EXPECT_EQ(getParamLength(c.type, c.prec, c.scale, 10, 0), c.bind_length);
-    EXPECT_STREQ(typeName(c.type), c.type_name);
+    EXPECT_EQ(getParamLength(type, prec, scale, 10, 0), bind_length);
+    EXPECT_STREQ(typeName(type), type_name);
   }
 }
 

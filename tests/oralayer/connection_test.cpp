@@ -62,9 +62,9 @@ TEST_F(Connection, InitializeOnceThenOnlyHandsOutRecords) {
   const auto initialize = [connection](jint elem, const char* nls, jboolean trace) {
     CONNECTION(native_1initialize)(env, connection, elem, bytes(nls), trace);
   };
-  expect_in_order(without_addresses(traced([&] { initialize(1, "A.B", JNI_FALSE); })),
-                  {"*** tv_init_fid: initializing JNI IDs and Handles\n", "set NLS_LANG=A.B\n",
-                   "*** native_initialize - isXA:", ", elem:1, ldadata:PTR\n"});
+  expect_trace({"*** tv_init_fid: initializing JNI IDs and Handles\n", "set NLS_LANG=A.B\n",
+                "*** native_initialize - isXA:", ", elem:1, ldadata:PTR\n"},
+               [&] { initialize(1, "A.B", JNI_FALSE); });
   EXPECT_THAT(calls(), ElementsAre("OCIInitialize(1,-)"));
   EXPECT_STREQ(getenv("NLS_LANG"), "A.B");
   EXPECT_EQ(session_of(connection), &ldapool[1]);
@@ -131,10 +131,10 @@ TEST_F(Connection, NlsSettingOf71BytesIsTheLongest) {
   }
   forget_initialisation();
   unsetenv("NLS_LANG");
-  expect_in_order(traced([] { new_connection(); }), {"+++ NLS_LANG=null\n"});
+  expect_trace({"+++ NLS_LANG=null\n"}, [] { new_connection(); });
   setenv("NLS_LANG", "X.Y", 1);
-  expect_in_order(traced([] { tv_init_nls(env, allocate("OciConnection"), nullptr); }),
-                  {"+++ NLS_LANG=X.Y\n"});
+  expect_trace({"+++ NLS_LANG=X.Y\n"},
+               [] { tv_init_nls(env, allocate("OciConnection"), nullptr); });
   tv_init_nls(env, allocate("OciConnection"), bytes(std::string("cut\0off", 7)));
   EXPECT_STREQ(getenv("NLS_LANG"), "cut");
 }
@@ -143,23 +143,20 @@ TEST_F(Connection, ClientTexts) {
   const jobject connection = allocate("OciConnection");
   setenv("NLS_LANG", "LANG567890", 1);
   setenv("NLS_NCHAR", "CHAR567890", 1);
-  const struct {
-    jint (*query)(JNIEnv*, jobject, jbyteArray);
-    int result;
-    std::string text;  // as the array holds it afterwards
-    const char* setting;  // that is too long
-  } cases[] = {{CONNECTION(native_1oci_1api_1version), 4, "OCI8", ""},
-               {CONNECTION(native_1oci_1api_1version), 0, "...", "oci_api_version"},
-               {CONNECTION(native_1get_1nls_1lang), 10, "LANG567890.", ""},
-               {CONNECTION(native_1get_1nls_1lang), 0, ".........", "NLS_LANG"},
-               {CONNECTION(native_1get_1nls_1nchar), 10, "CHAR567890", ""},
-               {CONNECTION(native_1get_1nls_1nchar), 0, ".........", "NLS_NCHAR"}};
-  for (const auto& c : cases) {
-    const jbyteArray array = bytes(std::string(c.text.size(), '.'));
-    EXPECT_EQ(c.query(env, connection, array), c.result) << c.text;
-    const std::string error = std::string("java.lang.InternalError: ") + c.setting;
-    EXPECT_EQ(raised(), *c.setting ? error + " setting is too long" : "");
-    EXPECT_EQ(contents(array), c.text);
+  // text: as the array holds it afterwards; setting: that is too long.
+  const std::tuple<jint (*)(JNIEnv*, jobject, jbyteArray), int, std::string, const char*> cases[] =
+      {{CONNECTION(native_1oci_1api_1version), 4, "OCI8", ""},
+       {CONNECTION(native_1oci_1api_1version), 0, "...", "oci_api_version"},
+       {CONNECTION(native_1get_1nls_1lang), 10, "LANG567890.", ""},
+       {CONNECTION(native_1get_1nls_1lang), 0, ".........", "NLS_LANG"},
+       {CONNECTION(native_1get_1nls_1nchar), 10, "CHAR567890", ""},
+       {CONNECTION(native_1get_1nls_1nchar), 0, ".........", "NLS_NCHAR"}};
+  for (const auto& [query, result, text, setting] : cases) {
+    const jbyteArray array = bytes(std::string(text.size(), '.'));
+    EXPECT_EQ(query(env, connection, array), result) << text;
+    const std::string error = std::string("java.lang.InternalError: ") + setting;
+    EXPECT_EQ(raised(), *setting ? error + " setting is too long" : "");
+    EXPECT_EQ(contents(array), text);
   }
   unsetenv("NLS_LANG");
   unsetenv("NLS_NCHAR");
@@ -196,10 +193,7 @@ TEST_F(Connection, LoginWithPassword) {
 
 TEST_F(Connection, CredentialsAsTheyReachTheInterface) {
   const std::string u255(255, 'u'), s255(255, 's');
-  const struct {
-    std::string user, password, server;
-    Lines calls;
-  } cases[] = {
+  const std::tuple<std::string, std::string, std::string, Lines> cases[] = {
       {"/", "", "db", {"OCISessionBegin(svc1,err1,ses1,2,0)"}},
       {"", "", "db", {"OCISessionBegin(svc1,err1,ses2,1,0)"}},
       {"/x", "", "db", {"OCISessionBegin(svc1,err1,ses3,1,0)"}},
@@ -208,9 +202,9 @@ TEST_F(Connection, CredentialsAsTheyReachTheInterface) {
        s255 + "c",
        {"OCIServerAttach(srv1,err1," + s255 + ",255,0)",
         "OCIAttrSet(ses4,9," + u255 + ",255,22,err1)", "OCIAttrSet(ses4,9,pw,2,23,err1)"}}};
-  for (const auto& c : cases) {
-    login(new_connection(), c.user, c.password, c.server);
-    EXPECT_THAT(calls(), testing::IsSupersetOf(c.calls));
+  for (const auto& [user, password, server, made] : cases) {
+    login(new_connection(), user, password, server);
+    EXPECT_THAT(calls(), testing::IsSupersetOf(made));
   }
 }
 
@@ -285,11 +279,7 @@ TEST_F(Connection, GetErrorReturnsTheTextOfRecordOne) {
 }
 
 TEST_F(Connection, TransactionAndCallControl) {
-  const struct {
-    jboolean (*method)(JNIEnv*, jobject);
-    const char *call, *reply_key;
-    bool assigns;
-  } cases[] = {
+  const std::tuple<jboolean (*)(JNIEnv*, jobject), const char*, const char*, bool> cases[] = {
       {CONNECTION(native_1commit), "OCITransCommit(svc1,err1,0)", "OCITransCommit", false},
       {CONNECTION(native_1rollback), "OCITransRollback(svc1,err1,0)", "OCITransRollback", true},
       {CONNECTION(native_1obreak), "OCIBreak(svc1,err1)", "OCIBreak", false},
@@ -297,16 +287,16 @@ TEST_F(Connection, TransactionAndCallControl) {
        true},
       {CONNECTION(native_1setBlockingMode), "OCIAttrSet(srv1,8,0,0,3,err1)", "OCIAttrSet:3", true}};
   const jobject connection = new_connection();
-  for (const auto& c : cases) {
+  for (const auto& [method, call, reply_key, assigns] : cases) {
     for (const sword status : {OCI_SUCCESS, OCI_ERROR, OCI_SUCCESS_WITH_INFO}) {
-      SCOPED_TRACE(std::string(c.call) + " " + std::to_string(status));
+      SCOPED_TRACE(std::string(call) + " " + std::to_string(status));
       const int error = status == OCI_SUCCESS ? 0 : 3114;
-      state().reply(c.reply_key, status, error);
+      state().reply(reply_key, status, error);
       set_int(connection, "ldaerrcode", 7);
-      EXPECT_EQ(c.method(env, connection), status != OCI_SUCCESS);
-      EXPECT_EQ(get_int(connection, "ldaerrcode"), c.assigns ? error : 7);
-      Lines expected = {c.call};
-      if (c.assigns) expected.emplace_back(kCode);
+      EXPECT_EQ(method(env, connection), status != OCI_SUCCESS);
+      EXPECT_EQ(get_int(connection, "ldaerrcode"), assigns ? error : 7);
+      Lines expected = {call};
+      if (assigns) expected.emplace_back(kCode);
       EXPECT_EQ(calls(), expected);
     }
   }
@@ -322,15 +312,12 @@ TEST_F(Connection, TransactionAndCallControl) {
 
 TEST_F(Connection, BlockingModeIsNonBlockingOnlyForExactlyOne) {
   const jobject connection = new_connection();
-  const struct {
-    ub1 mode;
-    sword status;
-    jboolean result;
-  } cases[] = {{1, OCI_SUCCESS, 1}, {0, OCI_SUCCESS, 0}, {2, OCI_SUCCESS, 0}, {1, OCI_ERROR, 0}};
-  for (const auto& c : cases) {
-    state().nonblocking = c.mode;
-    state().reply("OCIAttrGet:3", c.status, c.status == OCI_SUCCESS ? 0 : 3114);
-    EXPECT_EQ(CONNECTION(native_1isNonBlockingMode)(env, connection), c.result);
+  const std::tuple<ub1, sword, jboolean> cases[] = {
+      {1, OCI_SUCCESS, 1}, {0, OCI_SUCCESS, 0}, {2, OCI_SUCCESS, 0}, {1, OCI_ERROR, 0}};
+  for (const auto& [mode, status, result] : cases) {
+    state().nonblocking = mode;
+    state().reply("OCIAttrGet:3", status, status == OCI_SUCCESS ? 0 : 3114);
+    EXPECT_EQ(CONNECTION(native_1isNonBlockingMode)(env, connection), result);
     EXPECT_THAT(calls(), ElementsAre("OCIAttrGet(srv1,8,-,3,err1)", kCode));
   }
   EXPECT_EQ(get_int(connection, "ldaerrcode"), 3114);

@@ -3,34 +3,30 @@
 
 namespace {
 
-const char* const kFreed = "OCIHandleFree(stmt1,4)";
-
-class Cursor : public JvmTest {
+class Cursor : public CursorTest {
  protected:
-  static jboolean parse(jobject cursor, const std::string& sql) {
+  jboolean parse(const std::string& sql) {
     return CURSOR(parse)(env, cursor, bytes(sql), JNI_FALSE);
   }
 };
 
 TEST_F(Cursor, OpenAllocatesAStatementOfTheSession) {
-  const jobject cursor = new_cursor(false);
+  cursor = new_cursor(false);
   const jobject connection = new_connection(2);
   calls();
-  const std::string output =
-      traced([&] { EXPECT_EQ(CURSOR(open)(env, cursor, connection), JNI_FALSE); });
-  expect_in_order(output, {"*** open ***\n", "    cdaerrorcode=0\n"});
+  expect_trace({"*** open ***\n", "    cdaerrorcode=0\n"},
+               [&] { EXPECT_FALSE(CURSOR(open)(env, cursor, connection)); });
   EXPECT_EQ(calls().front(), "OCIHandleAlloc(env3,4,100,+)");
   const cdadata* cda = cda_of(cursor);
   EXPECT_EQ(cda->lda, &ldapool[2]);
   EXPECT_EQ(name(cda->svchp), "svc3");
   EXPECT_EQ(name(cda->errhp), "err3");
-  EXPECT_EQ(name(cda->stmthp), "stmt1");
+  EXPECT_EQ(name(cda->stmthp), "stmt2");
   state().reply("OCIHandleAlloc", OCI_ERROR, 1012);
   EXPECT_EQ(CURSOR(open)(env, new_cursor(false), connection), JNI_TRUE);
 }
 
 TEST_F(Cursor, CodesReachTheObjectAndAFailedQueryLeavesZero) {
-  const jobject cursor = new_cursor();
   state().sqlfncode = 65535;
   state().row_count = 0x80000001U;
   state().fncode = 28;
@@ -54,35 +50,30 @@ TEST_F(Cursor, CodesReachTheObjectAndAFailedQueryLeavesZero) {
   EXPECT_THAT(after(clearCdaErrorCodes), ElementsAre(0, 7, 0, 7, 7, 0, 0));
 
   const jobject lob = allocate("OciLob");
-  expect_in_order(traced([&] { assignLobCodes(env, lob, new_connection()); }),
-                  {"    loberrorcode=1012\n"});
+  expect_trace({"    loberrorcode=1012\n"}, [&] { assignLobCodes(env, lob, new_connection()); });
   EXPECT_EQ(get_int(lob, "loberrcode"), 1012);
   clearLobErrorCodes(env, lob);
   EXPECT_EQ(get_int(lob, "loberrcode"), 0);
 }
 
 TEST_F(Cursor, CancelBreaksTheSession) {
-  const jobject cursor = new_cursor();
   cda_of(cursor)->svchp = nullptr;
   EXPECT_EQ(CURSOR(cancel)(env, cursor), JNI_FALSE);
   EXPECT_EQ(calls().front(), "OCIBreak(svc1,err1)") << "the session's own service context";
   state().reply("OCIBreak", OCI_ERROR, 3114);
-  expect_in_order(traced([&] { EXPECT_EQ(CURSOR(cancel)(env, cursor), JNI_TRUE); }),
-                  {"*** Cursor:  OCIBreak ***\n"});
+  expect_trace({"*** Cursor:  OCIBreak ***\n"}, [&] { EXPECT_TRUE(CURSOR(cancel)(env, cursor)); });
   EXPECT_EQ(get_int(cursor, "cdaerrorcode"), 3114);
 }
 
 TEST_F(Cursor, CloseFreesTheStatementOnceAndMayReopen) {
-  const jobject cursor = new_cursor();
-  parse(cursor, "SELECT 1 FROM dual");
+  parse("SELECT 1 FROM dual");
   cdadata* cda = cda_of(cursor);
   cda->long_count = cda->need_data = 1;
   calls();
-  const std::string output = traced([&] { EXPECT_EQ(CURSOR(close)(env, cursor), JNI_FALSE); });
-  EXPECT_EQ(calls().front(), kFreed);
-  expect_in_order(output,
-                  {"*** close ***\n", "*********  clean_longinsert_chain  invoked ***\n",
-                   "*** OCIHandleFree (OCI_HTYPE_STMT) ***\n", "    OCIHandleFree result=0\n"});
+  expect_trace({"*** close ***\n", "*********  clean_longinsert_chain  invoked ***\n",
+                "*** OCIHandleFree (OCI_HTYPE_STMT) ***\n", "    OCIHandleFree result=0\n"},
+               [&] { EXPECT_FALSE(CURSOR(close)(env, cursor)); });
+  EXPECT_EQ(calls().front(), "OCIHandleFree(stmt1,4)");
   EXPECT_EQ(cda->described + cda->long_count + cda->need_data, 0);
   EXPECT_STREQ(reinterpret_cast<char*>(cda->sqlstr), "SELECT 1 FROM dual");
   CURSOR(oopt)(env, cursor, 1);
@@ -97,31 +88,29 @@ TEST_F(Cursor, CloseFreesTheStatementOnceAndMayReopen) {
   state().reply("OCIHandleFree", OCI_INVALID_HANDLE);
   EXPECT_EQ(CURSOR(close)(env, cursor), JNI_TRUE);
   cda->longdata_bufpool = new LongdataBufPool;
-  expect_in_order(traced([&] {
-                    CURSOR(native_1finalize)
-                    (env, cursor);
-                  }),
-                  {" !!!! Rather SEVERE warning !!  we are deleting longdata_bufpool in cursordata "
-                   "destructor !\n",
-                   "          the longdata_bufpool should have been deleted in cursor.close()\n",
-                   "BufPool: now delete the bufPool object\n"});
+  expect_trace({" !!!! Rather SEVERE warning !!  we are deleting longdata_bufpool in cursordata "
+                "destructor !\n",
+                "          the longdata_bufpool should have been deleted in cursor.close()\n",
+                "BufPool: now delete the bufPool object\n"},
+               [&] {
+                 CURSOR(native_1finalize)
+                 (env, cursor);
+               });
   EXPECT_EQ(get_int(cursor, "cursordata32"), 0);
   CURSOR(native_1finalize)(env, cursor);
 }
 
 TEST_F(Cursor, CloseReleasesLongDataAndReportsInconsistentChains) {
-  const struct {
-    void (*spoil)(cdadata*, columndata*);
-    std::string error;
-  } cases[] = {{[](cdadata*, columndata*) {}, ""},
-               {[](cdadata*, columndata* column) { column->longbuf_head = nullptr; },
-                "longbuf_tail is not null but longbuf_head is NULL !"},
-               {[](cdadata* cda, columndata*) { cda->longdata_bufpool = nullptr; },
-                "the longdata_bufpool is NULL"},
-               {[](cdadata* cda, columndata*) { cda->lc_head = nullptr; },
-                "lc_tail is not null but lc_head is NULL !"}};
-  for (const auto& c : cases) {
-    const jobject cursor = new_cursor();
+  const std::tuple<void (*)(cdadata*, columndata*), std::string> cases[] = {
+      {[](cdadata*, columndata*) {}, ""},
+      {[](cdadata*, columndata* column) { column->longbuf_head = nullptr; },
+       "longbuf_tail is not null but longbuf_head is NULL !"},
+      {[](cdadata* cda, columndata*) { cda->longdata_bufpool = nullptr; },
+       "the longdata_bufpool is NULL"},
+      {[](cdadata* cda, columndata*) { cda->lc_head = nullptr; },
+       "lc_tail is not null but lc_head is NULL !"}};
+  for (const auto& [spoil, error] : cases) {
+    cursor = new_cursor();
     cdadata* cda = cda_of(cursor);
     const std::string statement = name(cda->stmthp);
     columndata column(1);
@@ -131,64 +120,59 @@ TEST_F(Cursor, CloseReleasesLongDataAndReportsInconsistentChains) {
     longcol_node::queue(&cda->lc_head, &cda->lc_tail, node);
     const longdata_node* const piece =
         longdata_node::queue(&column.longbuf_head, &column.longbuf_tail, 16, pool);
-    c.spoil(cda, &column);
+    spoil(cda, &column);
     const bool pool_lost = cda->longdata_bufpool == nullptr;
     set_int(cursor, "cdaerrorcode", 7);
     EXPECT_EQ(CURSOR(close)(env, cursor), JNI_FALSE);
-    const std::string exception = "java.lang.InternalError: in OciCursor_close " + c.error;
-    EXPECT_EQ(raised(), c.error.empty() ? "" : exception);
+    const std::string exception = "java.lang.InternalError: in OciCursor_close " + error;
+    EXPECT_EQ(raised(), error.empty() ? "" : exception);
     EXPECT_EQ(calls().front(), "OCIHandleFree(" + statement + ",4)");
     EXPECT_EQ(get_int(cursor, "cdaerrorcode"), 0);
     EXPECT_EQ(cda->longdata_bufpool, nullptr);
     if (column.longbuf_tail != nullptr) delete piece;
     if (cda->lc_tail != nullptr) delete node;
     if (pool_lost) delete pool;
-    EXPECT_TRUE(c.error != "" || (cda->lc_tail == nullptr && column.longbuf_tail == nullptr));
+    EXPECT_TRUE(error != "" || (cda->lc_tail == nullptr && column.longbuf_tail == nullptr));
   }
 }
 
 TEST_F(Cursor, ParseDescribesAQueryOnce) {
-  const jobject cursor = new_cursor();
   cda_of(cursor)->long_count = 5;
-  const std::string output = traced([&] { EXPECT_EQ(parse(cursor, "SELECT 1"), JNI_FALSE); });
+  expect_trace({"*** parse ***\n",
+                "*** OCIStmtPrepare ***\n    sqlstr (8 bytes)\n    bytes:\n"
+                "    53 45 4C 45 43 54 20 31 \n    text:\n    SELECT 1\n",
+                "    prepare succeeded\n", "    stmttype=1", "    cd->described: 0\n",
+                "*** OCIStmtExecute (describe only) ***\n",
+                "--- OCIStmtExecute (describe only) --  OCIStmtExecute completed\n"},
+               [&] { EXPECT_FALSE(parse("SELECT 1")); });
   EXPECT_EQ(cda_of(cursor)->long_count, 0);
   EXPECT_EQ(calls(), plus_cursor_codes({"OCIStmtPrepare(stmt1,err1,SELECT 1,1,0)",
                                         "OCIAttrGet(stmt1,4,-,24,err1)",
                                         "OCIStmtExecute(svc1,stmt1,err1,0,0,-,-,16)"}));
-  expect_in_order(output, {"*** parse ***\n",
-                           "*** OCIStmtPrepare ***\n    sqlstr (8 bytes)\n    bytes:\n"
-                           "    53 45 4C 45 43 54 20 31 \n    text:\n    SELECT 1\n",
-                           "    prepare succeeded\n", "    stmttype=1", "    cd->described: 0\n",
-                           "*** OCIStmtExecute (describe only) ***\n",
-                           "--- OCIStmtExecute (describe only) --  OCIStmtExecute completed\n"});
   cda_of(cursor)->long_count = 2;
-  EXPECT_EQ(parse(cursor, std::string("SELECT 2\0 cut", 13)), JNI_FALSE);
+  EXPECT_EQ(parse(std::string("SELECT 2\0 cut", 13)), JNI_FALSE);
   EXPECT_EQ(calls(), plus_cursor_codes({"OCIStmtPrepare(stmt1,err1,SELECT 2,1,0)",
                                         "OCIAttrGet(stmt1,4,-,24,err1)"}));
   EXPECT_EQ(cda_of(cursor)->long_count, 2);
 }
 
 TEST_F(Cursor, ParseThatDescribesNothing) {
-  const struct {
-    const char* fails;
-    ub2 statement;
-    bool failed;
-    const char* trace;
-  } cases[] = {{"OCIStmtPrepare", 1, true, "   prepare failed\n"},
-               {"OCIStmtExecute", 1, true, "    Describe FAILED\n"},
-               {"OCIAttrGet:24", 1, false, ""},  // an unknown type is only prepared
-               {"", 0, false, ""},
-               {"", 2, false, ""},
-               {"", 8, false, ""}};
-  for (const auto& c : cases) {
-    const jobject cursor = new_cursor();
-    state().stmt_type = c.statement;
-    state().reply(c.fails, OCI_ERROR, 900);
-    expect_in_order(traced([&] { EXPECT_EQ(parse(cursor, "SELECT"), c.failed); }), {c.trace});
-    EXPECT_TRUE(!c.failed || get_int(cursor, "cdaerrorcode") == 900);
+  const std::tuple<const char*, ub2, bool, const char*> cases[] = {
+      {"OCIStmtPrepare", 1, true, "   prepare failed\n"},
+      {"OCIStmtExecute", 1, true, "    Describe FAILED\n"},
+      {"OCIAttrGet:24", 1, false, ""},  // an unknown type is only prepared
+      {"", 0, false, ""},
+      {"", 2, false, ""},
+      {"", 8, false, ""}};
+  for (const auto& [fails, statement, failed, trace] : cases) {
+    cursor = new_cursor();
+    state().stmt_type = statement;
+    state().reply(fails, OCI_ERROR, 900);
+    expect_trace({trace}, [&] { EXPECT_EQ(parse("SELECT"), failed); });
+    EXPECT_TRUE(!failed || get_int(cursor, "cdaerrorcode") == 900);
     EXPECT_EQ(cda_of(cursor)->described, 0);
     EXPECT_EQ(testing::Value(calls(), Contains(HasSubstr("OCIStmtExecute"))),
-              std::string(c.fails) == "OCIStmtExecute");
+              std::string(fails) == "OCIStmtExecute");
   }
 }
 
@@ -199,7 +183,6 @@ TEST_F(Cursor, DescribeFillsTheColumn) {
                      {SQLT_NUM, 22, "", 0, "\x81\xFF"s},
                      {SQLT_CHR, 10, "ENAME", 0, "\0"s}};
   const jint scales[] = {2, -127, -127, 0};
-  const jobject cursor = new_cursor();
   for (jint position = 1; position <= 4; ++position) {
     const auto& expected = state().columns[static_cast<std::size_t>(position - 1)];
     const jobject column = new_column(1, -1, position);
@@ -219,9 +202,12 @@ TEST_F(Cursor, DescribeFillsTheColumn) {
     EXPECT_EQ(COLUMN(nullAllowed)(env, column), JNI_TRUE);
     EXPECT_EQ(reinterpret_cast<char*>(column_of(column)->columnname), expected.name.substr(0, 128));
   }
-  expect_in_order(traced([&] { return CURSOR(describe)(env, cursor, new_column()); }),
-                  {"*** OCIParamGet (describe) ***", " colpos=1\n", "    internal_dbtype=2\n",
-                   "    dbsize=22\n"});
+  expect_trace({"*** OCIParamGet (describe) ***", " colpos=1\n", "    internal_dbtype=2\n",
+                "    dbsize=22\n"},
+               [&] {
+                 CURSOR(describe)
+                 (env, cursor, new_column());
+               });
 }
 
 TEST_F(Cursor, DescribeStopsAtTheFirstFailure) {
@@ -230,7 +216,7 @@ TEST_F(Cursor, DescribeStopsAtTheFirstFailure) {
                                "OCIAttrGet:4", "OCIAttrGet:5", "OCIAttrGet:6"};
   for (std::size_t i = 0; i < std::size(steps); ++i) {
     SCOPED_TRACE(steps[i]);
-    const jobject cursor = new_cursor();
+    cursor = new_cursor();
     const jobject column = new_column(1, 77);
     state().reply(steps[i], OCI_ERROR, 24334);
     EXPECT_EQ(CURSOR(describe)(env, cursor, column), JNI_TRUE);
@@ -245,68 +231,46 @@ TEST_F(Cursor, DescribeStopsAtTheFirstFailure) {
 TEST_F(Cursor, DefineByKindOfColumn) {
   enum Value { kBuffer, kNothing, kLocator };
   // All described with size 10; LONG pieces are 4 bytes; 3 rows.
-  const struct {
-    int type;
-    const char* define;
-    Value value;
-    sword buflen;
-    sb4 buffer;  // bytes asked for
-  } cases[] = {{1, "31,5,0)", kBuffer, 31, 93},           {96, "31,5,0)", kBuffer, 31, 93},
-               {2, "129,5,0)", kBuffer, 129, 387},        {3, "129,5,0)", kBuffer, 129, 387},
-               {4, "129,5,0)", kBuffer, 129, 387},        {5, "31,5,0)", kNothing, 31, 0},
-               {104, "24,5,0)", kBuffer, 24, 72},         {11, "24,5,0)", kBuffer, 24, 72},
-               {12, "7,12,0)", kBuffer, 7, 21},           {23, "10,23,0)", kBuffer, 10, 30},
-               {105, "20,5,0)", kBuffer, 20, 60},         {8, "2147483647,8,2)", kNothing, 4, 12},
-               {24, "2147483647,24,2)", kNothing, 4, 12}, {112, "-1,112,0)", kLocator, -1, 0},
-               {113, "-1,113,0)", kLocator, -1, 0},       {7, "0,0,0)", kNothing, 0, 0}};
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.type);
-    oci_double::state() = {};
-    const jobject cursor = new_cursor();
-    const jobject column = new_column(1, c.type, 2);
+  // type; what the call ends in; its value; buflen; bytes asked for.
+  const std::tuple<int, const char*, Value, sword, sb4> cases[] = {
+      {1, "31,5,0)", kBuffer, 31, 93},           {96, "31,5,0)", kBuffer, 31, 93},
+      {2, "129,5,0)", kBuffer, 129, 387},        {3, "129,5,0)", kBuffer, 129, 387},
+      {4, "129,5,0)", kBuffer, 129, 387},        {5, "31,5,0)", kNothing, 31, 0},
+      {104, "24,5,0)", kBuffer, 24, 72},         {11, "24,5,0)", kBuffer, 24, 72},
+      {12, "7,12,0)", kBuffer, 7, 21},           {23, "10,23,0)", kBuffer, 10, 30},
+      {105, "20,5,0)", kBuffer, 20, 60},         {8, "2147483647,8,2)", kNothing, 4, 12},
+      {24, "2147483647,24,2)", kNothing, 4, 12}, {112, "-1,112,0)", kLocator, -1, 0},
+      {113, "-1,113,0)", kLocator, -1, 0},       {7, "0,0,0)", kNothing, 0, 0}};
+  for (const auto& [type, end, where, buflen, buffer] : cases) {
+    SCOPED_TRACE(type);
+    state() = {};
+    cursor = new_cursor();
+    const jobject column = new_column(1, type, 2);
     COLUMN(setLength)(env, column, 10);
-    const bool is_long = c.type == 8 || c.type == 24;
+    const bool is_long = type == 8 || type == 24;
     EXPECT_EQ(CURSOR(isBlobColumn)(env, cursor, column), is_long);
-    EXPECT_EQ(CURSOR(isOCI8ILOBColumn)(env, cursor, column), c.value == kLocator);
-    const char* const banner = is_long ? "*** OCIDefineByPos for LONG, LONGRAW  ***"
-                               : c.value == kLocator
-                                   ? "*** OCIDefineByPos for BLOB, CLOB, NCLOB ***"
-                                   : "*** OCIDefineByPos ***";
-    const std::string output =
-        traced([&] { EXPECT_EQ(CURSOR(bindSelectItem)(env, cursor, column, 3), JNI_FALSE); });
-    expect_in_order(output, {"*** bindSelectItem ***\n", banner, "    retvali=0\n"});
-    const char* value = c.value == kNothing ? "-," : "+,";
-    EXPECT_EQ(calls(), plus_cursor_codes(
-                           {std::string("OCIDefineByPos(stmt1,null,err1,2,") + value + c.define}));
+    EXPECT_EQ(CURSOR(isOCI8ILOBColumn)(env, cursor, column), where == kLocator);
+    const char* const banner = is_long             ? "*** OCIDefineByPos for LONG, LONGRAW  ***"
+                               : where == kLocator ? "*** OCIDefineByPos for BLOB, CLOB, NCLOB ***"
+                                                   : "*** OCIDefineByPos ***";
+    expect_trace({"*** bindSelectItem ***\n", banner, "    retvali=0\n"},
+                 [&] { EXPECT_FALSE(CURSOR(bindSelectItem)(env, cursor, column, 3)); });
+    const char* value = where == kNothing ? "-," : "+,";
+    EXPECT_EQ(calls(),
+              plus_cursor_codes({std::string("OCIDefineByPos(stmt1,null,err1,2,") + value + end}));
     columndata* record = column_of(column);
     const oci_double::Define& define = state().defines.at(0);
     const void* const values[] = {record->byte_arr, nullptr, &record->lobloc};
-    EXPECT_EQ(define.value, values[c.value]);
-    EXPECT_EQ(define.ind, record->indpvect);
-    EXPECT_EQ(define.rlen, record->retlenvect);
-    EXPECT_EQ(define.rcode, record->retcodevect);
+    EXPECT_EQ(define.value, values[where]);
+    EXPECT_THAT((std::vector<void*>{define.ind, define.rlen, define.rcode}),
+                ElementsAre(record->indpvect, record->retlenvect, record->retcodevect));
     EXPECT_EQ(record->vectsize, 3);
-    EXPECT_EQ(record->buflen, c.buflen);
-    EXPECT_EQ(record->byte_arrlen, c.buffer);
-    EXPECT_EQ(record->bufptr, c.buffer == 0 ? nullptr : record->byte_arr);
+    EXPECT_EQ(record->buflen, buflen);
+    EXPECT_EQ(record->byte_arrlen, buffer);
+    EXPECT_EQ(record->bufptr, buffer == 0 ? nullptr : record->byte_arr);
     EXPECT_EQ(COLUMN(externalType)(env, column), define.type);
     EXPECT_EQ(cda_of(cursor)->long_count, is_long);
   }
-}
-
-TEST_F(Cursor, LongColumnsAreQueuedInOrderEvenWhenTheirDefineFails) {
-  const jobject cursor = new_cursor();
-  const jobject first = new_column(1, SQLT_LNG, 1);
-  const jobject second = new_column(1, SQLT_LBI, 2);
-  EXPECT_EQ(CURSOR(bindSelectItem)(env, cursor, first, 1), JNI_FALSE);
-  state().reply("OCIDefineByPos", OCI_ERROR, 1007);
-  EXPECT_EQ(CURSOR(bindSelectItem)(env, cursor, second, 1), JNI_TRUE);
-  EXPECT_EQ(get_int(cursor, "cdaerrorcode"), 1007);
-  const cdadata* cda = cda_of(cursor);
-  EXPECT_EQ(cda->long_count, 2);
-  EXPECT_EQ(cda->lc_tail->coldata, column_of(first));
-  EXPECT_EQ(cda->lc_head->coldata, column_of(second));
-  EXPECT_EQ(cda->lc_tail->next, cda->lc_head);
 }
 
 }  // namespace

@@ -44,44 +44,34 @@ class Fetch : public JvmTest {
 };
 
 TEST_F(Fetch, ExecAndFetchBringsTheFirstArray) {
-  const struct {
-    jint fetchsize;
-    oci_double::Reply reply;
-    bool failed;
-  } cases[] = {{20, {OCI_NO_DATA, 1403}, false},
-               {20, {}, false},
-               {0, {}, false},
-               {20, {OCI_ERROR, 942}, true},
-               {20, {OCI_SUCCESS_WITH_INFO, 24345}, true}};
-  for (const auto& c : cases) {
-    oci_double::state() = {};
+  const std::tuple<jint, oci_double::Reply, bool> cases[] = {
+      {20, {OCI_NO_DATA, 1403}, false},
+      {20, {}, false},
+      {0, {}, false},
+      {20, {OCI_ERROR, 942}, true},
+      {20, {OCI_SUCCESS_WITH_INFO, 24345}, true}};
+  for (const auto& [fetchsize, reply, failed] : cases) {
+    state() = {};
     const jobject cursor = new_cursor();
-    state().replies["OCIStmtExecute"] = {c.reply};
+    state().replies["OCIStmtExecute"] = {reply};
     state().row_count = 5;
-    const std::string output =
-        traced([&] { EXPECT_EQ(CURSOR(execAndFetch)(env, cursor, c.fetchsize), c.failed); });
-    const std::string size = std::to_string(c.fetchsize);
+    const std::string size = std::to_string(fetchsize);
+    const bool none = reply.status == OCI_NO_DATA;
+    expect_trace({"   hasLong is false, Set Statement Prefetch Rows Attribute to " + size + "\n",
+                  "*** OCIStmtExecute 2 ***   fetchsize=" + size + "\n",
+                  none ? "    no LONG columns: retvali was 100: OCI_NO_DATA, setting to 0\n" : ""},
+                 [&] { EXPECT_EQ(CURSOR(execAndFetch)(env, cursor, fetchsize), failed); });
     Lines expected = plus_cursor_codes({"OCIAttrSet(stmt1,4," + size + ",0,11,err1)"});
     expected.push_back("OCIStmtExecute(svc1,stmt1,err1," + size + ",0,-,-,0)");
     EXPECT_EQ(calls(), plus_cursor_codes(expected));
-    EXPECT_EQ(get_int(cursor, "cdaerrorcode"), c.reply.error);
+    EXPECT_EQ(get_int(cursor, "cdaerrorcode"), reply.error);
     EXPECT_EQ(get_int(cursor, "rowsprocessed"), 5);
-    Lines lines = {"   hasLong is false, Set Statement Prefetch Rows Attribute to " + size + "\n",
-                   "*** OCIStmtExecute 2 ***   fetchsize=" + size + "\n"};
-    if (c.reply.status == OCI_NO_DATA) {
-      lines.emplace_back("    no LONG columns: retvali was 100: OCI_NO_DATA, setting to 0\n");
-    }
-    expect_in_order(output, lines);
   }
 }
 
 TEST_F(Fetch, FetchesWithoutLongColumns) {
-  const struct {
-    oci_double::Reply reply;
-    bool failed;
-    int code;
-    const char* trace;  // of the array fetch
-  } cases[] = {
+  // trace: of the array fetch.
+  const std::tuple<oci_double::Reply, bool, int, const char*> cases[] = {
       {{OCI_SUCCESS, 0}, false, 0, "*** ArrayFetch  OCIStmtFetch  *** \n"},
       {{OCI_NO_DATA, 1403}, true, 1403, "---  OCI_NO_DATA on entry to ArrayFetch..  exiting\n"},
       {{OCI_ERROR, 1002}, true, 1002, "    cdaerrorcode=1002\n"},
@@ -90,21 +80,20 @@ TEST_F(Fetch, FetchesWithoutLongColumns) {
        false,
        0,
        "***  OCIStmtExecute 2:  caught ORA-03130  buffer for next piece req'd, swallowing\n"}};
-  for (const auto& c : cases) {
-    oci_double::state() = {};
+  for (const auto& [reply, failed, code, trace] : cases) {
+    state() = {};
     const jobject cursor = new_cursor();
-    state().replies["OCIStmtFetch"] = {c.reply, c.reply};
-    expect_in_order(traced([&] { EXPECT_EQ(CURSOR(arrayFetch)(env, cursor, 20), c.failed); }),
-                    {c.trace});
+    state().replies["OCIStmtFetch"] = {reply, reply};
+    expect_trace({trace}, [&] { EXPECT_EQ(CURSOR(arrayFetch)(env, cursor, 20), failed); });
     Lines expected = plus_cursor_codes({"OCIStmtFetch(stmt1,err1,20,2,0)"});
     expected.emplace_back(kErrorQuery);
     EXPECT_EQ(calls(), expected);
-    EXPECT_EQ(get_int(cursor, "cdaerrorcode"), c.code);
-    EXPECT_EQ(cda_of(cursor)->need_data, c.reply.status == OCI_NEED_DATA);
-    EXPECT_EQ(traced([&] { EXPECT_EQ(CURSOR(fetch)(env, cursor), c.reply.status != OCI_SUCCESS); }),
-              "*** OCIStmtFetch 1 ***\n    cdaerrorcode=" + std::to_string(c.reply.error) + "\n");
+    EXPECT_EQ(get_int(cursor, "cdaerrorcode"), code);
+    EXPECT_EQ(cda_of(cursor)->need_data, reply.status == OCI_NEED_DATA);
+    EXPECT_EQ(traced([&] { EXPECT_EQ(CURSOR(fetch)(env, cursor), reply.status != OCI_SUCCESS); }),
+              "*** OCIStmtFetch 1 ***\n    cdaerrorcode=" + std::to_string(reply.error) + "\n");
     EXPECT_EQ(calls(), plus_cursor_codes({"OCIStmtFetch(stmt1,err1,1,2,0)"}));
-    EXPECT_EQ(get_int(cursor, "cdaerrorcode"), c.reply.error);
+    EXPECT_EQ(get_int(cursor, "cdaerrorcode"), reply.error);
   }
 }
 
@@ -133,13 +122,13 @@ TEST_F(Fetch, LongValueInThreePieces) {
                     {0, OCI_NEXT_PIECE, "efgh", kMore},
                     {0, OCI_LAST_PIECE, "ij", kDone}};
   state().row_count = 1;
-  expect_in_order(
-      traced([&] { EXPECT_EQ(CURSOR(execAndFetch)(env, cursor, 20), JNI_FALSE); }),
+  expect_trace(
       {"     reset fetchsize to zero, longCount = 1\n", "*** OCIStmtExecute 2 ***   fetchsize=0\n",
        "*** ArrayFetch  OCIStmtFetch  *** \n", "    cdaerrorcode=3130\n",
        "***  OCIStmtExecute 2:  caught ORA-03130  buffer for next piece req'd, swallowing\n",
        "BufPool:getbuf: bufPoolSP = 0, return new char buf\n", " longdata_node num=0   size=4",
-       "     data:  (4 bytes)\n    bytes:\n    61 62 63 64 \n    text:\n    abcd\n"});
+       "     data:  (4 bytes)\n    bytes:\n    61 62 63 64 \n    text:\n    abcd\n"},
+      [&] { EXPECT_FALSE(CURSOR(execAndFetch)(env, cursor, 20)); });
   Lines expected = plus_cursor_codes(
       {"OCIStmtExecute(svc1,stmt1,err1,0,0,-,-,0)", "OCIStmtFetch(stmt1,err1,1,2,0)"});
   expected.emplace_back(kErrorQuery);
@@ -166,8 +155,11 @@ TEST_F(Fetch, LongValueInThreePieces) {
   CURSOR(close)(env, cursor);
 }
 
-TEST_F(Fetch, SeveralLongColumnsInOrderOfDefinition) {
+TEST_F(Fetch, SeveralLongColumnsInOrderOfDefinitionEvenWhenThatFails) {
+  state().replies["OCIDefineByPos"] = {{}, {OCI_ERROR, 1007}};
   const jobject cursor = long_cursor(2);
+  EXPECT_EQ(get_int(cursor, "cdaerrorcode"), 1007);
+  EXPECT_EQ(cda_of(cursor)->long_count, 2);
   EXPECT_EQ(fetch_row(cursor, {{0, OCI_ONE_PIECE, "abc", kMore},
                                {1, OCI_FIRST_PIECE, "defg", kMore},
                                {1, OCI_LAST_PIECE, "h", kDone}}),
@@ -188,30 +180,21 @@ TEST_F(Fetch, SeveralLongColumnsInOrderOfDefinition) {
 }
 
 TEST_F(Fetch, EndsOfThePieceLoop) {
-  const struct {
-    oci_double::Reply end;
-    bool failed;
-    int code;
-    sb2 indicator;
-    const char* trace;
-  } cases[] = {
+  const std::tuple<oci_double::Reply, bool, int, sb2, const char*> cases[] = {
       {{OCI_SUCCESS, 0}, false, 0, 0, ""},
       {{OCI_NO_DATA, 1403}, false, 0, 0, ""},
       {{OCI_ERROR, 1405}, false, 0, -1, "OCIStmtFetch got ORA-1405: fetched column value is NULL"},
       {{OCI_ERROR, 1013}, true, 1013, 0, " OCIStmtFetch returned OCI_ERROR\n"}};
-  for (const auto& c : cases) {
-    oci_double::state() = {};
+  for (const auto& [end, failed, code, indicator, trace] : cases) {
+    state() = {};
     const jobject cursor = long_cursor(1);
-    const std::string output = traced([&] {
-      EXPECT_EQ(fetch_row(cursor, {{0, OCI_ONE_PIECE, "ab", c.end}}), c.failed) << c.end.error;
-    });
-    expect_in_order(output, {c.trace});
-    if (c.indicator == -1) {
-      expect_in_order(without_addresses(output), {"thus setting null ind to true for col at PTR"});
-    }
-    EXPECT_EQ(get_int(cursor, "cdaerrorcode"), c.code);
-    EXPECT_EQ(column_of(longs[0])->indpvect[0], c.indicator);
-    const bool empty = c.end.status == OCI_NO_DATA;
+    expect_trace(
+        {trace, indicator == -1 ? "thus setting null ind to true for col at PTR" : ""}, [&] {
+          EXPECT_EQ(fetch_row(cursor, {{0, OCI_ONE_PIECE, "ab", end}}), failed) << end.error;
+        });
+    EXPECT_EQ(get_int(cursor, "cdaerrorcode"), code);
+    EXPECT_EQ(column_of(longs[0])->indpvect[0], indicator);
+    const bool empty = end.status == OCI_NO_DATA;
     EXPECT_EQ(value_of(longs[0]), empty ? "|" : "ab|");
     fetch_row(cursor, {{0, OCI_ONE_PIECE, "v", kDone}});
     EXPECT_EQ(column_of(longs[0])->indpvect[0], 0) << "each row clears that of the one before";
@@ -226,7 +209,7 @@ TEST_F(Fetch, ChainShorterThanTheRequests) {
             JNI_FALSE);
   expect_raised("InternalError", "in LONG fetch, got NULL longcol_node pointer !");
   CURSOR(close)(env, cursor);
-  oci_double::state() = {};
+  state() = {};
   cursor = long_cursor(1);
   columndata* column = std::exchange(cda_of(cursor)->lc_tail->coldata, nullptr);
   EXPECT_EQ(fetch_row(cursor, {{0, OCI_ONE_PIECE, "a", kDone}}), JNI_FALSE);
@@ -249,13 +232,8 @@ TEST_F(Fetch, PieceLengthsMayChangeAndBeUseless) {
   CURSOR(close)(env, cursor);
 }
 
-class Values : public JvmTest {
+class Values : public CursorTest {
  protected:
-  void SetUp() override {
-    JvmTest::SetUp();
-    cursor = new_cursor();
-  }
-
   // A column as fetched: rows of `buflen` bytes.
   static jobject fetched(const Lines& rows, sword buflen, int type = SQLT_CHR) {
     const jobject column = new_column(static_cast<int>(rows.size()), type);
@@ -279,29 +257,29 @@ class Values : public JvmTest {
     return std::to_string(length) + " " + contents(array);
   }
 
-  jobject cursor = nullptr;
   std::string exception;
 };
 
 TEST_F(Values, TextFitsOrIsRefused) {
   const jobject column = fetched({"a", "bb", "ccc", ""}, 31);
   column_of(column)->indpvect[1] = -1;
-  const struct {
-    jint row;
-    const char *room, *expected, *exception;
-  } cases[] = {{2, "..........", "3 ccc.......", ""},
-               {2, "...", "3 ccc", ""},
-               {2, "..", "0 ..", "java.lang.NullPointerException: Null array"},
-               {0, ".", "1 a", ""},
-               {1, "....", "-1 ....", ""},
-               {3, "....", "0 ....", ""}};
-  for (const auto& c : cases) {
-    EXPECT_EQ(filled(CURSOR(getStringValue), column, c.row, c.room), c.expected);
-    EXPECT_EQ(exception, c.exception);
+  const std::tuple<jint, const char*, const char*, const char*> cases[] = {
+      {2, "..........", "3 ccc.......", ""},
+      {2, "...", "3 ccc", ""},
+      {2, "..", "0 ..", "java.lang.NullPointerException: Null array"},
+      {0, ".", "1 a", ""},
+      {1, "....", "-1 ....", ""},
+      {3, "....", "0 ....", ""}};
+  for (const auto& [row, room, expected, error] : cases) {
+    EXPECT_EQ(filled(CURSOR(getStringValue), column, row, room), expected);
+    EXPECT_EQ(exception, error);
   }
-  expect_in_order(
-      traced([&] { return CURSOR(getStringValue)(env, cursor, column, 2, bytes("....")); }),
-      {"*** OciCursor getStringValue *** ", "    bytes (3 bytes)\n    bytes:\n    63 63 63 \n"});
+  expect_trace(
+      {"*** OciCursor getStringValue *** ", "    bytes (3 bytes)\n    bytes:\n    63 63 63 \n"},
+      [&] {
+        CURSOR(getStringValue)
+        (env, cursor, column, 2, bytes("...."));
+      });
 }
 
 TEST_F(Values, BytesAreCutToTheArray) {
@@ -342,12 +320,12 @@ TEST_F(Values, NumbersDatesIndicatorsAndReturnCodes) {
   }
   EXPECT_THAT(filled(CURSOR(getDateValue), column, 0, "......"), testing::EndsWith(" ......"));
   EXPECT_NE(exception, "") << "seven bytes do not fit";
-  expect_in_order(without_addresses(traced([&] {
-                    CURSOR(getIndicator)(env, cursor, column, 1);
-                    CURSOR(getReturnCode)(env, cursor, column, 0);
-                  })),
-                  {"*** OciCursor getIndicator *** col at PTR", " recnum = 1", " returning -1\n",
-                   "*** OciCursor getReturnCode *** for recnum 0", " returning: 1406\n"});
+  expect_trace({"*** OciCursor getIndicator *** col at PTR", " recnum = 1", " returning -1\n",
+                "*** OciCursor getReturnCode *** for recnum 0", " returning: 1406\n"},
+               [&] {
+                 CURSOR(getIndicator)(env, cursor, column, 1);
+                 CURSOR(getReturnCode)(env, cursor, column, 0);
+               });
   EXPECT_THAT(calls(), IsEmpty()) << "getters make no call";
 }
 
@@ -368,27 +346,23 @@ TEST_F(Values, RowsOutsideTheColumnAndColumnsWithoutABuffer) {
   const jobject without_rows = new_column(0);
   column_of(of_lob)->buflen = -1;
   using Limits = std::numeric_limits<jint>;
-  const struct {
-    jobject column;
-    jint row;
-    bool must_raise;
-  } cases[] = {{good, -1, true},
-               {good, 2, true},
-               {good, Limits::max(), true},
-               {good, Limits::min(), true},
-               {without_rows, 0, true},
-               {of_long, 0, false},
-               {of_lob, 0, false},
-               {of_lob, 1, false}};
-  for (const auto& c : cases) {
+  const std::tuple<jobject, jint, bool> cases[] = {{good, -1, true},
+                                                   {good, 2, true},
+                                                   {good, Limits::max(), true},
+                                                   {good, Limits::min(), true},
+                                                   {without_rows, 0, true},
+                                                   {of_long, 0, false},
+                                                   {of_lob, 0, false},
+                                                   {of_lob, 1, false}};
+  for (const auto& [column, row, must_raise] : cases) {
     for (const Native& getter : natives()) {
       const std::string kinds = getter.kinds;
       const bool is_getter = std::string(getter.name).starts_with("CURSOR(get");
-      if (!is_getter || (kinds != "UOrB" && (kinds != "UOr" || !c.must_raise))) continue;
-      SCOPED_TRACE(testing::Message() << getter.name << " " << c.row);
-      Of arguments({cursor, c.column, bytes("..........")}, c.row);
+      if (!is_getter || (kinds != "UOrB" && (kinds != "UOr" || !must_raise))) continue;
+      SCOPED_TRACE(testing::Message() << getter.name << " " << row);
+      Of arguments({cursor, column, bytes("..........")}, row);
       const double result = getter.call(env, arguments, getter.kinds);
-      EXPECT_TRUE(raised() != "" || (!c.must_raise && result <= 0));
+      EXPECT_TRUE(raised() != "" || (!must_raise && result <= 0));
       EXPECT_EQ(contents(static_cast<jbyteArray>(arguments.objects[2])), "..........");
     }
   }

@@ -8,6 +8,7 @@
 
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "oci_double.h"
@@ -46,6 +47,7 @@ class Capture {
   std::string text_;
 };
 
+std::string without_addresses(std::string output);
 /// Runs `action` with the trace on; what it wrote, addresses replaced by PTR.
 template <typename Action>
 std::string traced(Action action) {
@@ -53,11 +55,14 @@ std::string traced(Action action) {
   Capture capture;
   action();
   oci_debug = 0;
-  return capture.text();
+  return without_addresses(capture.text());
 }
-std::string without_addresses(std::string output);
 /// Expects the texts in this order in the output, other text between them.
 void expect_in_order(const std::string& output, const Lines& texts);
+template <typename Action>
+void expect_trace(const Lines& texts, Action action) {
+  expect_in_order(traced(action), texts);
+}
 
 /// A copy of the JNI function table in place of the thread's own, for its lifetime.
 class JniTable {
@@ -156,6 +161,16 @@ class JvmTest : public testing::Test {
  protected:
   void SetUp() override;
   void TearDown() override;
+};
+
+class CursorTest : public JvmTest {
+ protected:
+  void SetUp() override {
+    JvmTest::SetUp();
+    cursor = new_cursor();
+  }
+
+  jobject cursor = nullptr;
 };
 
 #endif

@@ -97,24 +97,21 @@ TEST_F(Lob, AColumnOwnsTheLocatorThatItAllocated) {
 TEST_F(Lob, SettersBorrowTheLocator) {
 #define SET(method, ...) \
   [](jobject c, jobject lob) { COLUMN(setValueWith##method)(env, c, lob, __VA_ARGS__); }
-  const struct {
-    void (*set)(jobject column, jobject lob);
-    sb2 type, type_when_refused, indicator;
-    bool keeps_locator;
-  } cases[] = {{SET(Lob, 112, 0), 112, 112, 0, true}, {SET(Lob, 113, 1), 113, 113, -1, true},
-               {SET(Blob, 0), 113, 1, 0, true},       {SET(Blob, 1), 113, 1, -1, false},
-               {SET(Clob, 0), 112, 1, 0, true},       {SET(Clob, 1), 112, 1, -1, false}};
-  for (const auto& c : cases) {
+  const std::tuple<void (*)(jobject column, jobject lob), sb2, sb2, sb2, bool> cases[] = {
+      {SET(Lob, 112, 0), 112, 112, 0, true}, {SET(Lob, 113, 1), 113, 113, -1, true},
+      {SET(Blob, 0), 113, 1, 0, true},       {SET(Blob, 1), 113, 1, -1, false},
+      {SET(Clob, 0), 112, 1, 0, true},       {SET(Clob, 1), 112, 1, -1, false}};
+  for (const auto& [set, type, type_when_refused, indicator, keeps_locator] : cases) {
     const jobject lob = new_lob();
     const jobject column = column_with_locator();
-    c.set(column, allocate("OciLob"));
+    set(column, allocate("OciLob"));
     expect_raised("NullPointerException", "Lob is null");
-    EXPECT_EQ(column_of(column)->internal_dbtype, c.type_when_refused);
+    EXPECT_EQ(column_of(column)->internal_dbtype, type_when_refused);
     EXPECT_THAT(calls(), IsEmpty());
-    c.set(column, lob);
-    EXPECT_THAT(types(column), ElementsAre(c.type, c.type));
-    EXPECT_EQ(column_of(column)->indpvect[0], c.indicator);
-    EXPECT_EQ(column_of(column)->lobloc, c.keeps_locator ? lob_of(lob)->lobloc : nullptr);
+    set(column, lob);
+    EXPECT_THAT(types(column), ElementsAre(type, type));
+    EXPECT_EQ(column_of(column)->indpvect[0], indicator);
+    EXPECT_EQ(column_of(column)->lobloc, keeps_locator ? lob_of(lob)->lobloc : nullptr);
     COLUMN(deallocLobLocator)(env, column);
     EXPECT_EQ(calls().size(), 1U) << "only the column's own locator is freed";
     LOB(allocLob)(env, lob, connection);
@@ -170,31 +167,28 @@ TEST_F(Lob, EveryTransferIsOneCallWithTheseArguments) {
   state().lob_amount = 7;
 #define CALL(method, ...) \
   [&] { return jlong{LOB(method)(env, lob, connection __VA_OPT__(, ) __VA_ARGS__)}; }
-  const struct {
-    std::function<jlong()> call;
-    const char* expected;
-    jlong result;
-  } cases[] = {{CALL(getLobLength), "OCILobGetLength(svc1,err1,lob1)", 7},
-               {CALL(getLobCharSetId), "OCILobCharSetId(env1,err1,lob1)", 7},
-               {CALL(getLobCharSetForm), "OCILobCharSetForm(env1,err1,lob1)", 7},
-               {CALL(getLobBuf, ten, 1, 9, 10, 65536 + 31, 256 + 2),
-                "OCILobRead(svc1,err1,lob1,9,1,10,-,-,31,2)", 7},
-               {CALL(getLobBuf, ten, k2To32 + 5, k2To32 + 9, k2To32 + 8, 0, 1),
-                "OCILobRead(svc1,err1,lob1,9,5,8,-,-,0,1)", 7},
-               {CALL(writeLobBuf, ten, 3, 0, 8, 256 + 1, 1, 1),
-                "OCILobWrite(svc1,err1,lob1,0,3,8,1,-,-,1,1)", 8},
-               {CALL(getLobUCS2CharBuf, ten_chars, 2, 10, 31, 2),
-                "OCILobRead(svc1,err1,lob1,10,2,20,-,-,1000,2)", 7},
-               {CALL(writeLobUCS2CharBuf, ten_chars, 4, 3, 3, 31, 1),
-                "OCILobWrite(svc1,err1,lob1,3,4,6,3,-,-,1000,1)", 7}};
-  for (const auto& c : cases) {
+  const std::tuple<std::function<jlong()>, const char*, jlong> cases[] = {
+      {CALL(getLobLength), "OCILobGetLength(svc1,err1,lob1)", 7},
+      {CALL(getLobCharSetId), "OCILobCharSetId(env1,err1,lob1)", 7},
+      {CALL(getLobCharSetForm), "OCILobCharSetForm(env1,err1,lob1)", 7},
+      {CALL(getLobBuf, ten, 1, 9, 10, 65536 + 31, 256 + 2),
+       "OCILobRead(svc1,err1,lob1,9,1,10,-,-,31,2)", 7},
+      {CALL(getLobBuf, ten, k2To32 + 5, k2To32 + 9, k2To32 + 8, 0, 1),
+       "OCILobRead(svc1,err1,lob1,9,5,8,-,-,0,1)", 7},
+      {CALL(writeLobBuf, ten, 3, 0, 8, 256 + 1, 1, 1),
+       "OCILobWrite(svc1,err1,lob1,0,3,8,1,-,-,1,1)", 8},
+      {CALL(getLobUCS2CharBuf, ten_chars, 2, 10, 31, 2),
+       "OCILobRead(svc1,err1,lob1,10,2,20,-,-,1000,2)", 7},
+      {CALL(writeLobUCS2CharBuf, ten_chars, 4, 3, 3, 31, 1),
+       "OCILobWrite(svc1,err1,lob1,3,4,6,3,-,-,1000,1)", 7}};
+  for (const auto& [call, expected, result] : cases) {
     calls();
-    EXPECT_EQ(c.call(), c.result);
-    EXPECT_THAT(calls(), ElementsAre(c.expected));
-    const std::string function(c.expected, std::string(c.expected).find('('));
+    EXPECT_EQ(call(), result);
+    EXPECT_THAT(calls(), ElementsAre(expected));
+    const std::string function(expected, std::string(expected).find('('));
     for (const sword status : {OCI_ERROR, OCI_SUCCESS_WITH_INFO, OCI_NEED_DATA}) {
       state().reply(function, status, 3000 + status);
-      EXPECT_EQ(c.call(), -1);
+      EXPECT_EQ(call(), -1);
       EXPECT_EQ(code(lob), 3000 + status);
     }
     EXPECT_EQ(raised(), "");
@@ -234,30 +228,29 @@ TEST_F(Lob, WhatDoesNotFitIsRefusedBeforeTheCall) {
   const jobject empty = new_lob(false);
 #define OF_LENGTH(method, ...) \
   [&](jobject o, jlong n) { LOB(method)(env, o, connection, __VA_ARGS__); }
-  const struct {
-    std::function<void(jobject, jlong)> call;
-    std::string no_locator, not_pinned;  // the names that the messages begin with
-  } cases[] = {{OF_LENGTH(getLobBuf, ten, 1, 1, n, 0, 1), "getLobBuf", "getLobBuf"},
-               {OF_LENGTH(writeLobBuf, ten, 1, 1, n, 0, 0, 1), "writeLobBuf", "writeLobBuf"},
-               {OF_LENGTH(getLobUCS2CharBuf, ten_chars, 1, n, 0, 1), "getLobUCS2CharBuf",
-                "getLobUCS2CharBuf"},
-               {OF_LENGTH(writeLobUCS2CharBuf, ten_chars, 1, n, 0, 0, 1), "writeLobBuf",
-                "getLobUCS2CharBuf"},
-               {OF_LENGTH(getLobUCS2Buf, 1, n, 0, 1), "getLobBuf", ""}};
+  // not_pinned: the names that the messages begin with.
+  const std::tuple<std::function<void(jobject, jlong)>, std::string, std::string> cases[] = {
+      {OF_LENGTH(getLobBuf, ten, 1, 1, n, 0, 1), "getLobBuf", "getLobBuf"},
+      {OF_LENGTH(writeLobBuf, ten, 1, 1, n, 0, 0, 1), "writeLobBuf", "writeLobBuf"},
+      {OF_LENGTH(getLobUCS2CharBuf, ten_chars, 1, n, 0, 1), "getLobUCS2CharBuf",
+       "getLobUCS2CharBuf"},
+      {OF_LENGTH(writeLobUCS2CharBuf, ten_chars, 1, n, 0, 0, 1), "writeLobBuf",
+       "getLobUCS2CharBuf"},
+      {OF_LENGTH(getLobUCS2Buf, 1, n, 0, 1), "getLobBuf", ""}};
   calls();
-  for (const auto& c : cases) {
-    c.call(empty, 10);
-    expect_raised("InternalError", c.no_locator + ":  lob->lobloc is null");
-    if (c.not_pinned.empty()) continue;
+  for (const auto& [call, no_locator, not_pinned] : cases) {
+    call(empty, 10);
+    expect_raised("InternalError", no_locator + ":  lob->lobloc is null");
+    if (not_pinned.empty()) continue;
     for (const jlong length : {jlong{11}, jlong{-1}, jlong{0xFFFFFFFF}}) {
-      c.call(lob, length);
+      call(lob, length);
       expect_raised("ArrayIndexOutOfBoundsException", "the length given is larger than the array");
     }
     JniTable table;
     table.copy.GetByteArrayElements = pin_nothing<jbyteArray, jbyte>;
     table.copy.GetCharArrayElements = pin_nothing<jcharArray, jchar>;
-    c.call(lob, 10);
-    expect_raised("InternalError", c.not_pinned + ": GetByteArrayElements FAILED !");
+    call(lob, 10);
+    expect_raised("InternalError", not_pinned + ": GetByteArrayElements FAILED !");
   }
   LOB(getLobUCS2Buf)(env, lob, connection, 1, 0x80000000, 0, 1);
   expect_raised("OutOfMemoryError", "Out of memory");

@@ -142,9 +142,8 @@ sword fill_offer() {
     return OCI_ERROR;
   }
   const Piece piece = taken(state().pieces);
-  const auto length = std::min<std::size_t>(piece.data.size(), *offered.length);
-  std::memcpy(offered.buffer, piece.data.data(), length);
-  *offered.length = static_cast<ub4>(length);
+  char* const buffer = static_cast<char*>(offered.buffer);
+  *offered.length = static_cast<ub4>(piece.data.copy(buffer, *offered.length));
   offered = {};
   state().error = piece.fetch.error;
   return piece.fetch.status;
@@ -322,9 +321,7 @@ sword OCIErrorGet(void* hndlp, ub4 recordno, text* sqlstate, sb4* errcodep, text
   if (state().error == 0) return OCI_NO_DATA;
   *errcodep = state().error;
   if (bufp == nullptr || bufsiz == 0) return OCI_SUCCESS;
-  const auto length = std::min<std::size_t>(state().message.size(), bufsiz - 1);
-  std::memcpy(bufp, state().message.data(), length);
-  bufp[length] = 0;
+  bufp[state().message.copy(reinterpret_cast<char*>(bufp), bufsiz - 1)] = 0;
   return OCI_SUCCESS;
 }
 
@@ -395,13 +392,10 @@ sword OCIBindByPos(OCIStmt* stmtp, OCIBind** bindpp, OCIError* errhp, ub4 positi
   std::erase_if(state().binds, [&](const Bind& bind) {
     return bind.statement == stmtp && bind.position == position;
   });
-  std::string bytes;
-  if (mode == OCI_DEFAULT && valuep != nullptr) {
-    bytes.assign(static_cast<const char*>(valuep), static_cast<std::size_t>(value_sz));
-  }
-  state().binds.push_back({*bindpp, stmtp, position, valuep,
-                           mode == OCI_DEFAULT && valuep != nullptr ? value_sz : 0, bytes,
-                           static_cast<sb2*>(indp), alenp});
+  const sb4 size = mode == OCI_DEFAULT && valuep != nullptr ? value_sz : 0;
+  std::string bytes(static_cast<const char*>(size == 0 ? "" : valuep), std::size_t(size));
+  state().binds.push_back(
+      {*bindpp, stmtp, position, valuep, size, bytes, static_cast<sb2*>(indp), alenp});
   return status;
 }
 
@@ -484,8 +478,7 @@ sword OCILobRead(OCISvcCtx* svchp, OCIError* errhp, OCILobLocator* locp, ub4* am
                  void* bufp, ub4 bufl, void* ctxp, OCICallbackLobRead cbfp, ub2 csid, ub1 csfrm) {
   const sword status = called("OCILobRead", svchp, name(errhp), name(locp), *amtp, offset, bufl,
                               given(ctxp), cbfp == nullptr ? "-" : "+", csid, int{csfrm});
-  const std::string& data = state().lob_data;
-  std::memcpy(bufp, data.data(), std::min<std::size_t>(data.size(), bufl));
+  state().lob_data.copy(static_cast<char*>(bufp), bufl);
   *amtp = state().lob_amount;
   return status;
 }

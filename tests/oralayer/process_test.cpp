@@ -51,28 +51,23 @@ void allocate_for(int type, sword buflen, int rows, std::size_t megabytes) {
 
 TEST(ProcessDeathTest, BuffersThatDoNotFitEndTheProcess) {
   constexpr sb4 kMost = std::numeric_limits<sb4>::max();
-  const struct {
-    const char* place;
-    int type;
-    sword buflen;
-    int rows;
-    std::size_t megabytes;
-  } cases[] = {// The fetch arrays of 10M rows: 20, 20, 20, 40 and 80 MB.
-               {"2.1", SQLT_CLOB, -1, 10'000'000, 10},
-               {"2.2", SQLT_CLOB, -1, 10'000'000, 30},
-               {"2.3", SQLT_CLOB, -1, 10'000'000, 50},
-               {"2.4", SQLT_CLOB, -1, 10'000'000, 70},
-               {"2.5", SQLT_CLOB, -1, 10'000'000, 130},
-               {"1", SQLT_CHR, 200 << 20, 1, 100},
-               {"1", SQLT_CHR, kMost, 1, 100},
-               // Of all rows together.
-               {"1", SQLT_CHR, 1 << 30, 4, 1000},
-               {"1", SQLT_CHR, 196606, 65536, 1000},
-               {"1", SQLT_BIN, 65536, 32768, 1000},
-               {"1", SQLT_LNG, 1 << 30, 4, 1000}};
-  for (const auto& c : cases) {
-    EXPECT_EXIT(allocate_for(c.type, c.buflen, c.rows, c.megabytes), testing::ExitedWithCode(1),
-                "^PROCESS OUT OF MEMORY \\(" + std::string(c.place) + "\\)\n$");
+  const std::tuple<const char*, int, sword, int, std::size_t> cases[] = {
+      // The fetch arrays of 10M rows: 20, 20, 20, 40 and 80 MB.
+      {"2.1", SQLT_CLOB, -1, 10'000'000, 10},
+      {"2.2", SQLT_CLOB, -1, 10'000'000, 30},
+      {"2.3", SQLT_CLOB, -1, 10'000'000, 50},
+      {"2.4", SQLT_CLOB, -1, 10'000'000, 70},
+      {"2.5", SQLT_CLOB, -1, 10'000'000, 130},
+      {"1", SQLT_CHR, 200 << 20, 1, 100},
+      {"1", SQLT_CHR, kMost, 1, 100},
+      // Of all rows together.
+      {"1", SQLT_CHR, 1 << 30, 4, 1000},
+      {"1", SQLT_CHR, 196606, 65536, 1000},
+      {"1", SQLT_BIN, 65536, 32768, 1000},
+      {"1", SQLT_LNG, 1 << 30, 4, 1000}};
+  for (const auto& [place, type, buflen, rows, megabytes] : cases) {
+    EXPECT_EXIT(allocate_for(type, buflen, rows, megabytes), testing::ExitedWithCode(1),
+                "^PROCESS OUT OF MEMORY \\(" + std::string(place) + "\\)\n$");
   }
 }
 

@@ -83,7 +83,7 @@ TEST_F(Support, PiecesGoToThePoolAndComeBackNewestFirst) {
   longdata_node::release(longdata_node::dequeue(&head, &tail), pool);
   longdata_node::release(nullptr, pool);
   EXPECT_EQ(pool->bufPoolSP, 1);
-  EXPECT_EQ(without_addresses(traced([&] { delete pool; })),
+  EXPECT_EQ(traced([&] { delete pool; }),
             "BufPool: checking bufPool entry: 0\n"
             "BufPool: deleteing bufPool entry: 0  PTR\n"
             "-- longdata_node destructor, free buffer for buffer: =0\n"
@@ -109,11 +109,7 @@ TEST_F(Support, DumpFormat) {
   const std::string hex24 =
       "\n    61 61 61 61 61 61 61 61 61 61 61 61 61 61 61 61 61 61 61 61 61 "
       "61 61 61 ";
-  const struct {
-    const char* data;
-    int length;
-    std::string expected;
-  } cases[] = {
+  const std::tuple<const char*, int, std::string> cases[] = {
       {nullptr, 7, "    sqlstr (7 bytes)\n    NULL\n"},
       {"abc", 0, "    sqlstr (0 bytes)\n    bytes:\n    text:\n"},
       {"\n\0\x7F\xE9 ~", 6,
@@ -122,10 +118,10 @@ TEST_F(Support, DumpFormat) {
        "    sqlstr (25 bytes)\n    bytes:" + hex24 + "\n    61 \n    text:\n    " +
            std::string(25, 'a') + "\n"},
       {all.c_str(), 71, "    text:\n    " + all.substr(0, 70) + "\n    b\n"}};
-  for (const auto& c : cases) {
+  for (const auto& [data, length, expected] : cases) {
     Capture capture;
-    dump_bytes("sqlstr", reinterpret_cast<const text*>(c.data), c.length);
-    EXPECT_THAT(capture.text(), testing::EndsWith(c.expected));
+    dump_bytes("sqlstr", reinterpret_cast<const text*>(data), length);
+    EXPECT_THAT(capture.text(), testing::EndsWith(expected));
   }
 }
 
