@@ -82,7 +82,7 @@ class Bridge : public JvmTest {
 };
 
 TEST_F(Bridge, FirstMissingMemberEndsTheFillWithItsOwnException) {
-  const jobject connection = allocate("OciConnection");
+  connection = allocate("OciConnection");
   for (std::size_t i = 0; i < std::size(kMessages); ++i) {
     forget_initialisation();
     seen = {};
@@ -117,7 +117,7 @@ TEST_F(Bridge, ResolvesEveryMemberOnce) {
 }
 
 TEST_F(Bridge, MissingClassEndsTheFillAndACorrectedPathMendsIt) {
-  const jobject connection = allocate("OciConnection");
+  connection = allocate("OciConnection");
   for (const std::string missing : {"OciColumn", "OciCursor", "OciSchema", "OciLob"}) {
     forget_initialisation();
     seen.lacking = "trevalon.db.oci." + missing;
@@ -135,7 +135,7 @@ TEST_F(Bridge, MissingClassEndsTheFillAndACorrectedPathMendsIt) {
 }
 
 TEST_F(Bridge, FailedGlobalReferenceOrMissingRuntimeClassEndsTheFill) {
-  const jobject connection = allocate("OciConnection");
+  connection = allocate("OciConnection");
   jclass* const in_order[] = {&OciConnectionClass, &OciColumnClass, &OciCursorClass,
                               &OciSchemaClass, &OciLobClass};
   for (int i = 0; i < 5; ++i) {
@@ -158,7 +158,7 @@ TEST_F(Bridge, FailedGlobalReferenceOrMissingRuntimeClassEndsTheFill) {
 }
 
 TEST_F(Bridge, FindClassUsesTheLoaderOfTheObjectAndLeavesNothingPending) {
-  const jobject connection = allocate("OciConnection");
+  connection = allocate("OciConnection");
   JniTable table;
   table.copy.CallObjectMethodV = call_object_method;
   table.copy.FindClass = [](JNIEnv* e, const char* name) {

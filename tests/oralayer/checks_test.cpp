@@ -137,7 +137,6 @@ TEST_F(Checks, NothingIsLookedUpByName) {
 }
 
 TEST_F(Checks, OnlyArraysThatWereFilledAreCopiedBack) {
-  const jobject connection = new_connection();
   const jobject column = new_column(1);
   column_of(column)->buflen = 8;
   column_of(column)->allocByteArray(8);

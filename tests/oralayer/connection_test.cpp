@@ -13,9 +13,9 @@ class Connection : public JvmTest {
  protected:
   Connection() { ldapool[0].authp = nullptr; }
 
-  static jboolean login(jobject connection, const std::string& user = "scott",
+  static jboolean login(jobject object, const std::string& user = "scott",
                         const std::string& password = "tiger", const std::string& server = "db") {
-    return CONNECTION(native_1loginwithblock)(env, connection, bytes(user), bytes(password),
+    return CONNECTION(native_1loginwithblock)(env, object, bytes(user), bytes(password),
                                               bytes(server), JNI_TRUE);
   }
 };
@@ -58,8 +58,8 @@ TEST_F(Connection, PoolSizeRule) {
 TEST_F(Connection, InitializeOnceThenOnlyHandsOutRecords) {
   forget_initialisation();
   unsetenv("NLS_LANG");
-  const jobject connection = allocate("OciConnection");
-  const auto initialize = [connection](jint elem, const char* nls, jboolean trace) {
+  connection = allocate("OciConnection");
+  const auto initialize = [this](jint elem, const char* nls, jboolean trace) {
     CONNECTION(native_1initialize)(env, connection, elem, bytes(nls), trace);
   };
   expect_trace({"*** tv_init_fid: initializing JNI IDs and Handles\n", "set NLS_LANG=A.B\n",
@@ -90,11 +90,11 @@ TEST_F(Connection, TwoFirstInitializeCallsInitializeOnce) {
     forget_initialisation();
     std::atomic<int> ready = 0;
     const auto first_call = [&ready](JNIEnv* own) {
-      const jobject connection = own->AllocObject(own->FindClass("trevalon/db/oci/OciConnection"));
+      const jobject object = own->AllocObject(own->FindClass("trevalon/db/oci/OciConnection"));
       for (++ready; ready < 2;) std::this_thread::yield();
-      CONNECTION(native_1initialize)(own, connection, 0, nullptr, JNI_FALSE);
+      CONNECTION(native_1initialize)(own, object, 0, nullptr, JNI_FALSE);
       EXPECT_FALSE(own->ExceptionCheck());
-      EXPECT_NE(own->GetIntField(connection, logondata32iD), 0);
+      EXPECT_NE(own->GetIntField(object, logondata32iD), 0);
     };
     std::thread one = on_a_thread(first_call), two = on_a_thread(first_call);
     one.join();
@@ -104,7 +104,7 @@ TEST_F(Connection, TwoFirstInitializeCallsInitializeOnce) {
 }
 
 TEST_F(Connection, AnElementOutsideThePoolIsRefused) {
-  const jobject connection = new_connection(1);
+  connection = new_connection(1);
   const int size = ldapool.get_pool_size();
   for (int elem :
        {-1, size, size + 1, std::numeric_limits<int>::max(), std::numeric_limits<int>::min()}) {
@@ -121,7 +121,7 @@ TEST_F(Connection, NlsSettingOf71BytesIsTheLongest) {
     forget_initialisation();
     setenv("NLS_LANG", "before", 1);
     const std::string setting(length, 'n');
-    const jobject connection = allocate("OciConnection");
+    connection = allocate("OciConnection");
     CONNECTION(native_1initialize)(env, connection, 0, bytes(setting), JNI_FALSE);
     EXPECT_EQ(raised(), exception);
     EXPECT_EQ(getenv("NLS_LANG"), *exception ? "before" : setting);
@@ -140,7 +140,7 @@ TEST_F(Connection, NlsSettingOf71BytesIsTheLongest) {
 }
 
 TEST_F(Connection, ClientTexts) {
-  const jobject connection = allocate("OciConnection");
+  connection = allocate("OciConnection");
   setenv("NLS_LANG", "LANG567890", 1);
   setenv("NLS_NCHAR", "CHAR567890", 1);
   // text: as the array holds it afterwards; setting: that is too long.
@@ -177,7 +177,6 @@ TEST_F(Connection, ClientTexts) {
 }
 
 TEST_F(Connection, LoginWithPassword) {
-  const jobject connection = new_connection();
   ldapool[0].autocommit = 1;
   EXPECT_EQ(login(connection), JNI_FALSE);
   EXPECT_THAT(
@@ -210,7 +209,6 @@ TEST_F(Connection, CredentialsAsTheyReachTheInterface) {
 
 TEST_F(Connection, FailedLoginIsReportedOnStandardOutputAndInTheObject) {
   for (const sword status : {OCI_ERROR, OCI_SUCCESS_WITH_INFO}) {
-    const jobject connection = new_connection();
     set_int(connection, "oserrcode", 7);
     state().reply("OCISessionBegin", status, 1017);
     Capture capture;
@@ -226,7 +224,7 @@ TEST_F(Connection, FailedLoginIsReportedOnStandardOutputAndInTheObject) {
 }
 
 TEST_F(Connection, XaLoginAndLogoutMakeNoCallOfTheirOwn) {
-  const jobject connection = new_connection(0, true);
+  connection = new_connection(0, true);
   const std::string error_handle = name(xaldapool[0].errhp);
   calls();
   xaldapool[0].status = 55;
@@ -262,7 +260,6 @@ TEST_F(Connection, LogoutEndsTheSessionAndKeepsTheRecord) {
 }
 
 TEST_F(Connection, GetErrorReturnsTheTextOfRecordOne) {
-  const jobject connection = new_connection();
   state().message = "ORA-01017: invalid username/password; logon denied\n";
   state().error = 1017;
   const jbyteArray whole = bytes(std::string(100, '.'));
@@ -286,7 +283,6 @@ TEST_F(Connection, TransactionAndCallControl) {
       {CONNECTION(native_1setNonBlockingMode), "OCIAttrSet(srv1,8,1,0,3,err1)", "OCIAttrSet:3",
        true},
       {CONNECTION(native_1setBlockingMode), "OCIAttrSet(srv1,8,0,0,3,err1)", "OCIAttrSet:3", true}};
-  const jobject connection = new_connection();
   for (const auto& [method, call, reply_key, assigns] : cases) {
     for (const sword status : {OCI_SUCCESS, OCI_ERROR, OCI_SUCCESS_WITH_INFO}) {
       SCOPED_TRACE(std::string(call) + " " + std::to_string(status));
@@ -311,7 +307,6 @@ TEST_F(Connection, TransactionAndCallControl) {
 }
 
 TEST_F(Connection, BlockingModeIsNonBlockingOnlyForExactlyOne) {
-  const jobject connection = new_connection();
   const std::tuple<ub1, sword, jboolean> cases[] = {
       {1, OCI_SUCCESS, 1}, {0, OCI_SUCCESS, 0}, {2, OCI_SUCCESS, 0}, {1, OCI_ERROR, 0}};
   for (const auto& [mode, status, result] : cases) {
@@ -324,7 +319,6 @@ TEST_F(Connection, BlockingModeIsNonBlockingOnlyForExactlyOne) {
 }
 
 TEST_F(Connection, TraceOfASession) {
-  const jobject connection = new_connection();
   const std::string output = traced([&] {
     EXPECT_TRUE(CONNECTION(native_1loginnoblock)(env, connection, nullptr, nullptr, nullptr));
     EXPECT_THAT(calls(), IsEmpty());

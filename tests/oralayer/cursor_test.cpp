@@ -12,7 +12,7 @@ class Cursor : public CursorTest {
 
 TEST_F(Cursor, OpenAllocatesAStatementOfTheSession) {
   cursor = new_cursor(false);
-  const jobject connection = new_connection(2);
+  connection = new_connection(2);
   calls();
   expect_trace({"*** open ***\n", "    cdaerrorcode=0\n"},
                [&] { EXPECT_FALSE(CURSOR(open)(env, cursor, connection)); });

@@ -193,7 +193,7 @@ void JvmTest::SetUp() {
   ASSERT_EQ(env->PushLocalFrame(4000), 0);
   oci_double::state() = {};
   oci_debug = 0;
-  if (inited == 0) new_connection();
+  connection = new_connection();
   calls();
 }
 

@@ -161,6 +161,8 @@ class JvmTest : public testing::Test {
  protected:
   void SetUp() override;
   void TearDown() override;
+
+  jobject connection = nullptr;  // of the first slot
 };
 
 class CursorTest : public JvmTest {

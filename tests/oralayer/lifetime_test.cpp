@@ -33,7 +33,6 @@ class Lifetime : public JvmTest {
 };
 
 TEST_F(Lifetime, ChainsForgetColumnsThatEnded) {
-  const jobject connection = new_connection();
   for (const bool streamed : {false, true}) {
     for (const bool reopened : {false, true}) {
       const jobject cursor = new_cursor(false);

@@ -14,7 +14,6 @@ class Lob : public JvmTest {
  protected:
   void SetUp() override {
     JvmTest::SetUp();
-    connection = new_connection();
     calls();
   }
   jobject column_with_locator() {
@@ -25,7 +24,6 @@ class Lob : public JvmTest {
   }
   jint code(jobject lob) { return get_int(lob, "loberrcode"); }
 
-  jobject connection = nullptr;
   const jbyteArray ten = bytes("0123456789");
   const jcharArray ten_chars = env->NewCharArray(10);
 };

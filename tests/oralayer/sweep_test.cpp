@@ -338,13 +338,11 @@ class Sweep : public JvmTest {
     EXPECT_EQ(again.first, "");
   }
 
-  jobject connection = nullptr;
   bool fired = false;
   int untold = 0;  // failures that made no difference
 };
 
 TEST_F(Sweep, EveryFailureIsToldAndLeavesNothingBehind) {
-  connection = new_connection();
   for (const Scenario& scenario : kScenarios) {
     for (const Source& source : kSources) {
       int n = 1;
@@ -368,7 +366,6 @@ const struct Repetition {
                     {lobs, more_transfers}};
 
 TEST_F(Sweep, MoreOfTheSameTakesNoMoreMemory) {
-  connection = new_connection();
   for (const Repetition& repetition : kRepetitions) {
     const Peers peers{connection};
     Calls run, ending;
