@@ -126,13 +126,16 @@ TEST_F(Session, ABreakBetweenTwoRowsOfAnArrayIsNotLost) {
     ASSERT_EQ(c.prepare("select 1 from t a, t b, t c"), OCI_SUCCESS);
     ASSERT_EQ(c.define(1, values.data(), sizeof values[0], SQLT_INT), OCI_SUCCESS);
     ASSERT_EQ(c.execute(0), OCI_SUCCESS);
+    bool late = false;
     std::thread breaker([&] {
       while (c.row_count() == 0) {
       }
       OCIBreak(c.svc, c.err);
+      late = c.row_count() == values.size();  // on a busy machine
     });
-    EXPECT_EQ(c.error_of(c.fetch(1000000)), 1013);
+    const int code = c.error_of(c.fetch(1000000));
     breaker.join();
+    EXPECT_TRUE(code == 1013 || late) << code;
   }
 }
 
