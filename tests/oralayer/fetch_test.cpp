@@ -57,10 +57,12 @@ TEST_F(Fetch, ExecAndFetchBringsTheFirstArray) {
     state().row_count = 5;
     const std::string size = std::to_string(fetchsize);
     const bool none = reply.status == OCI_NO_DATA;
+    jboolean result = JNI_FALSE;
     expect_trace({"   hasLong is false, Set Statement Prefetch Rows Attribute to " + size + "\n",
                   "*** OCIStmtExecute 2 ***   fetchsize=" + size + "\n",
                   none ? "    no LONG columns: retvali was 100: OCI_NO_DATA, setting to 0\n" : ""},
-                 [&] { EXPECT_EQ(CURSOR(execAndFetch)(env, cursor, fetchsize), failed); });
+                 [&, &rows = fetchsize] { result = CURSOR(execAndFetch)(env, cursor, rows); });
+    EXPECT_EQ(result, failed);
     Lines expected = plus_cursor_codes({"OCIAttrSet(stmt1,4," + size + ",0,11,err1)"});
     expected.push_back("OCIStmtExecute(svc1,stmt1,err1," + size + ",0,-,-,0)");
     EXPECT_EQ(calls(), plus_cursor_codes(expected));
@@ -84,14 +86,17 @@ TEST_F(Fetch, FetchesWithoutLongColumns) {
     state() = {};
     const jobject cursor = new_cursor();
     state().replies["OCIStmtFetch"] = {reply, reply};
-    expect_trace({trace}, [&] { EXPECT_EQ(CURSOR(arrayFetch)(env, cursor, 20), failed); });
+    jboolean result = JNI_FALSE;
+    expect_trace({trace}, [&] { result = CURSOR(arrayFetch)(env, cursor, 20); });
+    EXPECT_EQ(result, failed);
     Lines expected = plus_cursor_codes({"OCIStmtFetch(stmt1,err1,20,2,0)"});
     expected.emplace_back(kErrorQuery);
     EXPECT_EQ(calls(), expected);
     EXPECT_EQ(get_int(cursor, "cdaerrorcode"), code);
     EXPECT_EQ(cda_of(cursor)->need_data, reply.status == OCI_NEED_DATA);
-    EXPECT_EQ(traced([&] { EXPECT_EQ(CURSOR(fetch)(env, cursor), reply.status != OCI_SUCCESS); }),
+    EXPECT_EQ(traced([&] { result = CURSOR(fetch)(env, cursor); }),
               "*** OCIStmtFetch 1 ***\n    cdaerrorcode=" + std::to_string(reply.error) + "\n");
+    EXPECT_EQ(result, reply.status != OCI_SUCCESS);
     EXPECT_EQ(calls(), plus_cursor_codes({"OCIStmtFetch(stmt1,err1,1,2,0)"}));
     EXPECT_EQ(get_int(cursor, "cdaerrorcode"), reply.error);
   }
@@ -188,10 +193,12 @@ TEST_F(Fetch, EndsOfThePieceLoop) {
   for (const auto& [end, failed, code, indicator, trace] : cases) {
     state() = {};
     const jobject cursor = long_cursor(1);
-    expect_trace(
-        {trace, indicator == -1 ? "thus setting null ind to true for col at PTR" : ""}, [&] {
-          EXPECT_EQ(fetch_row(cursor, {{0, OCI_ONE_PIECE, "ab", end}}), failed) << end.error;
-        });
+    jboolean result = JNI_FALSE;
+    expect_trace({trace, indicator == -1 ? "thus setting null ind to true for col at PTR" : ""},
+                 [&, &last = end] {
+                   result = fetch_row(cursor, {{0, OCI_ONE_PIECE, "ab", last}});
+                 });
+    EXPECT_EQ(result, failed) << end.error;
     EXPECT_EQ(get_int(cursor, "cdaerrorcode"), code);
     EXPECT_EQ(column_of(longs[0])->indpvect[0], indicator);
     const bool empty = end.status == OCI_NO_DATA;
