@@ -98,7 +98,9 @@ TEST_F(Session, ABreakStopsTheRunningCallAndNothingElse) {
       std::this_thread::sleep_for(std::chrono::milliseconds(20));
       // What a cancel from another thread does: the break, and then a look at the diagnostics.
       OCIBreak(c.svc, c.err);
-      c.code();
+      sb4 code = 0;
+      text message[200];
+      OCIErrorGet(c.err, 1, nullptr, &code, message, sizeof message, OCI_HTYPE_ERROR);
       c.row_count();
       c.attribute<ub2>(OCI_ATTR_SQLFNCODE);
     }
