@@ -36,7 +36,8 @@ abstract class PieceInput extends InputStream {
         if (length == 0) {
             return 0;
         }
-        if (at == end && length == piece.length && buffer.length == piece.length) {
+        boolean whole = offset == 0 && length == piece.length && buffer.length == piece.length;
+        if (at == end && whole) {
             // As good as our own, and without a copy.
             requireOpen();
             int count = next(buffer);
