@@ -374,6 +374,6 @@ JNIEXPORT jboolean JNICALL Java_trevalon_db_oci_OciConnection_native_1describePa
   name.release();
   TRACE("*** ODESSP ***");
   assignLdaCodes(env, obj);
-  std::cout << "FIXME: ConnectionJNI 2  OCIDescribeAny call is broken" << std::endl;
+  write_line("FIXME: ConnectionJNI 2  OCIDescribeAny call is broken");
   std::exit(1);
 }

@@ -82,7 +82,7 @@ int ldadata::login(const char* username, const char* password, const char* host,
   }
   TRACE("*** OCISessionBegin failed");
   trace_handles(*this);
-  std::cout << "\n\n----------  LOGIN ERROR CODE: " << oracle_error(errhp) << std::endl;
+  write_line("\n\n----------  LOGIN ERROR CODE: ", oracle_error(errhp));
   return status;
 }
 

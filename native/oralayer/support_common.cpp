@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cinttypes>
 #include <cstdio>
 #include <cstring>
 #include <limits>
@@ -121,7 +122,40 @@ void TV_ThrowIndexOutOfBounds(JNIEnv* env, const char* msg) {
   TV_ThrowByName(env, "java/lang/ArrayIndexOutOfBoundsException", msg);
 }
 
-// --- Dump ----------------------------------------------------------------------------------------
+// --- Trace ---------------------------------------------------------------------------------------
+
+void put_value(const char* characters) {
+  std::fputs(characters, stdout);
+}
+
+void put_value(const text* characters) {
+  put_value(reinterpret_cast<const char*>(characters));
+}
+
+void put_value(std::string_view characters) {
+  std::fwrite(characters.data(), 1, characters.size(), stdout);
+}
+
+void put_value(text character) {
+  std::putchar(character);
+}
+
+void put_value(double number) {
+  std::printf("%g", number);
+}
+
+void put_value(const void* address) {
+  if (address == nullptr) return put_value("0");
+  std::printf("%p", address);
+}
+
+void put_value(std::int64_t number) {
+  std::printf("%" PRId64, number);
+}
+
+void put_value(std::uint64_t number) {
+  std::printf("%" PRIu64, number);
+}
 
 void dump_bytes(const char* msg, const text* buf, int len) {
   dump_units(msg, "    bytes:", buf, len);
@@ -130,7 +164,7 @@ void dump_bytes(const char* msg, const text* buf, int len) {
 // --- Column buffers ------------------------------------------------------------------------------
 
 void process_out_of_memory(const char* which) {
-  std::cout << "PROCESS OUT OF MEMORY (" << which << ")" << std::endl;
+  write_line("PROCESS OUT OF MEMORY (", which, ")");
   std::exit(1);
 }
 

@@ -4,9 +4,10 @@
 
 #include <atomic>
 #include <cctype>
+#include <concepts>
 #include <cstdint>
 #include <cstdio>
-#include <iostream>
+#include <string_view>
 
 #include "oci.h"
 
@@ -18,12 +19,43 @@ inline bool trace_on() {
   return oci_debug.load(std::memory_order_relaxed) != 0;
 }
 
-/// Writes one trace line: the values one after the other, nothing added, ended and flushed at once.
-/// What other code has put into the stream goes out first, so that lines stay in order.
+/// One value of a line on standard output: text as it is, a byte as a character, integers in
+/// decimal, addresses in hexadecimal. Texts must not be null. The C library's stream: to make those
+/// of C++ ready would take more time and memory than all the rest of loading the library.
+void put_value(const char* characters);
+void put_value(const text* characters);
+void put_value(std::string_view characters);
+void put_value(text character);
+void put_value(double number);
+void put_value(const void* address);
+void put_value(std::int64_t number);
+void put_value(std::uint64_t number);
+
+template <std::signed_integral Integer>
+void put_value(Integer number) {
+  put_value(static_cast<std::int64_t>(number));
+}
+
+template <std::unsigned_integral Integer>
+void put_value(Integer number) {
+  put_value(static_cast<std::uint64_t>(number));
+}
+
+/// Writes one line, whether or not the trace is on: the values one after the other, nothing added,
+/// ended and flushed at once.
+template <typename... Values>
+void write_line(const Values&... values) {
+  (put_value(values), ...);
+  std::putchar('\n');
+  std::fflush(stdout);
+}
+
+/// Writes one line of the trace. What other code has put into the stream goes out first, so that
+/// nothing is lost where the step that the line tells of ends the process.
 template <typename... Values>
 void trace_line(const Values&... values) {
-  std::cout << std::flush;
-  (std::cout << ... << values) << std::endl;
+  std::fflush(stdout);
+  write_line(values...);
 }
 
 /// A trace statement. A macro, so that its arguments are not evaluated while the trace is off.
@@ -43,26 +75,22 @@ template <typename Unit>
 void dump_units(const char* msg, const char* heading, const Unit* buf, int len) {
   constexpr int kHexPerLine = 24;
   constexpr int kTextPerLine = 70;
-  char scratch[1024];
-  std::cout << "    " << msg << " (" << len << " bytes)" << std::endl;
-  if (buf == nullptr) {
-    std::cout << "    NULL" << std::endl;
-    return;
-  }
-  std::cout << heading;
+  write_line("    ", msg, " (", len, " bytes)");
+  if (buf == nullptr) return write_line("    NULL");
+  put_value(heading);
   for (int i = 0; i < len; ++i) {
-    if (i % kHexPerLine == 0) std::cout << "\n    ";
-    std::snprintf(scratch, sizeof scratch, "%.2X ", static_cast<unsigned>(buf[i]));
-    std::cout << scratch;
+    if (i % kHexPerLine == 0) put_value("\n    ");
+    std::printf("%.2X ", static_cast<unsigned>(buf[i]));
   }
-  std::cout << std::endl << "    text:";
+  write_line();
+  put_value("    text:");
   for (int i = 0; i < len; ++i) {
-    if (i % kTextPerLine == 0) std::cout << "\n    ";
+    if (i % kTextPerLine == 0) put_value("\n    ");
     // The printable test is defined for bytes only; a wider unit is shown as not printable.
     const bool printable = buf[i] <= 0xFF && std::isprint(static_cast<int>(buf[i])) != 0;
-    std::cout << (printable ? static_cast<char>(buf[i]) : '?');
+    std::putchar(printable ? static_cast<int>(buf[i]) : '?');
   }
-  std::cout << std::endl;
+  write_line();
 }
 
 /// A value line for a pointer that may be null.
