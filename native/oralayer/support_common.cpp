@@ -208,7 +208,9 @@ void columndata::allocByteArray(sb4 newsize) {
 
 void columndata::allocFetchArrays(int size) {
   touch_record(this);
-  if (vectsize != 0) {
+  // Arrays of this size only need to be cleared: a column's next statement asks for the same.
+  const bool other_size = size != vectsize;
+  if (other_size && vectsize != 0) {
     release_array(indpvect);
     release_array(retlenvect);
     release_array(retcodevect);
@@ -217,11 +219,13 @@ void columndata::allocFetchArrays(int size) {
   }
   vectsize = size;
   if (size == 0) return;
-  indpvect = allocate_array<sb2>(size);
-  retlenvect = allocate_array<ub2>(size);
-  retcodevect = allocate_array<ub2>(size);
-  long_arr = allocate_array<sb4>(size);
-  double_arr = allocate_array<double>(size);
+  if (other_size) {
+    indpvect = allocate_array<sb2>(size);
+    retlenvect = allocate_array<ub2>(size);
+    retcodevect = allocate_array<ub2>(size);
+    long_arr = allocate_array<sb4>(size);
+    double_arr = allocate_array<double>(size);
+  }
   check_and_clear(indpvect, size, "2.1");
   check_and_clear(retlenvect, size, "2.2");
   check_and_clear(retcodevect, size, "2.3");

@@ -29,6 +29,17 @@ public final class OciColumn implements AutoCloseable {
         }
     }
 
+    /** A column of a select list: its position comes later, and its arrays with the define. */
+    OciColumn() {
+        initialize(0, OciLimits.BIND_SIZE);
+    }
+
+    /** Takes the record of another column over, which is closed after that. */
+    OciColumn(OciColumn ended) {
+        coldata32 = ended.coldata32;
+        ended.coldata32 = 0;
+    }
+
     /** The column's name as the server described it. */
     public String name() {
         byte[] buffer = new byte[OciLimits.COLUMN_NAME];

@@ -23,6 +23,7 @@ public final class OciConnection implements AutoCloseable {
 
     private final Set<OciStatement> statements = new LinkedHashSet<>();
     private final Set<OciLob> lobs = new LinkedHashSet<>();
+    private final ColumnPool columns = new ColumnPool();
     private final SlotPool slots;
     private final int slot;
 
@@ -111,6 +112,11 @@ public final class OciConnection implements AutoCloseable {
         statements.remove(statement);
     }
 
+    /** Where statements get the columns of their select lists from. */
+    ColumnPool columns() {
+        return columns;
+    }
+
     void adopt(OciLob lob) {
         lobs.add(lob);
     }
@@ -185,6 +191,7 @@ public final class OciConnection implements AutoCloseable {
         for (OciLob lob : new ArrayList<>(lobs)) {
             lob.close();
         }
+        columns.clear();
         release();
     }
 

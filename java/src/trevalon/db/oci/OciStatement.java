@@ -134,17 +134,21 @@ public final class OciStatement implements AutoCloseable {
         while (describe(columns.size() + 1)) {
             // The interface does not tell the number of columns: the list ends with an error.
         }
-        cursor.setLongColumns((int) columns.stream().filter(c -> OciType.isLong(c.type)).count());
+        int longColumns = 0;
+        for (SelectColumn column : columns) {
+            longColumns += OciType.isLong(column.type) ? 1 : 0;
+        }
+        cursor.setLongColumns(longColumns);
     }
 
     private boolean describe(int position) throws OciException {
-        OciColumn column = new OciColumn(position, null);
+        OciColumn column = connection.columns().take(position);
         if (!cursor.describe(column)) {
             columns.add(new SelectColumn(column));
             return true;
         }
         int code = cursor.errorCode();
-        column.close();
+        connection.columns().give(column, 0);
         // Position 1 of a statement that is no query fails in several ways, all of them expected.
         if (position == 1 || code == NO_SUCH_POSITION) {
             return false;
@@ -378,12 +382,13 @@ public final class OciStatement implements AutoCloseable {
             return;
         }
         long rowBytes = 0;
+        // LONG columns arrive one row a call, and a LOB column has only one locator.
+        boolean oneByOne = false;
         for (SelectColumn column : columns) {
             column.allocateLocator(connection);
             rowBytes += column.sizeElements(cursor.pieceLength());
+            oneByOne |= column.isLarge();
         }
-        // LONG columns arrive one row a call, and a LOB column has only one locator.
-        boolean oneByOne = columns.stream().anyMatch(SelectColumn::isLarge);
         mostRows =
                 oneByOne
                         ? 1
@@ -677,9 +682,10 @@ public final class OciStatement implements AutoCloseable {
             opened = false;
         }
         for (SelectColumn column : columns) {
-            column.close();
+            column.close(connection.columns(), arrayRows);
         }
         columns.clear();
+        arrayRows = 0;
         variables.clear();
         cursor.setLongColumns(0);
         cursor.forgetStreams();

@@ -113,13 +113,21 @@ final class SelectColumn {
         }
     }
 
-    /** Frees the column; the cursor that it was defined on must be closed by then. */
-    void close() {
+    /**
+     * Frees the column; the cursor that it was defined on must be closed by then.
+     *
+     * @param rows of the fetch array
+     */
+    void close(ColumnPool pool, int rows) {
         dropValue();
         if (ownsLocator) {
             peer.deallocLobLocator();
             ownsLocator = false;
         }
-        peer.close();
+        if (isLarge()) {
+            peer.close();
+        } else {
+            pool.give(peer, (long) rows * elementSize);
+        }
     }
 }
