@@ -202,7 +202,7 @@ sword OCIParamGet(const void* hndlp, ub4 htype, OCIError* errhp, void** parmdpp,
   return guarded(errhp, [&](ErrorRecord& record) -> sword {
     if (htype != OCI_HTYPE_STMT) throw InvalidHandle();
     StatementHandle& statement = as_statement(hndlp);
-    statement.note_call(Call::ParamGet);
+    statement.note_call(CallCode::ParamGet);
     if (parmdpp == nullptr) fail(kIllegalAttributeValue);
     // This is how callers find the end of the select list: too common for an exception.
     if (pos > statement.parameter_count()) return note(record, OCI_ERROR, 24334);

@@ -34,7 +34,7 @@ sword OCIBindByPos(OCIStmt* stmtp, OCIBind** bindpp, OCIError* errhp, ub4 positi
                    ub4 mode) {
   return guarded(errhp, [&](ErrorRecord&) {
     StatementHandle& statement = as_statement(stmtp);
-    statement.note_call(Call::BindByPos);
+    statement.note_call(CallCode::BindByPos);
     statement.prepared_text();
     if (bindpp == nullptr || maxarr_len > 0) fail(24328);
     if (value_sz < 0) fail(1459);
@@ -67,7 +67,7 @@ sword OCIBindDynamic(OCIBind* bindp, OCIError* errhp, void* ictxp, OCICallbackIn
                      OCICallbackOutBind) {
   return guarded(errhp, [&](ErrorRecord&) {
     BindHandle& bind = as_bind(bindp);
-    bind.statement->note_call(Call::BindDynamic);
+    bind.statement->note_call(CallCode::BindDynamic);
     if (icbfp == nullptr || !bind.at_execution) fail(24328);
     bind.callback = icbfp;
     bind.context = ictxp;

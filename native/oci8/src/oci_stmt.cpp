@@ -12,7 +12,7 @@ using namespace oci8;
 sword OCIStmtPrepare(OCIStmt* stmtp, OCIError* errhp, const text* stmt, ub4 stmt_len, ub4, ub4) {
   return guarded(errhp, [&](ErrorRecord&) {
     StatementHandle& statement = as_statement(stmtp);
-    statement.note_call(Call::Prepare);
+    statement.note_call(CallCode::Prepare);
     if (stmt == nullptr || stmt_len == 0) fail(24373);
     statement.prepare({reinterpret_cast<const char*>(stmt), stmt_len});
     return OCI_SUCCESS;
@@ -31,7 +31,7 @@ sword OCIStmtExecute(OCISvcCtx* svchp, OCIStmt* stmtp, OCIError* errhp, ub4 iter
     const ServiceContext& service = as_service(svchp);
     StatementHandle& statement = as_statement(stmtp);
     // Noted before the run: callers read the code of a failed call for their messages.
-    statement.note_call(Call::Execute);
+    statement.note_call(CallCode::Execute);
     Attachment& attachment = service.live();
     if (mode & OCI_DESCRIBE_ONLY) {
       statement.describe(attachment);
@@ -55,7 +55,7 @@ sword OCIDefineByPos(OCIStmt* stmtp, OCIDefine** defnpp, OCIError* errhp, ub4 po
                      ub4 mode) {
   return guarded(errhp, [&](ErrorRecord&) {
     StatementHandle& statement = as_statement(stmtp);
-    statement.note_call(Call::DefineByPos);
+    statement.note_call(CallCode::DefineByPos);
     statement.prepared_text();
     const bool in_pieces = (mode & OCI_DYNAMIC_FETCH) != 0;
     if (defnpp == nullptr || (valuep == nullptr && !in_pieces)) fail(24328);
@@ -87,7 +87,7 @@ sword OCIDefineByPos(OCIStmt* stmtp, OCIDefine** defnpp, OCIError* errhp, ub4 po
 sword OCIStmtFetch(OCIStmt* stmtp, OCIError* errhp, ub4 nrows, ub2 orientation, ub4) {
   return guarded(errhp, [&](ErrorRecord& record) {
     StatementHandle& statement = as_statement(stmtp);
-    statement.note_call(Call::Fetch);
+    statement.note_call(CallCode::Fetch);
     if (orientation != OCI_FETCH_NEXT) fail(24391);
     return statement.fetch(nrows, record);
   });
@@ -98,7 +98,7 @@ sword OCIStmtGetPieceInfo(OCIStmt* stmtp, OCIError* errhp, void** hndlpp, ub4* t
                           ub4* iterp, ub4* idxp, ub1* piecep) {
   return guarded(errhp, [&](ErrorRecord&) {
     StatementHandle& statement = as_statement(stmtp);
-    statement.note_call(Call::GetPieceInfo);
+    statement.note_call(CallCode::GetPieceInfo);
     bool first = false;
     DefineHandle& define = statement.due_piece(first);
     if (hndlpp != nullptr) *hndlpp = &define;
@@ -120,7 +120,7 @@ sword OCIStmtSetPieceInfo(void* hndlp, ub4 type, OCIError* errhp, const void* bu
   return guarded(errhp, [&](ErrorRecord&) {
     if (type != OCI_HTYPE_DEFINE) throw InvalidHandle();
     const DefineHandle& define = as_define(hndlp);
-    define.statement->note_call(Call::SetPieceInfo);
+    define.statement->note_call(CallCode::SetPieceInfo);
     // The interface's one prototype for both directions promises const; a fetch writes there.
     PieceBuffer buffer;
     buffer.data = static_cast<ub1*>(const_cast<void*>(bufp));

@@ -23,7 +23,7 @@
 namespace oci8 {
 
 /// Codes of the calls, as OCI_ATTR_FNCODE reports the last one on a statement.
-enum class Call : ub4 {
+enum class CallCode : ub4 {
   Prepare = 13,
   BindDynamic = 17,
   Execute = 21,
@@ -83,7 +83,7 @@ class StatementHandle : public Handle {
   /// Ends the run and leaves the database.
   void drop_run() noexcept;
 
-  void note_call(Call call) noexcept {
+  void note_call(CallCode call) noexcept {
     last_call.store(static_cast<ub4>(call), std::memory_order_relaxed);
   }
 
