@@ -168,9 +168,9 @@ final class Compare {
             memory += (memory.isEmpty() ? "" : "/") + Integer.parseInt(partner.ask("memory")) / 1024;
         }
         double ratio = median(byPeer);
-        say("%-4s %-35s %9.1f %9.1f %9.1f %7.2f %6.2f %5.2f %7.2f  %-14s %s",
+        say("%-4s %-35s %9.1f %9.1f %9.1f %7.2f %6.2f %5s %7.2f  %-14s %s",
                 workload.name(), workload.title(), millis(nanos[0]), millis(nanos[1]),
-                millis(nanos[2]), ratio, byPeer[byPeer.length - 1] - byPeer[0], workload.aim(),
+                millis(nanos[2]), ratio, byPeer[byPeer.length - 1] - byPeer[0], workload.aimHere(),
                 median(byFloor), memory, settings);
         for (int i = 0; i < partners.size(); i++) {
             log.println("#    " + partners.get(i).name + " ns " + Arrays.toString(nanos[i]));

@@ -42,11 +42,16 @@ public final class QueryCases {
             {"DATE", "DATE"}, {"RAW(16)", "RAW(16)"}, {"LONG", "LONG"}, {"LONG RAW", "LONG RAW"},
             {"CLOB", "CLOB"}, {"BLOB", "BLOB"}, {"ROWID", "ROWID"},
         };
+        OciColumn column = null;
         for (int i = 0; i < types.length; i++) {
             String table = "described_" + i;
             execute(connection, "CREATE TABLE " + table + " (c_" + i + " " + types[i][0] + ")");
             statement.prepare("SELECT * FROM " + table);
-            OciColumn column = statement.columns().get(0);
+            if (column != null) {
+                // What was its record may be that of the next column.
+                throwing(NullPointerException.class, column::position);
+            }
+            column = statement.columns().get(0);
             same("C_" + i, column.name(), "name");
             same(types[i][1], column.typeText(), "type of " + types[i][0]);
         }
