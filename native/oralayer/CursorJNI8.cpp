@@ -123,7 +123,6 @@ sword free_statement(cdadata& cda) {
   if (cda.stmthp == nullptr) return OCI_SUCCESS;
   TRACE("*** OCIHandleFree (OCI_HTYPE_STMT) ***");
   end_statement_memory(cda);
-  touch_record(&cda);  // for a statement that has this cursor bound
   const sword retvali = OCIHandleFree(cda.stmthp, OCI_HTYPE_STMT);
   TRACE("    OCIHandleFree result", "=", retvali);
   cda.stmthp = nullptr;

@@ -25,15 +25,22 @@ enum class Lend : ub1 {
   Chain  // a LONG column on the cursor's chain, wherever it is defined by now
 };
 
-/// A record whose buffers OCI reads and writes whenever the statement runs, or that the cursor's
-/// chain of LONG columns names.
+/// What of a record OCI has the address of.
+enum class Lent : ub1 {
+  Buffers,
+  Locator,  // a column's LOB locator, in the place of its buffer
+  Cursor  // the statement handle of another cursor
+};
+
+/// A record that OCI reads and writes whenever the statement runs, or that the cursor's chain of
+/// LONG columns names.
 struct lent_record {
   const void* record;
   std::uint32_t version;  // of the record when it was lent
   Lend how;
   ub4 position;
   sb4 rows;  // that its arrays have room for
-  bool locator;  // a column whose LOB locator, and not its buffer, is handed to OCI
+  Lent what;
   lent_record* next;
 };
 
@@ -95,8 +102,9 @@ bool may_lend(JNIEnv* env, cdadata& cda);
 void lend(cdadata& cda, const lent_record& what);
 /// True for a LONG column on the chain that has ended since, or lent its buffers anew elsewhere.
 bool has_ended(const cdadata& cda, const void* record);
-/// False after raising InternalError: a column or cursor that OCI would touch has ended, or has
-/// changed its buffers, since it was bound or defined.
+/// False after raising InternalError: a column that OCI would touch has ended, or has changed its
+/// buffers, since it was bound or defined; or a cursor that is bound has ended, is closed, or is
+/// executing itself.
 bool lent_records_stand(JNIEnv* env, const cdadata& cda);
 /// Before an execution: is_idle and lent_records_stand. A refusal empties the insert chain, as an
 /// execution would.

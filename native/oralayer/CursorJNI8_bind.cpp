@@ -250,9 +250,9 @@ ub2* fill_lengths(columndata& col) {
 
 // A bind that failed has left the former one in force. One that succeeded stands, whatever fails
 // after it.
-void keep_bind(cdadata& cda, ub4 position, const void* record, bool locator, sword retvali) {
+void keep_bind(cdadata& cda, ub4 position, const void* record, Lent what, sword retvali) {
   if (retvali != OCI_SUCCESS) return;
-  lend(cda, {record, 0, Lend::Bind, position, 1, locator, nullptr});
+  lend(cda, {record, 0, Lend::Bind, position, 1, what, nullptr});
 }
 
 sword bind_value(cdadata& cda, columndata& col, OCIBind** bindp, ub2* lengths, ub4 mode) {
@@ -260,7 +260,7 @@ sword bind_value(cdadata& cda, columndata& col, OCIBind** bindp, ub2* lengths, u
   const sword retvali = OCIBindByPos(cda.stmthp, bindp, cda.errhp, position, col.bufptr, col.buflen,
                                      static_cast<ub2>(col.external_dbtype), col.indpvect, lengths,
                                      nullptr, 0, nullptr, mode);
-  keep_bind(cda, position, &col, is_lob(col), retvali);
+  keep_bind(cda, position, &col, is_lob(col) ? Lent::Locator : Lent::Buffers, retvali);
   return retvali;
 }
 
@@ -367,6 +367,6 @@ JNIEXPORT jboolean JNICALL Java_trevalon_db_oci_OciCursor_bindCursorByPosition(J
       OCIBindByPos(cda->stmthp, &bindp, cda->errhp, static_cast<ub4>(colpos), &other->stmthp,
                    kHandleSize, SQLT_RSET, nullptr, nullptr, nullptr, 0, nullptr, OCI_DEFAULT);
   assignCdaCodes(env, obj);
-  keep_bind(*cda, static_cast<ub4>(colpos), other, false, retvali);
+  keep_bind(*cda, static_cast<ub4>(colpos), other, Lent::Cursor, retvali);
   return call_result(retvali);
 }

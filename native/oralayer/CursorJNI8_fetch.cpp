@@ -45,7 +45,7 @@ bool define_long(JNIEnv* env, cdadata& cda, columndata& col, sword& retvali) {
     TV_ThrowOutOfMemoryError(env, "Out of memory");
     return false;
   }
-  lend(cda, {&col, 0, Lend::Chain, 0, 0, false, nullptr});
+  lend(cda, {&col, 0, Lend::Chain, 0, 0, Lent::Buffers, nullptr});
   if (!may_lend(env, cda)) return false;
   retvali = define(cda, col, "*** OCIDefineByPos for LONG, LONGRAW  ***", nullptr, kLongestLong,
                    OCI_DYNAMIC_FETCH);
@@ -70,7 +70,8 @@ bool define_column(JNIEnv* env, cdadata& cda, columndata& col, jint fetchsize, s
   }
   if (retvali != OCI_SUCCESS) return true;
   const auto position = static_cast<ub4>(col.colpos);
-  lend(cda, {&col, 0, Lend::Define, position, rows, is_lob(col), nullptr});
+  const Lent what = is_lob(col) ? Lent::Locator : Lent::Buffers;
+  lend(cda, {&col, 0, Lend::Define, position, rows, what, nullptr});
   return true;
 }
 

@@ -90,6 +90,25 @@ bool locator_stands(JNIEnv* env, const lent_record& lent) {
   return null_input || borrowed_locator_stands(env, col);
 }
 
+// The record stays, also where it is closed and opened again: OCI finds the handle through it.
+bool cursor_stands(JNIEnv* env, const lent_record& lent) {
+  const auto& cursor = *static_cast<const cdadata*>(lent.record);
+  if (lent.version == record_version(&cursor) && cursor.stmthp != nullptr) {
+    return is_idle(env, cursor);
+  }
+  TV_ThrowInternalError(env, "a cursor that is bound to the statement has ended or is closed");
+  return false;
+}
+
+bool record_stands(JNIEnv* env, const lent_record& lent) {
+  if (lent.what == Lent::Cursor) return cursor_stands(env, lent);
+  if (lent.version == record_version(lent.record)) {
+    return lent.what == Lent::Buffers || locator_stands(env, lent);
+  }
+  TV_ThrowInternalError(env, "a column of the statement has ended or changed since it was bound");
+  return false;
+}
+
 }  // namespace
 
 bool may_lend(JNIEnv* env, cdadata& cda) {
@@ -131,13 +150,7 @@ bool lent_records_stand(JNIEnv* env, const cdadata& cda) {
   const statement_memory* memory = memory_of(cda);
   if (memory == nullptr) return true;
   for (const lent_record* lent = memory->lent; lent != nullptr; lent = lent->next) {
-    if (lent->how == Lend::Chain) continue;
-    if (lent->version != record_version(lent->record)) {
-      TV_ThrowInternalError(env,
-                            "a column of the statement has ended or changed since it was bound");
-      return false;
-    }
-    if (lent->locator && !locator_stands(env, *lent)) return false;
+    if (lent->how != Lend::Chain && !record_stands(env, *lent)) return false;
   }
   return true;
 }

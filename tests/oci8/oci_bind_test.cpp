@@ -146,6 +146,8 @@ TEST_F(Bind, MistakesHaveTheirCodes) {
     const sword status = c.bind(position, value, size, type, nullptr, nullptr, nullptr, mode);
     EXPECT_EQ(c.error_of(status), expected) << position << ' ' << type;
   }
+  EXPECT_EQ(OCIBindDynamic(nullptr, c.err, nullptr, nullptr, nullptr, nullptr), OCI_INVALID_HANDLE);
+  EXPECT_EQ(c.code(), 3115) << "the failed bind's";
   ASSERT_EQ(c.bind(1, &one, 4, SQLT_INT), OCI_SUCCESS);
   EXPECT_EQ(OCIBindDynamic(c.bound, c.err, nullptr, nullptr, nullptr, nullptr), OCI_ERROR);
   EXPECT_EQ(c.attribute<ub4>(OCI_ATTR_FNCODE), 17u);
@@ -187,6 +189,7 @@ struct Stream {
     EXPECT_EQ(self.client->attribute<ub2>(OCI_ATTR_SQLFNCODE), 2);
     EXPECT_EQ(self.client->prepare("select 1 from dual"), OCI_ERROR);
     EXPECT_EQ(self.client->code(), 3127);
+    EXPECT_EQ(self.opened_by_a_block(), 3127);
     const size_t length = std::min<size_t>(4096, self.value.size() - self.done);
     if (self.asked.size() == self.failing) return OCI_ERROR;
     if (self.asked.size() == self.breaking) OCIBreak(self.client->svc, self.client->err);
@@ -197,6 +200,16 @@ struct Stream {
     *size = static_cast<ub4>(length);
     if (length == 0) *piece = OCI_LAST_PIECE;
     return OCI_CONTINUE;
+  }
+
+  // What becomes of a block that would make the executing statement its query.
+  int opened_by_a_block() {
+    OCIStmt* executing = std::exchange(client->stmt, client->make<OCIStmt>(OCI_HTYPE_STMT));
+    client->prepare("begin open :c for select 1 from dual; end;");
+    client->bind(1, &executing, 4, SQLT_RSET);
+    const int error = client->error_of(client->execute(1));
+    OCIHandleFree(std::exchange(client->stmt, executing), OCI_HTYPE_STMT);
+    return error;
   }
 
   Client* client;

@@ -76,6 +76,8 @@ TEST_F(Lifetime, OnlyBindsInForceHoldAnExecutionBack) {
   CURSOR(bindCursorByPosition)(env, cursor, other, 1);
   CURSOR(close)(env, other);
   EXPECT_NE(executed(cursor), "") << "the statement handle that it would open is gone";
+  CURSOR(open)(env, other, connection);
+  EXPECT_EQ(executed(cursor), "") << "and there again";
 
   const jobject third = new_cursor();
   const jobject half_bound = stream(1);
@@ -92,7 +94,7 @@ struct {
   int deed, calls_before;
 } meddler;
 
-constexpr int kDeeds = 7, kBindElsewhere = 0;
+constexpr int kDeeds = 8, kBindElsewhere = 0;
 
 void meddle() {
   switch (meddler.deed) {
@@ -108,6 +110,8 @@ void meddle() {
       return (void)CURSOR(close)(env, meddler.cursor);
     case 5:
       return CURSOR(native_1finalize)(env, meddler.cursor);
+    case 6:
+      return (void)CURSOR(exec)(env, meddler.other);
     default:
       return COLUMN(native_1finalize)(env, meddler.column);
   }
@@ -119,6 +123,7 @@ TEST_F(Lifetime, JavaCannotTakeARunningStatementApart) {
       meddler = {new_cursor(), stream(1), new_cursor(), deed, calls_before};
       CURSOR(bindVariableByPosition)(env, meddler.cursor, meddler.column);
       CURSOR(bindVariableByPosition)(env, meddler.cursor, stream(2));
+      CURSOR(bindCursorByPosition)(env, meddler.other, meddler.cursor, 3);
       JniTable table;
       table.copy.CallIntMethodV = [](JNIEnv*, jobject, jmethodID, va_list) -> jint {
         if (meddler.calls_before-- == 0) meddle();

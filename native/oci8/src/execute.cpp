@@ -306,6 +306,8 @@ StatementHandle& StatementHandle::cursor_variable(const BindHandle& bind) const 
   std::memcpy(&address, bind.buffer, sizeof address);
   StatementHandle* found = pool<StatementHandle>.find(address);
   if (found == nullptr || found == this || found->environment != environment) fail(1001);
+  // It may be the one whose callback makes this call.
+  found->require_idle();
   return *found;
 }
 

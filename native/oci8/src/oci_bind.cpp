@@ -65,6 +65,8 @@ sword OCIBindByPos(OCIStmt* stmtp, OCIBind** bindpp, OCIError* errhp, ub4 positi
 /// bind with a buffer.
 sword OCIBindDynamic(OCIBind* bindp, OCIError* errhp, void* ictxp, OCICallbackInBind icbfp, void*,
                      OCICallbackOutBind) {
+  // Of a bind that failed, whose error is still to be told.
+  if (bindp == nullptr) return OCI_INVALID_HANDLE;
   return guarded(errhp, [&](ErrorRecord&) {
     BindHandle& bind = as_bind(bindp);
     bind.statement->note_call(CallCode::BindDynamic);

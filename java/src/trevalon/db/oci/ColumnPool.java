@@ -9,8 +9,11 @@ import java.util.ArrayDeque;
 final class ColumnPool {
     private static final int MOST_COLUMNS = 64;
 
-    /** Longer arrays are not kept. */
+    /** Larger arrays are not kept. */
     private static final int MOST_BYTES = 4 * 1024;
+
+    /** For each row, beside its value: indicator, length, return code, and numbers of two kinds. */
+    private static final int BESIDE_VALUE = 18;
 
     private final ArrayDeque<OciColumn> spare = new ArrayDeque<>();
 
@@ -25,9 +28,11 @@ final class ColumnPool {
      * Ends a column that holds no LONG or LOB, and that no open cursor refers to. Whoever still has
      * the object finds it closed.
      *
-     * @param bytes of its fetch array
+     * @param rows of its fetch arrays
+     * @param valueBytes of a value in them
      */
-    void give(OciColumn column, long bytes) {
+    void give(OciColumn column, int rows, int valueBytes) {
+        long bytes = (long) rows * (valueBytes + BESIDE_VALUE);
         if (bytes > MOST_BYTES || spare.size() == MOST_COLUMNS) {
             column.close();
         } else {

@@ -6,10 +6,10 @@ package trevalon.db.oci;
  * <p>The record exists from construction to {@link #close}. A cursor that has this column in its
  * select list refers to the record, so the cursor's native close comes first.
  *
- * <p>After the close every native method but a second close finds no record and raises; sizes and
- * positions are kept nowhere else.
+ * <p>A column belongs to its statement, which ends it. After that every native method but a second
+ * close finds no record and raises; sizes and positions are kept nowhere else.
  */
-public final class OciColumn implements AutoCloseable {
+public final class OciColumn {
     // By the names that the native side knows: the stream's kind, and the record's address.
     private int input_stream_type;
     private int coldata32;
@@ -61,8 +61,7 @@ public final class OciColumn implements AutoCloseable {
     }
 
     /** Frees the native record; a second call does nothing. */
-    @Override
-    public void close() {
+    void close() {
         native_finalize();
     }
 

@@ -184,15 +184,18 @@ public final class OciConnection implements AutoCloseable {
         if (!open) {
             return;
         }
-        // Copies, because each statement and LOB takes itself off its list.
-        for (OciStatement statement : new ArrayList<>(statements)) {
-            statement.close();
+        try {
+            // Copies, because each statement and LOB takes itself off its list.
+            for (OciStatement statement : new ArrayList<>(statements)) {
+                statement.close();
+            }
+            for (OciLob lob : new ArrayList<>(lobs)) {
+                lob.close();
+            }
+            columns.clear();
+        } finally {
+            release();
         }
-        for (OciLob lob : new ArrayList<>(lobs)) {
-            lob.close();
-        }
-        columns.clear();
-        release();
     }
 
     private void release() {

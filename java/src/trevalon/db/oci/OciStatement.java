@@ -12,6 +12,7 @@ import java.util.ArrayList;
 import java.util.Arrays;
 import java.util.Collections;
 import java.util.List;
+import java.util.function.Function;
 
 /**
  * A statement of a session: takes the values of bind variables, executes SQL, and reads the rows of
@@ -111,9 +112,17 @@ public final class OciStatement implements AutoCloseable {
         fetchSize = rows;
     }
 
-    /** Parses a statement and, for a query, describes its columns; nothing is executed. */
+    /**
+     * Parses a statement and, for a query, describes its columns; nothing is executed. ORA-00911
+     * for a zero character, where the text would end for the server.
+     */
     public void prepare(String sql) throws OciException {
         requireOpen();
+        int zero = sql.indexOf('\0');
+        if (zero >= 0) {
+            throw new OciException(
+                    911, "ORA-00911: invalid character: zero at index " + zero + " of the text");
+        }
         // A cursor describes only the first query after its open, and its LONG chain only grows:
         // each statement starts on a handle of its own.
         reset();
@@ -124,7 +133,7 @@ public final class OciStatement implements AutoCloseable {
             // come up here.
             check(cursor.parse(OciText.encode(sql), false));
             describeAll();
-        } catch (OciException e) {
+        } catch (OciException | RuntimeException | Error e) {
             reset();
             throw e;
         }
@@ -148,7 +157,7 @@ public final class OciStatement implements AutoCloseable {
             return true;
         }
         int code = cursor.errorCode();
-        connection.columns().give(column, 0);
+        connection.columns().give(column, 0, 0);
         // Position 1 of a statement that is no query fails in several ways, all of them expected.
         if (position == 1 || code == NO_SUCH_POSITION) {
             return false;
@@ -293,24 +302,40 @@ public final class OciStatement implements AutoCloseable {
         setDateTime(position, value == null ? null : value.atStartOfDay());
     }
 
-    /** Sets a LONG from text in the database's character set; a stream without a byte is NULL. */
+    /**
+     * Sets a LONG from text in the database's character set; null and a stream without a byte are
+     * NULL, as for the three setters below.
+     */
     public void setAsciiStream(int position, InputStream value) throws SQLException {
-        variable(position).setStream(PieceSource.ofBytes(value), OciCursor.ASCII_STREAM);
+        setStream(position, value, PieceSource::ofBytes, OciCursor.ASCII_STREAM, OciType.LONG);
     }
 
     /** Sets a LONG from UTF-16 text, the high byte of each character first. */
     public void setUnicodeStream(int position, InputStream value) throws SQLException {
-        variable(position).setStream(PieceSource.ofUtf16(value), OciCursor.UNICODE_STREAM);
+        setStream(position, value, PieceSource::ofUtf16, OciCursor.UNICODE_STREAM, OciType.LONG);
     }
 
     /** Sets a LONG RAW; a stream without a byte is NULL. */
     public void setBinaryStream(int position, InputStream value) throws SQLException {
-        variable(position).setStream(PieceSource.ofBytes(value), OciCursor.BINARY_STREAM);
+        setStream(
+                position, value, PieceSource::ofBytes, OciCursor.BINARY_STREAM, OciType.LONG_RAW);
     }
 
     /** Sets a LONG from a Reader, which the next execution reads to its end, and does not close. */
     public void setCharacterStream(int position, Reader value) throws SQLException {
-        variable(position).setStream(PieceSource.ofCharacters(value), OciCursor.CHARACTER_STREAM);
+        setStream(
+                position, value, PieceSource::ofCharacters, OciCursor.CHARACTER_STREAM,
+                OciType.LONG);
+    }
+
+    private <T> void setStream(
+            int position, T value, Function<T, PieceSource> source, int kind, int typeOfNull)
+            throws SQLException {
+        if (value == null) {
+            setNull(position, typeOfNull);
+        } else {
+            variable(position).setStream(source.apply(value), kind);
+        }
     }
 
     /**

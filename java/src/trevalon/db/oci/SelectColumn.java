@@ -116,7 +116,7 @@ final class SelectColumn {
     /**
      * Frees the column; the cursor that it was defined on must be closed by then.
      *
-     * @param rows of the fetch array
+     * @param rows of the fetch arrays
      */
     void close(ColumnPool pool, int rows) {
         dropValue();
@@ -127,7 +127,7 @@ final class SelectColumn {
         if (isLarge()) {
             peer.close();
         } else {
-            pool.give(peer, (long) rows * elementSize);
+            pool.give(peer, rows, elementSize);
         }
     }
 }

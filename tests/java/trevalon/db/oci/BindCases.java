@@ -72,6 +72,8 @@ public final class BindCases {
                 (Setter) s -> s.setBytes(1, pattern(256))},
             {"RAW(9)", null, (Setter) s -> s.setBytes(1, new byte[0])},
             {"CLOB", wide, (Setter) s -> s.setString(1, wide)},
+            {"RAW(9)", null, (Setter) s -> s.setBinaryStream(1, null)},
+            {"CLOB", null, (Setter) s -> s.setCharacterStream(1, null)},
             {"CLOB", null, (Setter) s -> s.setNull(1, OciType.CLOB)},
             {"BLOB", "00FF", (Setter) s -> s.setBytes(1, new byte[] {0, -1})},
             {"BLOB", null, (Setter) s -> s.setNull(1, OciType.BLOB)},
@@ -119,6 +121,7 @@ public final class BindCases {
 
     private static void refusals(OciConnection c, OciStatement s) throws Exception {
         oracleError(24337, () -> s.setInt(1, 1));
+        oracleError(911, () -> s.execute("DELETE FROM DUAL \0 WHERE 1 = 0"));
         execute(c, "CREATE TABLE refused (n NUMBER(3), t VARCHAR2(3))");
         s.prepare("INSERT INTO refused VALUES (:n, :t)");
         s.setInt(1, 1);
