@@ -36,10 +36,15 @@ void set_session_text(ldadata& ld, const char* value, ub4 attribute) {
              static_cast<ub4>(std::strlen(value)), attribute, ld.errhp);
 }
 
+// As these lines always were: an address as an int.
+std::int32_t as_int(const void* handle) {
+  return static_cast<std::int32_t>(reinterpret_cast<std::intptr_t>(handle));
+}
+
 void trace_handles(const ldadata& ld) {
-  TRACE("---  in oralayer ldadata login: svchp is: ", ld.svchp);
-  TRACE("---  in oralayer ldadata login: srvhp is: ", ld.srvhp);
-  TRACE("---  in oralayer ldadata login: authp is: ", ld.authp);
+  TRACE("---  in oralayer ldadata login: svchp is: ", as_int(ld.svchp));
+  TRACE("---  in oralayer ldadata login: srvhp is: ", as_int(ld.srvhp));
+  TRACE("---  in oralayer ldadata login: authp is: ", as_int(ld.authp));
 }
 
 void free_session(OCISession*& session) {

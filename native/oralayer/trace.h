@@ -26,6 +26,8 @@ void put_value(const char* characters);
 void put_value(const text* characters);
 void put_value(std::string_view characters);
 void put_value(text character);
+void put_value(char) = delete;  // not a number
+void put_value(signed char) = delete;
 void put_value(double number);
 void put_value(const void* address);
 void put_value(std::int64_t number);

@@ -122,7 +122,7 @@ TEST_F(OciTest, AWriterDoesNotOvertakeThoseWhoWait) {
   must("insert into t values (1)");
 }
 
-class Crash : public OciTest {
+class Crash : public oci8::DatabaseTest {
  protected:
   static constexpr int kRowsOfOne = 3;
 
@@ -157,12 +157,12 @@ class Crash : public OciTest {
 };
 
 TEST_F(Crash, EveryAcknowledgedCommitIsThereAndNothingElse) {
-  log_in();
-  must("create table t (v varchar2(4000), n number)");
+  EXPECT_EQ(Client(database_).run("create table t (v varchar2(4000), n number)"), OCI_SUCCESS);
   std::mt19937 random(20010125);
   int kept = 0;
   for (int kills = scaled(10); kills > 0 && !HasFailure(); --kills) {
     const int expected = kept + kill_after(microseconds(random() % 30000), kept);
+    Client c(database_);
     kept = c.number("select nvl(max(n) + 1, 0) from t");
     EXPECT_TRUE(kept == expected || kept == expected + 1) << kept << " not " << expected;
     EXPECT_EQ(c.number("select count(*) from t"), kept * kRowsOfOne) << "half a transaction";

@@ -190,6 +190,8 @@ struct Stream {
     EXPECT_EQ(self.client->prepare("select 1 from dual"), OCI_ERROR);
     EXPECT_EQ(self.client->code(), 3127);
     EXPECT_EQ(self.opened_by_a_block(), 3127);
+    EXPECT_EQ(OCIHandleFree(self.client->stmt, OCI_HTYPE_STMT), OCI_ERROR);
+    EXPECT_EQ(OCIHandleFree(self.client->env, OCI_HTYPE_ENV), OCI_ERROR);
     const size_t length = std::min<size_t>(4096, self.value.size() - self.done);
     if (self.asked.size() == self.failing) return OCI_ERROR;
     if (self.asked.size() == self.breaking) OCIBreak(self.client->svc, self.client->err);

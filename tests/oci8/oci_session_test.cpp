@@ -196,6 +196,60 @@ class LeftFile : public TableSession {
   }
 };
 
+/// What a child of this process gets when it logs in.
+int login_of_child(const std::string& database) {
+  const pid_t child = fork();
+  if (child == 0) {
+    Client own;
+    _exit(own.log_in(database) == OCI_SUCCESS ? 0 : own.code() % 256);
+  }
+  int status = 0;
+  waitpid(child, &status, 0);
+  return WEXITSTATUS(status);
+}
+
+// SQLite takes what the parent has locked for its own, and commits would be lost.
+TEST_F(LeftFile, IsRefusedToAChildOnlyWhileItIsInUse) {
+  log_in();
+  EXPECT_EQ(login_of_child(database_), 3113 % 256);
+  leave();
+  EXPECT_EQ(login_of_child(database_), 0);
+}
+
+// Replaced while it is in use, or with a relative name that leads elsewhere by then.
+TEST_F(LeftFile, IsNotTakenForAnother) {
+  const auto add_row = [this] { must("begin insert into t values (1); commit; end;"); };
+  const auto in_file = [](const std::string& file) -> std::string {
+    const auto db = oci8::open_file(file, SQLITE_OPEN_READWRITE);
+    const auto sum = oci8::prepare_sql(db.get(), "SELECT SUM(n) FROM t");
+    oci8::step_sql(sum.get());
+    return std::string(oci8::column_text(sum.get(), 0));
+  };
+  const std::string copy = folder_ / "copy.db", here = folder_ / "here.db";
+  std::filesystem::copy_file(database_, copy);
+  std::filesystem::copy_file(database_, here);
+  log_in();
+  std::filesystem::rename(copy, database_);
+  leave();
+  log_in();
+  add_row();
+  leave();
+  EXPECT_EQ(in_file(database_), "8");
+
+  const std::filesystem::path before = std::filesystem::current_path();
+  std::filesystem::current_path(folder_);
+  std::filesystem::create_directory("other");
+  std::filesystem::copy_file(here, "other/here.db");
+  ASSERT_EQ(c.log_in("./here.db"), OCI_SUCCESS);
+  std::filesystem::current_path("other");
+  leave();
+  ASSERT_EQ(c.log_in("./here.db"), OCI_SUCCESS);
+  add_row();
+  leave();
+  std::filesystem::current_path(before);
+  EXPECT_EQ(in_file(here), "7");
+}
+
 TEST_F(LeftFile, IsCompleteAndMayBeReplaced) {
   const std::string copy = folder_ / "copy.db";
   std::filesystem::copy_file(database_, copy);

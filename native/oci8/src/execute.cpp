@@ -35,6 +35,25 @@ Value copied_value(const BindHandle& bind, ub4 row, HeldBytes& held) {
 
 }  // namespace
 
+// While the caller's code runs it may call this library with the same handles: calls that would
+// change or free the statement find the mark and are refused.
+class StatementHandle::Callback {
+ public:
+  explicit Callback(StatementHandle& statement) : statement_(statement) {
+    statement.pulling_ = true;
+    ++statement.environment->callbacks;
+  }
+  ~Callback() {
+    --statement_.environment->callbacks;
+    statement_.pulling_ = false;
+  }
+  Callback(const Callback&) = delete;
+  Callback& operator=(const Callback&) = delete;
+
+ private:
+  StatementHandle& statement_;
+};
+
 // What an iteration streams into the database before its statement runs: undone with a statement
 // that fails, and where a callback, which runs code of the caller's, ends the session.
 class StatementHandle::StreamUnit {
@@ -241,16 +260,10 @@ void StatementHandle::pull_streams(StreamUnit& unit, ub4 row) {
     if (!binds_[i]->at_execution) continue;
     HeldBytes pulled;
     LargeSink sink(unit, pulled, binds_[i]->room, streams_large(i));
-    // While the caller's code runs it may call this library with the same handles; calls that would
-    // change this statement find the mark and are refused (require_idle).
-    pulling_ = true;
-    try {
+    {
+      const Callback runs(*this);
       if (!pull_value(*binds_[i], row, sink)) sink.discard();
-    } catch (...) {
-      pulling_ = false;
-      throw;
     }
-    pulling_ = false;
     // The callback may have ended the session, after which neither the run nor the mark exists.
     unit.require_live();
     streamed_[i] = sink.finish();

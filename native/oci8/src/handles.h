@@ -82,6 +82,7 @@ struct Environment : Handle {
   void release(Handle& child) noexcept;
 
   ErrorRecord record;  // of calls that have no error handle
+  std::atomic<int> callbacks{0};  // that statements wait for
 
  private:
   Latch latch_;  // guards the list

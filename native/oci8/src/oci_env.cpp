@@ -2,6 +2,7 @@
 // Calls without an error handle report through their status alone, or through the record of the
 // environment (OCIErrorGet with OCI_HTYPE_ENV).
 #include "guard.h"
+#include "statement.h"
 
 namespace oci8 {
 namespace {
@@ -24,6 +25,17 @@ sword make_child(const void* parenth, void** made_address, const HandleKind* kin
 sword free_child(void* address, const HandleKind* kind) {
   Handle* handle = kind == nullptr ? nullptr : kind->find(address);
   return handle != nullptr && free_handle(*handle) ? OCI_SUCCESS : OCI_INVALID_HANDLE;
+}
+
+/// Whether an execute would go on in the freed handle after its callback.
+bool waits_for_callback(const void* address, ub4 type) {
+  if (type == OCI_HTYPE_STMT) {
+    const StatementHandle* statement = pool<StatementHandle>.find(address);
+    return statement != nullptr && statement->pulling();
+  }
+  const Environment* environment =
+      type == OCI_HTYPE_ENV ? pool<Environment>.find(address) : nullptr;
+  return environment != nullptr && environment->callbacks > 0;
 }
 
 // Handles and descriptors are made and freed by calls of their own, each of which knows its kinds
@@ -70,8 +82,10 @@ sword OCIHandleAlloc(const void* parenth, void** hndlpp, ub4 type, size_t xtrame
   return make_child(parenth, hndlpp, kind, xtramem_sz, usrmempp);
 }
 
-/// Ends a handle with all that it owns; a live session under it is ended, which commits.
+/// Ends a handle with all that it owns; a live session under it is ended, which commits. OCI_ERROR
+/// for a statement that waits for its callback, and for its environment.
 sword OCIHandleFree(void* hndlp, ub4 type) {
+  if (waits_for_callback(hndlp, type)) return OCI_ERROR;
   return free_child(hndlp, find_handle_kind(type));
 }
 

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <filesystem>
 #include <optional>
 #include <utility>
 
@@ -63,8 +64,9 @@ class SqliteConnection final : public Connection {
   LargeName create_large(LargeName::Unit unit) override {
     session_->require_open();
     const SqliteSession::Operation running(*session_);
+    LargeName made;
     SqliteSession::Change change(*session_);
-    const LargeName made = session_->large().create(unit);
+    change.run([&] { made = session_->large().create(unit); });
     change.keep();
     return made;
   }
@@ -111,7 +113,7 @@ class SqliteConnection final : public Connection {
     SqliteSession::Change change(*session_);
     std::optional<SqliteSession::Whole> whole;
     if (as_a_whole) whole.emplace(*session_);
-    body(session_->large());
+    change.run([&] { body(session_->large()); });
     if (whole) whole->keep();
     change.keep();
   }
@@ -124,23 +126,31 @@ class SqliteConnection final : public Connection {
 
 }  // namespace
 
+namespace {
+
+// Where the process goes afterwards must not lead to another file. Absolute names are also none
+// that SQLite would read as URIs.
+std::string absolute(const std::string& path) {
+  std::error_code error;
+  const std::filesystem::path found = std::filesystem::absolute(path, error);
+  if (error) fail(12154);
+  return found.string();
+}
+
+}  // namespace
+
 std::string resolve_connect_string(std::string_view connect_string) {
   if (connect_string == kMemory) return std::string(kMemory);
   const bool usable = connect_string.find('\0') == std::string_view::npos;
   if (usable && connect_string.find('/') != std::string_view::npos) {
-    // SQLite reads some relative names as URIs; one that begins with a dot or slash is a file.
-    // Not empty here: a slash was found.
-    const bool absolute = connect_string.front() == '/';
-    return (absolute ? "" : "./") + std::string(connect_string);
+    return absolute(std::string(connect_string));
   }
   // The characters of a name cannot lead out of the folder.
   const char* folder = std::getenv("OCI8_DATA");
   const bool named =
       !connect_string.empty() && std::ranges::all_of(connect_string, service_name_character);
   if (!named || folder == nullptr || *folder == '\0') fail(12154);
-  const std::string path = std::string(folder) + '/' + std::string(connect_string) + ".db";
-  // The folder may be a relative path that SQLite would take for a URI.
-  return path.front() == '/' ? path : "./" + path;
+  return absolute(std::string(folder) + '/' + std::string(connect_string) + ".db");
 }
 
 std::unique_ptr<Connection> open_database(std::string_view connect_string) {

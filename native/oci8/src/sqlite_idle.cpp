@@ -5,7 +5,8 @@
 // - It lasts for a moment only, and is not used again for a file that was changed or replaced by
 //   other means.
 // - It ends before the process does, and before the process forks: SQLite's locks are the
-//   process's own, and a child must find no connection that claims to have them.
+//   process's own, and a child must find no connection that claims to have them. Where a client is
+//   logged in at a fork, the child can no longer open the file.
 #include "sqlite_idle.h"
 
 #include <pthread.h>
@@ -13,6 +14,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <iterator>
 #include <mutex>
 #include <new>
 #include <optional>
@@ -48,6 +50,13 @@ std::optional<FileState> state_of(const std::string& path) {
                    status.st_mtim.tv_nsec};
 }
 
+/// A file that a client uses, or used when this process was forked from another one.
+struct Used {
+  std::string path;
+  dev_t device;
+  ino_t inode;
+};
+
 struct Idle {
   std::string path;
   FileState file;
@@ -58,6 +67,29 @@ struct Idle {
 /// Sessions end under the lock: who opens their file next must not meet one that is just ending.
 class IdleSessions {
  public:
+  /// Notes a client's use of a file. ORA-03113 where the process has inherited one from its parent:
+  /// SQLite would rely on locks that only the parent has, and what is committed could be lost.
+  void begin_use(const std::string& path) {
+    const std::optional<FileState> file = state_of(path);
+    if (!file) return;  // a database in memory
+    const std::lock_guard lock(mutex_);
+    const auto same = [&](const Used& u) {
+      return u.device == file->device && u.inode == file->inode;
+    };
+    if (std::ranges::any_of(inherited_, same)) {
+      throw Failure{3113, error_text(3113) + path + " was in use when this process was forked\n"};
+    }
+    used_.push_back({path, file->device, file->inode});
+  }
+  /// False for a file that this process has not begun to use itself.
+  bool end_use(const std::string& path) noexcept {
+    const std::lock_guard lock(mutex_);
+    const auto found = std::ranges::find(used_, path, &Used::path);
+    if (found == used_.end()) return false;
+    used_.erase(found);
+    return true;
+  }
+
   std::shared_ptr<SqliteSession> take(const std::string& path) {
     const std::optional<FileState> file = state_of(path);
     const std::lock_guard lock(mutex_);
@@ -98,6 +130,8 @@ class IdleSessions {
   void after_fork() { mutex_.unlock(); }
   void after_fork_in_child() {
     ending_ = false;  // the thread is the parent's
+    std::ranges::move(used_, std::back_inserter(inherited_));
+    used_.clear();
     mutex_.unlock();
   }
 
@@ -120,6 +154,8 @@ class IdleSessions {
 
   std::mutex mutex_;
   std::vector<Idle> idle_;  // the one that was left last at the end
+  std::vector<Used> used_;
+  std::vector<Used> inherited_;
   bool ending_ = false;  // a thread runs
   bool ended_ = false;
 };
@@ -146,17 +182,26 @@ IdleSessions& idle_sessions() {
 }  // namespace
 
 std::shared_ptr<SqliteSession> open_session(const std::string& path) {
-  std::shared_ptr<SqliteSession> session = idle_sessions().take(path);
-  if (session == nullptr) return std::make_shared<SqliteSession>(path);
-  session->resume();
-  return session;
+  IdleSessions& sessions = idle_sessions();
+  sessions.begin_use(path);
+  try {
+    std::shared_ptr<SqliteSession> session = sessions.take(path);
+    if (session == nullptr) return std::make_shared<SqliteSession>(path);
+    session->resume();
+    return session;
+  } catch (...) {
+    sessions.end_use(path);
+    throw;
+  }
 }
 
 void leave_session(const std::string& path, std::shared_ptr<SqliteSession> session) noexcept {
   session->close();
+  const bool own = idle_sessions().end_use(path);
   try {
     // Statements that are left keep it to themselves.
-    if (session.use_count() == 1 && session->rest()) idle_sessions().keep(path, std::move(session));
+    const bool alone = session.use_count() == 1;
+    if (own && alone && session->rest()) idle_sessions().keep(path, std::move(session));
   } catch (const std::bad_alloc&) {
     // Closed at once, as `session` ends.
   }

@@ -72,6 +72,8 @@ SqliteOwner open_database_file(const std::string& path) {
   if (!has_system_objects(db.get())) {
     throw Failure{1251, error_text(1251) + path + " was not made by oci8db\n"};
   }
+  // A reader's log and its index would be in the owner's way.
+  if (sqlite3_db_readonly(db.get(), "main") == 1) fail(16000);
   // Readers go on beside a writer. Kept in the file: not for one that is somebody else's.
   execute_sql(db.get(), "PRAGMA journal_mode = WAL");
   LargeStore::create_tables(db.get());
@@ -131,6 +133,10 @@ void SqliteSession::close() noexcept {
 bool SqliteSession::rest() noexcept {
   const char* file = sqlite3_db_filename(db(), "main");
   if (file == nullptr || *file == '\0') return false;  // a database in memory ends with its session
+  int moved = 0;
+  if (sqlite3_file_control(db(), "main", SQLITE_FCNTL_HAS_MOVED, &moved) != SQLITE_OK || moved) {
+    return false;
+  }
   struct stat log;
   if (stat(sqlite3_filename_wal(file), &log) != 0 || log.st_size == 0) return true;
   sqlite3_busy_handler(db(), nullptr, nullptr);

@@ -100,6 +100,16 @@ class SqliteSession {
     Change(const Change&) = delete;
     Change& operator=(const Change&) = delete;
 
+    /// Runs a step of the change; where its failure has cost the transaction, the error says so.
+    template <class Step>
+    void run(Step&& step) {
+      try {
+        step();
+      } catch (Failure& raised) {
+        if (lost_transaction()) raised.text += error_text(2091);
+        throw;
+      }
+    }
     /// Leaves the change to the transaction.
     void keep();
     /// SQLite gave up the whole transaction, with changes that were made before this one.

@@ -326,13 +326,10 @@ void SqliteStatement::run_change() {
   std::optional<SqliteSession::Whole> whole;
   if (now_.translation.large) whole.emplace(*session_);
   const ResetOnExit reset(now_.statement.get());
-  try {
+  change.run([&] {
     while (next_row()) {
     }
-  } catch (Failure& raised) {
-    if (change.lost_transaction()) raised.text += error_text(2091);
-    throw;
-  }
+  });
   changed_ = rows_of(session_->db());
   if (whole) {
     remove_untaken();

@@ -80,6 +80,9 @@ class StatementHandle : public Handle {
   const SqlText& prepared_text() const;
   ub2 function() const { return text_ == nullptr ? 0 : text_->function; }
 
+  /// Whether it waits for a callback of the caller's, who must not change or free it meanwhile.
+  bool pulling() const { return pulling_; }
+
   /// Ends the run and leaves the database.
   void drop_run() noexcept;
 
@@ -105,6 +108,7 @@ class StatementHandle : public Handle {
     AtEnd,
     Failed  // failure_ ended it
   };
+  class Callback;
   class StreamUnit;
   class LargeSink;
   // Fetch in pieces is a dialogue: BufferDue after OCI_NEED_DATA, BufferOffered once
