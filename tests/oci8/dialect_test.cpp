@@ -1,4 +1,5 @@
 // The dialect, from statement text to what the engine makes of it.
+#include "date.h"
 #include "declared_type.h"
 #include "engine_fixture.h"
 
@@ -97,12 +98,15 @@ class DialectTest : public testing::Test {
   }
 
   // Rows as "a,b/c,d"; an error as its code and offset: "942@14".
-  std::string run(std::string_view source) {
+  std::string run(std::string_view source, std::string_view bound = "10") {
     std::string rows;
     const Failure raised = failure([&] {
       const SqlText text = tokenize(source);
       const auto statement = db_->prepare(text);
-      if (!text.placeholders.empty()) statement->bind(1, {Value::Kind::Text, 0, 0, "10", 2});
+      const auto kind = bound.size() == kDateSize ? Value::Kind::Bytes : Value::Kind::Text;
+      for (ub4 i = 0; i < text.placeholders.size(); ++i) {
+        statement->bind(i + 1, {kind, 0, 0, bound.data(), bound.size()});
+      }
       while (statement->step()) rows += (rows.empty() ? "" : "/") + row(*statement);
     });
     return raised.code == 0 ? rows
@@ -118,8 +122,10 @@ class DialectTest : public testing::Test {
     return result;
   }
 
-  void expect(const char* table) {
-    for (const auto& [source, result] : cases(table)) EXPECT_EQ(run(source), result) << source;
+  void expect(const char* table, std::string_view bound = "10") {
+    for (const auto& [source, result] : cases(table)) {
+      EXPECT_EQ(run(source, bound), result) << source;
+    }
   }
 
   std::unique_ptr<Connection> db_ = open_database(":memory:");
@@ -143,6 +149,40 @@ TEST_F(DialectTest, OperatorsMeanWhatTheyMeanOnTheServer) {
     SELECT TRIM(LEADING '0' FROM '007'), TRIM('  x ') FROM dual -> 7,x
     SELECT hired - 1 - hired, NVL(deptno, '7') FROM emp WHERE empno = 2 -> -1,10
     SELECT user, USER FROM scott.dual -> SCOTT,SCOTT)");
+}
+
+// Only a run tells what is bound: 1 January 2000, 10 o'clock, or the text 10.
+TEST_F(DialectTest, APlaceholderInASumIsADateOrANumber) {
+  expect(R"(
+    SELECT empno FROM emp WHERE hired < :1 + 1 -> 1
+    SELECT empno FROM emp WHERE TRUNC(hired) = TRUNC(:1) + 399 -> 2
+    SELECT empno FROM emp WHERE hired BETWEEN TRUNC(:1) - 15 AND :2 + 0.99999 -> 1
+    SELECT empno FROM emp WHERE hired BETWEEN TRUNC(:1) AND ROUND(:2 + 600, 'YYYY') + 1 -> 2
+    SELECT empno FROM emp WHERE hired - :1 > 0 -> 2
+    SELECT empno FROM emp WHERE hired - 1 >= :1 - 1 -> 2
+    SELECT empno FROM emp WHERE hired IN (:1, TRUNC(:1 - 15)) -> 1
+    SELECT empno FROM emp WHERE NVL(hired, :1 + 1) = :2 + 1 -> 3
+    SELECT :1 - :2, ROUND((:1 - hired) * 24) FROM emp WHERE empno = 1 AND TRUNC(:3) < :4 -> 0,370
+    INSERT INTO emp (empno, hired) VALUES (4, :1 + 1) ->
+    INSERT INTO emp (empno, hired) VALUES (5, TRUNC(:1)) ->
+    INSERT INTO emp (empno, hired) SELECT empno + 5, TRUNC(:1) FROM emp WHERE empno = 1
+      UNION SELECT 7, hired FROM emp WHERE empno = 2 ->
+    UPDATE emp SET hired = :1 + 1/24 WHERE empno = 1 ->
+    SELECT empno, TO_CHAR(hired, 'YYMMDDHH24') FROM emp WHERE empno <> 3 ORDER BY
+      1 -> 1,00010111/2,01020300/4,00010210/5,00010100/6,00010100/7,01020300
+    INSERT INTO emp (empno, sal) VALUES (8, :1 + 1) -> 932@-1
+    SELECT empno FROM emp WHERE sal < TRUNC(:1) -> 932@-1
+    SELECT empno FROM emp WHERE photo = :1 + 1 -> 932@36
+    SELECT hired + (:1 - 1) FROM emp WHERE empno = 1 -> 975@-1)",
+         std::string_view("\x78\x64\1\1\x0b\1\1", kDateSize));
+  expect(R"(
+    SELECT empno + :1, TRUNC(:2), :3 + 1 || 'x' FROM emp WHERE empno + :4 = '11' -> 11,10,11x
+    SELECT empno FROM emp WHERE :1 - 1 < :2 AND :3 + 1 > '5' AND sal > :4 + 1000 -> 2/3
+    SELECT empno FROM emp WHERE hired - :1 > '01-JAN-00' OR hired + :1 < hired - :2 -> 2/7
+    SELECT TO_CHAR(hired - :1, 'DD'), NVL(:2 + 1, '7') FROM emp WHERE empno = 1 -> 22,11
+    SELECT :1 + 1 FROM dual UNION SELECT sal FROM emp WHERE empno = 1 -> 11/800
+    INSERT INTO emp (empno, hired) VALUES (9, :1 + 1) -> 932@-1
+    INSERT INTO emp (empno, sal) VALUES (:1 - 1, :2 * 1e6) -> 1438@-1)");
 }
 
 TEST_F(DialectTest, RowsAreNumberedBeforeTheyAreSortedOrGrouped) {

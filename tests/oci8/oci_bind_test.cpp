@@ -107,6 +107,20 @@ TEST_F(Bind, ValuesAreReadByTheRulesOfTheirType) {
   }
 }
 
+// A describe has said VARCHAR2 or NUMBER, before there was a value.
+TEST_F(Bind, ADateInASelectListIsFetchedAsText) {
+  const std::string day = seven({119, 199, 3, 15, 14, 6, 10});
+  for (const auto& [item, expected] : std::vector<std::pair<std::string, std::string>>{
+           {":d", "15-MAR-99"}, {":d + 1", "16-MAR-99"}, {"trunc(:d)", "15-MAR-99"}}) {
+    std::string out(9, '?');
+    ASSERT_EQ(c.prepare("select " + item + " from dual"), OCI_SUCCESS);
+    ASSERT_EQ(c.bind(1, day.data(), day.size(), SQLT_DAT), OCI_SUCCESS);
+    ASSERT_EQ(c.define(1, out.data(), out.size(), SQLT_CHR), OCI_SUCCESS);
+    EXPECT_EQ(c.error_of(c.execute(1)), 0) << item;
+    EXPECT_EQ(out, expected) << item;
+  }
+}
+
 TEST_F(Bind, IndicatorAndLengthAreReadByEachExecute) {
   sb2 indicator = 0;
   ub2 size = 2;

@@ -208,7 +208,8 @@ Family family_of(ub2 internal) {
 template <class Shape>
 Converter text_converter(Family family) {
   if (family == Family::None) return nullptr;
-  return family == Family::Date ? to_text<Shape, put_date> : to_text<Shape, put_any>;
+  // A placeholder's date may come where the describe has said VARCHAR2 or NUMBER.
+  return family == Family::Bytes ? to_text<Shape, put_any> : to_text<Shape, put_date>;
 }
 
 Converter integer_converter(size_t room) {

@@ -21,7 +21,7 @@ Fragment either(Context& context, Scope& scope);
 
 Fragment numeric(const Fragment& value) {
   // What a placeholder holds is seen at run time only: it may be a date beside a number of days.
-  if (value.type.value_class() == ValueClass::Unknown) return value;
+  if (may_be_date_or_number(value)) return value;
   return coerce(value, ValueClass::Number);
 }
 
@@ -45,6 +45,24 @@ Fragment operate(std::string_view function, const Fragment& left, const Fragment
   return result;
 }
 
+// Date plus or minus days is a date, days plus a date as well; the difference of two dates is a
+// number of days. An operand that may be either leaves the sum open, unless the other one decides:
+// beside a date there is room for days only, and from a number only a number can be taken.
+StaticType sum_type(const Fragment& left, const Fragment& right, bool add) {
+  const bool left_open = may_be_date_or_number(left), right_open = may_be_date_or_number(right);
+  const auto is_date = [](const Fragment& value) {
+    return value.type.value_class() == ValueClass::Date;
+  };
+  const bool left_decides = add ? is_date(left) : !left_open && !is_date(left);
+  const bool open = (left_open && !is_date(right)) || (right_open && !left_decides);
+  // Of an open sum the describe says what it is if each placeholder is a number.
+  const bool left_date = open ? left.type.code == SQLT_DAT : is_date(left);
+  const bool right_date = open ? right.type.code == SQLT_DAT : is_date(right);
+  const bool date = left_date != right_date && (left_date || add);
+  if (open) return open_type(date);
+  return date ? date_type() : number_type();
+}
+
 // The engine's own operator serves where integers stay far from its limits; all else goes through
 // functions, which keep decimals exact and know dates.
 Fragment add_or_subtract(const Fragment& left, const Fragment& right, bool add) {
@@ -57,11 +75,8 @@ Fragment add_or_subtract(const Fragment& left, const Fragment& right, bool add) 
   const bool left_date = left.type.value_class() == ValueClass::Date;
   const bool right_date = right.type.value_class() == ValueClass::Date;
   if (left_date && right_date && add) fail(975, {}, static_cast<int>(left.offset));
-  // Date plus or minus days is a date, days plus a date as well; the difference of two dates is a
-  // number of days.
-  const bool is_date = left_date != right_date && (left_date || add);
   return operate(add ? "ora_add" : "ora_sub", left_date ? left : numeric(left),
-                 right_date ? right : numeric(right), is_date ? date_type() : number_type());
+                 right_date ? right : numeric(right), sum_type(left, right, add));
 }
 
 // Two factors without digits behind the point stay with the engine as long as their product is

@@ -52,6 +52,7 @@ Fragment to_text(const Fragment& value) {
       return wrap("rawtohex", value, text_type(size));
     case ValueClass::Number:
     case ValueClass::Date:
+    case ValueClass::DateOrNumber:
     case ValueClass::Unknown:
       return wrap("ora_text", value, text_type(size));
     default:
@@ -67,6 +68,21 @@ void pad_literal(Fragment& literal, size_t size) {
   if (value.size() < size) value.resize(size, ' ');
   literal.sql = quote_text(value);
   literal.text = value;
+}
+
+// The class with the highest rank decides a comparison: '007' = 7 compares numbers, and a sum with
+// a placeholder becomes what the other side is.
+int rank(ValueClass of_value) {
+  switch (of_value) {
+    case ValueClass::Unknown:
+      return 0;
+    case ValueClass::Text:
+      return 1;
+    case ValueClass::DateOrNumber:
+      return 2;
+    default:
+      return 3;
+  }
 }
 
 // What counts of a literal when blanks are filled up.
@@ -123,6 +139,11 @@ Fragment store_large(const Fragment& value, const ColumnInfo& column, bool as_te
 
 }  // namespace
 
+bool may_be_date_or_number(const Fragment& value) {
+  const ValueClass known = value.type.value_class();
+  return !value.null && (known == ValueClass::Unknown || known == ValueClass::DateOrNumber);
+}
+
 bool is_placeholder(const Fragment& value) {
   return value.sql.starts_with('?') &&
          value.sql.find_first_not_of("0123456789", 1) == std::string::npos;
@@ -130,6 +151,7 @@ bool is_placeholder(const Fragment& value) {
 
 // ROWIDs are text to everything but a comparison with a row's own.
 ValueClass StaticType::value_class() const {
+  if (open) return ValueClass::DateOrNumber;
   switch (code) {
     case SQLT_NUM:
       return ValueClass::Number;
@@ -174,6 +196,12 @@ StaticType date_type() {
   return {SQLT_DAT, 7, 0, 0, 0};
 }
 
+StaticType open_type(bool as_date) {
+  StaticType type = as_date ? date_type() : number_type();
+  type.open = true;
+  return type;
+}
+
 StaticType type_of(const ColumnInfo& column) {
   StaticType type{column.type, column.size, column.precision, column.scale, 0};
   // Up to 15 digits every sum of a few values stays exact in the engine's own integers.
@@ -203,11 +231,12 @@ size_t text_size(const StaticType& type) {
   }
 }
 
-// A literal NULL has no type and takes the other's. Lengths grow to the longer; two precisions
-// that differ leave a NUMBER without one.
+// A literal NULL has no type and takes the other's, as does a type that is open. Lengths grow to
+// the longer; two precisions that differ leave a NUMBER without one.
 StaticType common_type(const StaticType& left, const StaticType& right) {
   if (left.code == 0) return right;
   if (right.code == 0) return left;
+  if (left.open != right.open) return left.open ? right : left;
   if (left.value_class() == ValueClass::Text) {
     if (left.code == right.code && left.size == right.size) return left;
     return text_type(std::max(text_size(left), text_size(right)));
@@ -306,11 +335,15 @@ std::string quote_text(std::string_view value) {
 }
 
 // Only character data converts to other classes by itself. NULL needs no conversion, and a class
-// that is not known is left to the operator, which sees the value.
+// that is not known is left to the operator, which sees the value. What may be a date or a number
+// is checked at run time for the one that it has to be.
 Fragment coerce(const Fragment& value, ValueClass target) {
   const ValueClass from = value.type.value_class();
   if (value.null || from == target || target == ValueClass::Unknown) return value;
-  const bool convertible = from == ValueClass::Text || from == ValueClass::Unknown;
+  const bool number_or_date = from == ValueClass::Number || from == ValueClass::Date;
+  if (target == ValueClass::DateOrNumber && number_or_date) return value;
+  const bool convertible = from == ValueClass::Text || from == ValueClass::Unknown ||
+                           (from == ValueClass::DateOrNumber && target != ValueClass::Raw);
   if (target == ValueClass::Text) return to_text(value);
   if (!convertible) fail(932, {}, static_cast<int>(value.offset));
   switch (target) {
@@ -318,6 +351,8 @@ Fragment coerce(const Fragment& value, ValueClass target) {
       return wrap("ora_number", value, number_type());
     case ValueClass::Date:
       return wrap("ora_date", value, date_type());
+    case ValueClass::DateOrNumber:
+      return wrap("ora_date_or_number", value, open_type(false));
     case ValueClass::Raw:
       return wrap_sized("store_raw", value, {SQLT_BIN, 2000, 0, 0, 0});
     default:
@@ -332,10 +367,7 @@ void make_comparable(const std::vector<Fragment*>& values) {
   bool fixed = true;
   for (const Fragment* value : values) {
     const ValueClass of_value = value->null ? ValueClass::Unknown : value->type.value_class();
-    // Against character data the other side decides: '007' = 7 compares numbers.
-    if (target == ValueClass::Unknown || target == ValueClass::Text) {
-      if (of_value != ValueClass::Unknown) target = of_value;
-    }
+    if (rank(of_value) > rank(target)) target = of_value;
     // A single value of varying length turns blank-padding off for all, as on the server.
     fixed = fixed && (value->null || is_fixed(value->type));
   }

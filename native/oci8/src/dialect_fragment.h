@@ -16,8 +16,8 @@
 namespace oci8 {
 
 /// What counts for conversions and comparisons; lengths and forms of a type make no difference.
-/// Unknown is what only a run can tell.
-enum class ValueClass : ub1 { Unknown, Number, Text, Date, Raw, Long, Lob };
+/// Unknown is what only a run can tell; DateOrNumber what it can tell of a sum with a placeholder.
+enum class ValueClass : ub1 { Unknown, Number, Text, Date, DateOrNumber, Raw, Long, Lob };
 
 /// The type of an expression as far as it is known while the statement is translated. Sizes are
 /// bytes.
@@ -27,16 +27,19 @@ struct StaticType {
   sb2 precision = 0;
   sb1 scale = 0;
   double bound = 0;  // greatest magnitude of a value known to be an integer, else 0
+  bool open = false;  // NUMBER or DATE: described as `code` says, but a run may give the other
 
   ValueClass value_class() const;
 };
 
 /// Types of results: a NUMBER without precision; the same with a known greatest magnitude; a
-/// VARCHAR2 of at most `size` bytes (held to 1..4000); a DATE; and the type of a column.
+/// VARCHAR2 of at most `size` bytes (held to 1..4000); a DATE; a DATE or NUMBER that is described
+/// as one of them; and the type of a column.
 StaticType number_type();
 StaticType integer_type(double bound);
 StaticType text_type(size_t size);
 StaticType date_type();
+StaticType open_type(bool as_date);
 StaticType type_of(const ColumnInfo& column);
 /// The most bytes that the value has as character data.
 size_t text_size(const StaticType& type);
@@ -95,6 +98,8 @@ std::string quote_text(std::string_view value);
 Fragment coerce(const Fragment& value, ValueClass target);
 /// Makes values comparable by one class; blank-pads where all are fixed-length character data.
 void make_comparable(const std::vector<Fragment*>& values);
+/// Whether only a run tells if the value is a date or a number.
+bool may_be_date_or_number(const Fragment& value);
 /// Whether the fragment is a placeholder and nothing else.
 bool is_placeholder(const Fragment& value);
 /// The value as it is stored into the column: checked, padded or rounded by its declared type.

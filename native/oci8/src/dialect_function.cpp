@@ -131,6 +131,9 @@ StaticType result_type(Result result, std::vector<Fragment>& arguments) {
     case Result::Date:
       return date_type();
     case Result::DateOrNumber: {
+      if (may_be_date_or_number(arguments.front())) {
+        return open_type(arguments.front().type.code == SQLT_DAT);
+      }
       const bool date = arguments.front().type.value_class() == ValueClass::Date;
       if (!date) arguments.front() = argument_of_class(arguments.front(), 'n');
       return date ? date_type() : number_type();
@@ -295,11 +298,16 @@ std::vector<Fragment> argument_list(Context& context, Scope& scope) {
 
 }  // namespace
 
-// The first value with a known type decides, as on the server.
+// The first value with a known type decides, as on the server; where it may be a date or a number,
+// the first one that is either.
 StaticType unify(const std::vector<Fragment*>& values) {
   ValueClass target = ValueClass::Unknown;
   for (const Fragment* value : values) {
-    if (target == ValueClass::Unknown) target = value->type.value_class();
+    const ValueClass known = value->type.value_class();
+    const bool decides = known == ValueClass::Date || known == ValueClass::Number;
+    if (target == ValueClass::Unknown || (target == ValueClass::DateOrNumber && decides)) {
+      target = known;
+    }
   }
   StaticType type;
   for (Fragment* value : values) {

@@ -413,6 +413,15 @@ void make_member(Query& member) {
   if (member.limited) make_table(member);
 }
 
+// Where a date or a number may come, both may.
+bool agree(const StaticType& left, const StaticType& right) {
+  const auto date_or_number = [](const StaticType& type) {
+    return type.code == SQLT_NUM || type.code == SQLT_DAT;
+  };
+  if (left.open || right.open) return date_or_number(left) && date_or_number(right);
+  return left.value_class() == right.value_class();
+}
+
 // The first query names the columns; types must agree in class and are widened.
 // A large value can neither be compared with others nor be taken for another type's.
 void combine_columns(Query& left, const Query& right, bool all, ub4 offset) {
@@ -420,7 +429,7 @@ void combine_columns(Query& left, const Query& right, bool all, ub4 offset) {
   for (size_t i = 0; i < left.columns.size(); ++i) {
     StaticType& type = left.types[i];
     const StaticType& other = right.types[i];
-    if (type.code != 0 && other.code != 0 && type.value_class() != other.value_class()) {
+    if (type.code != 0 && other.code != 0 && !agree(type, other)) {
       fail(1790, {}, static_cast<int>(offset));
     }
     const bool large = may_be_large(type.code) || may_be_large(other.code);

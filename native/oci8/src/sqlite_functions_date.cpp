@@ -205,10 +205,23 @@ void next_day(Call& call) {
   call.give_date(days_to_date(date_to_days(fields) + days));
 }
 
+// For what stands beside a value that may be a date or a number: text is the one that it reads as.
+void date_or_number(Call& call) {
+  if (call.is_null(0)) return;
+  if (call.is_date(0)) return call.give_argument(0);
+  Number number;
+  const bool is_text = call.type(0) == SQLITE_TEXT;
+  if (is_text && parse_number(call.bytes(0), number) == NumberParse::Invalid) {
+    return call.give_date(call.date(0));
+  }
+  call.give_number(call.number(0));
+}
+
 constexpr SqlFunction kFunctions[] = {{"add_months", 2, run_call<add_months>},
                                       {"months_between", 2, run_call<months_between>},
                                       {"last_day", 1, run_call<last_day>},
-                                      {"next_day", 2, run_call<next_day>}};
+                                      {"next_day", 2, run_call<next_day>},
+                                      {"ora_date_or_number", 1, run_call<date_or_number>}};
 
 }  // namespace
 
