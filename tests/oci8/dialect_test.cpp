@@ -220,6 +220,12 @@ TEST_F(DialectTest, QueriesCombineTables) {
     SELECT (SELECT dname FROM dept d WHERE d.deptno = e.deptno) FROM emp e -> SALES/SALES/-
     SELECT (SELECT dname FROM dept) FROM dual -> 1427@-1
     SELECT deptno+1, SUM(sal) FROM emp GROUP BY deptno+1 HAVING COUNT(*) > 1 -> 11,2400.56
+    SELECT 'x' FROM emp HAVING COUNT(*) > 1 -> x | SELECT 'x' FROM emp HAVING COUNT(*) > 3 ->
+    SELECT 'x', 2 FROM emp WHERE empno > 9 HAVING COUNT(*) = 0 -> x,2
+    SELECT (SELECT MAX(ename) FROM emp) FROM emp HAVING 1 = 1 ORDER BY 1 -> SMITH
+    SELECT dname FROM dept d WHERE EXISTS (SELECT 1 FROM emp e WHERE e.deptno = d.deptno AND
+      ROWNUM < 9 HAVING COUNT(*) > 1) -> SALES
+    SELECT dummy FROM SYS.DUAL, sys.emp -> 942@28 | SELECT d.* FROM SYS.DUAL d -> X
     SELECT dname FROM dept d WHERE EXISTS (SELECT 1 FROM emp WHERE deptno = d.deptno) FOR UPDATE
       OF dname NOWAIT -> SALES)");
 }

@@ -327,6 +327,20 @@ class Block {
 
   // --- The whole ---------------------------------------------------------------------------------
 
+  // HAVING alone makes one group of the table, but for the engine only where the select list holds
+  // a group function: one is added that leaves the item as it is.
+  void group_whole_table() {
+    const auto aggregate = [](const Item& item) { return item.value.aggregate; };
+    if (!having_ || !groups_.sql.empty() || std::ranges::any_of(items_, aggregate)) return;
+    Fragment& value = items_.front().value;
+    Fragment grouped = fragment("CASE WHEN count(*) >= 0 THEN ", value.offset);
+    grouped.add(value).add(" END");
+    deepen(grouped, 5);
+    value.sql = std::move(grouped.sql);
+    value.marks = std::move(grouped.marks);
+    value.weight = grouped.weight;
+  }
+
   // Every item is given its name: the engine makes names of its own for expressions.
   void write_list(Fragment& sql, Query& result) {
     for (size_t i = 0; i < items_.size(); ++i) {
@@ -348,6 +362,7 @@ class Block {
     Query result;
     ++context_.queries;
     Fragment sql = fragment(distinct_ ? "SELECT DISTINCT " : "SELECT ", tokens().offset());
+    group_whole_table();
     write_list(sql, result);
     Fragment sources = join_sources(from_, conditions_);
     if (!limited_.empty()) sources = limited_sources(sources);
