@@ -59,6 +59,7 @@ TEST(Date, IsWrittenByModel) {
     dy Dy DY|day| -> fri Fri FRI|friday   |
     HH:MI AM|hh12 p.m. -> 03:04 PM|03 p.m.
     "Year: "YYYY "Q"Q -> Year: 1999 Q1 | DDD D WW W IW CC J SSSSS -> 064 6 10 1 09 20 2451243 54249
+    Y,YYY fmy,yyy, DD -> 1,999 1,999, 5
     SYYYY YYY Y RR RRRR BC ->  1999 999 9 99 1999 AD | XYZ -> ORA-01821 | YYYY "open -> ORA-01821)")) {
     EXPECT_EQ(outcome([&] { return kDay; }, format), expected) << format;
   }
@@ -73,6 +74,7 @@ TEST(Date, IsReadByModel) {
     '  2024-02-09' as YYYY-MM-DD HH24:MI -> 2024-2-9 0:0:0
     '12:30 am 2024-01-01' as HH:MI AM YYYY-MM-DD -> 2024-1-1 0:30:0
     '12:30 P.M. 2024-01-01' as HH12:MI P.M. YYYY-MM-DD -> 2024-1-1 12:30:0
+    '2,007-02' as Y,YYY-MM -> 2007-2-1 0:0:0
     '2024 060' as YYYY DDD -> 2024-2-29 0:0:0 | '2451545' as J -> 2000-1-1 0:0:0
     '2024-01-01 86399' as YYYY-MM-DD SSSSS -> 2024-1-1 23:59:59
     '44-03-15 BC' as YYYY-MM-DD BC -> -44-3-15 0:0:0

@@ -75,6 +75,11 @@ void DateWriter::year_item(const DateItem& item) {
       // away.
       if (fields_.year < 0 || fill_) out_ += fields_.year < 0 ? '-' : ' ';
       return number(year, 4);
+    case DateElement::YearComma:
+      // Behind the comma stand three digits, also where FM takes zeros away.
+      number(year / 1000, 1);
+      out_ += ',' + std::to_string(1000 + year % 1000).substr(1);
+      return;
     case DateElement::Year3:
       return number(year % 1000, 3);
     case DateElement::Year2:

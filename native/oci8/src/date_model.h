@@ -17,6 +17,7 @@ enum class DateElement : ub1 {
   Literal,  // punctuation or quoted text
   SignedYear,
   Year4,
+  YearComma,  // Y,YYY
   Year3,
   Year2,
   Year1,

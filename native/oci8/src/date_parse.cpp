@@ -30,6 +30,7 @@ class DateReader {
   void literal(std::string_view spelling);
   void element(const DateItem& item);
   void year(const DateItem& item, int width);
+  void comma_year();
   void round_year(const DateItem& item);
   void month(bool digits_allowed);
   void meridian();
@@ -136,6 +137,15 @@ void DateReader::year(const DateItem& item, int width) {
   if (negative) year_ = -year_;
 }
 
+// All four digits, with their comma: 2,007.
+void DateReader::comma_year() {
+  if (year_ != 0) fail(1810);
+  const int thousands = number(1);
+  literal(",");
+  year_ = thousands * 1000 + number(3);
+  if (year_ == 0) fail(1841);
+}
+
 // Two digits mean the nearest such year: 00 to 49 in the half century that today is near.
 void DateReader::round_year(const DateItem& item) {
   const int size = digits_ahead();
@@ -185,6 +195,8 @@ void DateReader::element(const DateItem& item) {
     case DateElement::SignedYear:
     case DateElement::Year4:
       return year(item, 4);
+    case DateElement::YearComma:
+      return comma_year();
     case DateElement::Year3:
       return year(item, 3);
     case DateElement::Year2:
