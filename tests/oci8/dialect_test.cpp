@@ -197,6 +197,10 @@ TEST_F(DialectTest, RowsAreNumberedBeforeTheyAreSortedOrGrouped) {
     SELECT deptno, COUNT(*) FROM emp WHERE ROWNUM < 3 GROUP BY deptno -> 10,2
     SELECT empno FROM emp WHERE ROWNUM = 1 OR empno = 3 -> 3001@37
     SELECT empno FROM emp WHERE ROWNUM > 1 -> | SELECT empno FROM emp WHERE ROWNUM < :1 -> 1/2/3
+    SELECT empno FROM emp WHERE ROWNUM BETWEEN 1 AND 2 AND 4 > ROWNUM -> 1/2
+    SELECT empno FROM emp WHERE ROWNUM BETWEEN 2 AND 3 ->
+    SELECT empno FROM emp WHERE ROWNUM BETWEEN :1 - 9 AND sal -> 3001@54
+    SELECT empno FROM emp WHERE ROWNUM BETWEEN NULL AND 3 ->
     SELECT e, r FROM (SELECT a.*, ROWNUM r FROM (SELECT empno e FROM emp ORDER BY e DESC) a WHERE
       ROWNUM <= 2) WHERE r > 1 -> 2,2
     SELECT empno FROM emp WHERE ROWID = (SELECT ROWID FROM emp WHERE ename = 'FORD') -> 3

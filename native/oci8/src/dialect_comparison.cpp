@@ -107,6 +107,15 @@ Fragment row_bound(Operator operation, const Fragment& bound) {
   return as_condition(std::move(result));
 }
 
+// Two bounds in one: the lesser limit holds.
+Fragment row_bounds_between(Context& context, Scope& scope) {
+  Fragment result = row_bound(Operator::GreaterEqual, operand(context, scope));
+  context.tokens.expect_word("AND");
+  const Fragment high = row_bound(Operator::LessEqual, operand(context, scope));
+  result.limit = "min(" + result.limit + "," + high.limit + ")";
+  return result;
+}
+
 // --- Two sides -----------------------------------------------------------------------------------
 
 // A row is found by its number, not by the text of every row's number.
@@ -344,10 +353,12 @@ Fragment exists(Context& context, Scope& scope) {
 Fragment comparison(Context& context, Scope& scope) {
   Tokens& tokens = context.tokens;
   if (tokens.is_word("EXISTS")) return exists(context, scope);
-  const Operator of_rownum = operator_at(tokens, 1);
-  if (tokens.is_word("ROWNUM") && of_rownum != Operator::None && !scope.select_list) {
-    tokens.skip(2);
-    return row_bound(of_rownum, operand(context, scope));
+  if (tokens.is_word("ROWNUM") && !scope.select_list) {
+    const Operator of_rownum = operator_at(tokens, 1);
+    const bool between = tokens.is_word("BETWEEN", 1);
+    if (between || of_rownum != Operator::None) tokens.skip(2);
+    if (between) return row_bounds_between(context, scope);
+    if (of_rownum != Operator::None) return row_bound(of_rownum, operand(context, scope));
   }
   Fragment left = operand(context, scope);
   // A condition in parentheses: it is whole, and no operator can follow that would take it as a
