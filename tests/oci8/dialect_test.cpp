@@ -274,7 +274,9 @@ TEST_F(DialectTest, ErrorsNameTheirPlace) {
     SELECT 1 x y FROM dual -> 923@11 | SELECT FROM dual -> 936@7
     SELECT 1 FROM dual WHERE 1 -> 920@26 | SELECT 1 FROM dual x y -> 933@21
     SELECT 1 FROM dual; -> 911@18 | SELECT 'a FROM dual -> 1756@7
-    SELECT 12345678901234567890 FROM dual -> 1438@7 | SELECT (1 + 2 x) FROM dual -> 907@14
+    SELECT 12345678901234567890 FROM dual -> 1426@7 | SELECT (1 + 2 x) FROM dual -> 907@14
+    INSERT INTO dept (deptno) VALUES (12345678901234567890) -> 1438@34
+    SET TRANSACTION READ ONLY -> 3001@16 | SET TRANSACTION READ WRITE ->
     SELECT UPPER() FROM dual -> 938@7 | SELECT ename, COUNT(*) FROM emp -> 937@7
     SELECT ename FROM emp GROUP BY deptno -> 979@7 | SELECT 1 FROM emp WHERE SUM(sal) > 1 -> 934@24
     SELECT hired + hired FROM emp -> 975@7 | SELECT 1 FROM emp WHERE hired = 5 -> 932@32

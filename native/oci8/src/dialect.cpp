@@ -150,11 +150,14 @@ Translation lock_table(Context& context) {
                 context);
 }
 
-// Every transaction of the engine is serializable already, and rollback segments it has none: all
-// that can be asked for here is so or means nothing.
+// Every transaction of the engine is serializable already, and rollback segments it has none: what
+// can be asked for here is so or means nothing. But a client that asks for READ ONLY relies on its
+// changes being refused, which they would not be.
 Translation set_transaction(Context& context) {
-  context.tokens.skip();
-  context.tokens.expect_word("TRANSACTION", 922);
+  Tokens& tokens = context.tokens;
+  tokens.skip();
+  tokens.expect_word("TRANSACTION", 922);
+  if (tokens.is_word("READ") && tokens.is_word("ONLY", 1)) tokens.fail_here(3001);
   return finish(Action::Control, {}, context);
 }
 

@@ -115,13 +115,16 @@ Fragment null_literal(ub4 offset) {
   return result;
 }
 
-// A literal that would lose digits is refused as a stored value would be; rounding it silently
-// would make comparisons with it wrong.
-Fragment number_literal(Context& context) {
+// A literal that would lose digits is refused; rounding it silently would make comparisons with it
+// wrong. With no table in sight it is on its way into a column (VALUES, DEFAULT), and refused as
+// any other value for that.
+Fragment number_literal(Context& context, const Scope& scope) {
   const ub4 offset = context.tokens.offset();
   const std::string_view digits = context.tokens.spelling();
   Number value;
-  if (parse_number(digits, value) != NumberParse::Ok) context.tokens.fail_here(1438);
+  if (parse_number(digits, value) != NumberParse::Ok) {
+    context.tokens.fail_here(scope.sources.empty() ? 1438 : 1426);
+  }
   context.tokens.skip();
   // A decimal is read by the function that reads stored values, for the same bits: the engine's
   // own reading may differ in the last one.
@@ -427,7 +430,7 @@ Fragment keyword_value(Context& context, Scope& scope) {
 Fragment primary(Context& context, Scope& scope) {
   switch (context.tokens.kind()) {
     case TokenKind::Number:
-      return number_literal(context);
+      return number_literal(context, scope);
     case TokenKind::String:
       return string_literal(context);
     case TokenKind::Placeholder:

@@ -114,13 +114,15 @@ std::string Tokens::name(int code) {
   return result;
 }
 
-// Another owner's object is not found rather than found under the user's own name.
+// Another owner's object is not found rather than found under the user's own name; but DUAL is the
+// system's, whoever names it.
 std::string Tokens::object_name(std::string_view user, int code) {
   // The error of a foreign owner points at the owner, so that the place has to be remembered.
   const size_t first = at_;
   std::string result = name(code);
   if (!accept_symbol(".")) return result;
-  if (result != user) {
+  const bool dual = result == "SYS" && is_word("DUAL");
+  if (result != user && !dual) {
     seek(first);
     fail_here(942);
   }
