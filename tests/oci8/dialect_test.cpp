@@ -230,6 +230,9 @@ TEST_F(DialectTest, QueriesCombineTables) {
     SELECT dname FROM dept d WHERE EXISTS (SELECT 1 FROM emp e WHERE e.deptno = d.deptno AND
       ROWNUM < 9 HAVING COUNT(*) > 1) -> SALES
     SELECT dummy FROM SYS.DUAL, sys.emp -> 942@28 | SELECT d.* FROM SYS.DUAL d -> X
+    SELECT DECODE(SUM(x), .3, 'three'), AVG(DISTINCT x) FROM (SELECT 1000.1 x FROM dual UNION ALL
+      SELECT -1000 FROM dual UNION ALL SELECT .2 FROM dual) -> three,.1
+    SELECT 1 FROM dual WHERE 1000.1-1000 = .1 -> 1
     SELECT dname FROM dept d WHERE EXISTS (SELECT 1 FROM emp WHERE deptno = d.deptno) FOR UPDATE
       OF dname NOWAIT -> SALES)");
 }

@@ -52,6 +52,10 @@ TEST_F(Functions, OperatorsCalculateAsTheServerDoes) {
     ora_add(1, '') -> NULL | ora_mul(1.1, 1.1) -> 1.21
     ora_mul(4000000000, 4000000000) -> 16000000000000000000 | ora_mul(1e120, 1e120) -> ORA-01426
     ora_sub(9007199254740993, 1) -> 9007199254740992 | ora_div(1, 3) -> .333333333333333
+    ora_sub(1000.1, 1000) = .1 -> 1 | ora_sub(123456.78, 123456) -> .78
+    ora_add(-.123456789012345, .12345) -> -.000006789012345 | ora_sub(.00012, 1e-30) -> .00012
+    ora_sub(1.6021e-30, 1.6e-30) = 2.1e-33 -> 1 | ora_sub(1.00001e25, 1e25) -> 100000000000000000000
+    ora_add(9007199254740993, .5) -> 9007199254740990 | ora_add(ora_div(2, 3), ora_div(1, 3)) -> 1
     ora_mul(ora_div(1, 3), 3) -> 1 | ora_div(1.21, 1.1) = 1.1 -> 1
     ora_div(9007199254740993, 1) -> 9007199254740993
     ora_div(-9223372036854775807 - 1, -1) -> 9223372036854780000 | ora_div(1, 0) -> ORA-01476
@@ -114,6 +118,9 @@ TEST_F(Functions, NumberAndChoiceFunctions) {
     trunc(1299, -2) -> 1200 | abs(-1.5) -> 1.5
     abs(-9223372036854775807 - 1) -> 9223372036854780000 | ceil(1.1) -> 2 | floor(-1.1) -> -2
     mod(-11, 4) -> -3 | mod(1.1, .1) -> 0 | mod(5.3, 2.1) -> 1.1 | mod(11, 0) -> 11
+    mod(5.1, 1) -> .1 | mod(-.3, .1) -> 0 | mod(10.7, -.1) -> 0 | mod(-10.75, .1) -> -.05
+    mod(6.99999999999999, .0007) -> .00069999999999 | mod(1234567890.1, .9999999999) -> .223456789
+    mod(1.5, 1e100) -> 1.5 | mod(1e20, 9223372036854775807) -> 7766279631452240000
     mod(-9223372036854775807 - 1, -1) -> 0 | sign(-.5) -> -1 | power(-2, .5) -> ORA-01428
     power(10, 400) -> ORA-01426 | sqrt(2) -> 1.4142135623731 | sqrt(-1) -> ORA-01428
     log(10, 1000) -> 3 | ln(0) -> ORA-01428 | nvl(NULL, 5) -> 5 | nvl('', 'x') -> 'x'
@@ -122,6 +129,34 @@ TEST_F(Functions, NumberAndChoiceFunctions) {
     decode('2', 1, 'one', 2, 'two') -> 'two' | decode(3, 1, 'one', 2, 'two') -> NULL
     decode(3, 1, 'one', 5) -> '5' | decode(1, 2) -> ORA-00938 | greatest('b', 'a', 'c') -> 'c'
     greatest(2, '10') -> 10 | least('10', 2) -> '10' | least(1, NULL) -> NULL)");
+}
+
+// The call stands before "of", the values of v in the rows behind it. Each row is there once for
+// each sign in w.
+TEST_F(Functions, GroupFunctionsAddDecimals) {
+  const char* const table = R"(
+    sum(v) of 1000.1; -1000; .2 -> .3 | typeof(sum(v)) of .5; .5 -> 'integer'
+    sum(v) of NULL; '' -> NULL | sum(v) of NULL; '2.5'; 1 -> 3.5 | sum(v) of 1; 'x' -> ORA-01722
+    sum(v) of x'41' -> ORA-00932 | sum(DISTINCT v) of .1; .1; .2 -> .3 | sum(v) of -.75; .5 -> -.25
+    ora_sub(sum(v), 1) of .1; .1; .1; .1; .1; .1; .1; .1; .1; .1 -> 0
+    sum(ora_mul(v, w)) of .07; 100000.13; 19.99; .01; 12345678.9 -> 0
+    sum(v) of 9223372036854775807; 1 -> 9223372036854780000
+    sum(v) of 9223372036854775807; 1; -9223372036854775807 -> 1
+    sum(v) of -1000000000000000000; .5; .5 -> -999999999999999999
+    sum(v) of 9007199254740993; .5 -> 9007199254740990 | ora_mul(sum(v), 3) of ora_div(1, 3) -> 1
+    sum(v) of 1e20; 1e-20 -> 100000000000000000000 | sum(v) of 1e308; 1e308 -> ORA-01426
+    avg(v) of 1; 2; NULL -> 1.5 | avg(v) of .1; .1; .1 -> .1 | avg(v) of NULL -> NULL
+    avg(v) of 9007199254740993 -> 9007199254740993 | avg(v) of 1; 1; 2 -> 1.33333333333333)";
+  for (const auto& [written, expected] : cases(table)) {
+    const size_t of = written.find(" of ");
+    const std::string call = written.substr(0, of);
+    const std::string rows = std::regex_replace(written.substr(of + 4), std::regex("; "), "),(");
+    const std::string signs = call.find('w') == call.npos ? "(1)" : "(1),(-1)";
+    EXPECT_EQ(value("(WITH t(v) AS (VALUES(" + rows + ")), u(w) AS (VALUES" + signs + ") SELECT " +
+                    call + " FROM u, t)"),
+              expected)
+        << written;
+  }
 }
 
 TEST_F(Functions, DateFunctions) {

@@ -38,6 +38,25 @@ bool read_decimal(std::string_view text, Decimal& out);
 Decimal decimal_of(const Number& value);
 /// False for a value that no Number keeps exactly.
 bool number_of(const Decimal& decimal, Number& out);
+/// The same of the decimal with 15 digits where all of them cannot be kept: false only for a value
+/// outside of the server's range.
+bool nearest_number(Decimal decimal, Number& out);
+
+/// An integer over ten to the power of `places`: the form in which decimals are added.
+struct Scaled {
+  long long digits = 0;
+  int places = 0;
+};
+
+/// False for a double that stands for no decimal of at most 15 digits, as a quotient may be.
+bool scaled_of(const Number& value, Scaled& out);
+/// Gives both the greater number of places; false where 64 bits do not hold that.
+bool same_places(Scaled& left, Scaled& right);
+Decimal decimal_of(const Scaled& value);
+
+/// What the division of one decimal by another leaves, with the sign of the dividend; a divisor of
+/// zero leaves the dividend. False where the divisor has too many digits for it.
+bool remainder(const Decimal& dividend, const Decimal& divisor, Decimal& out);
 
 /// Keeps `scale` digits behind the point (negative: before it).
 void round_decimal(Decimal& decimal, int scale, Rounding rounding);

@@ -169,7 +169,7 @@ StaticType unify_from(std::vector<Fragment>& arguments, size_t from) {
 
 // --- Functions with a syntax of their own --------------------------------------------------------
 
-// Group functions are the engine's own: their numbers come in as integers or short decimals.
+// The engine has all of them; its SUM and AVG are replaced by those of sqlite_functions.cpp.
 struct Aggregate {
   std::string_view name;
   std::string_view engine;
@@ -178,7 +178,7 @@ struct Aggregate {
 constexpr Aggregate kAggregates[] = {
     {"COUNT", "count("}, {"SUM", "sum("}, {"AVG", "avg("}, {"MIN", "min("}, {"MAX", "max("}};
 
-// SUM and AVG of text would be 0 for the engine where a number cannot be read, ORA-01722 here.
+// Text that is no number is ORA-01722, a date or RAW is refused before a row is there.
 Fragment aggregate_argument(Context& context, Scope& scope, std::string_view name) {
   Fragment value = expression(context, scope);
   const bool numeric = name == "SUM" || name == "AVG";

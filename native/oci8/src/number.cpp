@@ -31,6 +31,9 @@ constexpr int kExponentLimit = 100000;
 // Scale of a FLOAT column, whose precision counts binary digits.
 constexpr int kFloatScale = -127;
 
+// Places of amounts and the like, which are tried before the search for a double's digits.
+constexpr int kShortPlaces = 4;
+
 constexpr int kMaxExactPower = 22;
 constexpr double kExactPowers[kMaxExactPower + 1] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
                                                      1e8,  1e9,  1e10, 1e11, 1e12, 1e13, 1e14, 1e15,
@@ -227,9 +230,8 @@ bool take_places(double magnitude, int places, long long& digits) {
 
 // Amounts and the like, which are most of the doubles that are written. 0 for any other value.
 size_t short_decimal_to_text(double value, char* out) {
-  constexpr int kPlaces = 4;
   long long digits = 0;
-  if (!take_places(std::abs(value), kPlaces, digits) || digits == 0) return 0;
+  if (!take_places(std::abs(value), kShortPlaces, digits) || digits == 0) return 0;
   char* const begin = out;
   if (value < 0) *out++ = '-';
   constexpr long long kUnit = 10000;
@@ -241,6 +243,22 @@ size_t short_decimal_to_text(double value, char* out) {
     rest %= place;
   }
   return static_cast<size_t>(out - begin);
+}
+
+// The decimal as an integer in units of the given place, or what that leaves over multiples of the
+// modulus, which is at most 10^18. `places` reaches the last digit.
+uint64_t units_of(const Decimal& decimal, int places, uint64_t modulus) {
+  uint64_t units = 0;
+  for (int i = 0; i < decimal.point + places; ++i) {
+    const int digit = i < decimal.size ? decimal.digits[i] - '0' : 0;
+    units = (units * 10 + static_cast<uint64_t>(digit)) % modulus;
+  }
+  return units;
+}
+
+// Neither has zeros at its ends, so that digits compare as text does.
+bool smaller_magnitude(const Decimal& left, const Decimal& right) {
+  return left.point < right.point || (left.point == right.point && left.view() < right.view());
 }
 
 // At least one digit stands behind the point, and the exponent has at least two: "1.0E+40".
@@ -290,6 +308,60 @@ bool number_of(const Decimal& decimal, Number& out) {
   if (decimal.size > kDoubleDigits || decimal.point > kMaxPoint) return false;
   out.is_integer = false;
   out.real = real_of(decimal);
+  return true;
+}
+
+bool nearest_number(Decimal decimal, Number& out) {
+  if (number_of(decimal, out)) return true;
+  round_decimal(decimal, kDoubleDigits - decimal.point, Rounding::HalfAwayFromZero);
+  return number_of(decimal, out);
+}
+
+bool scaled_of(const Number& value, Scaled& out) {
+  if (value.is_integer) {
+    out = {value.integer, 0};
+    return true;
+  }
+  out.places = kShortPlaces;
+  if (!take_places(std::abs(value.real), out.places, out.digits)) {
+    const Decimal decimal = decimal_of_real(value.real);
+    if (std::abs(real_of(decimal)) != std::abs(value.real)) return false;
+    out.places = decimal.size - decimal.point;
+    out.digits = 0;
+    for (char digit : decimal.view()) out.digits = out.digits * 10 + (digit - '0');
+  }
+  if (value.real < 0) out.digits = -out.digits;
+  return true;
+}
+
+bool same_places(Scaled& left, Scaled& right) {
+  Scaled& fewer = left.places < right.places ? left : right;
+  const int places = std::max(left.places, right.places);
+  for (; fewer.places < places && fewer.digits != 0; ++fewer.places) {
+    if (__builtin_mul_overflow(fewer.digits, 10, &fewer.digits)) return false;
+  }
+  fewer.places = places;
+  return true;
+}
+
+Decimal decimal_of(const Scaled& value) {
+  Decimal decimal = decimal_of_integer(value.digits);
+  if (decimal.size > 0) decimal.point -= value.places;
+  return decimal;
+}
+
+// As on paper, digit by digit: a quotient in a double would lose places that the remainder has.
+// With the dividend's places a divisor has no more digits than the greater dividend, and with its
+// own places its own digits: only integers have too many.
+bool remainder(const Decimal& dividend, const Decimal& divisor, Decimal& out) {
+  constexpr uint64_t kLimit = 1000000000000000000;
+  out = dividend;
+  if (divisor.size == 0 || smaller_magnitude(dividend, divisor)) return true;
+  const int places = std::max(dividend.size - dividend.point, divisor.size - divisor.point);
+  if (divisor.point + places > kIntegerDigits - 1) return false;
+  const uint64_t units = units_of(divisor, places, kLimit);
+  const auto rest = static_cast<long long>(units_of(dividend, places, units));
+  out = decimal_of(Scaled{dividend.negative ? -rest : rest, places});
   return true;
 }
 

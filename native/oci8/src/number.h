@@ -18,6 +18,9 @@ struct Number {
   bool is_integer = true;
   long long integer = 0;
   double real = 0;
+
+  /// Integers beyond 2^53 lose digits here.
+  double as_real() const { return is_integer ? static_cast<double>(integer) : real; }
 };
 
 enum class NumberParse { Ok, Invalid /* ORA-01722 */, Inexact /* cannot be kept exactly */ };

@@ -85,8 +85,7 @@ Number Call::number(int index) const {
 
 // Integers beyond 2^53 lose digits here; callers that must not take the Number.
 double Call::real(int index) const {
-  const Number value = number(index);
-  return value.is_integer ? static_cast<double>(value.integer) : value.real;
+  return number(index).as_real();
 }
 
 // fmin and fmax also turn a NaN into the limit, so that the conversion is always defined.

@@ -129,11 +129,19 @@ void run_call(sqlite3_context* context, int count, sqlite3_value** values) noexc
   }
 }
 
+/// The last call of an aggregate, which has no arguments.
+template <void (*Body)(Call&)>
+void finish_calls(sqlite3_context* context) noexcept {
+  run_call<Body>(context, 0, nullptr);
+}
+
 /// A row of a module's table of functions.
 struct SqlFunction {
   const char* name;
   int arguments;  // -1: any number
   void (*run)(sqlite3_context*, int, sqlite3_value**) noexcept;
+  // An aggregate's result, after a run for each row.
+  void (*finish)(sqlite3_context*) noexcept = nullptr;
 };
 
 /// The tables of the modules sqlite_functions_*.cpp, which sqlite_functions.cpp registers.

@@ -1,16 +1,18 @@
-// Here are the operators, the functions behind store() of the dialect, and the session's own ones;
-// the other modules are listed in sqlite_call.h. Names that begin with ora_ or store_ are written
-// by the dialect only, which does not let users call them.
+// Here are the operators, the group functions, the functions behind store() of the dialect, and the
+// session's own ones; the other modules are listed in sqlite_call.h. Names that begin with ora_ or
+// store_ are written by the dialect only, which does not let users call them.
 #include "sqlite_functions.h"
 
 #include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <new>
 
 #include "accounts.h"
 #include "decimal.h"
 #include "error.h"
+#include "number_sum.h"
 #include "sqlite_call.h"
 #include "sqlite_errors.h"
 
@@ -46,15 +48,30 @@ using Checked = bool (*)(long long, long long, long long*);
 using Real = double (*)(double, double);
 
 // Integers stay exact as long as they fit; everything else carries 15 digits.
-void calculate(Call& call, Checked checked, Real real) {
+void calculate(Call& call, const Number& left, const Number& right, Checked checked, Real real) {
   // The checked operations tell an overflow instead of wrapping; what overflows goes on as a
   // double, which keeps 15 digits of it, as any other computed number does.
-  const Number left = call.number(0), right = call.number(1);
   long long exact = 0;
   if (left.is_integer && right.is_integer && !checked(left.integer, right.integer, &exact)) {
     return call.give_integer(exact);
   }
-  call.give_real(real(call.real(0), call.real(1)));
+  call.give_real(real(left.as_real(), right.as_real()));
+}
+
+// Where most digits cancel, 15 digits of the rest would show what the doubles have behind their
+// decimals. What does not fit in one unit differs too much in size to cancel.
+void add_decimals(Call& call, Checked checked, Real real) {
+  const Number left = call.number(0), right = call.number(1);
+  if (left.is_integer && right.is_integer) return calculate(call, left, right, checked, real);
+  Scaled first, second, exact;
+  Number result;
+  if (scaled_of(left, first) && scaled_of(right, second) && same_places(first, second) &&
+      !checked(first.digits, second.digits, &exact.digits)) {
+    exact.places = first.places;
+    if (!nearest_number(decimal_of(exact), result)) fail(1426);
+    return call.give_number(result);
+  }
+  calculate(call, left, right, checked, real);
 }
 
 // Days may stand on either side of a date, but two dates have no sum.
@@ -63,7 +80,7 @@ void ora_add(Call& call) {
   const bool left = call.is_date(0), right = call.is_date(1);
   if (left && right) fail(975);
   if (left || right) return add_days(call, left ? 0 : 1, left ? 1 : 0, 1);
-  calculate(
+  add_decimals(
       call,
       [](long long a, long long b, long long* out) { return __builtin_add_overflow(a, b, out); },
       [](double a, double b) { return a + b; });
@@ -74,7 +91,7 @@ void ora_sub(Call& call) {
   if (call.any_null()) return;
   if (call.is_date(0) && call.is_date(1)) return subtract_dates(call);
   if (call.is_date(0)) return add_days(call, 0, 1, -1);
-  calculate(
+  add_decimals(
       call,
       [](long long a, long long b, long long* out) { return __builtin_sub_overflow(a, b, out); },
       [](double a, double b) { return a - b; });
@@ -83,7 +100,7 @@ void ora_sub(Call& call) {
 void ora_mul(Call& call) {
   if (call.any_null()) return;
   calculate(
-      call,
+      call, call.number(0), call.number(1),
       [](long long a, long long b, long long* out) { return __builtin_mul_overflow(a, b, out); },
       [](double a, double b) { return a * b; });
 }
@@ -102,16 +119,20 @@ void give_quotient(Call& call, double quotient) {
   call.give_number(value);
 }
 
-void ora_div(Call& call) {
-  if (call.any_null()) return;
-  const Number left = call.number(0), right = call.number(1);
-  if (right.is_integer ? right.integer == 0 : right.real == 0) fail(1476);
+void divide(Call& call, const Number& left, const Number& right) {
   // The smallest integer divided by -1 is the one quotient that does not fit.
   const bool integers = left.is_integer && right.is_integer && right.integer != -1;
   if (integers && left.integer % right.integer == 0) {
     return call.give_integer(left.integer / right.integer);
   }
-  give_quotient(call, call.real(0) / call.real(1));
+  give_quotient(call, left.as_real() / right.as_real());
+}
+
+void ora_div(Call& call) {
+  if (call.any_null()) return;
+  const Number left = call.number(0), right = call.number(1);
+  if (right.is_integer ? right.integer == 0 : right.real == 0) fail(1476);
+  divide(call, left, right);
 }
 
 // NULL is empty here, and alone among the operators does not make the result NULL.
@@ -141,6 +162,33 @@ void ora_number(Call& call) {
 
 void ora_date(Call& call) {
   if (!call.is_null(0)) call.give_date(call.date(0));
+}
+
+// --- Group functions -----------------------------------------------------------------------------
+
+// SQLite's memory for the group, zeroed at its first row.
+void add_row(Call& call) {
+  if (call.is_null(0)) return;
+  // Before there is a group: SQLite asks for its result also after a failure, and an average of no
+  // rows divides by zero.
+  const Number value = call.number(0);
+  void* group = sqlite3_aggregate_context(call.context(), sizeof(NumberSum));
+  if (group == nullptr) throw std::bad_alloc();
+  static_cast<NumberSum*>(group)->add(value);
+}
+
+// Null where no row had a value.
+const NumberSum* sum_of_rows(const Call& call) {
+  return static_cast<const NumberSum*>(sqlite3_aggregate_context(call.context(), 0));
+}
+
+// What could not be summed up exactly is a sum of quotients, and is treated as one of them.
+void sum(Call& call) {
+  if (const NumberSum* rows = sum_of_rows(call)) divide(call, rows->total(), {true, 1});
+}
+
+void avg(Call& call) {
+  if (const NumberSum* rows = sum_of_rows(call)) divide(call, rows->total(), {true, rows->count()});
 }
 
 // --- Storing -------------------------------------------------------------------------------------
@@ -259,6 +307,8 @@ constexpr SqlFunction kOperators[] = {{"ora_add", 2, run_call<ora_add>},
                                       {"ora_sub", 2, run_call<ora_sub>},
                                       {"ora_mul", 2, run_call<ora_mul>},
                                       {"ora_div", 2, run_call<ora_div>},
+                                      {"sum", 1, run_call<add_row>, finish_calls<sum>},
+                                      {"avg", 1, run_call<add_row>, finish_calls<avg>},
                                       {"ora_concat", -1, run_call<ora_concat>},
                                       {"concat", 2, run_call<ora_concat>},
                                       {"ora_text", 1, run_call<ora_text>},
@@ -279,9 +329,11 @@ constexpr SqlFunction kSession[] = {
 // Innocuous: views and CHECK constraints may call them even where the schema is not trusted.
 void add_functions(sqlite3* db, std::span<const SqlFunction> functions, int flags, void* data) {
   for (const SqlFunction& function : functions) {
-    check(db, sqlite3_create_function_v2(db, function.name, function.arguments,
-                                         SQLITE_UTF8 | SQLITE_INNOCUOUS | flags, data, function.run,
-                                         nullptr, nullptr, nullptr));
+    const bool aggregate = function.finish != nullptr;
+    check(db, sqlite3_create_function_v2(
+                  db, function.name, function.arguments, SQLITE_UTF8 | SQLITE_INNOCUOUS | flags,
+                  data, aggregate ? nullptr : function.run, aggregate ? function.run : nullptr,
+                  function.finish, nullptr));
   }
 }
 

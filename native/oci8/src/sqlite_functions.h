@@ -9,6 +9,7 @@
 //   operators   ora_add(a,b) ora_sub(a,b) ora_mul(a,b) ora_div(a,b) (numbers, and dates with days),
 //               ora_concat(a,b,...), ora_text(v) (implicit conversion to character data),
 //               ora_number(v) (to NUMBER, ORA-01722), ora_date(v) (to DATE, default format)
+//   groups      sum avg (of decimals; the engine's own add doubles)
 //   storing     store_number(v,precision,scale) (1438; precision 0: any), store_char(v,bytes)
 //               (1401), store_fixed_char(v,bytes) (padded with blanks), store_date(v),
 //               store_raw(v,bytes) (text is read as hexadecimal, 1465), store_long(v),

@@ -15,15 +15,14 @@ namespace {
 
 // Beyond every digit that a number can have.
 constexpr int kMaxScale = 200;
-constexpr double kExactIntegers = 1e15;
 
-// The nearest decimal of 15 digits: 11.000000000000002 is 11 for a CEIL or a quotient, too.
+// The nearest decimal of 15 digits: 11.000000000000002 is 11 for a CEIL, too.
 double decimal_value(double value) {
   Number number;
   number.is_integer = false;
   number.real = value;
   if (!std::isfinite(value) || !number_of(decimal_of(number), number)) fail(1426);
-  return number.is_integer ? static_cast<double>(number.integer) : number.real;
+  return number.as_real();
 }
 
 // The message names the argument's value.
@@ -86,8 +85,7 @@ void sign(Call& call) {
   call.give_integer((value > 0) - (value < 0));
 }
 
-// The remainder has the sign of the dividend; a divisor of 0 gives the dividend. The quotient is
-// taken as the decimal that is meant, so that 1.1 divided by 0.1 leaves nothing.
+// Decimals are divided as such, so that 1.1 divided by 0.1 leaves nothing.
 void mod(Call& call) {
   if (call.any_null()) return;
   const Number dividend = call.number(0), divisor = call.number(1);
@@ -96,12 +94,13 @@ void mod(Call& call) {
     // The smallest integer divided by -1 does not fit.
     return call.give_integer(divisor.integer == -1 ? 0 : dividend.integer % divisor.integer);
   }
-  const double left = call.real(0), right = call.real(1);
-  if (right == 0) return call.give_real(left);
-  const double quotient = left / right;
-  // A quotient of more than 15 digits has no decimal that it was meant to be.
-  if (std::fabs(quotient) >= kExactIntegers) return call.give_real(std::fmod(left, right));
-  call.give_real(left - std::trunc(decimal_value(quotient)) * right);
+  Decimal rest;
+  Number result;
+  if (!remainder(decimal_of(dividend), decimal_of(divisor), rest)) {
+    return call.give_real(std::fmod(dividend.as_real(), divisor.as_real()));
+  }
+  if (!nearest_number(rest, result)) fail(1426);
+  call.give_number(result);
 }
 
 // A negative base has only integral powers.
