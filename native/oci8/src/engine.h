@@ -92,7 +92,8 @@ class Statement {
   /// is then done, and has taken effect as a whole or, having raised, not at all).
   virtual bool step() = 0;
 
-  /// A value of the current row, column from 0; valid until the next step or reset.
+  /// A value of the current row, column from 0. It can be asked for until the next step or reset;
+  /// its bytes stay in place until then or until a later statement of the connection runs.
   virtual Value column(ub4 index) = 0;
 
   /// Rows that the last run inserted, updated or deleted.

@@ -168,7 +168,6 @@ sword StatementHandle::fetch_in_pieces(ErrorRecord& record) {
 }
 
 // Goes on to the next column in pieces, from defines_[define]; the row is complete without one.
-// The value stays in the engine's memory until its pieces are copied out.
 sword StatementHandle::begin_pieces(size_t define, ErrorRecord& record) {
   // The buffer of the column before is the caller's again, and forgotten.
   piece_ = PieceState();
@@ -179,7 +178,6 @@ sword StatementHandle::begin_pieces(size_t define, ErrorRecord& record) {
   // A text column of the engine may hold a number in some row, of which there are no bytes to hand
   // over.
   if (value.kind == Value::Kind::Integer || value.kind == Value::Kind::Real) fail(932);
-  piece_.data = value.data;
   piece_.large = value.large;
   piece_.total = value.size;
   if (value.kind == Value::Kind::Large) {
@@ -192,18 +190,18 @@ sword StatementHandle::begin_pieces(size_t define, ErrorRecord& record) {
   return note(record, OCI_NEED_DATA, kPieceBufferRequired);
 }
 
-// From the engine's memory, or a large value straight from the database: as long as the query is
-// open, that stays as it was when the row was read, but for what this session changes itself. A row
-// whose piece cannot be read is abandoned.
+// From the engine's memory, where the value may have moved since the piece before; or a large value
+// straight from the database, where it stays as it was when the row was read until this session
+// changes something. A row whose piece cannot be read is abandoned.
 void StatementHandle::copy_piece(size_t length) {
   ub1* target = piece_.buffer.data;
-  if (piece_.data != nullptr) {
-    std::memcpy(target, piece_.data, length);
-    piece_.data += length;
+  const size_t place = piece_.total - piece_.left;
+  if (piece_.large.id == 0) {
+    const Value value = run_->column(defines_[piece_.define]->position - 1);
+    std::memcpy(target, value.data + place, length);
     return;
   }
   piece_.phase = Pieces::None;
-  const size_t place = piece_.total - piece_.left;
   if (attachment_->connection->read_large(piece_.large, place, target, length) != length) {
     fail(22922);
   }

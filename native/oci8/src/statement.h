@@ -121,8 +121,7 @@ class StatementHandle : public Handle {
     bool first = false;
     bool null = false;
     size_t define = 0;  // index into defines_
-    const char* data = nullptr;
-    LargeName large;  // in the place of data
+    LargeName large;  // names nothing for a value whose bytes the engine has
     size_t left = 0;
     size_t total = 0;
     PieceBuffer buffer;
