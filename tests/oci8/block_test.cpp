@@ -151,7 +151,7 @@ TEST_F(BlockTest, CursorsLiveOnTheirOwn) {
   EXPECT_EQ(cursors[0].run->columns().at(0).name, "A");
   ASSERT_TRUE(cursors[0].run->step());
   one_->rollback();
-  EXPECT_EQ(rows_of(*cursors[0].run), "2");
+  EXPECT_EQ(rows_of(*cursors[0].run), "2 3") << "as it was when it began";
   EXPECT_EQ(cursors[1].position, 4u);
   EXPECT_EQ(rows_of(*cursors[1].run), "oa value that is longer than any short string");
   cursors[1].run->reset();

@@ -95,6 +95,20 @@ TEST_F(Large, NamesOfValuesThatAreGoneAreTold) {
   EXPECT_EQ(code_of_size(*db_, {}), 22275);
 }
 
+TEST_F(Large, AnOpenQueryGoesOnNamingItsValues) {
+  for (const char n : {'1', '2', '3'}) {
+    const std::string insert = std::string("insert into t (n, b) values (") + n + ", :1)";
+    ASSERT_EQ(run(insert, made(pattern(2 * kChunk, n)), true), 0);
+  }
+  const SqlText source = tokenize("select n, b from t");
+  const auto open = db_->prepare(source);
+  for (int n = '1'; open->step(); ++n) {
+    ASSERT_EQ(run("update t set n = n + 10, c = 'new'"), 0);
+    EXPECT_EQ(open->column(0).integer, n - '0');
+    EXPECT_TRUE(content(open->column(1).large) == pattern(2 * kChunk, n));
+  }
+}
+
 // Each step with its error, then the values and chunks that are there behind it.
 TEST_F(Large, ValuesGoWithTheirCells) {
   std::istringstream steps(

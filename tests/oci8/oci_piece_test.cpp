@@ -45,6 +45,11 @@ class Pieces : public LoggedInTest {
       EXPECT_EQ(
           OCIStmtSetPieceInfo(define, type, c.err, buffer.data(), &length, piece, nullptr, nullptr),
           OCI_SUCCESS);
+      if (!change_.empty()) {
+        std::swap(c.stmt, other_);
+        must(change_);
+        std::swap(c.stmt, other_);
+      }
       status = c.fetch(1);
       row += (piece == OCI_FIRST_PIECE ? "|<" : "<") + std::string(buffer.data(), length);
       if (present_[column - 1] == -1) row += "NULL";
@@ -52,6 +57,8 @@ class Pieces : public LoggedInTest {
     return row + "=" + std::to_string(status);
   }
 
+  std::string change_;  // to be run before each piece
+  OCIStmt* other_ = c.make<OCIStmt>(OCI_HTYPE_STMT);
   int n_ = 0;
   sb2 present_[3] = {};
 };
@@ -68,6 +75,15 @@ TEST_F(Pieces, EveryLengthComesInSelectListOrderWithoutAnEmptyPiece) {
   EXPECT_EQ(n_, 3);
   EXPECT_EQ(c.row_count(), 3u);
   EXPECT_EQ(fetch_row(), "=100");
+}
+
+TEST_F(Pieces, ARowGoesOnWhereItsTableIsEmptiedBetweenTwoPieces) {
+  must("insert into t values (1, '0123456789abc', 'b')");
+  must("insert into t values (2, 'x', 'y')");
+  query();
+  change_ = "delete from t";
+  EXPECT_EQ(fetch_row(), "|<0123456789<abc|<b|<0123456789<abc=0");
+  EXPECT_EQ(fetch_row(), "|<x|<y|<x=0");
 }
 
 TEST_F(Pieces, ACutColumnBesideThemIsToldAtTheEndOfTheRow) {

@@ -117,6 +117,7 @@ constexpr Message kMessages[] = {
     {1481, "invalid number format model"},
     {1489, "result of string concatenation is too long"},
     {1578, "ORACLE data block corrupted"},
+    {1652, "unable to extend temp segment"},
     {1653, "unable to extend table"},
     {1704, "string literal too long"},
     {1719, "outer join operator (+) not allowed in operand of OR or IN"},

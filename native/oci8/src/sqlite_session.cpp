@@ -1,7 +1,8 @@
 // SQLite has one writer at a time. Sessions of this process take turns in a queue (sqlite_queue.h),
 // other processes are waited for with pauses, and both count against one timeout (ORA-00054).
 // Readers do not wait for writers: in WAL mode an open query goes on seeing the database as it was
-// when it began.
+// when it began. Of what its own session changes SQLite would show it all, so that it is read to
+// its end before that.
 #include "sqlite_session.h"
 
 #include <sys/stat.h>
@@ -168,6 +169,8 @@ int SqliteSession::run(Control control) {
 // The lock is taken at the transaction's first change, not at its first write to a page: SQLite
 // could otherwise refuse it in the middle of the statement, where waiting does not help any more.
 void SqliteSession::begin() {
+  // A query that began before the latest commit of another session would keep this one out.
+  read_out();
   start_waiting();
   const int result = begin_in_turn();
   place_ = nullptr;
@@ -184,12 +187,7 @@ void SqliteSession::begin() {
 int SqliteSession::begin_in_turn() {
   WriteQueue::Place place(*queue_);
   place_ = &place;
-  if (!await_turn()) return SQLITE_BUSY;
-  waited_ = false;
-  int result = run(Control::Begin);
-  // Under an open query of this session SQLite reports a lock without calling the busy handler.
-  while (result == SQLITE_BUSY && !waited_ && pause()) result = run(Control::Begin);
-  return result;
+  return await_turn() ? run(Control::Begin) : SQLITE_BUSY;
 }
 
 bool SqliteSession::await_turn() {
@@ -222,7 +220,26 @@ void SqliteSession::rollback() {
   lost_at_mark_ = false;
   marked_ = false;
   if (!in_transaction()) return;
+  read_out_before_undo();
   check(db(), run(Control::Rollback));
+}
+
+void SqliteSession::read_out() {
+  while (!open_.empty()) {
+    open_.back()->read_out();
+    if (stopping()) fail(1013);
+  }
+}
+
+// A break ends the queries here, not what has to be undone. Those that cannot be read out go on
+// with what is there afterwards.
+void SqliteSession::read_out_before_undo() noexcept {
+  if (open_.empty()) return;
+  const Operation running(*this);
+  try {
+    while (!open_.empty()) open_.back()->read_out();
+  } catch (...) {
+  }
 }
 
 // Without a transaction there is nothing to go back to but that; beginning one would lock out other
@@ -245,6 +262,7 @@ void SqliteSession::return_to_mark() noexcept {
   const bool marked = std::exchange(marked_, false);
   if (!marked) lost_ = lost_at_mark_;
   if (!in_transaction()) return;
+  read_out_before_undo();
   if (marked && run(Control::Return) == SQLITE_OK && run(Control::Release) == SQLITE_OK) return;
   // Without a savepoint to go back to: the transaction began behind the mark, or SQLite has given
   // the savepoint up, which the client has to be told.
@@ -274,7 +292,6 @@ bool SqliteSession::pause() {
 
 int SqliteSession::on_busy(void* session, int waits) {
   auto& self = *static_cast<SqliteSession*>(session);
-  self.waited_ = true;
   if (waits == 0 && self.place_ == nullptr) self.start_waiting();
   return self.pause() ? 1 : 0;
 }

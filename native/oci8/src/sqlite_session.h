@@ -11,6 +11,7 @@
 #include <atomic>
 #include <chrono>
 #include <string>
+#include <vector>
 
 #include "sqlite_cache.h"
 #include "sqlite_handle.h"
@@ -21,6 +22,17 @@
 #include "sqlite_stop.h"
 
 namespace oci8 {
+
+/// A query that has a row and may have more.
+class OpenQuery {
+ public:
+  /// Reads the rest and lets go of the tables. A failure of the reading comes up in its place among
+  /// the rows; one that is raised here has left the query as it was.
+  virtual void read_out() = 0;
+
+ protected:
+  ~OpenQuery() = default;
+};
 
 /// For one thread at a time, except interrupt().
 class SqliteSession {
@@ -55,14 +67,22 @@ class SqliteSession {
   bool in_transaction() const { return sqlite3_get_autocommit(db()) == 0; }
   /// Begins a transaction, where none is open. Takes the lock for writing; waits for another writer
   /// up to the lock timeout (ORA-00054).
+  /// Reads open queries out, as the transaction begins with the latest state.
   void begin();
   /// The schema's version in the open transaction: the lock keeps others from changing it.
   int transaction_schema() const { return transaction_schema_; }
   /// Without a transaction does nothing. ORA-02091 where the transaction could not be committed,
   /// or where a part of it was lost before; it is rolled back then.
   void commit();
-  /// Open queries go on where their tables are the same.
   void rollback();
+
+  /// A query reads from the tables from here on.
+  void enter(OpenQuery& query) { open_.push_back(&query); }
+  void leave(const OpenQuery& query) noexcept { std::erase(open_, &query); }
+  /// Has all open queries read to their end, so that what they give is the state that they began
+  /// with: to be called before anything that changes a table. ORA-01013 after a break, which may
+  /// end a query, too.
+  void read_out();
 
   /// See Connection::mark.
   void mark();
@@ -150,6 +170,7 @@ class SqliteSession {
     ReturnStep
   };
 
+  void read_out_before_undo() noexcept;
   void stop_listening() { state_.store(RunState::Idle, std::memory_order_release); }
   int run(Control control);
   bool may_wait() const { return !stopping() && Clock::now() < wait_until_; }
@@ -168,6 +189,7 @@ class SqliteSession {
   Sequences sequences_;
   LargeStore large_;
   StatementCache cache_;
+  std::vector<OpenQuery*> open_;
   std::shared_ptr<WriteQueue> queue_;
   std::chrono::milliseconds lock_timeout_;
   Clock::time_point wait_until_;
@@ -176,7 +198,6 @@ class SqliteSession {
   int transaction_schema_ = 0;
   bool gentle_ = false;  // a stop must not cost the transaction
   WriteQueue::Place* place_ = nullptr;  // of a transaction that begins: its timeout runs already
-  bool waited_ = false;  // SQLite has called the busy handler
   bool lost_ = false;  // changes are gone that the client has not been told to repeat
   bool marked_ = false;  // a savepoint stands for the mark; else it is where no transaction was
   bool lost_at_mark_ = false;

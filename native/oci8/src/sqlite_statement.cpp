@@ -1,6 +1,7 @@
 // The life of a statement: translated and prepared when it is made; bound and stepped, any number
 // of times; translated anew when the schema has changed under it. Queries keep their engine
-// statement open from row to row, everything else is done within one step.
+// statement open from row to row, or until their session changes something and they are read out;
+// everything else is done within one step.
 #include "sqlite_statement.h"
 
 #include <algorithm>
@@ -70,9 +71,9 @@ SqliteStatement::SqliteStatement(std::shared_ptr<SqliteSession> session, const S
 }
 
 SqliteStatement::~SqliteStatement() {
+  SqliteStatement::reset();
   sqlite3_stmt* statement = now_.statement.get();
   if (statement == nullptr || !text_.variables.empty() || session_->closed()) return;
-  sqlite3_reset(statement);
   // They are the caller's memory.
   sqlite3_clear_bindings(statement);
   session_->cache().keep(text_.text, std::move(now_));
@@ -171,6 +172,8 @@ ub2 SqliteStatement::takes_large(ub4 position) const {
 
 void SqliteStatement::reset() {
   sqlite3_reset(now_.statement.get());
+  if (row_stands_) session_->leave(*this);
+  rows_.reset();
   row_stands_ = false;
   at_end_ = false;
 }
@@ -262,6 +265,8 @@ bool SqliteStatement::start_query() {
       // Inside a transaction the query would read the same old state again.
       const bool again = session_->sequences().take_outdated() && !session_->in_transaction();
       if (!again || attempt == kDrawAttempts) throw;
+      // As it would under a query that began before.
+      session_->read_out();
     }
   }
 }
@@ -273,14 +278,47 @@ bool SqliteStatement::next_row() {
   throw failure(result);
 }
 
+bool SqliteStatement::step_kept() {
+  try {
+    if (rows_->next()) return true;
+  } catch (...) {
+    reset();
+    throw;
+  }
+  reset();
+  at_end_ = true;
+  return false;
+}
+
+// The row that stands goes first, and is taken at once: from then on it needs SQLite no more.
+void SqliteStatement::read_out() {
+  auto rows = std::make_unique<KeptRows>(columns().size());
+  rows->add(*this);
+  rows->next();
+  try {
+    while (next_row()) {
+      if (session_->stopping()) fail(1013);
+      rows->add(*this);
+    }
+  } catch (...) {
+    rows->end_with(std::current_exception());
+  }
+  sqlite3_reset(now_.statement.get());
+  rows_ = std::move(rows);
+  session_->leave(*this);
+}
+
 bool SqliteStatement::step_query() {
   if (at_end_) return false;
+  if (rows_ != nullptr) return step_kept();
   const SqliteSession::Operation running(*session_);
   // Before the first row only, and where no transaction holds the lock already.
   const bool locks = now_.translation.locks && !row_stands_ && !session_->in_transaction();
   try {
     if (locks) session_->begin();
-    row_stands_ = row_stands_ ? next_row() : start_query();
+    const bool first = !row_stands_;
+    row_stands_ = first ? start_query() : next_row();
+    if (first && row_stands_) session_->enter(*this);
   } catch (...) {
     reset();
     if (locks) session_->rollback();
@@ -289,6 +327,7 @@ bool SqliteStatement::step_query() {
   if (row_stands_) return true;
   // Given back at once: an open query keeps its view of the database, and with it this session
   // from changing what others have changed since.
+  session_->leave(*this);
   sqlite3_reset(now_.statement.get());
   at_end_ = true;
   return false;
@@ -319,6 +358,7 @@ void SqliteStatement::run_change() {
   sqlite3_reset(now_.statement.get());
   changed_ = 0;
   const SqliteSession::Operation running(*session_);
+  session_->read_out();
   SqliteSession::Change change(*session_);
   prepare_change();
   // The values that a statement makes are not its own changes to SQLite, which may find that there
@@ -369,6 +409,8 @@ void SqliteStatement::run_control() {
   const bool lock = text_.function == kLockTable;
   if (now_.translation.sql.empty() && !lock) return;
   const SqliteSession::Operation running(*session_);
+  // What goes back to a savepoint changes tables.
+  session_->read_out();
   const bool first = !session_->in_transaction();
   if (first) session_->begin();
   try {
@@ -390,6 +432,7 @@ void SqliteStatement::name_large(ub2 type, Value& value) {
 // are handed out where they stand. Asked for once: each sqlite3_column_ call would find the value
 // anew. SQLite lets such a value be read where one thread at a time uses the connection.
 Value SqliteStatement::column(ub4 index) {
+  if (rows_ != nullptr) return rows_->column(index);
   sqlite3_value* held = sqlite3_column_value(now_.statement.get(), static_cast<int>(index));
   Value value;
   switch (sqlite3_value_type(held)) {

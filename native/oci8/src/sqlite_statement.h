@@ -9,11 +9,12 @@
 
 #include "dialect.h"
 #include "sqlite_cache.h"
+#include "sqlite_rows.h"
 #include "sqlite_session.h"
 
 namespace oci8 {
 
-class SqliteStatement final : public Statement {
+class SqliteStatement final : public Statement, private OpenQuery {
  public:
   /// Translates and prepares; `source` outlives the statement.
   SqliteStatement(std::shared_ptr<SqliteSession> session, const SqlText& source);
@@ -52,6 +53,8 @@ class SqliteStatement final : public Statement {
   bool sets_foreign_key();
 
   bool step_query();
+  bool step_kept();
+  void read_out() override;
   bool start_query();
   bool next_row();
   void run_change();
@@ -65,6 +68,7 @@ class SqliteStatement final : public Statement {
   std::vector<LargeInput> large_;  // by position, from the first large value that is bound on
   Checks checks_ = Checks::ButBound;  // until a value comes that does not fit its column
   ub4 changed_ = 0;
+  std::unique_ptr<KeptRows> rows_;  // of a query that was read out, with the row that stands
   bool row_stands_ = false;
   bool at_end_ = false;
 };
