@@ -93,7 +93,7 @@ class Statement {
   virtual bool step() = 0;
 
   /// A value of the current row, column from 0. It can be asked for until the next step or reset;
-  /// its bytes stay in place until then or until a later statement of the connection runs.
+  /// its bytes stay in place until then or until anything else runs on the connection.
   virtual Value column(ub4 index) = 0;
 
   /// Rows that the last run inserted, updated or deleted.
