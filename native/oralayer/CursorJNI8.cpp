@@ -409,12 +409,13 @@ JNIEXPORT jboolean JNICALL Java_trevalon_db_oci_OciCursor_exec(JNIEnv* env, jobj
   cdadata* cda = cursor_record(env, obj);
   if (cda == nullptr) return kCallOk;
   if (required(env, cda->lda, "LDA is null") == nullptr) return kCallOk;
-  if (!may_execute(env, *cda)) return kCallOk;
+  constexpr int kIterations = 1;  // of a query: rows
+  if (!may_execute(env, *cda, kIterations)) return kCallOk;
   TRACE("*** OCIStmtExecute 1 *** ");
   const ub4 mode = cda->lda->autocommit != 0 ? OCI_COMMIT_ON_SUCCESS : OCI_DEFAULT;
   PendingException pending(env);  // of the Java method that the insert callback calls
   const bool streams = cda->li_tail != nullptr;
-  const sword retvali = execute_statement(env, *cda, 1, mode);
+  const sword retvali = execute_statement(env, *cda, kIterations, mode);
   TRACE("    OCIStmtExecute result", "=", retvali);
   if (streams) pending.set_aside();
   assignCdaCodes(env, obj);

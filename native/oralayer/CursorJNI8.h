@@ -91,8 +91,8 @@ bool is_idle(JNIEnv* env, const cdadata& cda);
 /// What a bind or define asks of its cursor: is_open, is_idle and may_lend.
 bool may_bind(JNIEnv* env, cdadata& cda);
 
-/// The rows that every column defined on the statement has room for.
-sb4 defined_rows(const cdadata& cda);
+/// False after raising InternalError: a defined column has no room for so many rows.
+bool rows_have_room(JNIEnv* env, const cdadata& cda, jint rows);
 
 /// Sees to the memory that the next lend needs, before OCI is told of anything. The cursor must be
 /// open. False after raising OutOfMemoryError.
@@ -106,9 +106,9 @@ bool has_ended(const cdadata& cda, const void* record);
 /// buffers, since it was bound or defined; or a cursor that is bound has ended, is closed, or is
 /// executing itself.
 bool lent_records_stand(JNIEnv* env, const cdadata& cda);
-/// Before an execution: is_idle and lent_records_stand. A refusal empties the insert chain, as an
-/// execution would.
-bool may_execute(JNIEnv* env, cdadata& cda);
+/// Before an execution that brings so many rows of a query: is_idle, rows_have_room and
+/// lent_records_stand. A refusal empties the insert chain, as an execution would.
+bool may_execute(JNIEnv* env, cdadata& cda, jint rows);
 
 /// Runs the statement on the calling thread, `iterations` times or for so many rows, with this
 /// thread's environment in its streaming contexts.

@@ -118,12 +118,6 @@ JNIEXPORT jboolean JNICALL Java_trevalon_db_oci_OciCursor_bindSelectItem(JNIEnv*
 
 namespace {
 
-bool rows_have_room(JNIEnv* env, const cdadata& cda, jint rows) {
-  if (rows >= 0 && rows <= defined_rows(cda)) return true;
-  TV_ThrowInternalError(env, "fetch size is larger than the columns' arrays");
-  return false;
-}
-
 bool may_fetch(JNIEnv* env, const cdadata& cda, jint rows) {
   return is_idle(env, cda) && rows_have_room(env, cda, rows) && lent_records_stand(env, cda);
 }
@@ -317,7 +311,7 @@ JNIEXPORT jboolean JNICALL Java_trevalon_db_oci_OciCursor_execAndFetch(JNIEnv* e
     TRACE("     reset fetchsize to zero, longCount = ", longCount);
     fetchsize = 0;
   }
-  if (!rows_have_room(env, *cda, fetchsize) || !may_execute(env, *cda)) return kCallOk;
+  if (!may_execute(env, *cda, fetchsize)) return kCallOk;
   ub4 rows = static_cast<ub4>(fetchsize);
   if (longCount <= 0) {
     TRACE("   hasLong is false, Set Statement Prefetch Rows Attribute to ", rows);

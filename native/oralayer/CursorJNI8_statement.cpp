@@ -65,6 +65,9 @@ bool may_bind(JNIEnv* env, cdadata& cda) {
   return is_open(env, cda) && is_idle(env, cda) && may_lend(env, cda);
 }
 
+namespace {
+
+// The rows that every column defined on the statement has room for.
 sb4 defined_rows(const cdadata& cda) {
   sb4 rows = std::numeric_limits<sb4>::max();
   const statement_memory* memory = memory_of(cda);
@@ -74,8 +77,6 @@ sb4 defined_rows(const cdadata& cda) {
   }
   return rows;
 }
-
-namespace {
 
 bool replaces(const lent_record& what, const lent_record& former) {
   if (what.how != former.how) return false;
@@ -155,10 +156,16 @@ bool lent_records_stand(JNIEnv* env, const cdadata& cda) {
   return true;
 }
 
-bool may_execute(JNIEnv* env, cdadata& cda) {
+bool rows_have_room(JNIEnv* env, const cdadata& cda, jint rows) {
+  if (rows >= 0 && rows <= defined_rows(cda)) return true;
+  TV_ThrowInternalError(env, "fetch size is larger than the columns' arrays");
+  return false;
+}
+
+bool may_execute(JNIEnv* env, cdadata& cda, jint rows) {
   if (!is_idle(env, cda)) return false;
   PendingException pending(env);
-  if (lent_records_stand(env, cda)) return true;
+  if (rows_have_room(env, cda, rows) && lent_records_stand(env, cda)) return true;
   pending.set_aside();
   clean_longinsert_chain(env, &cda);
   return false;

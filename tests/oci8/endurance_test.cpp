@@ -140,7 +140,7 @@ class Crash : public oci8::DatabaseTest {
   int kill_after(microseconds life, int next) {
     int channel[2];
     EXPECT_EQ(pipe(channel), 0);
-    const pid_t child = fork();
+    const pid_t child = fork_between_threads(true);
     if (child == 0) load(database_, next, channel[1]);
     close(channel[1]);
     char sign = 0;

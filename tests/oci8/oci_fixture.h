@@ -2,8 +2,13 @@
 #ifndef OCI8_TESTS_OCI_FIXTURE_H
 #define OCI8_TESTS_OCI_FIXTURE_H
 
+#include <unistd.h>
+
+#include <chrono>
 #include <cstring>
+#include <filesystem>
 #include <string>
+#include <thread>
 
 #include "engine_fixture.h"
 #include "oci.h"
@@ -114,6 +119,19 @@ struct Client {
   OCIStmt* stmt = nullptr;
   OCIBind* bound = nullptr;  // the latest
 };
+
+/// Forks while no other thread starts or ends: the sanitizers' allocator, which one of them may
+/// have locked then, would stay locked in the child. `alone`: once the library's thread has ended.
+inline pid_t fork_between_threads(bool alone) {
+  const auto threads = [] {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
+  };
+  int waits = 0;
+  do {
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  } while (alone && threads() > 1 && ++waits < 50);
+  return fork();
+}
 
 class OciTest : public oci8::DatabaseTest {
  protected:

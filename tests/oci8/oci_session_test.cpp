@@ -198,7 +198,7 @@ class LeftFile : public TableSession {
 
 /// What a child of this process gets when it logs in.
 int login_of_child(const std::string& database) {
-  const pid_t child = fork();
+  const pid_t child = fork_between_threads(false);
   if (child == 0) {
     Client own;
     _exit(own.log_in(database) == OCI_SUCCESS ? 0 : own.code() % 256);
@@ -266,7 +266,7 @@ TEST_F(LeftFile, IsOpenedAnewByAChild) {
   int to_child[2], to_parent[2];
   ASSERT_TRUE(pipe(to_child) == 0 && pipe(to_parent) == 0);
   char sign = '+';
-  const pid_t child = fork();
+  const pid_t child = fork_between_threads(false);
   if (child == 0) {
     Client own;
     bool good = own.log_in(database_) == OCI_SUCCESS && write(to_parent[1], &sign, 1) == 1;

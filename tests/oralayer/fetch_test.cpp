@@ -118,6 +118,9 @@ TEST_F(Fetch, NoMoreRowsAreAskedForThanTheColumnsHoldSinceTheirLastDefine) {
   EXPECT_EQ(CURSOR(arrayFetch)(env, cursor, 2), JNI_FALSE);
   CURSOR(bindSelectItem)(env, cursor, short_column, 20);
   EXPECT_EQ(CURSOR(execAndFetch)(env, cursor, 20), JNI_FALSE);
+  CURSOR(bindSelectItem)(env, cursor, short_column, 0);
+  CURSOR(exec)(env, cursor);
+  EXPECT_NE(raised(), "") << "an execution brings a row";
 }
 
 TEST_F(Fetch, LongValueInThreePieces) {

@@ -14,7 +14,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <iterator>
 #include <mutex>
 #include <new>
 #include <optional>
@@ -50,11 +49,12 @@ std::optional<FileState> state_of(const std::string& path) {
                    status.st_mtim.tv_nsec};
 }
 
-/// A file that a client uses, or used when this process was forked from another one.
+/// A file that a client uses.
 struct Used {
   std::string path;
   dev_t device;
   ino_t inode;
+  bool inherited;  // by the parent, when this process was forked
 };
 
 struct Idle {
@@ -74,17 +74,18 @@ class IdleSessions {
     if (!file) return;  // a database in memory
     const std::lock_guard lock(mutex_);
     const auto same = [&](const Used& u) {
-      return u.device == file->device && u.inode == file->inode;
+      return u.inherited && u.device == file->device && u.inode == file->inode;
     };
-    if (std::ranges::any_of(inherited_, same)) {
+    if (std::ranges::any_of(used_, same)) {
       throw Failure{3113, error_text(3113) + path + " was in use when this process was forked\n"};
     }
-    used_.push_back({path, file->device, file->inode});
+    used_.push_back({path, file->device, file->inode, false});
   }
   /// False for a file that this process has not begun to use itself.
   bool end_use(const std::string& path) noexcept {
     const std::lock_guard lock(mutex_);
-    const auto found = std::ranges::find(used_, path, &Used::path);
+    const auto own = [&](const Used& u) { return !u.inherited && u.path == path; };
+    const auto found = std::ranges::find_if(used_, own);
     if (found == used_.end()) return false;
     used_.erase(found);
     return true;
@@ -130,8 +131,7 @@ class IdleSessions {
   void after_fork() { mutex_.unlock(); }
   void after_fork_in_child() {
     ending_ = false;  // the thread is the parent's
-    std::ranges::move(used_, std::back_inserter(inherited_));
-    used_.clear();
+    for (Used& used : used_) used.inherited = true;
     mutex_.unlock();
   }
 
@@ -155,7 +155,6 @@ class IdleSessions {
   std::mutex mutex_;
   std::vector<Idle> idle_;  // the one that was left last at the end
   std::vector<Used> used_;
-  std::vector<Used> inherited_;
   bool ending_ = false;  // a thread runs
   bool ended_ = false;
 };
