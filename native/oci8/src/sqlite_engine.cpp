@@ -124,10 +124,6 @@ class SqliteConnection final : public Connection {
   std::shared_ptr<SqliteSession> session_;
 };
 
-}  // namespace
-
-namespace {
-
 // Where the process goes afterwards must not lead to another file. Absolute names are also none
 // that SQLite would read as URIs.
 std::string absolute(const std::string& path) {
