@@ -40,7 +40,8 @@ public final class QueryCases {
             {"NUMBER", "NUMBER"}, {"NUMBER(7)", "NUMBER(7)"}, {"NUMBER(9,2)", "NUMBER(9,2)"},
             {"NUMBER(5,-2)", "NUMBER(5,-2)"}, {"FLOAT", "FLOAT(126)"}, {"INTEGER", "NUMBER(38)"},
             {"DATE", "DATE"}, {"RAW(16)", "RAW(16)"}, {"LONG", "LONG"}, {"LONG RAW", "LONG RAW"},
-            {"CLOB", "CLOB"}, {"BLOB", "BLOB"}, {"ROWID", "ROWID"},
+            {"CLOB", "CLOB"}, {"BLOB", "BLOB"}, {"ROWID", "ROWID"}, {"FLOAT(20)", "FLOAT(20)"},
+            {"DOUBLE PRECISION", "FLOAT(126)"}, {"REAL", "FLOAT(63)"}, {"LONG VARCHAR", "LONG"},
         };
         OciColumn column = null;
         for (int i = 0; i < types.length; i++) {
