@@ -115,7 +115,7 @@ final class Compare {
         List<Partner> partners = new ArrayList<>();
         for (String name : CONTENDERS) {
             Path file = make(name, workload, settings);
-            Partner partner = new Partner(name, settings, processes);
+            Partner partner = new Partner(name, file, settings, processes);
             partner.ask("open " + file);
             String found = partner.ask("settings");
             if (name.equals("ours")) {
@@ -126,16 +126,16 @@ final class Compare {
             partners.add(partner);
         }
         String size = workload.count(quick) + " " + workload.length(quick);
-        agree(workload, partners, "check " + workload.name() + " " + size);
+        round(workload, partners, "check " + workload.name() + " " + size);
         String time = "time " + workload.name() + " " + size;
         long[][] nanos = new long[partners.size()][rounds];
         long begin = System.nanoTime();
         for (int i = 0; i < (quick ? 1 : WARM_UP)
                 || (!quick && System.nanoTime() - begin < partners.size() * WARM_UP_NANOS); i++) {
-            agree(workload, partners, time);
+            round(workload, partners, time);
         }
         for (int round = 0; round < rounds; round++) {
-            String[] answers = agree(workload, partners, time);
+            String[] answers = round(workload, partners, time);
             for (int i = 0; i < answers.length; i++) {
                 nanos[i][round] = Long.parseLong(answers[i].split(" ")[busy ? 2 : 0]);
             }
@@ -144,10 +144,11 @@ final class Compare {
     }
 
     /** One round; every contender must have seen the same values. */
-    private static String[] agree(Workload workload, List<Partner> partners, String command)
+    private static String[] round(Workload workload, List<Partner> partners, String command)
             throws Exception {
         String[] answers = new String[partners.size()];
         for (int i = 0; i < answers.length; i++) {
+            partners.get(i).startOver(workload);
             answers[i] = partners.get(i).ask(command);
             String sum = answers[i].split(" ")[1];
             if (!sum.equals(answers[0].split(" ")[1])) {
@@ -219,7 +220,7 @@ final class Compare {
         }
         List<Process> processes = new ArrayList<>();
         Partner maker =
-                new Partner(contender.equals("ours") ? "ours" : "peer", settings, processes);
+                new Partner(contender.equals("ours") ? "ours" : "peer", part, settings, processes);
         maker.ask("make " + part + " " + workload.content() + " " + workload.rows(quick) + " "
                 + workload.length(quick));
         maker.end();
@@ -231,11 +232,14 @@ final class Compare {
     /** A process that speaks as {@link Worker} does. */
     private static final class Partner {
         final String name;
+        private final Path file;
         private final BufferedReader in;
         private final PrintStream out;
 
-        Partner(String name, String settings, List<Process> processes) throws IOException {
+        Partner(String name, Path file, String settings, List<Process> processes)
+                throws IOException {
             this.name = name;
+            this.file = file;
             List<String> command = new ArrayList<>();
             if (name.equals("floor")) {
                 command.add(System.getProperty("bench.floor"));
@@ -270,6 +274,22 @@ final class Compare {
                 throw new WorkerFailure(name + ": " + command + ": " + answer);
             }
             return answer.substring(1);
+        }
+
+        /**
+         * What deleted rows leave in a file is taken out of it: the next ones would go into their
+         * pages, in an order that makes them slower from round to round.
+         */
+        void startOver(Workload workload) throws IOException, InterruptedException {
+            ask("prepare " + workload.name());
+            if (workload.inserts()) {
+                String floor = System.getProperty("bench.floor");
+                Process shrinking =
+                        new ProcessBuilder(floor, "shrink", file.toString()).inheritIO().start();
+                if (shrinking.waitFor() != 0) {
+                    throw new WorkerFailure("cannot shrink " + file);
+                }
+            }
         }
 
         void end() {

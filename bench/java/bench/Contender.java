@@ -8,7 +8,7 @@ interface Contender extends AutoCloseable {
     /** Opens what {@link #make} has made; not for workloads that log in themselves. */
     void open(String file) throws Exception;
 
-    /** Back to the state that the workload starts from; not timed. */
+    /** Back to the state that the workload starts from: no rows for one that inserts. */
     void prepare(String workload) throws Exception;
 
     /** Runs the workload once. */

@@ -14,7 +14,8 @@ import java.nio.file.Path;
  * <pre>
  * make FILE CONTENT ROWS LENGTH       settings
  * open FILE                           memory
- * check|time WORKLOAD COUNT LENGTH    quit
+ * prepare WORKLOAD                    quit
+ * check|time WORKLOAD COUNT LENGTH
  * </pre>
  */
 final class Worker {
@@ -59,6 +60,9 @@ final class Worker {
             case "open":
                 contender.open(words[1]);
                 return "";
+            case "prepare":
+                contender.prepare(words[1]);
+                return "";
             case "settings":
                 return contender.settings();
             case "memory":
@@ -73,7 +77,6 @@ final class Worker {
     }
 
     private String run(boolean check, String workload, int count, int length) throws Exception {
-        contender.prepare(workload);
         Sink sink = new Sink(check);
         long startCpu = processorTime();
         long start = System.nanoTime();
