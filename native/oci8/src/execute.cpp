@@ -203,7 +203,7 @@ int StatementHandle::start(Attachment& attachment, ub4 iterations) {
   if (!query) attachment.require_no_stream();
   breaks_ = attachment.breaks;
   enter(attachment);
-  check_binds();
+  const bool streams = check_binds();
   close_cursor();
   int information = 0;
   for (ub4 row = 0; row < (query ? 1 : iterations); ++row) {
@@ -211,7 +211,7 @@ int StatementHandle::start(Attachment& attachment, ub4 iterations) {
     // iterations before it.
     StreamUnit unit(*this, attachment);
     unit.require_live();
-    pull_streams(unit, row);
+    if (streams) pull_streams(unit, row);
     give_inputs(row);
     if (query) {
       // The first step belongs to the execute: it fixes the state of the database that the rows
@@ -224,7 +224,7 @@ int StatementHandle::start(Attachment& attachment, ub4 iterations) {
     }
     unit.keep();
   }
-  if (!query) release_streams();
+  if (streams && !query) release_streams();
   return information;
 }
 
@@ -235,8 +235,9 @@ void StatementHandle::run_change() {
   run_->reset();
 }
 
-// Before anything runs, and before a callback's stream is used up.
-void StatementHandle::check_binds() const {
+// Before anything runs, and before a callback's stream is used up. True where there is one.
+bool StatementHandle::check_binds() const {
+  bool streams = false;
   for (size_t i = 0; i < binds_.size(); ++i) {
     const BindHandle* bind = binds_[i];
     if (bind == nullptr) fail(1008);
@@ -245,7 +246,9 @@ void StatementHandle::check_binds() const {
     const bool cursor = bind->type == SQLT_RSET;
     if (cursor != opened) fail(932);
     if (cursor) cursor_variable(*bind);
+    streams = streams || bind->at_execution;
   }
+  return streams;
 }
 
 bool StatementHandle::streams_large(size_t index) {

@@ -124,8 +124,9 @@ void SqliteStatement::bind(ub4 position, const Value& value) {
     large_.resize(bound_.size());
     large_[position - 1] = {value.large, value.given};
   }
-  bound_[position - 1] = value;
   bind_value(position, value);
+  // Last: a copy right behind the writes would wait for them.
+  bound_[position - 1] = value;
 }
 
 void SqliteStatement::bind_value(ub4 position, const Value& value) {
@@ -431,8 +432,7 @@ void SqliteStatement::name_large(ub2 type, Value& value) {
 // The value's own type decides, not the column's, but for the names of large values: text and bytes
 // are handed out where they stand. Asked for once: each sqlite3_column_ call would find the value
 // anew. SQLite lets such a value be read where one thread at a time uses the connection.
-Value SqliteStatement::column(ub4 index) {
-  if (rows_ != nullptr) return rows_->column(index);
+Value SqliteStatement::row_value(ub4 index) {
   sqlite3_value* held = sqlite3_column_value(now_.statement.get(), static_cast<int>(index));
   Value value;
   switch (sqlite3_value_type(held)) {
@@ -458,11 +458,15 @@ Value SqliteStatement::column(ub4 index) {
   }
   value.size = static_cast<size_t>(sqlite3_value_bytes(held));
   // Empty text and bytes are NULL for the server. One variable is returned everywhere, so that it
-  // is filled in its place.
+  // is filled in the caller's place: a copy right behind the writes would wait for them.
   if (value.size == 0) value = Value();
   // Bytes without an address: SQLite had no memory to bring them into place.
   if (value.data == nullptr && value.size > 0) throw std::bad_alloc();
   return value;
+}
+
+Value SqliteStatement::column(ub4 index) {
+  return rows_ != nullptr ? rows_->column(index) : row_value(index);
 }
 
 }  // namespace oci8

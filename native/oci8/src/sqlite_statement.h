@@ -39,6 +39,7 @@ class SqliteStatement final : public Statement, private OpenQuery {
   /// Makes the translation fit for the run that comes: for the schema of the transaction, and with
   /// all values checked where one that was bound needs it.
   void prepare_change();
+  Value row_value(ub4 index);
   bool bound_fit() const;
   void bind_value(ub4 position, const Value& value);
   int bind_large(ub4 position);

@@ -153,7 +153,7 @@ class StatementHandle : public Handle {
   void copy_piece(size_t length);
   sword end_pieces(ErrorRecord& record);
 
-  void check_binds() const;
+  bool check_binds() const;
   bool streams_large(size_t index);
   void pull_streams(StreamUnit& unit, ub4 row);
   Value input(size_t index, ub4 row);
