@@ -63,6 +63,75 @@ void fill(char* target, size_t size, Unit unit) {
   }
 }
 
+// Characters are narrowed and widened by blocks, each of which is a few instructions.
+constexpr size_t kBlock = 16;
+constexpr utext kLastNarrow = 0xFF;
+
+template <size_t count>
+bool narrow_block(const char* units, char* bytes) {
+  utext block[count];
+  std::memcpy(block, units, sizeof block);
+  unsigned all = 0;
+  for (size_t i = 0; i < count; ++i) all |= block[i];
+  for (size_t i = 0; i < count; ++i) bytes[i] = static_cast<char>(block[i]);
+  return all <= kLastNarrow;
+}
+
+template <size_t count>
+void widen_block(const char* bytes, char* units) {
+  utext block[count];
+  for (size_t i = 0; i < count; ++i) block[i] = static_cast<ub1>(bytes[i]);
+  std::memcpy(units, block, sizeof block);
+}
+
+/// A byte for each unit; false where one does not fit.
+bool narrow(const char* units, size_t count, char* bytes) {
+  size_t i = 0;
+  for (; i + kBlock <= count; i += kBlock) {
+    if (!narrow_block<kBlock>(units + i * sizeof(utext), bytes + i)) return false;
+  }
+  for (; i < count; ++i) {
+    if (!narrow_block<1>(units + i * sizeof(utext), bytes + i)) return false;
+  }
+  return true;
+}
+
+void widen(const char* bytes, size_t count, char* units) {
+  size_t i = 0;
+  for (; i + kBlock <= count; i += kBlock)
+    widen_block<kBlock>(bytes + i, units + i * sizeof(utext));
+  for (; i < count; ++i) widen_block<1>(bytes + i, units + i * sizeof(utext));
+}
+
+/// What a row of OCI8$CHUNKS holds of its value. The file is not trusted: no chunk is longer than
+/// kChunkSize, nor ends within a unit.
+class Chunk {
+ public:
+  Chunk(std::string_view data, Unit unit) : data_(data.substr(0, kChunkSize)) {
+    if (unit == Unit::Byte || data_.size() % sizeof(utext) == 0) return;
+    narrow_ = true;
+    const size_t tail = static_cast<ub1>(data_.back());
+    data_.remove_suffix(std::min(data_.size(), tail));
+    data_ = data_.substr(0, kMostNarrow);
+  }
+
+  /// Bytes of the value.
+  size_t size() const { return narrow_ ? data_.size() * sizeof(utext) : data_.size(); }
+
+  /// From and size are multiples of the unit's width, within size().
+  void copy(size_t from, char* target, size_t size) const {
+    if (narrow_) return widen(data_.data() + from / sizeof(utext), size / sizeof(utext), target);
+    if (size > 0) std::memcpy(target, data_.data() + from, size);
+  }
+
+  static constexpr size_t kMostNarrow = kChunkSize / sizeof(utext);
+  static constexpr size_t kMostTail = 2;
+
+ private:
+  std::string_view data_;
+  bool narrow_ = false;
+};
+
 void bind_integer(sqlite3_stmt* statement, int position, long long value) {
   check(sqlite3_db_handle(statement), sqlite3_bind_int64(statement, position, value));
 }
@@ -163,14 +232,15 @@ size_t LargeStore::read(const LargeName& name, unsigned long long place, void* t
   sqlite3_stmt* chunk = chunks(name.id, begin / kChunkSize, (end - 1) / kChunkSize);
   const ResetOnExit reset_chunk(chunk);
   while (step_sql(chunk)) {
-    const std::string_view data = column_bytes(chunk, 1);
+    const Chunk held(column_bytes(chunk, 1), name.unit);
     const unsigned long long start = number_of(chunk) * kChunkSize;
     const unsigned long long from = std::max(start, at);
-    const unsigned long long to = std::min(start + data.size(), end);
+    const unsigned long long to = std::min(start + held.size(), end);
     if (from >= to) continue;
     // A gap between chunks, or within a short one: never written, so it reads as zeros or blanks.
     fill(out + (at - begin), static_cast<size_t>(from - at), name.unit);
-    std::memcpy(out + (from - begin), data.data() + (from - start), static_cast<size_t>(to - from));
+    held.copy(static_cast<size_t>(from - start), out + (from - begin),
+              static_cast<size_t>(to - from));
     at = to;
   }
   fill(out + (at - begin), static_cast<size_t>(end - at), name.unit);
@@ -185,30 +255,42 @@ void LargeStore::put(long long id, unsigned long long number, const void* data, 
   step_sql(row);
 }
 
+void LargeStore::put_units(long long id, Unit unit, unsigned long long number, const char* data,
+                           size_t size) {
+  if (unit == Unit::Byte) return put(id, number, data, size);
+  if (narrow_ == nullptr) narrow_ = std::make_unique<char[]>(Chunk::kMostNarrow + Chunk::kMostTail);
+  const size_t count = size / sizeof(utext);
+  if (!narrow(data, count, narrow_.get())) return put(id, number, data, size);
+  const size_t tail = count % 2 == 0 ? 1 : 2;
+  std::memset(narrow_.get() + count, static_cast<int>(tail), tail);
+  put(id, number, narrow_.get(), count + tail);
+}
+
 // A part of one chunk, at byte `at` of the value. A chunk that the part covers as far as the value
 // went is not read before.
 void LargeStore::put_part(long long id, Unit unit, unsigned long long at, const char* data,
                           size_t size, unsigned long long old_end) {
   const unsigned long long number = at / kChunkSize;
   const auto from = static_cast<size_t>(at % kChunkSize);
-  if (from == 0 && (size == kChunkSize || at + size >= old_end)) return put(id, number, data, size);
+  if (from == 0 && (size == kChunkSize || at + size >= old_end)) {
+    return put_units(id, unit, number, data, size);
+  }
   if (scratch_ == nullptr) scratch_ = std::make_unique<char[]>(kChunkSize);
   size_t length = 0;
   {
     sqlite3_stmt* chunk = chunks(id, number, number);
     const ResetOnExit reset(chunk);
     if (step_sql(chunk)) {
-      // A longer chunk can only be another's doing; the scratch memory holds one chunk and no more.
-      const std::string_view held = column_bytes(chunk, 1).substr(0, kChunkSize);
+      const Chunk held(column_bytes(chunk, 1), unit);
       length = held.size();
-      if (length > 0) std::memcpy(scratch_.get(), held.data(), length);
+      held.copy(0, scratch_.get(), length);
     }
   }
   // The chunk ended before the part begins; what lies between is made explicit, because the chunk
   // will be longer now.
   if (length < from) fill(scratch_.get() + length, from - length, unit);
   std::memcpy(scratch_.get() + from, data, size);
-  put(id, number, scratch_.get(), std::max(length, from + size));
+  put_units(id, unit, number, scratch_.get(), std::max(length, from + size));
 }
 
 void LargeStore::resize(long long id, unsigned long long units) {

@@ -5,6 +5,8 @@
 //
 // - A chunk holds kChunkSize bytes of the value, at number * kChunkSize. It may be shorter, or not
 //   be there: what is missing of it up to the value's size reads as zeros, of characters as blanks.
+// - Characters that are all below U+0100 are kept as a byte each, which most text is: half to write
+//   and to read. The data's odd length tells: one byte or two follow, the last says how many.
 // - A cell holds the id and owns the value: every row has values of its own, and copies are whole.
 //   Triggers on its table (dialect_large.cpp) take the value away with the row, or when the cell
 //   gets another; one on OCI8$LARGE takes the chunks. The type that the cell's column was declared
@@ -75,6 +77,8 @@ class LargeStore {
   sqlite3_stmt* find(const LargeName& name);
   sqlite3_stmt* chunks(long long id, unsigned long long first, unsigned long long last);
   void put(long long id, unsigned long long number, const void* data, size_t size);
+  void put_units(long long id, LargeName::Unit unit, unsigned long long number, const char* data,
+                 size_t size);
   void put_part(long long id, LargeName::Unit unit, unsigned long long at, const char* data,
                 size_t size, unsigned long long old_end);
   void resize(long long id, unsigned long long units);
@@ -87,6 +91,7 @@ class LargeStore {
   SqliteStatementOwner chunks_;
   SqliteStatementOwner put_;
   std::unique_ptr<char[]> scratch_;  // a chunk, from the first that is written in part on
+  std::unique_ptr<char[]> narrow_;  // a chunk of characters, from the first one on
 };
 
 }  // namespace oci8
