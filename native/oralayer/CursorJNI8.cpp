@@ -303,6 +303,7 @@ JNIEXPORT jboolean JNICALL Java_trevalon_db_oci_OciCursor_parse(JNIEnv* env, job
   drop_defines_and_binds(env, *cda);
   const auto stmttype = statement_attribute<ub2>(*cda, OCI_ATTR_STMT_TYPE);
   TRACE("    stmttype", "=", stmttype);
+  if (memory_of(*cda) != nullptr) memory_of(*cda)->type = stmttype;
   TRACE("    cd->described: ", cda->described);
   if (stmttype == OCI_STMT_SELECT && cda->described == 0) retvali = describe_query(*cda);
   assignCdaCodes(env, obj);

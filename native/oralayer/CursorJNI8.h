@@ -35,7 +35,7 @@ enum class Lent : ub1 {
 /// A record that OCI reads and writes whenever the statement runs, or that the cursor's chain of
 /// LONG columns names.
 struct lent_record {
-  const void* record;
+  void* record;
   std::uint32_t version;  // of the record when it was lent
   Lend how;
   ub4 position;
@@ -50,6 +50,7 @@ struct statement_memory {
   lent_record* lent;
   lent_record* spare;  // for the next one, so that nothing can fail once OCI has a buffer
   bool running;  // inside OCIStmtExecute, where Java may be called
+  ub2 type;  // OCI_STMT_, of the text that is parsed; 0 without one
   bool of_heap;  // of a client library that gave no user memory
 };
 
@@ -71,6 +72,8 @@ void end_statement_memory(cdadata& cda);
 void clear_statement_memory(cdadata& cda);
 /// After a prepare, which makes OCI drop them: both chains are empty, nothing is lent.
 void drop_defines_and_binds(JNIEnv* env, cdadata& cda);
+/// After an execution that gave the bound cursors new results, which makes OCI drop their defines.
+void drop_defines_of_cursors(JNIEnv* env, const cdadata& cda);
 
 /// The records of a call on a cursor with one of its columns.
 struct cursor_column {
@@ -106,8 +109,9 @@ bool has_ended(const cdadata& cda, const void* record);
 /// buffers, since it was bound or defined; or a cursor that is bound has ended, is closed, or is
 /// executing itself.
 bool lent_records_stand(JNIEnv* env, const cdadata& cda);
-/// Before an execution that brings so many rows of a query: is_idle, rows_have_room and
-/// lent_records_stand. A refusal empties the insert chain, as an execution would.
+/// Before an execution that brings so many rows of a query, or of anything else repeats it so many
+/// times: is_idle, room in all columns and binds, and lent_records_stand. A refusal empties the
+/// insert chain, as an execution would.
 bool may_execute(JNIEnv* env, cdadata& cda, jint rows);
 
 /// Runs the statement on the calling thread, `iterations` times or for so many rows, with this

@@ -191,6 +191,7 @@ sword execute_statement(JNIEnv* env, cdadata& cda, ub4 iterations, ub4 mode) {
   const sword retvali =
       OCIStmtExecute(cda.svchp, cda.stmthp, cda.errhp, iterations, 0, nullptr, nullptr, mode);
   if (memory != nullptr) memory->running = false;
+  if (retvali == OCI_SUCCESS || retvali == OCI_SUCCESS_WITH_INFO) drop_defines_of_cursors(env, cda);
   return retvali;
 }
 
@@ -226,6 +227,17 @@ ub1* bindParamData(columndata* col) {
 
 namespace {
 
+// The one type decides where the value is, the other what OCI takes it for: of a locator both must
+// say so. No type at all is OCI's to refuse. False after raising.
+bool types_agree(JNIEnv* env, const columndata& col) {
+  if (col.external_dbtype < 0) return true;
+  const bool locator = col.external_dbtype == SQLT_CLOB || col.external_dbtype == SQLT_BLOB;
+  const bool agree = is_lob(col) ? col.external_dbtype == col.internal_dbtype
+                                 : !locator && col.external_dbtype != SQLT_RSET;
+  if (!agree) TV_ThrowInternalError(env, "the bind value's types do not go together");
+  return agree;
+}
+
 // Makes sure that OCI may read and write buflen bytes where it is told to. An empty value has given
 // its buffer back, so it gets one of zero bytes here. False after raising.
 bool buffer_holds(JNIEnv* env, columndata& col) {
@@ -250,7 +262,7 @@ ub2* fill_lengths(columndata& col) {
 
 // A bind that failed has left the former one in force. One that succeeded stands, whatever fails
 // after it.
-void keep_bind(cdadata& cda, ub4 position, const void* record, Lent what, sword retvali) {
+void keep_bind(cdadata& cda, ub4 position, void* record, Lent what, sword retvali) {
   if (retvali != OCI_SUCCESS) return;
   lend(cda, {record, 0, Lend::Bind, position, 1, what, nullptr});
 }
@@ -331,7 +343,7 @@ JNIEXPORT jboolean JNICALL Java_trevalon_db_oci_OciCursor_bindVariableByPosition
   const bool streamed = col->piecelen != 0;
   col->buflen = getParamLength(col->internal_dbtype, col->prec, col->scale,
                                static_cast<sb4>(col->dbsize), col->piecelen);
-  if (!streamed && !buffer_holds(env, *col)) return kCallOk;
+  if (!streamed && (!types_agree(env, *col) || !buffer_holds(env, *col))) return kCallOk;
   col->bufptr = bindParamData(col);
   // A stream's length says nothing of the buffer that an earlier value may have left.
   TRACE_BYTES("bind value", streamed ? nullptr : col->bufptr, col->buflen);

@@ -12,7 +12,7 @@ void start_statement_memory(cdadata& cda) {
   const bool of_heap = cda.tmp == nullptr;
   if (of_heap) cda.tmp = new (std::nothrow) statement_memory;
   if (cda.tmp == nullptr) return;
-  *memory_of(cda) = {nullptr, nullptr, nullptr, false, of_heap};
+  *memory_of(cda) = {nullptr, nullptr, nullptr, false, 0, of_heap};
 }
 
 void end_statement_memory(cdadata& cda) {
@@ -83,12 +83,41 @@ bool replaces(const lent_record& what, const lent_record& former) {
   return what.how == Lend::Chain ? what.record == former.record : what.position == former.position;
 }
 
-// OCI looks at the locator of an input that is not NULL, and writes to that of a select-list column
-// whatever its indicator.
+// A query that OCI runs repeats nothing: its rows go to the defines.
+bool binds_have_room(JNIEnv* env, const cdadata& cda, jint iterations) {
+  const statement_memory* memory = memory_of(cda);
+  if (memory == nullptr || memory->type == OCI_STMT_SELECT || iterations <= 1) return true;
+  for (const lent_record* lent = memory->lent; lent != nullptr; lent = lent->next) {
+    if (lent->how == Lend::Bind && lent->rows < iterations) {
+      TV_ThrowInternalError(env, "a bind variable has one value, not one for each execution");
+      return false;
+    }
+  }
+  return true;
+}
+
+// A NULL needs no LOB object. The locator of one that has ended is forgotten, because OCI would
+// write to it where the statement assigns a value.
+bool bound_locator_stands(JNIEnv* env, columndata& col) {
+  if (col.indpvect[0] != -1) return borrowed_locator_stands(env, col);
+  if (!lender_stands(&col)) {
+    col.lobloc = nullptr;
+    note_lender(&col, nullptr);
+  }
+  return true;
+}
+
+// OCI writes to the locator of a select-list column, whatever its indicator.
+bool defined_locator_stands(JNIEnv* env, const columndata& col) {
+  if (!has_lender(&col)) return true;
+  TV_ThrowInternalError(env, "a column of the select list has the locator of a LOB object");
+  return false;
+}
+
 bool locator_stands(JNIEnv* env, const lent_record& lent) {
-  const auto& col = *static_cast<const columndata*>(lent.record);
-  const bool null_input = lent.how == Lend::Bind && col.indpvect[0] == -1;
-  return null_input || borrowed_locator_stands(env, col);
+  auto& col = *static_cast<columndata*>(lent.record);
+  return lent.how == Lend::Define ? defined_locator_stands(env, col)
+                                  : bound_locator_stands(env, col);
 }
 
 // The record stays, also where it is closed and opened again: OCI finds the handle through it.
@@ -165,7 +194,8 @@ bool rows_have_room(JNIEnv* env, const cdadata& cda, jint rows) {
 bool may_execute(JNIEnv* env, cdadata& cda, jint rows) {
   if (!is_idle(env, cda)) return false;
   PendingException pending(env);
-  if (rows_have_room(env, cda, rows) && lent_records_stand(env, cda)) return true;
+  const bool room = rows_have_room(env, cda, rows) && binds_have_room(env, cda, rows);
+  if (room && lent_records_stand(env, cda)) return true;
   pending.set_aside();
   clean_longinsert_chain(env, &cda);
   return false;
@@ -178,4 +208,15 @@ void drop_defines_and_binds(JNIEnv* env, cdadata& cda) {
     cda.long_count = 0;
   }
   clear_statement_memory(cda);
+}
+
+// Only blocks open cursors.
+void drop_defines_of_cursors(JNIEnv* env, const cdadata& cda) {
+  const statement_memory* memory = memory_of(cda);
+  if (memory == nullptr) return;
+  if (memory->type != OCI_STMT_BEGIN && memory->type != OCI_STMT_DECLARE) return;
+  for (const lent_record* lent = memory->lent; lent != nullptr; lent = lent->next) {
+    if (lent->what != Lent::Cursor || lent->version != record_version(lent->record)) continue;
+    drop_defines_and_binds(env, *static_cast<cdadata*>(lent->record));
+  }
 }

@@ -133,8 +133,10 @@ TEST_F(Bind, ValuesThatCannotBeLaidDownOrHandedOver) {
     EXPECT_NE(raised(), "") << "a column without rows holds no value";
     EXPECT_THAT(calls(), IsEmpty());
   }
-  const std::pair<int, jint> too_long[] = {{SQLT_STR, 1000}, {SQLT_STR, INT_MAX}, {SQLT_BIN, 13},
-                                           {SQLT_BIN, -1},   {SQLT_RID, 3},       {SQLT_LNG, 99}};
+  // A locator's type is no text's: OCI would write the text over the record's locator.
+  const std::pair<int, jint> too_long[] = {{SQLT_CLOB, 4},      {SQLT_BLOB, 4}, {SQLT_STR, 1000},
+                                           {SQLT_STR, INT_MAX}, {SQLT_BIN, 13}, {SQLT_BIN, -1},
+                                           {SQLT_RID, 3},       {SQLT_LNG, 99}};
   const jobject column = new_column();
   COLUMN(setValueWithString)(env, column, bytes("abcdefgh"), JNI_FALSE);
   const ub1* const buffer = column_of(column)->byte_arr;
@@ -148,6 +150,13 @@ TEST_F(Bind, ValuesThatCannotBeLaidDownOrHandedOver) {
     EXPECT_NE(raised(), "") << type << " " << length;
     EXPECT_THAT(calls(), IsEmpty());
   }
+  const jobject locator = new_column();
+  COLUMN(allocLobLocator)(env, locator, connection, SQLT_CLOB);
+  COLUMN(setDbType)(env, locator, SQLT_CHR);
+  calls();
+  bind(locator);
+  EXPECT_NE(raised(), "") << "a text's buffer has no room for an address";
+  EXPECT_THAT(calls(), IsEmpty());
   JniTable table;
   table.copy.GetByteArrayElements = pin_nothing;
   for (const bool of_string : {true, false}) {

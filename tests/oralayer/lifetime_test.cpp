@@ -88,6 +88,50 @@ TEST_F(Lifetime, OnlyBindsInForceHoldAnExecutionBack) {
   CURSOR(close)(env, third);
 }
 
+TEST_F(Lifetime, OnlyAQueryBringsMoreRowsThanItsBindsHaveValues) {
+  const jobject cursor = new_cursor();
+  for (const bool query : {false, true}) {
+    state().stmt_type = query ? OCI_STMT_SELECT : OCI_STMT_INSERT;
+    CURSOR(parse)(env, cursor, bytes("text"), JNI_FALSE);
+    CURSOR(bindVariableByPosition)(env, cursor, string(1, "x"));
+    for (const jint rows : {1, 2}) {
+      CURSOR(execAndFetch)(env, cursor, rows);
+      EXPECT_EQ(raised().empty(), query || rows == 1) << query << rows;
+    }
+  }
+}
+
+TEST_F(Lifetime, LocatorsOfLobObjectsAreWrittenToByNobodyElse) {
+  const jobject cursor = new_cursor();
+  for (const bool fetched : {true, false}) {
+    const jobject lob = new_lob(), column = new_column(1, SQLT_CLOB, 1);
+    if (fetched) CURSOR(bindSelectItem)(env, cursor, column, 1);
+    COLUMN(setValueWithLob)(env, column, lob, SQLT_CLOB, JNI_TRUE);
+    if (!fetched) {
+      CURSOR(parse)(env, cursor, bytes("BEGIN"), JNI_FALSE);
+      CURSOR(bindVariableByPosition)(env, cursor, column);
+      LOB(native_1finalize)(env, lob);
+    }
+    EXPECT_EQ(executed(cursor).empty(), !fetched);
+    EXPECT_EQ(column_of(column)->lobloc == nullptr, !fetched) << "OCI would write to it";
+  }
+}
+
+TEST_F(Lifetime, ACursorVariablesNextResultStartsWithoutDefines) {
+  const jobject cursor = new_cursor(), variable = new_cursor();
+  state().stmt_type = OCI_STMT_BEGIN;
+  CURSOR(parse)(env, cursor, bytes("BEGIN"), JNI_FALSE);
+  CURSOR(bindCursorByPosition)(env, cursor, variable, 1);
+  for (const sword status : {OCI_ERROR, OCI_SUCCESS}) {
+    const jobject column = new_column(1, SQLT_LNG, 1);
+    CURSOR(bindSelectItem)(env, variable, column, 1);
+    state().reply("OCIStmtExecute", status, status == OCI_SUCCESS ? 0 : 1403);
+    EXPECT_EQ(executed(cursor), "");
+    EXPECT_EQ(cda_of(variable)->lc_tail == nullptr, status == OCI_SUCCESS);
+    EXPECT_EQ(cda_of(variable)->long_count, status == OCI_SUCCESS ? 0 : 1);
+  }
+}
+
 // What the Java method that is called for a chunk does to its own statement.
 struct {
   jobject cursor, column, other;
