@@ -196,7 +196,7 @@ final class Growth {
                 in.point(
                         n, once(() -> insert(connection, length, times)) / times / n);
                 Work read = () -> expect(length * times, readLong(connection, 32 * 1024));
-                out.point(n, (n > 10_000_000 ? once(read) : time(read)) / times / n);
+                out.point(n, time(read) / times / n);
             }
             delete(file);
         }
