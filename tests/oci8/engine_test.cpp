@@ -124,6 +124,9 @@ TEST_F(EngineTest, TransactionsAreSeenByOthersWhenCommittedAndDdlCommitsBeforeIt
     1 INSERT INTO T(A) VALUES (2) -> | 2 SELECT COUNT(*) FROM T -> 1 | 1 ROLLBACK ->
     1 SELECT COUNT(*) FROM T -> 1 | 1 INSERT INTO T(A) VALUES (2) -> | 1 SAVEPOINT S ->
     1 INSERT INTO T(A) VALUES (3) -> | 1 ROLLBACK TO S -> | 1 ROLLBACK TO NOWHERE -> ORA-1086
+    1 SAVEPOINT S -> | 1 SAVEPOINT R -> | 1 DELETE FROM T -> | 1 SAVEPOINT S -> | 1 SAVEPOINT S ->
+    1 ROLLBACK TO R -> | 1 SAVEPOINT R -> | 1 DELETE FROM T -> | 1 ROLLBACK TO S ->
+    1 ROLLBACK TO R -> ORA-1086
     1 COMMIT -> | 2 SELECT COUNT(*) FROM T -> 2 | 1 INSERT INTO T(A) VALUES (3) ->
     1 CREATE TABLE T(B NUMBER) -> ORA-955 | 2 SELECT COUNT(*) FROM T -> 3)",
          connect_with_table());

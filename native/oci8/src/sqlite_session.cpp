@@ -14,6 +14,7 @@
 #include <thread>
 #include <utility>
 
+#include "declared_type.h"
 #include "sqlite_catalogue.h"
 #include "sqlite_control.h"
 #include "sqlite_functions.h"
@@ -169,6 +170,7 @@ int SqliteSession::run(Control control) {
 // The lock is taken at the transaction's first change, not at its first write to a page: SQLite
 // could otherwise refuse it in the middle of the statement, where waiting does not help any more.
 void SqliteSession::begin() {
+  newest_savepoint_.clear();
   // A query that began before the latest commit of another session would keep this one out.
   read_out();
   start_waiting();
@@ -244,8 +246,21 @@ void SqliteSession::read_out_before_undo() noexcept {
 
 // Without a transaction there is nothing to go back to but that; beginning one would lock out other
 // writers for a unit that may only read.
+// The newest savepoint moves when it is set again: SQLite would keep each of them until the
+// transaction ends, and look at all with every page that is written.
+void SqliteSession::to_savepoint(const std::string& name, const std::string& sql,
+                                 const ErrorContext& context) {
+  if (sql.starts_with("SAVEPOINT") && name == newest_savepoint_) {
+    execute_sql(db(), "RELEASE " + quote_name(name));
+  }
+  newest_savepoint_.clear();
+  execute_sql(db(), sql, context);
+  newest_savepoint_ = name;
+}
+
 void SqliteSession::mark() {
   require_open();
+  newest_savepoint_.clear();
   marked_ = in_transaction();
   // Without a transaction this is all that the mark is: going back brings back what a commit has
   // still to tell.

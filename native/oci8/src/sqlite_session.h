@@ -84,6 +84,9 @@ class SqliteSession {
   /// end a query, too.
   void read_out();
 
+  /// Runs the client's "SAVEPOINT name" or "ROLLBACK TO name".
+  void to_savepoint(const std::string& name, const std::string& sql, const ErrorContext& context);
+
   /// See Connection::mark.
   void mark();
   void release_mark() noexcept;
@@ -197,6 +200,7 @@ class SqliteSession {
   std::atomic<RunState> state_ = RunState::Idle;
   int transaction_schema_ = 0;
   bool gentle_ = false;  // a stop must not cost the transaction
+  std::string newest_savepoint_;  // the client's, where no other savepoint is behind it
   WriteQueue::Place* place_ = nullptr;  // of a transaction that begins: its timeout runs already
   bool lost_ = false;  // changes are gone that the client has not been told to repeat
   bool marked_ = false;  // a savepoint stands for the mark; else it is where no transaction was

@@ -415,7 +415,9 @@ void SqliteStatement::run_control() {
   const bool first = !session_->in_transaction();
   if (first) session_->begin();
   try {
-    execute_sql(session_->db(), now_.translation.sql, {&now_.translation});
+    if (!lock) {
+      session_->to_savepoint(now_.translation.object, now_.translation.sql, {&now_.translation});
+    }
   } catch (...) {
     if (first) session_->rollback();
     throw;
