@@ -140,6 +140,11 @@ TEST_F(EngineTest, LockedDatabaseIsReportedAfterTheTimeout) {
   EXPECT_EQ(code_of(*other, "INSERT INTO T(A) VALUES (3)"), 54);
   EXPECT_GE(steady_clock::now() - begun, milliseconds(200));
   EXPECT_LT(steady_clock::now() - begun, milliseconds(2000));
+  setenv("OCI8_LOCK_TIMEOUT", "60000", 1);
+  const ConnectionPtr hasty = connect();
+  EXPECT_EQ(code_of(*hasty, "SELECT A FROM T FOR UPDATE NOWAIT"), 54);
+  EXPECT_EQ(code_of(*hasty, "LOCK TABLE T IN SHARE MODE NOWAIT"), 54);
+  EXPECT_LT(steady_clock::now() - begun, std::chrono::seconds(50)) << "it has waited";
   const Prepared open(*other, "SELECT A FROM T");
   EXPECT_TRUE(open->step());
   run(*one, "INSERT INTO T(A) VALUES (2)");

@@ -44,6 +44,7 @@ Translation finish(Action action, Fragment sql, Context& context) {
   result.large_places = std::move(context.large_places);
   result.stored_places = std::move(context.stored_places);
   result.large = context.large;
+  result.nowait = context.nowait;
   std::ranges::stable_sort(result.marks, {}, &SourceMark::engine_offset);
   return result;
 }
@@ -59,7 +60,7 @@ bool for_update(Context& context) {
       while (tokens.accept_symbol(".")) tokens.name(904);
     } while (tokens.accept_symbol(","));
   }
-  tokens.accept_word("NOWAIT");
+  context.nowait = tokens.accept_word("NOWAIT");
   return true;
 }
 
@@ -144,7 +145,7 @@ Translation lock_table(Context& context) {
   // All modes come to the same here, as the engine has one lock for a whole database.
   while (!tokens.at_end() && !tokens.is_word("MODE")) tokens.skip();
   tokens.expect_word("MODE");
-  tokens.accept_word("NOWAIT");
+  context.nowait = tokens.accept_word("NOWAIT");
   tokens.expect_end();
   return finish(Action::Change, fragment("DELETE FROM " + quote_name(name) + " WHERE 0", offset),
                 context);

@@ -169,11 +169,12 @@ int SqliteSession::run(Control control) {
 
 // The lock is taken at the transaction's first change, not at its first write to a page: SQLite
 // could otherwise refuse it in the middle of the statement, where waiting does not help any more.
-void SqliteSession::begin() {
+void SqliteSession::begin(bool wait) {
   newest_savepoint_.clear();
   // A query that began before the latest commit of another session would keep this one out.
   read_out();
   start_waiting();
+  if (!wait) wait_until_ = Clock::now();
   const int result = begin_in_turn();
   place_ = nullptr;
   // A wait that a break has ended looks like a busy database.
@@ -337,9 +338,9 @@ SqliteSession::Operation::~Operation() {
   run_state_here = nullptr;
 }
 
-SqliteSession::Change::Change(SqliteSession& session)
+SqliteSession::Change::Change(SqliteSession& session, bool wait)
     : session_(session), first_(!session.in_transaction()) {
-  if (first_) session.begin();
+  if (first_) session.begin(wait);
   session.gentle_ = !first_;
   session.gentle_until_ = Clock::time_point();
 }

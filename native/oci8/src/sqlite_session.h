@@ -66,9 +66,9 @@ class SqliteSession {
 
   bool in_transaction() const { return sqlite3_get_autocommit(db()) == 0; }
   /// Begins a transaction, where none is open. Takes the lock for writing; waits for another writer
-  /// up to the lock timeout (ORA-00054).
+  /// up to the lock timeout, or not at all (ORA-00054).
   /// Reads open queries out, as the transaction begins with the latest state.
-  void begin();
+  void begin(bool wait = true);
   /// The schema's version in the open transaction: the lock keeps others from changing it.
   int transaction_schema() const { return transaction_schema_; }
   /// Without a transaction does nothing. ORA-02091 where the transaction could not be committed,
@@ -118,7 +118,7 @@ class SqliteSession {
   /// unless the change is kept. A change that fails later in a transaction is undone by SQLite.
   class Change {
    public:
-    explicit Change(SqliteSession& session);
+    explicit Change(SqliteSession& session, bool wait = true);
     ~Change();
     Change(const Change&) = delete;
     Change& operator=(const Change&) = delete;

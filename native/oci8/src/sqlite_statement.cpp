@@ -316,7 +316,7 @@ bool SqliteStatement::step_query() {
   // Before the first row only, and where no transaction holds the lock already.
   const bool locks = now_.translation.locks && !row_stands_ && !session_->in_transaction();
   try {
-    if (locks) session_->begin();
+    if (locks) session_->begin(!now_.translation.nowait);
     const bool first = !row_stands_;
     row_stands_ = first ? start_query() : next_row();
     if (first && row_stands_) session_->enter(*this);
@@ -360,7 +360,7 @@ void SqliteStatement::run_change() {
   changed_ = 0;
   const SqliteSession::Operation running(*session_);
   session_->read_out();
-  SqliteSession::Change change(*session_);
+  SqliteSession::Change change(*session_, !now_.translation.nowait);
   prepare_change();
   // The values that a statement makes are not its own changes to SQLite, which may find that there
   // is nothing to undo.
