@@ -94,6 +94,7 @@ TEST_F(Large, NamesOfValuesThatAreGoneAreTold) {
   db_->commit();
   EXPECT_EQ(code_of_size(*other, first), 22922);
   EXPECT_EQ(code_of_size(*db_, {}), 22275);
+  EXPECT_EQ(run("insert into t (n, b) values (1, :1)", first, true), 22922);
 }
 
 // Chunks go back and forth between a byte and two for each character, of which a value shows
@@ -231,13 +232,18 @@ TEST_F(Large, LongValuesStreamThroughTheStore) {
     size_t size, piece;
     const char* kept;
     int code = 0;
-  } cases[] = {{"insert into s (n, r) values (1, :1)", kChunk, 999, "0/0"},
-               {"insert into s (n, r) values (2, :1)", kChunk + 1, 999, "1/2"},
-               {"insert into t (n, l) values (3, :1)", 4 * kChunk, kChunk, "2/6"},
-               {"begin insert into s (n, b) values (4, :1); end;", 5 * kChunk + 5, 70000, "3/12"},
-               {"insert into s (n, r) values (2, :1)", 100000, 5000, "3/12", 1},
-               {"begin insert into s (n, r) values (1, :1); end;", 100000, 5000, "3/12", 1},
-               {"update s set r = :1", 100000, 5000, "3/12", 24343}};
+  } cases[] = {
+      {"insert into s (n, r) values (1, :1)", kChunk, 999, "0/0"},
+      {"insert into s (n, r) values (2, :1)", kChunk + 1, 999, "1/2"},
+      {"insert into t (n, l) values (3, :1)", 4 * kChunk, kChunk, "2/6"},
+      {"begin insert into s (n, b) values (4, :1); end;", 5 * kChunk + 5, 70000, "3/12"},
+      {"insert into s (n, r) values (2, :1)", 100000, 5000, "3/12", 1},
+      {"begin insert into s (n, r) values (1, :1); end;", 100000, 5000, "3/12", 1},
+      {"update s set r = :1", 100000, 5000, "3/12", 24343},
+      {"begin commit; insert into s (n, r) values ('z', :1); end;", 2 * kChunk, 5000, "3/12", 1722},
+      {"begin savepoint a; insert into s (n, r) values (5, :1); rollback to a; end;", 2 * kChunk,
+       5000, "3/12"},
+      {"begin rollback; insert into s (n, r) values (6, :1); end;", 2 * kChunk, 5000, "3/12"}};
   for (const auto& one : cases) {
     Source source{c, pattern(one.size, 3), one.piece, one.code == 24343};
     const ub2 type = one.sql[12] == 't' ? SQLT_LNG : SQLT_LBI;
@@ -247,6 +253,7 @@ TEST_F(Large, LongValuesStreamThroughTheStore) {
     EXPECT_EQ(kept(), one.kept) << one.sql;
   }
   EXPECT_TRUE(content(cell("select b from s where n = 4")) == pattern(5 * kChunk + 5, 3));
+  EXPECT_TRUE(query(*db_, "select r from s where n = 6") == pattern(2 * kChunk, 3));
   std::string buffer(100, '#'), got;
   ub2 code = 0;
   ASSERT_EQ(c.prepare("select r from s where n = 2"), OCI_SUCCESS);

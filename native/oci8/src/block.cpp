@@ -75,6 +75,13 @@ class ResetAfter {
 // ORA-06502 with the cause behind it.
 constexpr int kConversionErrors[] = {1401, 1438, 1722};
 
+// A given value is there before the block begins. Steps that end or part the transaction could undo
+// it ahead of the cell that takes it, or keep it without one.
+bool parts_transaction(const Step& step) {
+  return step.kind == Step::Kind::Savepoint || step.kind == Step::Kind::ReturnTo ||
+         step.kind == Step::Kind::EndTransaction;
+}
+
 }  // namespace
 
 struct Block::Program {
@@ -150,6 +157,7 @@ void Block::Program::prepare() {
 // second one would find it gone.
 ub2 Block::Program::takes_large(size_t index) {
   prepare();
+  if (std::ranges::any_of(code.steps, parts_transaction)) return 0;
   ub2 type = 0;
   size_t uses = 0;
   for (const Step& step : code.steps) {

@@ -36,8 +36,9 @@ class Block {
   /// bytes stay the caller's until run() has returned. Without a bind it is NULL.
   void bind(ub4 position, const Value& value);
 
-  /// As Statement::takes_large, for a placeholder that the block uses once and does not assign to.
-  /// Errors of the block's statements come up here.
+  /// As Statement::takes_large, for a placeholder that the block uses once and does not assign to;
+  /// 0 for all of a block with COMMIT, ROLLBACK or SAVEPOINT. Errors of the block's statements come
+  /// up here.
   ub2 takes_large(ub4 position);
 
   /// Runs the block as a whole or not at all: after a failure the transaction is as it was before,

@@ -373,8 +373,14 @@ void take_large(Call& call) {
   // The second row of an UPDATE, for example, must get a value of its own.
   const bool take = input->given && !input->taken;
   input->taken = true;
-  // What is copied next is this copy: the value itself may end with a later row of the statement.
-  if (!take) input->name = store_of(call).copy(input->name);
+  LargeStore& store = store_of(call);
+  if (take) {
+    // Where it was undone since it was made, its id is free for another value.
+    store.size(input->name);
+  } else {
+    // What is copied next is this copy: the value itself may end with a later row of the statement.
+    input->name = store.copy(input->name);
+  }
   call.give_integer(input->name.id);
 }
 
