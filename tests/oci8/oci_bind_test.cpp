@@ -269,6 +269,25 @@ TEST_F(Bind, ABlockThatFindsNoRowIsUndoneAndNoError) {
   EXPECT_EQ(c.number("select n from t"), 63);
 }
 
+// What a block ends with for an output variable, whose memory is no value of its type before.
+TEST_F(Bind, ABlockIsUndoneWhereItsOutputDoesNotFit) {
+  const std::tuple<const char*, ub2, int> cases[] = {{":d := 'seven77'", SQLT_STR, 1406},
+                                                     {":d := null", SQLT_DAT, 1405},
+                                                     {":d := 'x'", SQLT_FLT, 1722},
+                                                     {"savepoint s; :d := null", SQLT_DAT, 1405},
+                                                     {":d := sysdate", SQLT_DAT, 0}};
+  for (const auto& [step, type, error] : cases) {
+    std::string out(type == SQLT_FLT ? 8 : 7, '\xEE');
+    const std::string insert = "declare v number; begin insert into t (n) values (7); ";
+    ASSERT_EQ(c.prepare(insert + step + "; end;"), OCI_SUCCESS);
+    ASSERT_EQ(c.bind(1, out.data(), out.size(), type), OCI_SUCCESS);
+    EXPECT_EQ(c.error_of(c.execute(1)), error) << step;
+    EXPECT_EQ(c.row_count(), error == 0 ? 1u : 0u) << step;
+    EXPECT_EQ(c.number("select count(*) from t"), error == 0 ? 1 : 0) << step;
+    must("rollback");
+  }
+}
+
 // As after an execute of that query; the block may be gone by then.
 TEST_F(Bind, ACursorVariableIsTheOpenedQuery) {
   must("insert into t (n, s) values (5, 'five')");

@@ -98,7 +98,7 @@ struct Block::Program {
         bound(block.placeholders.size()),
         slots(bound.size() + code.variables.size()) {}
 
-  void run(bool marked);
+  void run(const BlockCalls& calls, bool marked);
   ub2 takes_large(size_t index);
   void prepare();
   void start();
@@ -186,9 +186,9 @@ void Block::Program::forget_results() {
   for (Slot& slot : slots) slot.assigned = false;
 }
 
-// A savepoint that the block leaves behind is the session's from now on; releasing the mark would
-// take it along.
-void Block::Program::run(bool marked) {
+// Results that the caller cannot take fail the block while it can still be undone. A savepoint that
+// it leaves behind is the session's from now on; releasing the mark would take it along.
+void Block::Program::run(const BlockCalls& calls, bool marked) {
   try {
     start();
     prepare();
@@ -199,6 +199,7 @@ void Block::Program::run(bool marked) {
     for (Step& step : code.steps) {
       within(step, [&] { perform(step); });
     }
+    calls.take_results();
   } catch (...) {
     if (marked) connection.return_to_mark();
     forget_results();
@@ -319,8 +320,8 @@ ub2 Block::takes_large(ub4 position) {
   return program_->takes_large(position - 1);
 }
 
-void Block::run(bool marked) {
-  program_->run(marked);
+void Block::run(const BlockCalls& calls, bool marked) {
+  program_->run(calls, marked);
 }
 
 const Value* Block::assigned(ub4 position) const {

@@ -7,6 +7,7 @@
 #ifndef OCI8_BLOCK_H
 #define OCI8_BLOCK_H
 
+#include <functional>
 #include <memory>
 #include <vector>
 
@@ -21,6 +22,11 @@ struct OpenedCursor {
   // Members are destroyed from the last to the first, which is why the run stands behind its text.
   std::unique_ptr<SqlText> text;  // outlives `run`
   std::unique_ptr<Statement> run;
+};
+
+/// What the caller of a block does while it runs. A failure of these fails the block.
+struct BlockCalls {
+  std::function<void()> take_results = [] {};  // of a run that has made all of its steps
 };
 
 /// An anonymous block on a connection. Placeholders are numbered by distinct name, as
@@ -46,7 +52,7 @@ class Block {
   /// that failed, and its place in the block.
   /// ORA-01403 and ORA-01422 where a SELECT INTO finds no row or several.
   /// `marked`: the connection's mark stands at where to go back to, and is used up.
-  void run(bool marked = false);
+  void run(const BlockCalls& calls = {}, bool marked = false);
 
   /// What the last run assigned to a placeholder; null where it assigned nothing. Valid until the
   /// next run.

@@ -218,7 +218,7 @@ int StatementHandle::start(Attachment& attachment, ub4 iterations) {
       // are read from, and brings up what is wrong with the query.
       cursor_ = step() ? Cursor::AtRow : Cursor::AtEnd;
     } else if (block_ != nullptr) {
-      keep_worst(information, run_block(row, unit.hand_over()));
+      keep_worst(information, run_block(row, unit));
     } else {
       run_change();
     }
@@ -296,11 +296,14 @@ void StatementHandle::give_inputs(ub4 row) {
   }
 }
 
-int StatementHandle::run_block(ub4 row, bool marked) {
-  block_->run(marked);
+int StatementHandle::run_block(ub4 row, StreamUnit& unit) {
+  int information = 0;
+  const BlockCalls calls{.take_results = [&] {
+    information = store_outputs(row);
+    hand_over_cursors();
+  }};
+  block_->run(calls, unit.hand_over());
   ++row_count;
-  const int information = store_outputs(row);
-  hand_over_cursors();
   return information;
 }
 

@@ -132,7 +132,7 @@ class StatementHandle : public Handle {
   // Parts of an execute. Codes that are no errors come back as int, everything else is raised.
   int start(Attachment& attachment, ub4 iterations);
   void run_change();
-  int run_block(ub4 row, bool marked);
+  int run_block(ub4 row, StreamUnit& unit);
   void remember(const Failure& failure);
   const std::vector<ColumnInfo>& columns() const;
 
