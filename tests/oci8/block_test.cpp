@@ -124,7 +124,12 @@ TEST_F(BlockTest, FailedBlockIsUndoneAsAWholeBackToItsLastCommit) {
       {"BEGIN INSERT INTO T(A) VALUES (4); COMMIT; DELETE FROM T; :x := 1 / 0; END;", 1476,
        "1 2 3 4"},
       {"COMMIT", 0, "1 2 3 4"},
-      {"BEGIN DELETE FROM T; ROLLBACK; INSERT INTO T(A) VALUES (5); END;", 0, "1 2 3 4 5"}};
+      {"BEGIN DELETE FROM T; ROLLBACK; INSERT INTO T(A) VALUES (5); END;", 0, "1 2 3 4 5"},
+      {"BEGIN INSERT INTO T(A) VALUES (6); SAVEPOINT Q; END;", 0, "1 2 3 4 5 6"},
+      {"SAVEPOINT S", 0, "1 2 3 4 5 6"},
+      {"BEGIN SAVEPOINT A; SAVEPOINT S; ROLLBACK TO A; ROLLBACK TO S; DELETE FROM T; :x := 1 / 0; "
+       "END;",
+       1476, "1 2 3 4 5 6"}};
   for (const auto& [text, code, left] : steps) {
     EXPECT_EQ(run(text).code, code) << text;
     EXPECT_EQ(numbers(), left) << text;

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <iterator>
-#include <set>
 #include <utility>
 
 #include "block_code.h"
@@ -130,7 +129,7 @@ struct Block::Program {
   std::vector<Value> bound;
   std::vector<Slot> slots;
   std::vector<OpenedCursor> cursors;
-  std::set<std::string> savepoints;  // that the run has set since the mark
+  std::vector<std::string> savepoints;  // that the run has set since the mark and that still stand
 };
 
 // SQL that does not fit the tables comes up before anything runs, as it is one program. Queries of
@@ -238,15 +237,14 @@ void Block::Program::execute(Step& step) {
   }
 }
 
-// Going back to a savepoint from before the block takes the mark along: what is undone from here on
-// can only be what the block does next.
+// Going back to a savepoint takes those behind it along, and the mark with them where it is from
+// before the block: what is undone from here on can only be what the block does next.
 void Block::Program::note_transaction(const Step& step) {
-  if (step.kind == Step::Kind::Savepoint) savepoints.insert(step.savepoint);
+  if (step.kind == Step::Kind::Savepoint) savepoints.push_back(step.savepoint);
   if (step.kind == Step::Kind::EndTransaction) savepoints.clear();
-  if (step.kind == Step::Kind::ReturnTo && !savepoints.contains(step.savepoint)) {
-    savepoints.clear();
-    connection.mark();
-  }
+  if (step.kind != Step::Kind::ReturnTo) return;
+  while (!savepoints.empty() && savepoints.back() != step.savepoint) savepoints.pop_back();
+  if (savepoints.empty()) connection.mark();
 }
 
 // Before each run of a step: the bytes that it was bound to the last time may be gone.
