@@ -271,11 +271,10 @@ TEST_F(Bind, ABlockThatFindsNoRowIsUndoneAndNoError) {
 
 // What a block ends with for an output variable, whose memory is no value of its type before.
 TEST_F(Bind, ABlockIsUndoneWhereItsOutputDoesNotFit) {
-  const std::tuple<const char*, ub2, int> cases[] = {{":d := 'seven77'", SQLT_STR, 1406},
-                                                     {":d := null", SQLT_DAT, 1405},
-                                                     {":d := 'x'", SQLT_FLT, 1722},
-                                                     {"savepoint s; :d := null", SQLT_DAT, 1405},
-                                                     {":d := sysdate", SQLT_DAT, 0}};
+  const std::tuple<const char*, ub2, int> cases[] = {
+      {":d := 'seven77'", SQLT_STR, 1406}, {":d := null", SQLT_DAT, 1405},
+      {":d := 'x'", SQLT_FLT, 1722},       {"savepoint s; :d := null", SQLT_DAT, 1405},
+      {":d := sysdate", SQLT_DAT, 0},      {"select 1, sysdate into v, :d from dual", SQLT_DAT, 0}};
   for (const auto& [step, type, error] : cases) {
     std::string out(type == SQLT_FLT ? 8 : 7, '\xEE');
     const std::string insert = "declare v number; begin insert into t (n) values (7); ";

@@ -278,14 +278,17 @@ int store_output(const BindHandle& bind, const Value& value, size_t row) noexcep
   return target.store(value, row);
 }
 
-// `:x :=`, `INTO :x, :y` and `OPEN :x` write; every other place reads.
+// `:x :=`, `INTO :x, v, :y` and `OPEN :x` write; every other place reads.
 std::vector<PlaceholderUse> find_uses(const SqlText& text) {
   std::vector<PlaceholderUse> uses(text.placeholders.size());
   bool into = false, open = false;
+  bool due = false;  // a target, here or as a variable of the block
   for (size_t i = 0; i < text.tokens.size(); ++i) {
     const std::string_view word = text.spelling(text.tokens[i]);
     if (text.tokens[i].kind != TokenKind::Placeholder) {
-      into = is_word(word, "INTO") || (into && word == ",");
+      const bool more = is_word(word, "INTO") || (into && word == ",");
+      into = more || (into && due);
+      due = more;
       open = is_word(word, "OPEN");
       continue;
     }
@@ -299,7 +302,7 @@ std::vector<PlaceholderUse> find_uses(const SqlText& text) {
     const bool assigned = i + 1 < text.tokens.size() && text.spelling(text.tokens[i + 1]) == ":=";
     if (open) use.opened = true;
     if (!open && !into && !assigned) use.read = true;
-    open = false;
+    open = due = false;
   }
   return uses;
 }
