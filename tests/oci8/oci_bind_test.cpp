@@ -287,6 +287,27 @@ TEST_F(Bind, ABlockIsUndoneWhereItsOutputDoesNotFit) {
   }
 }
 
+// Each iteration has its own, and none runs where one of them is wrong.
+TEST_F(Bind, CursorVariablesMayBeAnArray) {
+  OCIStmt* opened[] = {c.make<OCIStmt>(OCI_HTYPE_STMT), nullptr};
+  const int values[] = {11, 22};
+  ASSERT_EQ(c.prepare("begin insert into t (n) values (:a); open :c for select :a from dual; end;"),
+            OCI_SUCCESS);
+  ASSERT_EQ(c.bind(1, values, 4, SQLT_INT), OCI_SUCCESS);
+  ASSERT_EQ(c.bind(2, opened, sizeof opened[0], SQLT_RSET), OCI_SUCCESS);
+  EXPECT_EQ(c.error_of(c.execute(2)), 1001);
+  EXPECT_EQ(c.row_count(), 0u);
+  opened[1] = c.make<OCIStmt>(OCI_HTYPE_STMT);
+  ASSERT_EQ(c.execute(2), OCI_SUCCESS) << c.code();
+  for (int i = 0; i < 2; ++i) {
+    int number = 0;
+    c.stmt = opened[i];
+    ASSERT_EQ(c.define(1, &number, 4, SQLT_INT), OCI_SUCCESS);
+    EXPECT_EQ(c.fetch(1), OCI_SUCCESS) << c.code();
+    EXPECT_EQ(number, values[i]);
+  }
+}
+
 // As after an execute of that query; the block may be gone by then.
 TEST_F(Bind, ACursorVariableIsTheOpenedQuery) {
   must("insert into t (n, s) values (5, 'five')");

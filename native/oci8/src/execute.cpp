@@ -203,7 +203,7 @@ int StatementHandle::start(Attachment& attachment, ub4 iterations) {
   if (!query) attachment.require_no_stream();
   breaks_ = attachment.breaks;
   enter(attachment);
-  const bool streams = check_binds();
+  const bool streams = check_binds(iterations);
   close_cursor();
   int information = 0;
   for (ub4 row = 0; row < (query ? 1 : iterations); ++row) {
@@ -236,7 +236,7 @@ void StatementHandle::run_change() {
 }
 
 // Before anything runs, and before a callback's stream is used up. True where there is one.
-bool StatementHandle::check_binds() const {
+bool StatementHandle::check_binds(ub4 iterations) const {
   bool streams = false;
   for (size_t i = 0; i < binds_.size(); ++i) {
     const BindHandle* bind = binds_[i];
@@ -245,7 +245,7 @@ bool StatementHandle::check_binds() const {
     const bool opened = block_ != nullptr && uses_[i].opened;
     const bool cursor = bind->type == SQLT_RSET;
     if (cursor != opened) fail(932);
-    if (cursor) cursor_variable(*bind);
+    for (ub4 row = 0; cursor && row < iterations; ++row) cursor_variable(*bind, row);
     streams = streams || bind->at_execution;
   }
   return streams;
@@ -300,7 +300,7 @@ int StatementHandle::run_block(ub4 row, StreamUnit& unit) {
   int information = 0;
   const BlockCalls calls{.take_results = [&] {
     information = store_outputs(row);
-    hand_over_cursors();
+    hand_over_cursors(row);
   }};
   block_->run(calls, unit.hand_over());
   ++row_count;
@@ -320,9 +320,9 @@ int StatementHandle::store_outputs(ub4 row) {
 }
 
 // The variable holds the address of a statement handle, which may be anything by now.
-StatementHandle& StatementHandle::cursor_variable(const BindHandle& bind) const {
+StatementHandle& StatementHandle::cursor_variable(const BindHandle& bind, ub4 row) const {
   const void* address = nullptr;
-  std::memcpy(&address, bind.buffer, sizeof address);
+  std::memcpy(&address, bind.buffer + row * bind.room, sizeof address);
   StatementHandle* found = pool<StatementHandle>.find(address);
   if (found == nullptr || found == this || found->environment != environment) fail(1001);
   // It may be the one whose callback makes this call.
@@ -330,10 +330,10 @@ StatementHandle& StatementHandle::cursor_variable(const BindHandle& bind) const 
   return *found;
 }
 
-void StatementHandle::hand_over_cursors() {
+void StatementHandle::hand_over_cursors(ub4 row) {
   for (OpenedCursor& opened : block_->take_cursors()) {
     const BindHandle& bind = *binds_[opened.position - 1];
-    cursor_variable(bind).adopt(std::move(opened), *attachment_);
+    cursor_variable(bind, row).adopt(std::move(opened), *attachment_);
   }
 }
 

@@ -153,14 +153,14 @@ class StatementHandle : public Handle {
   void copy_piece(size_t length);
   sword end_pieces(ErrorRecord& record);
 
-  bool check_binds() const;
+  bool check_binds(ub4 iterations) const;
   bool streams_large(size_t index);
   void pull_streams(StreamUnit& unit, ub4 row);
   Value input(size_t index, ub4 row);
   void give_inputs(ub4 row);
   int store_outputs(ub4 row);
-  void hand_over_cursors();
-  StatementHandle& cursor_variable(const BindHandle& bind) const;
+  void hand_over_cursors(ub4 row);
+  StatementHandle& cursor_variable(const BindHandle& bind, ub4 row) const;
   void adopt(OpenedCursor opened, Attachment& attachment);
   void release_streams() noexcept;
   void abandon_streams() noexcept;
