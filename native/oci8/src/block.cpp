@@ -196,7 +196,10 @@ void Block::Program::run(const BlockCalls& calls, bool marked) {
     if (!marked) connection.mark();
     marked = true;
     for (Step& step : code.steps) {
-      within(step, [&] { perform(step); });
+      within(step, [&] {
+        calls.before_step();
+        perform(step);
+      });
     }
     calls.take_results();
   } catch (...) {

@@ -26,6 +26,7 @@ struct OpenedCursor {
 
 /// What the caller of a block does while it runs. A failure of these fails the block.
 struct BlockCalls {
+  std::function<void()> before_step = [] {};
   std::function<void()> take_results = [] {};  // of a run that has made all of its steps
 };
 

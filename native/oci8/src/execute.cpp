@@ -298,10 +298,15 @@ void StatementHandle::give_inputs(ub4 row) {
 
 int StatementHandle::run_block(ub4 row, StreamUnit& unit) {
   int information = 0;
-  const BlockCalls calls{.take_results = [&] {
-    information = store_outputs(row);
-    hand_over_cursors(row);
-  }};
+  const BlockCalls calls{
+      // Steps are over too soon to hear of a break.
+      .before_step = [&] { unit.require_live(); },
+      .take_results =
+          [&] {
+            information = store_outputs(row);
+            hand_over_cursors(row);
+          },
+  };
   block_->run(calls, unit.hand_over());
   ++row_count;
   return information;
