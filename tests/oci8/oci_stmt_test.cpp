@@ -244,6 +244,45 @@ TEST_F(Stmt, AQueryDoesNotSeeTheChangesOfItsOwnLoop) {
   }
 }
 
+// By another session, between two executes with the same defines.
+TEST_F(Stmt, AQueryFollowsItsTableAtEveryRun) {
+  Client other(database_);
+  const struct {
+    const char* selected;
+    ub2 type;
+    ub4 mode;
+    const char *former, *former_value, *later, *later_value;
+    int code;
+  } cases[] = {
+      {"v from t", SQLT_LNG, OCI_DYNAMIC_FETCH, "v long", "'x'", "v clob", "'long text'", 932},
+      {"v from t", SQLT_DAT, OCI_DEFAULT, "v date", "sysdate", "v raw(10)", "'0102'", 932},
+      {"v from t", SQLT_STR, OCI_DEFAULT, "v char, n char", "'1', '1'", "n char", "'1'", 904},
+      {"v from t", SQLT_STR, OCI_DEFAULT, "v char", "'1'", "v number(1)", "1", 0},
+  };
+  for (const auto& one : cases) {
+    const auto create = [&](const std::string& columns, const std::string& values) {
+      other.run("drop table t");
+      EXPECT_EQ(other.run("create table t (" + columns + ")"), OCI_SUCCESS);
+      EXPECT_EQ(other.run("insert into t values (" + values + ")"), OCI_SUCCESS);
+      EXPECT_EQ(other.run("commit"), OCI_SUCCESS);
+    };
+    char value[7];
+    const bool pieces = one.mode == OCI_DYNAMIC_FETCH;
+    const sword good = pieces ? OCI_NEED_DATA : OCI_SUCCESS;
+    create(one.former, one.former_value);
+    ASSERT_EQ(c.prepare(std::string("select ") + one.selected), OCI_SUCCESS);
+    c.define(1, value, pieces ? 0x7fffffff : sizeof value, one.type, nullptr, nullptr, nullptr,
+             one.mode);
+    EXPECT_EQ(c.execute(1), good) << one.selected;
+    create(one.later, one.later_value);
+    for (int run = 0; run < 3; ++run) {
+      EXPECT_EQ(c.error_of(c.execute(1)), one.code) << one.selected << one.later << run;
+    }
+    create(one.former, one.former_value);
+    EXPECT_EQ(c.execute(1), good) << one.selected;
+  }
+}
+
 TEST_F(Stmt, BadDefinesAreRefused) {
   ASSERT_EQ(c.prepare("select 1 from dual"), OCI_SUCCESS);
   int number = 0;

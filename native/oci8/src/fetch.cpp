@@ -58,7 +58,7 @@ void StatementHandle::check_fetch() {
   if (!armed_) arm();
 }
 
-// Once for all rows: each variable is matched with its column, and gets its conversion.
+// Once for all rows of a run: each variable is matched with its column, and gets its conversion.
 void StatementHandle::arm() {
   const std::vector<ColumnInfo>& all = columns();
   has_pieces_ = false;
@@ -153,6 +153,8 @@ Value StatementHandle::begin_of_long(const DefineHandle& define, const Value& va
 
 void StatementHandle::close_cursor() noexcept {
   piece_.phase = Pieces::None;
+  // The next run may find its columns with other types: another session has made the table anew.
+  armed_ = false;
   cursor_ = Cursor::Closed;
   failure_.reset();
   if (run_ != nullptr) run_->reset();
@@ -176,8 +178,9 @@ sword StatementHandle::begin_pieces(size_t define, ErrorRecord& record) {
   const Value value = run_->column(defines_[define]->position - 1);
   piece_.null = value.kind == Value::Kind::Null;
   // A text column of the engine may hold a number in some row, of which there are no bytes to hand
-  // over.
-  if (value.kind == Value::Kind::Integer || value.kind == Value::Kind::Real) fail(932);
+  // over. Large characters would be counted where bytes are.
+  const bool number = value.kind == Value::Kind::Integer || value.kind == Value::Kind::Real;
+  if (number || value.large.unit == LargeName::Unit::Character) fail(932);
   piece_.large = value.large;
   piece_.total = value.size;
   if (value.kind == Value::Kind::Large) {

@@ -168,7 +168,7 @@ class StatementHandle : public Handle {
   void drop_binds() noexcept;
   void drop_defines() noexcept;
 
-  bool armed_ = false;  // the defines suit the select list and have their conversions
+  bool armed_ = false;  // in this run the defines suit the select list and have their conversions
   bool has_pieces_ = false;
   bool pulling_ = false;  // a callback of the caller is running
   Cursor cursor_ = Cursor::Closed;
