@@ -256,6 +256,9 @@ TEST_F(Stmt, AQueryFollowsItsTableAtEveryRun) {
   } cases[] = {
       {"v from t", SQLT_LNG, OCI_DYNAMIC_FETCH, "v long", "'x'", "v clob", "'long text'", 932},
       {"v from t", SQLT_DAT, OCI_DEFAULT, "v date", "sysdate", "v raw(10)", "'0102'", 932},
+      {"v || 'x' from t", SQLT_STR, OCI_DEFAULT, "v char", "'1'", "v clob", "'text'", 932},
+      {"v from t where v like '1%'", SQLT_STR, OCI_DEFAULT, "v char", "'1'", "v clob", "'x'", 932},
+      {"* from t", SQLT_STR, OCI_DEFAULT, "v char", "'1'", "v char, n number", "'1', 1", 1007},
       {"v from t", SQLT_STR, OCI_DEFAULT, "v char, n char", "'1', '1'", "n char", "'1'", 904},
       {"v from t", SQLT_STR, OCI_DEFAULT, "v char", "'1'", "v number(1)", "1", 0},
   };

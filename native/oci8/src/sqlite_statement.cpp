@@ -110,6 +110,7 @@ void SqliteStatement::translate_again() {
   std::ranges::move(made.translation.columns, described.begin());
   made.translation.columns = std::move(described);
   now_ = std::move(made);
+  suspect_ = false;
   // A new engine statement knows nothing of the binds of the former one.
   for (ub4 i = 0; i < bound_.size(); ++i) bind_value(i + 1, bound_[i]);
 }
@@ -238,20 +239,24 @@ bool SqliteStatement::outdated() {
 
 // The first step of a query: true for a row, nothing when the translation has to be made again.
 // SQLite prepares a statement again by itself when the schema changes; that, or its failure, is
-// what brings the change up here, so that it costs nothing in all other runs.
+// what brings the change up here, so that it costs nothing in all other runs. SQLite tells it once
+// only, while a translation that fails leaves the old one for the next run: hence the suspicion.
 std::optional<bool> SqliteStatement::first_step() {
+  if (suspect_ && outdated()) return std::nullopt;
   const int result = sqlite3_step(now_.statement.get());
   const bool good = result == SQLITE_ROW || result == SQLITE_DONE;
-  const bool prepared_again =
-      sqlite3_stmt_status(now_.statement.get(), SQLITE_STMTSTATUS_REPREPARE, 1) != 0;
-  if (good && !(prepared_again && outdated())) return result == SQLITE_ROW;
-  if (good) return std::nullopt;
-  Failure raised = failure(result);
   // A column that was dropped makes SQLite's own repreparation fail; a translation for the new
   // schema may succeed, or fail with the error that the server would give.
-  const bool maybe_outdated = (result & 0xff) == SQLITE_ERROR;
-  if (maybe_outdated && outdated()) return std::nullopt;
-  throw raised;
+  const bool wrong = (result & 0xff) == SQLITE_ERROR;
+  const bool prepared_again =
+      sqlite3_stmt_status(now_.statement.get(), SQLITE_STMTSTATUS_REPREPARE, 1) != 0;
+  suspect_ = prepared_again || wrong;
+  const Failure raised = good ? Failure() : failure(result);
+  if (!good && !wrong) throw raised;
+  suspect_ = suspect_ && outdated();
+  if (suspect_) return std::nullopt;
+  if (wrong) throw raised;
+  return result == SQLITE_ROW;
 }
 
 // A query that draws from a sequence starts again where another session has drawn in between.

@@ -65,6 +65,7 @@ class SqliteStatement final : public Statement, private OpenQuery {
   std::shared_ptr<SqliteSession> session_;  // keeps the file open for this statement
   const SqlText& text_;
   Translated now_;
+  bool suspect_ = false;  // now_ of a query may be outdated: to be found out before its next run
   std::vector<Value> bound_;  // by position, for a translation that has to be made again
   std::vector<LargeInput> large_;  // by position, from the first large value that is bound on
   Checks checks_ = Checks::ButBound;  // until a value comes that does not fit its column
