@@ -1,6 +1,8 @@
 #include <algorithm>
+#include <atomic>
 #include <functional>
 #include <random>
+#include <thread>
 
 #include "oci_fixture.h"
 
@@ -175,6 +177,29 @@ TEST_F(Lobs, TextIsConvertedAcrossTheBordersOfPieces) {
   while (pairs.size() < 90001) pairs += "\xf0\x9f\x98\x80";
   EXPECT_EQ(lob.write(45001, 1, pairs, OCI_ONE_PIECE, 871), 0);
   EXPECT_TRUE(lob.read(0, 1, pairs.size(), 871) == pairs);
+}
+
+TEST_F(Lobs, AReadGivesOneStateOfAValueThatOthersChange) {
+  constexpr ub4 kSize = 100000;  // several times what is converted at once
+  ASSERT_EQ(Lob(c, SQLT_CLOB).write(kSize, 1, std::string(kSize, 'a'), 0, 873), 0);
+  must("commit");
+  std::atomic<bool> stop = false;
+  std::thread writer([&] {
+    Client other(database_);
+    for (char fill = 'b'; !stop; fill = fill == 'b' ? 'a' : 'b') {
+      EXPECT_EQ(Lob(other, SQLT_CLOB).write(kSize, 1, std::string(kSize, fill), 0, 873), 0);
+      EXPECT_EQ(other.run("commit"), OCI_SUCCESS);
+    }
+  });
+  const Lob lob(c, SQLT_CLOB, "where n = 1");
+  bool whole = true;
+  for (int i = 0; i < 500 && whole; ++i) {
+    const std::string found = lob.read(kSize, 1, kSize, 873);
+    whole = found == std::string(kSize, found[0]);
+  }
+  stop = true;
+  writer.join();
+  EXPECT_TRUE(whole);
 }
 
 TEST_F(Lobs, AnOpenTransferKeepsTheSessionUntilItEnds) {

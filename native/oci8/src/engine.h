@@ -7,6 +7,7 @@
 #ifndef OCI8_ENGINE_H
 #define OCI8_ENGINE_H
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -140,6 +141,9 @@ class Connection {
   /// Reads up to `units` units into `target`; returns how many there were.
   virtual size_t read_large(const LargeName& name, unsigned long long place, void* target,
                             size_t units) = 0;
+  /// Runs `body`, in which all reads of large values are of the same moment, whatever other
+  /// sessions commit meanwhile.
+  virtual void in_one_view(const std::function<void()>& body) = 0;
   /// Overwrites and extends; what lies between the old end and `place` reads as zeros (blanks for
   /// characters). ORA-22920 where the session holds no lock for writing. Takes effect as a whole or
   /// not at all.

@@ -67,8 +67,11 @@ Converted encode_utf8(const utext* units, size_t count, bool last, ub1* target, 
     if (is_high(code)) {
       const bool at_end = done.read + 1 == count;
       // The low half may be the first unit of the next part: encoding the high half alone now would
-      // make two wrong characters of one.
-      if (at_end && !last) break;
+      // make two wrong characters of one. Whatever it is, it takes three bytes or more.
+      if (at_end && !last) {
+        done.full = room - done.written < 3;
+        break;
+      }
       if (!at_end && is_low(units[done.read + 1])) {
         code = kFirstOfTwo + ((code - 0xd800) << 10) + (units[done.read + 1] - 0xdc00U);
         width = 2;

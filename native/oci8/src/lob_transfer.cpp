@@ -89,13 +89,24 @@ size_t LobTransfer::read_units(Connection& connection, ub1* target, size_t room)
   return got;
 }
 
-// Two units at least: one alone may be half a character, which nothing can be made of yet.
+// Between several parts others may commit; a single one, which no view has to be kept for, is of
+// one moment by itself.
 size_t LobTransfer::read_text(Connection& connection, ub1* target, size_t room) {
+  if (std::min<unsigned long long>(left_, room) <= kTextUnits) {
+    return read_parts(connection, target, room);
+  }
+  size_t written = 0;
+  connection.in_one_view([&] { written = read_parts(connection, target, room); });
+  return written;
+}
+
+// No unit takes less than a byte of the room.
+size_t LobTransfer::read_parts(Connection& connection, ub1* target, size_t room) {
   utext units[kTextUnits];
   size_t written = 0;
   while (left_ > 0 && written < room) {
     require_unbroken();
-    const size_t wanted = std::clamp<size_t>(room - written, 2, kTextUnits);
+    const size_t wanted = std::min(room - written, kTextUnits);
     const auto asked = static_cast<size_t>(std::min<unsigned long long>(left_, wanted));
     // Units that the encoder leaves are read again by the next round or call: to keep them would
     // need more state between calls.

@@ -65,6 +65,7 @@ class LobTransfer {
   void advance(size_t units);
   size_t read_units(Connection& connection, ub1* target, size_t room);
   size_t read_text(Connection& connection, ub1* target, size_t room);
+  size_t read_parts(Connection& connection, ub1* target, size_t room);
   /// Connection::write_large, or write_part under a mark.
   using Write = void (Connection::*)(const LargeName&, unsigned long long, const void*, size_t);
 

@@ -84,6 +84,18 @@ class SqliteConnection final : public Connection {
     return session_->large().read(name, place, target, units);
   }
 
+  // Each read of the body is an operation of its own, and they do not nest.
+  void in_one_view(const std::function<void()>& body) override {
+    session_->require_open();
+    sqlite3_stmt* row = nullptr;
+    {
+      const SqliteSession::Operation running(*session_);
+      row = session_->large().view();
+    }
+    const ResetOnExit view(row);
+    body();
+  }
+
   void write_large(const LargeName& name, unsigned long long place, const void* source,
                    size_t units) override {
     change_large(name, true, [&](LargeStore& store) { store.write(name, place, source, units); });

@@ -30,6 +30,7 @@ constexpr std::string_view kStopTrigger =
     "CREATE TEMP TRIGGER OCI8$STOP BEFORE DELETE ON main.OCI8$CHUNKS BEGIN SELECT go_on(); END";
 
 constexpr std::string_view kFind = "SELECT stamp, size FROM OCI8$LARGE WHERE id = ?1 AND unit = ?2";
+constexpr std::string_view kView = "SELECT id FROM OCI8$LARGE";
 constexpr std::string_view kCreate = "INSERT INTO OCI8$LARGE(stamp, unit, size) VALUES (?1, ?2, 0)";
 constexpr std::string_view kResize = "UPDATE OCI8$LARGE SET size = ?2 WHERE id = ?1";
 constexpr std::string_view kRemove = "DELETE FROM OCI8$LARGE WHERE id = ?1";
@@ -245,6 +246,13 @@ size_t LargeStore::read(const LargeName& name, unsigned long long place, void* t
   }
   fill(out + (at - begin), static_cast<size_t>(end - at), name.unit);
   return units;
+}
+
+// Without a row there is no value to read either.
+sqlite3_stmt* LargeStore::view() {
+  sqlite3_stmt* row = prepared(view_, kView);
+  step_sql(row);
+  return row;
 }
 
 void LargeStore::put(long long id, unsigned long long number, const void* data, size_t size) {

@@ -65,6 +65,8 @@ class LargeStore {
   /// the end. ORA-22275 for the empty name, ORA-22922 for a value that is gone, as all that take a
   /// name.
   size_t read(const LargeName& name, unsigned long long place, void* target, size_t units);
+  /// A row that stands: until the caller resets it, all reads are of the same moment.
+  sqlite3_stmt* view();
   /// ORA-22925 for a value of more units than an ub4 can count.
   void write(const LargeName& name, unsigned long long place, const void* source, size_t units);
   /// A value of its own with the same content, chunk by chunk.
@@ -84,6 +86,7 @@ class LargeStore {
   void resize(long long id, unsigned long long units);
 
   sqlite3* db_;
+  SqliteStatementOwner view_;
   SqliteStatementOwner find_;
   SqliteStatementOwner create_;
   SqliteStatementOwner resize_;
