@@ -12,6 +12,7 @@ import java.io.UnsupportedEncodingException;
 import java.nio.charset.CharacterCodingException;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
+import java.nio.file.InvalidPathException;
 import java.nio.file.Path;
 import java.nio.file.Paths;
 import java.sql.SQLException;
@@ -93,7 +94,7 @@ public final class Console {
         } catch (UsageException e) {
             errors.println(e.getMessage() + "\n" + USAGE_TEXT);
             return USAGE;
-        } catch (IOException e) {
+        } catch (IOException | InvalidPathException e) {
             errors.println(e.getClass().getSimpleName() + ": " + e.getMessage());
             return FAILED;
         }
@@ -142,19 +143,10 @@ public final class Console {
         try (BufferedReader in = input;
                 OciConnection connection = connect(login)) {
             Script script = new Script(connection, out, errors, new BreakKey(), progress());
-            return run(script, in, connection, name);
-        }
-    }
-
-    /** Text of another encoding ends a script: read somehow, it would store other characters. */
-    private int run(Script script, BufferedReader in, OciConnection connection, String name)
-            throws SQLException, IOException {
-        try {
             // No prompt: a script's lines were not asked for.
             return script.run(new StatementReader(in, line -> {}), name) ? OK : FAILED;
         } catch (CharacterCodingException e) {
-            connection.rollback();
-            out.flush();
+            // Read somehow, text of another encoding would store other characters.
             errors.println("ERROR:\nThe script " + name + " is not UTF-8 text");
             return FAILED;
         }

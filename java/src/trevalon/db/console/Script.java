@@ -55,6 +55,20 @@ final class Script {
      * @return whether all statements succeeded
      */
     boolean run(StatementReader input, String source) throws IOException, SQLException {
+        boolean succeeded = false;
+        try {
+            succeeded = runAll(input, source);
+        } finally {
+            out.flush();
+            // Leaving would commit: half a script must not stay, whatever has ended it.
+            if (!succeeded) {
+                connection.rollback();
+            }
+        }
+        return succeeded;
+    }
+
+    private boolean runAll(StatementReader input, String source) throws IOException {
         boolean more = true;
         while (more) {
             StatementReader.Statement statement = input.next();
@@ -65,12 +79,9 @@ final class Script {
                 more = session.run(statement);
             } catch (SQLException e) {
                 report(statement, source, e);
-                // Leaving would commit: half a script must not stay.
-                connection.rollback();
                 return false;
             }
         }
-        out.flush();
         return true;
     }
 

@@ -3,7 +3,9 @@ package trevalon.db.console;
 import java.io.IOException;
 import java.io.PrintStream;
 import java.nio.file.AccessDeniedException;
+import java.nio.file.InvalidPathException;
 import java.nio.file.NoSuchFileException;
+import java.nio.file.Path;
 import java.nio.file.Paths;
 import java.sql.SQLException;
 import java.util.Locale;
@@ -47,9 +49,12 @@ final class SqlSession {
 
     /**
      * A name as SQL has it, with an owner perhaps; it goes into statements as it was typed, so it
-     * must not be able to hold anything else.
+     * must not be able to hold anything else. Possessive, because what can be given back piece by
+     * piece takes stack for each piece.
      */
-    private static final String TABLE = "(?:\"[^\"]+\"|[\\p{L}\\p{N}_$#.])+";
+    private static final String TABLE = "(?:\"[^\"]+\"|[\\p{L}\\p{N}_$#.]++)++";
+    /** One part of such a name. */
+    private static final String PART = "(?:\"[^\"]+\"|[\\p{L}\\p{N}_$#]++)";
     /** Groups: table, file in quotes, file without. */
     private static final Pattern LOAD =
             Pattern.compile(
@@ -79,11 +84,16 @@ final class SqlSession {
 
     /** Runs a statement or command; false when it asks to leave. */
     boolean run(StatementReader.Statement statement) throws SQLException {
-        if (statement.command) {
-            return runCommand(statement.text);
+        try {
+            if (statement.command) {
+                return runCommand(statement.text);
+            }
+            runBreakable(() -> runSql(statement.text));
+            return true;
+        } catch (RuntimeException e) {
+            // A mistake in here is an error of the one statement: the prompt goes on.
+            throw new SQLException(e.toString(), e);
         }
-        runBreakable(() -> runSql(statement.text));
-        return true;
     }
 
     private interface Work {
@@ -198,7 +208,8 @@ final class SqlSession {
     /** A table, a column after its last dot, a file, and a condition with its WHERE. */
     private static Pattern valueAndFile(String direction) {
         return Pattern.compile(
-                "(" + TABLE + ")\\.(\"[^\"]+\"|[\\p{L}\\p{N}_$#]+)\\s+" + direction
+                "((?:" + PART + "\\.(?=" + PART + "\\.))*+" + PART + ")\\.(" + PART + ")\\s+"
+                        + direction
                         + "\\s+(?:['\"](.+?)['\"]|(\\S+))(\\s+WHERE\\s.*)?",
                 Pattern.CASE_INSENSITIVE);
     }
@@ -214,11 +225,12 @@ final class SqlSession {
 
     private void load(Matcher command) throws SQLException {
         String file = command.group(3) == null ? command.group(2) : command.group(3);
+        Path path = path(file);
         CsvLoader loader = new CsvLoader(connection, progress);
         runWithFile(
                 loader::stop,
                 () -> {
-                    long rows = loader.load(command.group(1), Paths.get(file));
+                    long rows = loader.load(command.group(1), path);
                     out.println(rows + (rows == 1 ? " row" : " rows") + " loaded.");
                 });
     }
@@ -245,9 +257,17 @@ final class SqlSession {
                 });
     }
 
-    private LobFile lobFile(Matcher command) {
+    private LobFile lobFile(Matcher command) throws SQLException {
         String name = command.group(command.group(3) == null ? 4 : 3);
-        return new LobFile(connection, variables, progress, Paths.get(name));
+        return new LobFile(connection, variables, progress, path(name));
+    }
+
+    private static Path path(String name) throws SQLException {
+        try {
+            return Paths.get(name);
+        } catch (InvalidPathException e) {
+            throw new SQLException("No file can have this name: " + e.getReason(), e);
+        }
     }
 
     private static String condition(Matcher command) {

@@ -3,8 +3,10 @@ package trevalon.db.console;
 import static trevalon.db.oci.TestRun.*;
 
 import java.io.BufferedReader;
+import java.io.ByteArrayOutputStream;
 import java.io.File;
 import java.io.IOException;
+import java.io.PrintStream;
 import java.io.StringReader;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
@@ -15,6 +17,7 @@ import java.util.Arrays;
 import java.util.List;
 import java.util.Scanner;
 
+import trevalon.db.oci.OciConnection;
 import trevalon.db.oci.TestRun;
 
 /** The console: cutting of input, shape of output, and whole runs in a process of their own. */
@@ -27,6 +30,7 @@ public final class ConsoleCases {
         tests.add("logins are taken apart", () -> logins());
         tests.add("a script that succeeds prints tables and exits with 0", () -> goodScript());
         tests.add("a script stops at its first error and shows its place", () -> badScript());
+        tests.add("a script that cannot go on leaves nothing", () -> refusedScripts());
         tests.add("variables go into statements and come out of blocks", () -> variables());
         tests.add("a file is loaded whole or not at all", () -> load());
         tests.add("LOB values are shown short, and move to and from files", () -> lobFiles());
@@ -51,8 +55,7 @@ public final class ConsoleCases {
         };
         for (String[] input : inputs) {
             List<String> found = new ArrayList<>();
-            StatementReader reader =
-                    new StatementReader(new BufferedReader(new StringReader(input[0])), n -> {});
+            StatementReader reader = reader(input[0]);
             for (StatementReader.Statement s = reader.next(); s != null; s = reader.next()) {
                 found.add(s.text);
             }
@@ -89,6 +92,37 @@ public final class ConsoleCases {
         run.ends(1, "before", "  FROM dual, nowhere n\n             *\nERROR at line 2:\nORA-00942",
                 "statement of line 2");
         yes(!run.output.contains("after"), "the script went on");
+    }
+
+    /** In this process, and on one connection: what a script has left would be seen at the end. */
+    private static void refusedScripts() throws Exception {
+        script("CREATE TABLE refused_rows (n NUMBER(5));").ends(0);
+        String[][] scripts = {
+            {"LOAD refused_rows FROM a\0b\n", "No file can have this name"},
+            {"LOAD " + DisplayText.repeat('x', 99_999) + " FROM a\n", "There is no file a"},
+            {"GET " + DisplayText.repeat('x', 99_999) + " INTO a\n", "Usage: GET"},
+        };
+        try (OciConnection connection = OciConnection.open("tester", "secret", "TEST")) {
+            for (String[] script : scripts) {
+                String shown = "INSERT INTO refused_rows VALUES (1);\n" + script[0];
+                ByteArrayOutputStream output = new ByteArrayOutputStream();
+                PrintStream out = new PrintStream(output, true, "UTF-8");
+                boolean succeeded = false;
+                try {
+                    succeeded = new Script(connection, out, out, new BreakKey(), new Progress(null))
+                            .run(reader(shown), "script");
+                } catch (IOException e) {
+                    out.println(e.getMessage());
+                }
+                yes(!succeeded, "no failure of " + shown);
+                yes(output.toString("UTF-8").contains(script[1]), output.toString("UTF-8"));
+            }
+        }
+        new Run("SELECT COUNT(*) || ' left' FROM refused_rows;\n", LOGIN).ends(0, "0 left");
+    }
+
+    private static StatementReader reader(String text) {
+        return new StatementReader(new BufferedReader(new StringReader(text)), n -> {});
     }
 
     private static void variables() throws Exception {
