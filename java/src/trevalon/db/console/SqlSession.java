@@ -8,6 +8,7 @@ import java.nio.file.NoSuchFileException;
 import java.nio.file.Path;
 import java.nio.file.Paths;
 import java.sql.SQLException;
+import java.util.List;
 import java.util.Locale;
 import java.util.regex.Matcher;
 import java.util.regex.Pattern;
@@ -44,7 +45,7 @@ final class SqlSession {
                     + "  COMMIT, ROLLBACK       ends the transaction; leaving commits, a failed\n"
                     + "                         script rolls back\n"
                     + "  SET AUTOCOMMIT ON|OFF  lets each statement commit by itself\n"
-                    + "  EXIT, QUIT             leaves\n"
+                    + "  EXIT [ROLLBACK], QUIT  leaves\n"
                     + "Ctrl-C stops the statement that runs.";
 
     /**
@@ -122,12 +123,12 @@ final class SqlSession {
     }
 
     private boolean runCommand(String text) throws SQLException {
-        String[] parts = text.split("\\s+", 2);
-        String argument = parts.length > 1 ? parts[1] : "";
-        switch (parts[0].toUpperCase(Locale.ROOT)) {
-            // Leaving commits, as closing the connection does.
+        String word = SqlToken.scan(text, 1).get(0).text;
+        String argument = text.substring(word.length()).trim();
+        switch (word.toUpperCase(Locale.ROOT)) {
             case "EXIT":
             case "QUIT":
+                leave(argument);
                 return false;
             case "DESC":
             case "DESCRIBE":
@@ -163,8 +164,20 @@ final class SqlSession {
             case "HELP":
                 out.println(HELP);
                 return true;
-            default:
+            case "REM":
                 return true;
+            default:
+                throw new SQLException("Not a command: " + word);
+        }
+    }
+
+    /** Leaving commits, as closing the connection does, unless the user says otherwise. */
+    private void leave(String argument) throws SQLException {
+        List<SqlToken> words = SqlToken.scan(argument, 2);
+        if (words.size() == 1 && words.get(0).is("ROLLBACK")) {
+            connection.rollback();
+        } else if (words.size() > 1 || !(words.isEmpty() || words.get(0).is("COMMIT"))) {
+            throw new SQLException("Usage: EXIT [COMMIT | ROLLBACK]");
         }
     }
 

@@ -91,8 +91,9 @@ final class StatementReader {
                 }
                 continue;
             }
-            if (!hasCode && state == State.CODE && isCommand(line)) {
-                return new Statement(commandText(line), lineNumber, true);
+            String command = hasCode || state != State.CODE ? null : command(line);
+            if (command != null) {
+                return new Statement(command, lineNumber, true);
             }
             int end = scan(line);
             if (end >= 0) {
@@ -107,6 +108,10 @@ final class StatementReader {
             } else {
                 text.append(line).append('\n');
             }
+        }
+        if (state == State.COMMENT) {
+            // What it has swallowed may be statements: silence would be taken for success.
+            throw new IOException("A comment is never closed, from line " + startLine + " on");
         }
         return hasCode ? statement() : null;
     }
@@ -142,17 +147,21 @@ final class StatementReader {
         return line;
     }
 
-    private static boolean isCommand(String line) {
+    /** The command that a line holds, without comments before it; null for any other line. */
+    private static String command(String line) {
         List<SqlToken> tokens = SqlToken.scan(line, 2);
-        if (tokens.size() == 2 && tokens.get(0).is("SET") && tokens.get(1).is("AUTOCOMMIT")) {
-            return true;
+        if (tokens.isEmpty() || !isCommand(tokens)) {
+            return null;
         }
-        return !tokens.isEmpty() && COMMANDS.contains(tokens.get(0).text.toUpperCase(Locale.ROOT));
+        String text = line.substring(tokens.get(0).start).trim();
+        return text.endsWith(";") ? text.substring(0, text.length() - 1).trim() : text;
     }
 
-    private static String commandText(String line) {
-        String command = line.trim();
-        return command.endsWith(";") ? command.substring(0, command.length() - 1).trim() : command;
+    private static boolean isCommand(List<SqlToken> tokens) {
+        SqlToken first = tokens.get(0);
+        return first.is("SET")
+                ? tokens.size() == 2 && tokens.get(1).is("AUTOCOMMIT")
+                : !first.quoted && COMMANDS.contains(first.text.toUpperCase(Locale.ROOT));
     }
 
     /** Follows quotes and comments through the line; the index of an ending semicolon, or -1. */

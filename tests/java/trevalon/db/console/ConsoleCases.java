@@ -52,6 +52,7 @@ public final class ConsoleCases {
             {"select 1\ndesc\n;", "select 1\ndesc"},
             {"exec :x := 'a;b';\nset autocommit on;\nset role none;",
                 "exec :x := 'a;b'", "set autocommit on", "set role none"},
+            {"/* c */ load t from f\n/* */ exit;\n\"exit\";", "load t from f", "exit", "\"exit\""},
         };
         for (String[] input : inputs) {
             List<String> found = new ArrayList<>();
@@ -101,6 +102,10 @@ public final class ConsoleCases {
             {"LOAD refused_rows FROM a\0b\n", "No file can have this name"},
             {"LOAD " + DisplayText.repeat('x', 99_999) + " FROM a\n", "There is no file a"},
             {"GET " + DisplayText.repeat('x', 99_999) + " INTO a\n", "Usage: GET"},
+            {"EXIT 3\n", "Usage: EXIT [COMMIT | ROLLBACK]"},
+            {"exec:x := 1", "The variable \"X\" is not declared"},
+            {"COMMIT /* work\n;\nSELECT 1 FROM DUAL;\n", "never closed, from line 2 on"},
+            {"/* DELETE FROM refused_rows;\nSELECT 1 FROM DUAL;\n", "never closed, from line 2 on"},
         };
         try (OciConnection connection = OciConnection.open("tester", "secret", "TEST")) {
             for (String[] script : scripts) {
@@ -118,6 +123,7 @@ public final class ConsoleCases {
                 yes(output.toString("UTF-8").contains(script[1]), output.toString("UTF-8"));
             }
         }
+        script("INSERT INTO refused_rows VALUES (2);\n/* not kept */ EXIT ROLLBACK -- bye\n").ends(0);
         new Run("SELECT COUNT(*) || ' left' FROM refused_rows;\n", LOGIN).ends(0, "0 left");
     }
 
