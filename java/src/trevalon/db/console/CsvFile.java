@@ -50,7 +50,6 @@ final class CsvFile implements Closeable {
         if (heading == null) {
             throw new IOException(path + " is empty");
         }
-        heading.set(0, withoutMark(heading.get(0)));
         // A copy, because the next record fills the same list.
         names = new ArrayList<>(heading);
     }
@@ -66,7 +65,8 @@ final class CsvFile implements Closeable {
         }
     }
 
-    private static String withoutMark(String text) {
+    /** The first line of a text without its mark, if any. */
+    static String withoutMark(String text) {
         return text.startsWith(BYTE_ORDER_MARK) ? text.substring(1) : text;
     }
 
@@ -133,28 +133,41 @@ final class CsvFile implements Closeable {
     private String readLine() throws IOException {
         try {
             linesRead++;
-            return in.readLine();
+            String line = in.readLine();
+            return linesRead == 1 && line != null ? withoutMark(line) : line;
         } catch (CharacterCodingException e) {
             // The decoder works ahead of the lines: the place is not known exactly.
             throw complaint("from here on, there are bytes that are not UTF-8");
         }
     }
 
-    /** Adds the line's fields but the last, which stays in `field`; true when it goes on. */
-    private boolean takeFields(String line) {
+    /**
+     * Adds the line's fields but the last, which stays in `field`; true when it goes on. Guessing
+     * what a stray quote means could make one row of many, so it is refused.
+     */
+    private boolean takeFields(String line) throws IOException {
         // Only a quote that is still open lets a field begin on an earlier line.
         boolean inQuotes = field.length() > 0;
+        boolean quoted = inQuotes;
         for (int i = 0; i < line.length(); i++) {
             char c = line.charAt(i);
             boolean doubled = c == '"' && i + 1 < line.length() && line.charAt(i + 1) == '"';
             if (inQuotes && doubled) {
                 field.append('"');
                 i++;
-            } else if (c == '"') {
-                inQuotes = !inQuotes;
+            } else if (inQuotes && c == '"') {
+                inQuotes = false;
             } else if (c == ',' && !inQuotes) {
                 row.add(field.toString());
                 field.setLength(0);
+                quoted = false;
+            } else if (quoted && !inQuotes) {
+                throw complaint("a closing quote in the middle of a field");
+            } else if (c == '"' && field.length() > 0) {
+                throw complaint("a quote inside a field that does not begin with one");
+            } else if (c == '"') {
+                inQuotes = true;
+                quoted = true;
             } else {
                 field.append(c);
             }

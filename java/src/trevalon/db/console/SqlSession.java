@@ -136,7 +136,8 @@ final class SqlSession {
                 return true;
             case "EXEC":
             case "EXECUTE":
-                String block = "BEGIN " + argument + "; END;";
+                // On a line of its own, as the argument may end in a comment.
+                String block = "BEGIN " + argument + "\n; END;";
                 runBreakable(() -> runSql(block));
                 return true;
             case "LOAD":
@@ -183,13 +184,13 @@ final class SqlSession {
 
     private void runSql(String sql) throws SQLException {
         // Through the connection and not as statements: its own calls are what a program would use.
-        String command = sql.trim().toUpperCase(Locale.ROOT).replaceAll("\\s+WORK$", "");
-        if (command.equals("COMMIT")) {
+        String command = sql.trim().toUpperCase(Locale.ROOT);
+        if (command.matches("COMMIT(\\s+WORK)?")) {
             connection.commit();
             out.println("Commit complete.");
             return;
         }
-        if (command.equals("ROLLBACK")) {
+        if (command.matches("ROLLBACK(\\s+WORK)?")) {
             connection.rollback();
             out.println("Rollback complete.");
             return;
@@ -313,8 +314,7 @@ final class SqlSession {
 
     private void describe(String table) throws SQLException {
         if (!table.matches(TABLE)) {
-            out.println("Usage: DESCRIBE table");
-            return;
+            throw new SQLException("Usage: DESCRIBE table");
         }
         try (OciStatement statement = connection.createStatement()) {
             // Preparing describes and executes nothing, so that a large table costs nothing.
@@ -334,7 +334,7 @@ final class SqlSession {
 
     private void printDescribed(String name, String type, int width) {
         String padding = DisplayText.repeat(' ', width - DisplayText.width(name));
-        out.println(name + padding + "  " + type);
+        out.println(DisplayText.printable(name) + padding + "  " + type);
     }
 
     /** The text to show for an error of this statement. */

@@ -138,6 +138,9 @@ final class StatementReader {
             prompt.show(linesOfStatement + 1);
             line = in.readLine();
             lineNumber++;
+            if (lineNumber == 1 && line != null) {
+                line = CsvFile.withoutMark(line);
+            }
         }
         // The first line that is kept; a statement behind a semicolon begins on the same line.
         if (text.length() == 0) {

@@ -209,7 +209,7 @@ final class TablePrinter {
         String[] names = new String[widths.length];
         String[] lines = new String[widths.length];
         for (int i = 0; i < widths.length; i++) {
-            names[i] = DisplayText.cut(columns.get(i).name(), MAX_WIDTH);
+            names[i] = DisplayText.cut(DisplayText.printable(columns.get(i).name()), MAX_WIDTH);
             lines[i] = DisplayText.repeat('-', widths[i]);
         }
         printRow(names);

@@ -79,11 +79,11 @@ public final class ConsoleCases {
     }
 
     private static void goodScript() throws Exception {
-        script("CREATE TABLE shown (n NUMBER(5), t VARCHAR2(9), body LONG);\n"
+        script("\uFEFFCREATE TABLE shown (n NUMBER(5), t VARCHAR2(9), body LONG);\n"
                 + "INSERT INTO shown VALUES (7, 'seven', '" + DisplayText.repeat('x', 99) + "');\n"
                 + "INSERT INTO shown VALUES (12345, NULL, NULL);\n"
-                + "SELECT n, t FROM shown ORDER BY n;\nSELECT body FROM shown;\nDESC shown\n")
-                .ends(0, "1 row created.", "    N T", "----- -----", "    7 seven", "12345",
+                + "SELECT n, t, n \"a\tb\" FROM shown ORDER BY n;\nSELECT body FROM shown;\nDESC shown\n")
+                .ends(0, "1 row created.", "    N T       a b", "----- -----", "    7 seven", "12345",
                 "2 rows selected.", DisplayText.repeat('x', 77) + "...", "N     NUMBER(5)");
     }
 
@@ -102,6 +102,7 @@ public final class ConsoleCases {
             {"LOAD refused_rows FROM a\0b\n", "No file can have this name"},
             {"LOAD " + DisplayText.repeat('x', 99_999) + " FROM a\n", "There is no file a"},
             {"GET " + DisplayText.repeat('x', 99_999) + " INTO a\n", "Usage: GET"},
+            {"DESC refused_rows -- c\n", "Usage: DESCRIBE table"},
             {"EXIT 3\n", "Usage: EXIT [COMMIT | ROLLBACK]"},
             {"exec:x := 1", "The variable \"X\" is not declared"},
             {"COMMIT /* work\n;\nSELECT 1 FROM DUAL;\n", "never closed, from line 2 on"},
@@ -135,7 +136,7 @@ public final class ConsoleCases {
         Run run = script("CREATE TABLE digits (n NUMBER(5));\nINSERT INTO digits VALUES (7);\n"
                 + "INSERT INTO digits VALUES (41);\n"
                 + "VARIABLE n NUMBER\nVAR t VARCHAR2(5)\nvar d date\nVAR c REFCURSOR\n"
-                + "EXEC :N := 6 * 7; :t := 'a:x';\n"
+                + "EXEC :N := 6 * 7; :t := 'a:x' -- both\n"
                 + "BEGIN\n  SELECT MAX(n) INTO :n FROM digits WHERE n < :n;\n"
                 + "  :d := TO_DATE('1999-12-31', 'YYYY-MM-DD');\n"
                 + "  OPEN :c FOR SELECT n, n || :t label FROM digits WHERE n <= :n ORDER BY n;\n"
@@ -151,7 +152,7 @@ public final class ConsoleCases {
     private static void load() throws Exception {
         Path csv = Files.createTempFile("load", ".csv");
         try {
-            String good = "N,d,\"t\",body,bytes\n1,1970-01-01,\"a \"\"b\"\", c\",,00fF\n\n"
+            String good = "\uFEFF\"N\",d,\"t\",body,bytes\n1,1970-01-01,\"a \"\"b\"\", c\",,00fF\n\n"
                     + "2.5,1999-12-31 23:59:58,\"two\nlines\",京都,\n,,,"
                     + DisplayText.repeat('x', 70_000) + ",\n";
             Files.write(csv, good.getBytes(StandardCharsets.UTF_8));
@@ -166,6 +167,8 @@ public final class ConsoleCases {
                 {"9,,,\n", "line 7: 4 fields instead of 5"},
                 {"12345.6,,,,\n", "line 7: ORA-01438"},
                 {"1,,\"", "line 7: a quote is never closed"},
+                {"1,,5\" pipe,,\n2,,6\" pipe,,\n", "line 7: a quote inside a field"},
+                {"1,,\"x\"y\"z\",,\n", "line 7: a closing quote in the middle"},
             };
             for (String[] fault : faults) {
                 Files.write(csv, (good + fault[0]).getBytes(StandardCharsets.UTF_8));
