@@ -16,6 +16,7 @@ import java.util.List;
 import java.util.function.BooleanSupplier;
 
 import trevalon.db.oci.OciColumn;
+import trevalon.db.oci.OciDates;
 import trevalon.db.oci.OciLob;
 import trevalon.db.oci.OciStatement;
 import trevalon.db.oci.OciType;
@@ -36,9 +37,8 @@ final class TablePrinter {
     /** Bytes of a BLOB that are shown before its length. */
     private static final int BLOB_START = 16;
 
-    private static final DateTimeFormatter DAY = DateTimeFormatter.ofPattern("uuuu-MM-dd");
-    private static final DateTimeFormatter MOMENT =
-            DateTimeFormatter.ofPattern("uuuu-MM-dd HH:mm:ss");
+    private static final DateTimeFormatter DAY = OciDates.formatter("");
+    private static final DateTimeFormatter MOMENT = OciDates.formatter(" HH:mm:ss");
 
     private final PrintStream out;
     private final OciStatement query;

@@ -2,6 +2,12 @@ package trevalon.db.oci;
 
 import java.time.DateTimeException;
 import java.time.LocalDateTime;
+import java.time.format.DateTimeFormatter;
+import java.time.format.DateTimeFormatterBuilder;
+import java.time.temporal.ChronoField;
+import java.util.HashMap;
+import java.util.Locale;
+import java.util.Map;
 
 /**
  * Oracle's seven-byte DATE.
@@ -9,7 +15,7 @@ import java.time.LocalDateTime;
  * <p>Dates are those of the proleptic ISO calendar in Java and of the Julian calendar before 15
  * October 1582 on the server: fields cross as they are, and no day is counted here.
  */
-final class OciDates {
+public final class OciDates {
     /** Century and year are kept with this added, so that years before our era stay positive. */
     private static final int EXCESS = 100;
 
@@ -17,6 +23,20 @@ final class OciDates {
     private static final int LAST_YEAR = 9999;
 
     private OciDates() {}
+
+    /**
+     * Writes a day as the server counts its years, where 1 BC is -0001, and then the time by this
+     * pattern.
+     */
+    public static DateTimeFormatter formatter(String timePattern) {
+        Map<Long, String> signs = new HashMap<>();
+        signs.put(0L, "-");
+        signs.put(1L, "");
+        return new DateTimeFormatterBuilder()
+                .appendText(ChronoField.ERA, signs)
+                .appendPattern("yyyy-MM-dd" + timePattern)
+                .toFormatter(Locale.ROOT);
+    }
 
     /**
      * The date and time in the first seven bytes. ORA-01839 for a day that java.time does not know:

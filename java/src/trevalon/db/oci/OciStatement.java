@@ -50,8 +50,7 @@ public final class OciStatement implements AutoCloseable {
     private static final int NO_SUCH_POSITION = 24334;
     private static final int INVALID_CURSOR = 1001;
     private static final int NULL_INDICATOR = -1;
-    private static final DateTimeFormatter DATE_TEXT =
-            DateTimeFormatter.ofPattern("uuuu-MM-dd HH:mm:ss");
+    private static final DateTimeFormatter DATE_TEXT = OciDates.formatter(" HH:mm:ss");
 
     private final OciConnection connection;
     private final OciCursor cursor;
@@ -178,6 +177,12 @@ public final class OciStatement implements AutoCloseable {
     /** Executes the prepared statement; true for a query. */
     public boolean execute() throws SQLException {
         requirePrepared();
+        // First of all: where it fails, from here on there is no row to read, nor a stream of one.
+        columns.forEach(SelectColumn::dropValue);
+        row = -1;
+        rowsInArray = 0;
+        rowsBefore = 0;
+        lastArray = true;
         variables.requireValues(!columns.isEmpty());
         check(variables.bind());
         try {
@@ -188,10 +193,6 @@ public final class OciStatement implements AutoCloseable {
                 return false;
             }
             define();
-            // Streams of the execution before must not read the pieces of this one.
-            columns.forEach(SelectColumn::dropValue);
-            row = -1;
-            rowsBefore = 0;
             takeArray(cursor.execAndFetch(arrayRows));
             return true;
         } catch (IOException e) {

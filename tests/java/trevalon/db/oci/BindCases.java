@@ -90,7 +90,9 @@ public final class BindCases {
         for (String moment : new String[] {"1899-12-31 23:59:59", "9999-12-31 23:59:59",
             "0001-01-01 00:00:00", "2000-02-29 00:00:01", "-0043-03-15 12:30:00"}) {
             LocalDateTime time = LocalDateTime.parse(moment.replace(' ', 'T'));
-            same(moment, stored(c, "DATE", s -> s.setDateTime(1, time)), "DATE");
+            // The server has no year 0: 44 BC is -43 in java.time.
+            same(moment.replace("-0043", "-0044"),
+                    stored(c, "DATE", s -> s.setDateTime(1, time)), "DATE");
         }
     }
 

@@ -168,6 +168,11 @@ public final class QueryCases {
         throwing(IllegalStateException.class, () -> query.getString(1));
         query.next();
         throwing(IndexOutOfBoundsException.class, () -> query.getString(2));
+        query.setInt(1, 1);
+        oracleError(1036, () -> query.execute());
+        throwing(IllegalStateException.class, () -> query.getString(1));
+        query.execute("SELECT 1 / (150 - n) FROM big");
+        query.next();
         oracleError(1476, () -> {
             for (int n = 1; n <= 150; n++) {
                 yes(query.next(), "row " + n);
