@@ -83,6 +83,13 @@ public final class OciConnection implements AutoCloseable {
     }
 
     private void logIn(String user, String password, String server) throws OciException {
+        // The interface takes texts that end at a zero: what follows it would not count.
+        if (user.indexOf('\0') >= 0 || password.indexOf('\0') >= 0) {
+            throw new OciException(1017, "ORA-01017: invalid username/password; logon denied");
+        }
+        if (server.indexOf('\0') >= 0) {
+            throw new OciException(12154, "ORA-12154: TNS:could not resolve service name");
+        }
         boolean failed =
                 native_loginwithblock(
                         OciText.encode(user),

@@ -29,6 +29,9 @@ public final class ConnectionCases {
                 oracleError(1017, () -> OciConnection.open("tester", "wrong", "TEST"));
         yes(error.getMessage().startsWith("ORA-01017: "), error.getMessage());
         oracleError(12154, () -> OciConnection.open("tester", "secret", "not a name"));
+        oracleError(1017, () -> OciConnection.open("tester\0x", "secret", "TEST"));
+        oracleError(1017, () -> OciConnection.open("tester", "secret\0x", "TEST"));
+        oracleError(12154, () -> OciConnection.open("tester", "secret", "TEST\0x"));
         try (OciConnection connection = OciConnection.open("TESTER", "secret", "TEST")) {
             same(1, connection.slotsInUse(), "slots of one session after failed logins");
         }
