@@ -23,11 +23,18 @@ final class AllOrNothing {
 
     private AllOrNothing() {}
 
-    /** Commits the work only where every statement does; what fails is taken back. */
+    /**
+     * Commits the work only where every statement does; what fails is taken back. With autocommit
+     * no transaction is open afterwards in either case, and so no lock is held.
+     */
     static <T> T run(OciConnection connection, Work<T> work) throws SQLException, IOException {
         boolean autoCommit = connection.isAutoCommit();
         connection.setAutoCommit(false);
         try {
+            if (autoCommit) {
+                // What is left from before it was switched on: any statement would commit it.
+                connection.commit();
+            }
             execute(connection, "SAVEPOINT " + SAVEPOINT);
             try {
                 T result = work.run();
@@ -36,7 +43,7 @@ final class AllOrNothing {
                 }
                 return result;
             } catch (SQLException | IOException | RuntimeException | Error e) {
-                takeBack(connection, e);
+                takeBack(connection, autoCommit, e);
                 throw e;
             }
         } finally {
@@ -44,9 +51,14 @@ final class AllOrNothing {
         }
     }
 
-    private static void takeBack(OciConnection connection, Throwable reason) {
+    private static void takeBack(
+            OciConnection connection, boolean autoCommit, Throwable reason) {
         try {
-            execute(connection, "ROLLBACK TO SAVEPOINT " + SAVEPOINT);
+            if (autoCommit) {
+                connection.rollback();
+            } else {
+                execute(connection, "ROLLBACK TO SAVEPOINT " + SAVEPOINT);
+            }
         } catch (SQLException e) {
             // The work's own error is what the user has to see.
             reason.addSuppressed(e);

@@ -14,7 +14,8 @@ import java.nio.charset.CharacterCodingException;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.nio.file.StandardCopyOption;
-import java.nio.file.StandardOpenOption;
+import java.nio.file.attribute.FileAttribute;
+import java.nio.file.attribute.PosixFilePermissions;
 import java.sql.SQLException;
 import java.util.List;
 
@@ -32,6 +33,10 @@ final class LobFile {
     /** As much as one call moves. */
     private static final int PIECE = 32 * 1024;
     private static final int DEFAULT_BUFFER = -1;
+    private static final FileAttribute<?>[] OWNER_ONLY = {
+        PosixFilePermissions.asFileAttribute(PosixFilePermissions.fromString("rw-------"))
+    };
+    private static final FileAttribute<?>[] AS_USUAL = {};
     private static final String BYTES = "bytes";
     private static final String CHARACTERS = "characters";
 
@@ -134,8 +139,14 @@ final class LobFile {
         // Asked once, for the percentages of the whole transfer.
         long length = lob.length();
         try {
-            try (OutputStream out = Files.newOutputStream(part, StandardOpenOption.CREATE_NEW)) {
+            boolean replaces = Files.exists(target);
+            // Nobody may read it meanwhile who could not read the file that it replaces.
+            Files.createFile(part, replaces ? OWNER_ONLY : AS_USUAL);
+            try (OutputStream out = Files.newOutputStream(part)) {
                 read(lob, out, done -> 100 * done / length);
+            }
+            if (replaces) {
+                Files.setPosixFilePermissions(part, Files.getPosixFilePermissions(target));
             }
             // A rename within one folder: readers see the old file or the new one, never a part.
             Files.move(part, target, StandardCopyOption.REPLACE_EXISTING);

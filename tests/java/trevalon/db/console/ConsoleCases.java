@@ -12,6 +12,8 @@ import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.nio.file.Paths;
+import java.nio.file.attribute.PosixFilePermissions;
+import java.sql.SQLException;
 import java.util.ArrayList;
 import java.util.Arrays;
 import java.util.List;
@@ -176,7 +178,13 @@ public final class ConsoleCases {
                 piped.ends(1, csv.getFileName() + ", " + fault[1]);
             }
             Files.write(csv, (good + faults[0][0]).getBytes(StandardCharsets.UTF_8));
-            new Run("SET AUTOCOMMIT ON\nUPDATE filled SET n = n;\n" + load, LOGIN).ends(1);
+            try (OciConnection failed = OciConnection.open("tester", "secret", "TEST")) {
+                failed.setAutoCommit(true);
+                CsvLoader loader = new CsvLoader(failed, new Progress(null));
+                throwing(SQLException.class, () -> loader.load("filled", csv));
+                // Its session goes on, and keeps nobody from writing.
+                new Run("UPDATE filled SET n = n;\n", LOGIN).ends(0);
+            }
             new Run("SELECT COUNT(*) || ' left' FROM filled;\n", LOGIN).ends(0, "3 left");
         } finally {
             Files.delete(csv);
@@ -190,6 +198,7 @@ public final class ConsoleCases {
         String content = DisplayText.repeat('x', 32_767) + "😀京\n" + DisplayText.repeat('y', 40_000);
         Files.write(text, content.getBytes(StandardCharsets.UTF_8));
         Files.write(bytes, new byte[] {(byte) 0x80, 1, 2});
+        Files.setPosixFilePermissions(text, PosixFilePermissions.fromString("r--------"));
         String quoted = "'" + folder + "/";
         Run run = script("CREATE TABLE filed (n NUMBER(2), t CLOB, b BLOB);\n"
                 + "INSERT INTO filed VALUES (1, 'old', EMPTY_BLOB());\n"
@@ -211,6 +220,8 @@ public final class ConsoleCases {
                 "There is no such row", "ORA-00942", "half a surrogate pair");
         script("GET filed.t INTO " + quoted + "text' WHERE n = 2");
         same(99L, Files.size(text), "a failed PUT has changed the value");
+        same("r--------", PosixFilePermissions.toString(Files.getPosixFilePermissions(text)),
+                "who may read it");
         same(3, folder.toFile().list().length, "files are left over");
     }
 

@@ -62,7 +62,7 @@ public final class TestRun {
     }
 
     /** Runs a case that must throw this class; JNI errors show as exceptions, not as crashes. */
-    static <T extends Throwable> T throwing(Class<T> expected, Case test) {
+    public static <T extends Throwable> T throwing(Class<T> expected, Case test) {
         try {
             test.run();
         } catch (Throwable e) {
