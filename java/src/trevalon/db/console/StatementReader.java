@@ -109,11 +109,9 @@ final class StatementReader {
                 text.append(line).append('\n');
             }
         }
-        if (state == State.COMMENT) {
-            // What it has swallowed may be statements: silence would be taken for success.
-            throw new IOException("A comment is never closed, from line " + startLine + " on");
-        }
-        return hasCode ? statement() : null;
+        // A comment that is never closed may have swallowed statements: silence would be taken for
+        // success, and the server refuses it.
+        return hasCode || state == State.COMMENT ? statement() : null;
     }
 
     private void startStatement() {
