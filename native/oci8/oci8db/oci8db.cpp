@@ -8,6 +8,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <exception>
 #include <filesystem>
@@ -30,9 +31,10 @@ constexpr const char* kUsage =
     "       oci8db set-password NAME USER[/PASSWORD]\n"
     "       oci8db drop-user    NAME USER\n"
     "       oci8db list         NAME\n"
-    "NAME is a net service name (the file NAME.db in the folder $OCI8_DATA) or a path with a\n"
-    "slash. A password that is not given is read from standard input; USER/ has none, and only\n"
-    "the operating system's user of that name can log in as OPS$USER.\n";
+    "NAME is a net service name (the file NAME.db in the folder $OCI8_DATA, by default\n"
+    "$XDG_DATA_HOME/oralayer or ~/.oralayer) or a path with a slash. A password that is not given\n"
+    "is read from standard input; USER/ has none, and only the operating system's user of that\n"
+    "name can log in as OPS$USER.\n";
 
 // Exit codes: scripts tell a wrong call from a failed one.
 constexpr int kFailed = 1;
@@ -116,6 +118,22 @@ class NewFile {
   const std::string path_;
 };
 
+const char* set_variable(const char* name) {
+  const char* value = std::getenv(name);
+  return value != nullptr && *value != '\0' ? value : nullptr;
+}
+
+/// The script that starts the console has the same default: the two find each other's databases.
+void choose_folder() {
+  if (set_variable("OCI8_DATA") != nullptr) return;
+  const char* data = set_variable("XDG_DATA_HOME");
+  const char* home = set_variable("HOME");
+  if (data == nullptr && home == nullptr) return;
+  const std::string folder =
+      data != nullptr ? std::string(data) + "/oralayer" : std::string(home) + "/.oralayer";
+  setenv("OCI8_DATA", folder.c_str(), 1);
+}
+
 std::string database_path(const std::string& name) {
   std::string path = resolve_connect_string(name);
   if (path == ":memory:") throw Complaint{"a database in memory has no file"};
@@ -186,6 +204,7 @@ int run(int count, char** arguments) {
 
 int main(int count, char** arguments) {
   try {
+    choose_folder();
     return run(count, arguments);
   } catch (const Complaint& complaint) {
     std::cerr << "oci8db: " << complaint.text << '\n';
