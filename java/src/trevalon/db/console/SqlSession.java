@@ -136,8 +136,7 @@ final class SqlSession {
                 return true;
             case "EXEC":
             case "EXECUTE":
-                // On a line of its own, as the argument may end in a comment.
-                String block = "BEGIN " + argument + "\n; END;";
+                String block = block(argument);
                 runBreakable(() -> runSql(block));
                 return true;
             case "LOAD":
@@ -170,6 +169,13 @@ final class SqlSession {
             default:
                 throw new SQLException("Not a command: " + word);
         }
+    }
+
+    /** A block of what EXECUTE was given, which may end in a comment, with a semicolon or none. */
+    private static String block(String argument) {
+        List<SqlToken> tokens = SqlToken.scan(argument, Integer.MAX_VALUE);
+        boolean ended = !tokens.isEmpty() && tokens.get(tokens.size() - 1).is(";");
+        return "BEGIN " + argument + (ended ? "\nEND;" : "\n; END;");
     }
 
     /** Leaving commits, as closing the connection does, unless the user says otherwise. */

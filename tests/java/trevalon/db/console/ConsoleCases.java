@@ -134,7 +134,7 @@ public final class ConsoleCases {
         Run run = script("CREATE TABLE digits (n NUMBER(5));\nINSERT INTO digits VALUES (7);\n"
                 + "INSERT INTO digits VALUES (41);\n"
                 + "VARIABLE n NUMBER\nVAR t VARCHAR2(5)\nvar d date\nVAR c REFCURSOR\n"
-                + "EXEC :N := 6 * 7; :t := 'a:x' -- both\n"
+                + "EXEC :N := 6 * 7 -- one\nEXEC :t := 'a:x'; -- two\n"
                 + "BEGIN\n  SELECT MAX(n) INTO :n FROM digits WHERE n < :n;\n"
                 + "  :d := TO_DATE('1999-12-31', 'YYYY-MM-DD');\n"
                 + "  OPEN :c FOR SELECT n, n || :t label FROM digits WHERE n <= :n ORDER BY n;\n"
