@@ -211,6 +211,14 @@ TEST_F(DialectTest, QueriesCombineTables) {
   expect(R"(
     SELECT d.dname, e.ename FROM emp e, dept d WHERE e.deptno(+) = d.deptno AND e.sal(+) > 1000
       ORDER BY 1 -> OPS,-/SALES,ALLEN
+    SELECT e.empno FROM emp e WHERE e.deptno(+) = 10 AND e.empno(+) > 1 -> 2
+    SELECT MAX(x) FROM (SELECT 10.5 x FROM dual UNION ALL SELECT :1 FROM dual) -> 10.5
+    SELECT MAX(x) FROM (SELECT :1 x, 2 x FROM dual UNION ALL SELECT 10.5, 3 FROM dual) -> 918@11
+    SELECT MAX("x") FROM (SELECT 1, :1 "x" FROM dual UNION ALL SELECT 2, 10.5 FROM dual) -> 10.5
+    SELECT 10 FROM dual MINUS SELECT :1 FROM dual ->
+    SELECT :1, 'a' FROM dual INTERSECT (SELECT 10, 'a' FROM dual) ORDER BY 1 -> 10,a
+    SELECT RAWTOHEX(r) FROM (SELECT :1 r FROM dual UNION ALL SELECT photo FROM emp) -> 10/FF00/-/-
+    SELECT DISTINCT deptno + 1, sal / 0 FROM emp WHERE empno > 9 ORDER BY sal / 0, deptno + 1 ->
     SELECT dname, COUNT(empno) FROM dept LEFT JOIN emp USING
       (deptno) GROUP BY dname -> OPS,0/SALES,2
     SELECT * FROM dept NATURAL JOIN (SELECT deptno, empno FROM
@@ -311,6 +319,14 @@ TEST_F(DialectTest, DescribesSelectLists) {
             "PHOTO:23(4,0,0) SAL*2:2(22,0,-127) 'abc':96(3,0,0)! n:1(1,0,0) ENAME||'x':1(11,0,0) "
             "SUBSTR(ENAME,1,1):1(4,0,0) SYSDATE:12(7,0,0) HIRED-1:12(7,0,0) OVERALL:2(22,0,-127) "
             "ROWID:11(18,0,0)! ");
+  const SqlText combined = tokenize(
+      "SELECT 'x' A, NULL B, HEXTORAW('414') C, UPPER('ab') D, :1 E FROM dual UNION ALL"
+      " SELECT :2, :3, :4, 'c', NULL FROM dual UNION ALL SELECT NULL, NULL, NULL, 'd', 1 FROM dual");
+  EXPECT_EQ(described(db_->prepare(combined)->columns()),
+            "A:1(4000,0,0) B:1(4000,0,0) C:23(2000,0,0) D:1(2,0,0) E:2(22,0,-127) ");
+  EXPECT_EQ(described(db_->prepare(tokenize("SELECT HEXTORAW('414') A, UPPER('ab') B FROM dual"))
+                          ->columns()),
+            "A:23(2,0,0) B:96(2,0,0) ");
 }
 
 }  // namespace

@@ -270,6 +270,11 @@ void note_outer_joins(Scope& scope, const std::vector<Fragment>& conditions) {
 // Tables without a mark come first; each other one follows the tables that its conditions read.
 Fragment join_sources(const FromClause& clause, std::vector<Fragment>& conditions) {
   std::uint64_t waiting = marked_sources(clause, conditions);
+  // Of a single table a mark says nothing, as on the server.
+  if (clause.items.size() == 1) {
+    for (Fragment& part : conditions) part.outer = 0;
+    waiting = 0;
+  }
   Fragment result = fragment("", 0);
   for (size_t i = 0; i < clause.items.size(); ++i) {
     if ((waiting >> i & 1) != 0) continue;

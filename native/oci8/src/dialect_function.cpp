@@ -15,6 +15,7 @@ enum class Result : ub1 {
   DateOrNumber,  // as the first argument: ROUND, TRUNC
   Text,  // of any length
   TextOfFirst,  // never longer than the first argument
+  CaseOfFirst,  // as the first argument, of fixed length where that is: UPPER
   TextBySize,  // as long as the second argument says: LPAD, RPAD
   Part,  // as long as the third argument says: SUBSTR
   Formatted,  // TO_CHAR
@@ -44,10 +45,10 @@ constexpr Function kFunctions[] = {
     {"CHR", 1, 1, "n", Result::Character},       {"COS", 1, 1, "n", Result::Number},
     {"EXP", 1, 1, "n", Result::Number},          {"FLOOR", 1, 1, "n", Result::Number},
     {"GREATEST", 1, kAny, "-", Result::Common},  {"HEXTORAW", 1, 1, "t", Result::Raw},
-    {"INITCAP", 1, 1, "t", Result::TextOfFirst}, {"INSTR", 2, 4, "ttnn", Result::Number},
+    {"INITCAP", 1, 1, "t", Result::CaseOfFirst}, {"INSTR", 2, 4, "ttnn", Result::Number},
     {"LAST_DAY", 1, 1, "d", Result::Date},       {"LEAST", 1, kAny, "-", Result::Common},
     {"LENGTH", 1, 1, "t", Result::Number},       {"LN", 1, 1, "n", Result::Number},
-    {"LOG", 2, 2, "n", Result::Number},          {"LOWER", 1, 1, "t", Result::TextOfFirst},
+    {"LOG", 2, 2, "n", Result::Number},          {"LOWER", 1, 1, "t", Result::CaseOfFirst},
     {"LPAD", 2, 3, "tnt", Result::TextBySize},   {"LTRIM", 1, 2, "t", Result::TextOfFirst},
     {"MOD", 2, 2, "n", Result::Number},          {"MONTHS_BETWEEN", 2, 2, "d", Result::Number},
     {"NEXT_DAY", 2, 2, "dt", Result::Date},      {"NVL", 2, 2, "-", Result::Common},
@@ -61,7 +62,7 @@ constexpr Function kFunctions[] = {
     {"TO_DATE", 1, 2, "-", Result::Date},        {"TO_NUMBER", 1, 2, "-", Result::Number},
     {"TRANSLATE", 3, 3, "t", Result::Text},      {"TRIM", 1, 1, "t", Result::TextOfFirst},
     {"TRUNC", 1, 2, "-", Result::DateOrNumber},  {"UID", 0, 0, "-", Result::Number},
-    {"UPPER", 1, 1, "t", Result::TextOfFirst},   {"USER", 0, 0, "-", Result::Name},
+    {"UPPER", 1, 1, "t", Result::CaseOfFirst},   {"USER", 0, 0, "-", Result::Name},
     {"VSIZE", 1, 1, "-", Result::Number},
 };
 static_assert(std::ranges::is_sorted(kFunctions, {}, &Function::name));
@@ -140,6 +141,11 @@ StaticType result_type(Result result, std::vector<Fragment>& arguments) {
     }
     case Result::TextOfFirst:
       return text_type(first);
+    case Result::CaseOfFirst:
+      if (arguments.front().type.code == SQLT_AFC) {
+        return {SQLT_AFC, static_cast<ub2>(first), 0, 0, 0};
+      }
+      return text_type(first);
     case Result::TextBySize:
       return sized_by(arguments, 1, kAnyText);
     case Result::Part: {
@@ -155,7 +161,7 @@ StaticType result_type(Result result, std::vector<Fragment>& arguments) {
     case Result::Hex:
       return text_type(2 * first);
     case Result::Raw:
-      return {SQLT_BIN, static_cast<ub2>(std::clamp<size_t>(first / 2, 1, 2000)), 0, 0, 0};
+      return {SQLT_BIN, static_cast<ub2>(std::clamp<size_t>((first + 1) / 2, 1, 2000)), 0, 0, 0};
     default:
       return text_type(kAnyText);
   }

@@ -437,10 +437,41 @@ bool agree(const StaticType& left, const StaticType& right) {
   return left.value_class() == right.value_class();
 }
 
+// What a placeholder holds is known at run time only, and may be of any length: beside a column
+// with a type it is converted to that type's class. A literal NULL is described with one byte and
+// takes the other's type as it is.
+void convert_given(Query& member, const Query& other, Naming naming) {
+  Fragment named = fragment("WITH ", member.sql.offset);
+  named.add(kInner);
+  std::vector<Fragment> values;
+  bool converted = false;
+  for (size_t i = 0; i < member.columns.size(); ++i) {
+    ColumnInfo& column = member.columns[i];
+    Fragment value = column_of(member, i);
+    if (value.type.code == 0 && column.size > 1 && other.types[i].code != 0) {
+      value = coerce(value, other.types[i].value_class());
+      member.types[i] = value.type;
+      column = describe(value.type, std::move(column.name), column.nullable);
+      converted = true;
+    }
+    const std::string position = std::to_string(i + 1);
+    named.add(i > 0 ? "," : "(").add(quote_name(position));
+    value.add(" AS " + quote_name(naming == Naming::Names ? column.name : position));
+    values.push_back(std::move(value));
+  }
+  if (!converted) return;
+  named.add(") AS (").add(member.sql).add(") SELECT * FROM ").add(kInner);
+  deepen(named, 6);
+  member.sql = std::move(named);
+  member.sql = select_from(member, values);
+}
+
 // The first query names the columns; types must agree in class and are widened.
 // A large value can neither be compared with others nor be taken for another type's.
-void combine_columns(Query& left, const Query& right, bool all, ub4 offset) {
+void combine_columns(Query& left, Query& right, Naming naming, bool all, ub4 offset) {
   if (left.columns.size() != right.columns.size()) fail(1789, {}, static_cast<int>(offset));
+  convert_given(left, right, naming);
+  convert_given(right, left, naming);
   for (size_t i = 0; i < left.columns.size(); ++i) {
     StaticType& type = left.types[i];
     const StaticType& other = right.types[i];
@@ -513,12 +544,11 @@ Query query(Context& context, Scope* outer, Naming naming) {
   make_member(whole);
   while (at_set_operator(tokens)) {
     const std::string_view operation = set_operator(tokens);
-    whole.sql.add(operation);
     const ub4 offset = tokens.offset();
     Query member = term(context, outer, naming, false);
     make_member(member);
-    combine_columns(whole, member, operation == kUnionAll, offset);
-    whole.sql.add(member.sql);
+    combine_columns(whole, member, naming, operation == kUnionAll, offset);
+    whole.sql.add(operation).add(member.sql);
     whole.one_row = false;
   }
   if (tokens.accept_word("ORDER")) order_whole(tokens, whole);
