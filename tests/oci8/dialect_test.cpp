@@ -140,6 +140,14 @@ TEST_F(DialectTest, OperatorsMeanWhatTheyMeanOnTheServer) {
     SELECT empno FROM emp WHERE hired = '03-FEB-01' AND sal ^= '1' AND photo IS NULL -> 2
     SELECT empno FROM emp WHERE deptno = :d AND hired < '01-JAN-00' -> 1
     SELECT empno FROM emp WHERE photo = 'FF00' OR hired IN ('03-FEB-01') -> 1/2
+    SELECT deptno FROM dept WHERE UPPER(loc) = 'DALLAS' AND LOWER(loc) IN ('x', 'dallas') AND
+      INITCAP(loc) = CAST('Dallas' AS CHAR(6)) -> 10
+    SELECT 1 FROM dual WHERE 'a_b' LIKE 'a/_%' ESCAPE '/' AND 'a/b' LIKE 'a//b' ESCAPE '/' -> 1
+    SELECT 1 FROM dual WHERE 'ab' LIKE 'a/b' ESCAPE '/' -> 1424@-1
+    SELECT 1 FROM dual WHERE 'a' LIKE 'a/' ESCAPE '/' -> 1424@-1
+    SELECT CAST('abcdef' AS VARCHAR2(3)), CAST('a' AS CHAR(2)) || CAST('abc' AS
+      CHAR(2)) FROM dual -> abc,a ab
+    SELECT COALESCE(NULL, deptno, 1), NULLIF(ename, 'FORD') FROM emp -> 10,SMITH/10,ALLEN/1,-
     SELECT deptno FROM dept WHERE loc = 'DALLAS' AND loc IN ('x', 'DALLAS   ') -> 10
     SELECT empno FROM emp WHERE (deptno, ename) IN ((10, 'SMITH'), ('10', 'x')) -> 1
     SELECT empno FROM emp WHERE deptno IN (SELECT '10' FROM dual) AND empno <> ALL (1, 3) -> 2

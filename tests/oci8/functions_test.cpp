@@ -82,7 +82,8 @@ TEST_F(Functions, StoringChecksTheDeclaredType) {
     store_char('äb', 2) -> ORA-01401 | store_char(007, 3) -> '7' | store_char('', 3) -> NULL
     store_fixed_char('ab', 4) -> 'ab  ' | store_fixed_char('abcd', 4) -> 'abcd'
     store_fixed_char('abcde', 4) -> ORA-01401 | store_fixed_char(7, 2) -> '7 '
-    store_fixed_char('', 2) -> NULL | store_date('15-MAR-1999') -> x'77C7030F010101'
+    ora_cut('äbc', 2) -> 'ä' | ora_cut('aäb', 2) -> 'a' | ora_cut('ä', 1) -> NULL
+    ora_cut(123, 2) -> 123 | store_fixed_char('', 2) -> NULL | store_date('15-MAR-1999') -> x'77C7030F010101'
     store_date(x'77C7030F0E060A') -> x'77C7030F0E060A' | store_date('15-QQQ-1999') -> ORA-01843
     store_date(x'00') -> ORA-00932 | store_raw('0aFF', 2) -> x'0AFF'
     store_raw('aFF', 2) -> x'0AFF' | store_raw('0aFF00', 2) -> ORA-01401

@@ -324,9 +324,13 @@ Fragment like(Context& context, Scope& scope, Fragment left, bool negated) {
   left = coerce(left, ValueClass::Text);
   const Fragment pattern = coerce(single(operand(context, scope)), ValueClass::Text);
   Fragment result = fragment("(", left.offset);
-  result.add(left).add(negated ? " NOT LIKE " : " LIKE ").add(pattern);
+  result.add(left).add(negated ? " NOT LIKE " : " LIKE ");
   if (context.tokens.accept_word("ESCAPE")) {
-    result.add(" ESCAPE ").add(coerce(single(operand(context, scope)), ValueClass::Text));
+    const Fragment mark = coerce(single(operand(context, scope)), ValueClass::Text);
+    // The engine lets the mark stand before any character.
+    result.add(call("ora_pattern", {pattern, mark}, pattern.offset)).add(" ESCAPE ").add(mark);
+  } else {
+    result.add(pattern);
   }
   result.add(")");
   return as_condition(std::move(result), 5);

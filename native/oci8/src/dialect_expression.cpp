@@ -373,16 +373,25 @@ Fragment case_expression(Context& context, Scope& scope) {
   return whole;
 }
 
-// A cast is what storing into a column of that type would do.
+// A cast is what storing into a column of that type would do, but that it cuts text. A
+// placeholder's is not cut: variables of blocks are assigned by a cast of one, and refuse what is
+// too long.
 Fragment cast_expression(Context& context, Scope& scope) {
   context.tokens.skip(2);
-  const Fragment value = expression(context, scope);
+  Fragment value = expression(context, scope);
   context.tokens.expect_word("AS");
   const ColumnInfo type = declared_type(context.tokens);
   context.tokens.expect_symbol(")", 907);
   refuse_large(value);
   if (type.type == SQLT_CLOB || type.type == SQLT_BLOB) {
     fail(3001, {}, static_cast<int>(value.offset));
+  }
+  const bool cuts = type.type == SQLT_CHR || type.type == SQLT_AFC;
+  if (cuts && !value.null && !is_placeholder(value)) {
+    const StaticType whole = value.type;
+    const Fragment size = fragment(std::to_string(type.size), value.offset);
+    value = call("ora_cut", {value, size}, value.offset);
+    value.type = whole;
   }
   return store(value, type);
 }

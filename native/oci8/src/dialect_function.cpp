@@ -375,6 +375,29 @@ Fragment known_function(const std::string& name, std::vector<Fragment> arguments
   return result;
 }
 
+// A function of the engine, which makes no more of the values than it needs.
+Fragment coalesce(std::vector<Fragment> arguments, ub4 offset) {
+  if (arguments.size() < 2) fail(938, {}, static_cast<int>(offset));
+  const StaticType type = unify_from(arguments, 0);
+  Fragment result = call("coalesce", arguments, offset);
+  result.type = type;
+  return result;
+}
+
+// The first argument, but NULL where the second equals it.
+Fragment null_if(std::vector<Fragment> arguments, ub4 offset) {
+  if (arguments.size() != 2) fail(909, {}, static_cast<int>(offset));
+  Fragment value = arguments.front();
+  refuse_large(value);
+  make_comparable({&arguments[0], &arguments[1]});
+  Fragment result = fragment("CASE WHEN ", offset);
+  result.add(infix(arguments[0], " = ", arguments[1])).add(" THEN NULL ELSE ").add(value);
+  result.add(" END");
+  deepen(result, 5);
+  result.type = value.type;
+  return result;
+}
+
 // The name of no value: storing it makes an empty one.
 Fragment empty_lob(ub2 type, const std::vector<Fragment>& arguments, ub4 offset) {
   if (!arguments.empty()) fail(909, {}, static_cast<int>(offset));
@@ -394,6 +417,8 @@ Fragment function_call(Context& context, Scope& scope, const std::string& name, 
   if (name == "EMPTY_CLOB") return empty_lob(SQLT_CLOB, arguments, offset);
   if (name == "EMPTY_BLOB") return empty_lob(SQLT_BLOB, arguments, offset);
   if (name == "DECODE") return decode(std::move(arguments), offset);
+  if (name == "COALESCE") return coalesce(std::move(arguments), offset);
+  if (name == "NULLIF") return null_if(std::move(arguments), offset);
   if (name == "CONCAT") {
     if (arguments.size() != 2) fail(909, {}, static_cast<int>(offset));
     return concatenation(arguments);

@@ -98,6 +98,7 @@ constexpr Message kMessages[] = {
     {1416, "two tables cannot be outer-joined to each other"},
     {1418, "specified index does not exist"},
     {1422, "exact fetch returns more than requested number of rows"},
+    {1424, "missing or illegal character following the escape character"},
     {1425, "escape character must be character string of length 1"},
     {1426, "numeric overflow"},
     {1427, "single-row subquery returns more than one row"},

@@ -15,6 +15,7 @@
 #include "number_sum.h"
 #include "sqlite_call.h"
 #include "sqlite_errors.h"
+#include "utf8.h"
 
 namespace oci8 {
 namespace {
@@ -245,6 +246,19 @@ void store_char(Call& call) {
   call.give_text(value.view());
 }
 
+// Text without the characters that go beyond the size; other values as they are.
+void ora_cut(Call& call) {
+  if (call.is_null(0)) return;
+  const size_t limit = size_limit(call);
+  if (call.type(0) != SQLITE_TEXT || call.bytes(0).size() <= limit) return call.give_argument(0);
+  const std::string_view text = call.bytes(0);
+  size_t size = 0;
+  for (size_t next = 0; next <= limit; next += first_character(text.substr(next)).size()) {
+    size = next;
+  }
+  call.give_text(text.substr(0, size));
+}
+
 // Copied once, into the memory that becomes the value.
 void store_fixed_char(Call& call) {
   if (call.is_null(0)) return;
@@ -317,6 +331,7 @@ constexpr SqlFunction kOperators[] = {{"ora_add", 2, run_call<ora_add>},
                                       {"store_number", 3, run_call<store_number>},
                                       {"store_char", 2, run_call<store_char>},
                                       {"store_fixed_char", 2, run_call<store_fixed_char>},
+                                      {"ora_cut", 2, run_call<ora_cut>},
                                       {"store_date", 1, run_call<store_date>},
                                       {"store_raw", 2, run_call<store_raw>},
                                       {"store_given_number", 1, run_call<store_given_number>},

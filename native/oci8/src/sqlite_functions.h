@@ -11,13 +11,15 @@
 //               ora_number(v) (to NUMBER, ORA-01722), ora_date(v) (to DATE, default format)
 //   groups      sum avg (of decimals; the engine's own add doubles)
 //   storing     store_number(v,precision,scale) (1438; precision 0: any), store_char(v,bytes)
-//               (1401), store_fixed_char(v,bytes) (padded with blanks), store_date(v),
+//               (1401), store_fixed_char(v,bytes) (padded with blanks), ora_cut(v,bytes) (text, for
+//               a cast), store_date(v),
 //               store_raw(v,bytes) (text is read as hexadecimal, 1465), store_long(v),
 //               store_long_raw(v)
 //   functions   to_char to_date to_number nvl nvl2 decode substr instr length lpad rpad ltrim rtrim
 //               trim replace translate upper lower initcap ascii chr concat abs ceil floor mod
 //               round trunc sign power sqrt exp ln log sin cos tan greatest least add_months
 //               months_between last_day next_day hextoraw rawtohex vsize sysdate() user() uid()
+//               ora_pattern(pattern,mark) (of LIKE ... ESCAPE, 1424)
 #ifndef OCI8_SQLITE_FUNCTIONS_H
 #define OCI8_SQLITE_FUNCTIONS_H
 

@@ -213,6 +213,22 @@ void initcap(Call& call) {
   give_case(call, LetterCase::Initial);
 }
 
+// The pattern of a LIKE as it is: the mark escapes itself, % and _, and nothing else.
+void ora_pattern(Call& call) {
+  if (call.any_null()) return;
+  const TextArgument pattern(call, 0), mark(call, 1);
+  if (count_characters(mark.view()) != 1) fail(1425);
+  std::string_view rest = pattern.view();
+  for (size_t at; (at = rest.find(mark.view())) != std::string_view::npos;) {
+    rest.remove_prefix(at + mark.view().size());
+    if (rest.empty()) fail(1424);
+    const std::string_view escaped = first_character(rest);
+    if (escaped != "%" && escaped != "_" && escaped != mark.view()) fail(1424);
+    rest.remove_prefix(escaped.size());
+  }
+  call.give_text(pattern.view());
+}
+
 // The bytes of the first character as one number, and back.
 void ascii(Call& call) {
   if (call.is_null(0)) return;
@@ -285,7 +301,7 @@ constexpr SqlFunction kFunctions[] = {
     {"lower", 1, run_call<to_lower>},      {"initcap", 1, run_call<initcap>},
     {"ascii", 1, run_call<ascii>},         {"chr", 1, run_call<chr>},
     {"hextoraw", 1, run_call<hextoraw>},   {"rawtohex", 1, run_call<rawtohex>},
-    {"vsize", 1, run_call<vsize>}};
+    {"vsize", 1, run_call<vsize>},         {"ora_pattern", 2, run_call<ora_pattern>}};
 
 }  // namespace
 
