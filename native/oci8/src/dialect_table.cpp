@@ -152,7 +152,7 @@ class TableReader {
       sql.add(named).add(" UNIQUE");
     } else if (tokens().is_word("REFERENCES")) {
       of.constrained = true;
-      sql.add(named).add(references());
+      sql.add(named).add(references(1));
     } else if (tokens().accept_word("CHECK")) {
       sql.add(named).add(" CHECK ").add(check_condition());
     } else {
@@ -191,27 +191,46 @@ class TableReader {
 
   // Looked up at once, but for a table that refers to itself: the engine would find out at the
   // first INSERT only. Without columns the parent's primary key is meant, in both dialects.
-  Fragment references() {
+  // What the columns are, as many as `count`, is seen when the table is there, with all of its own
+  // keys.
+  Fragment references(size_t count) {
     tokens().skip();
     const ub4 offset = tokens().offset();
     const std::string parent = tokens().object_name(context_.schema.user(), 903);
     if (parent != name_) table_columns(context_, parent, offset);
     Fragment result = fragment(" REFERENCES ", offset);
     result.add(quote_name(parent));
+    std::vector<std::string> columns;
     if (tokens().accept_symbol("(")) {
       result.add("(");
       do {
-        result.add(quote_name(tokens().name(904)));
-        result.add(tokens().is_symbol(",") ? "," : ")");
+        columns.push_back(tokens().name(904));
+        result.add(quote_name(columns.back())).add(tokens().is_symbol(",") ? "," : ")");
       } while (tokens().accept_symbol(","));
       tokens().expect_symbol(")", 907);
     }
+    if (!columns.empty() && columns.size() != count) fail(2256, {}, static_cast<int>(offset));
+    key_checks_ += unless_key(parent, columns, count);
     if (tokens().accept_word("ON")) {
       tokens().expect_word("DELETE");
       tokens().expect_word("CASCADE");
       result.add(" ON DELETE CASCADE");
     }
     return result;
+  }
+
+  // The engine would take any columns, and refuse every change of the parent from then on.
+  static std::string unless_key(const std::string& parent, const std::vector<std::string>& columns,
+                                size_t count) {
+    std::string sql =
+        ";\nSELECT ora_raise(2270) WHERE NOT EXISTS (SELECT 1 FROM pragma_index_list(";
+    sql += quote_text(parent) + ") AS i WHERE i.\"unique\" AND NOT i.partial AND ";
+    sql += "(SELECT count(*) = " + std::to_string(count);
+    std::string names = columns.empty() ? "name" : "";
+    for (const std::string& name : columns) names += (names.empty() ? "" : ",") + quote_text(name);
+    // As many columns as refer to it, and all of them among those that are named.
+    sql += " AND total(name IN (" + names + ")) = count(*) FROM pragma_index_info(i.name))";
+    return sql + (columns.empty() ? " AND i.origin = 'pk')" : ")");
   }
 
   // --- Table constraints -------------------------------------------------------------------------
@@ -226,9 +245,11 @@ class TableReader {
       sql.add(" UNIQUE ").add(constrained_columns(false));
     } else if (tokens().accept_word("FOREIGN")) {
       tokens().expect_word("KEY");
+      const size_t list = tokens().position();
       sql.add(" FOREIGN KEY ").add(constrained_columns(false));
       if (!tokens().is_word("REFERENCES")) tokens().fail_here(905);
-      sql.add(references());
+      // Each name is one token, with a mark in front, and one more mark ends the list.
+      sql.add(references((tokens().position() - list) / 2));
     } else {
       tokens().expect_word("CHECK", 904);
       sql.add(" CHECK ").add(check_condition());
@@ -279,7 +300,7 @@ class TableReader {
     sql.add(")");
     // Behind the table, as statements of their own.
     for (const Definition& of : definitions_) sql.add(make_triggers(name_, of.column));
-    return sql;
+    return sql.add(key_checks_);
   }
 
   // Columns take names (where none are listed) and types from the query.
@@ -373,6 +394,7 @@ class TableReader {
   Scope scope_;
   std::vector<Definition> definitions_;
   std::vector<Fragment> table_constraints_;
+  std::string key_checks_;  // of the foreign keys, behind the table
   Fragment default_literal_;  // of the last column, before it is made fit to store
 };
 
