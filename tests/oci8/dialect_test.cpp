@@ -211,6 +211,11 @@ TEST_F(DialectTest, RowsAreNumberedBeforeTheyAreSortedOrGrouped) {
     SELECT empno FROM emp WHERE ROWNUM BETWEEN NULL AND 3 ->
     SELECT e, r FROM (SELECT a.*, ROWNUM r FROM (SELECT empno e FROM emp ORDER BY e DESC) a WHERE
       ROWNUM <= 2) WHERE r > 1 -> 2,2
+    SELECT COUNT(ROWNUM), SUM(CASE WHEN ROWNUM < 3 THEN 1 END), MAX(ROWNUM + sal * 0) FROM
+      emp -> 3,2,3
+    SELECT e.deptno, MAX(ROWNUM), COUNT(e.ROWID) FROM emp e, dept d WHERE e.deptno = d.deptno(+) AND
+      ROWNUM < 4 GROUP BY e.deptno ORDER BY MAX(ROWNUM) -> 10,2,2/-,3,1
+    SELECT deptno, MAX(ROWNUM) m FROM emp WHERE ROWNUM < 4 GROUP BY deptno ORDER BY m -> 10,2/-,3
     SELECT empno FROM emp WHERE ROWID = (SELECT ROWID FROM emp WHERE ename = 'FORD') -> 3
     DELETE FROM emp e WHERE ROWNUM <= 1 AND e.empno > 1 -> | SELECT empno FROM emp -> 1/3)");
 }

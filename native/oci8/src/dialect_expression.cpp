@@ -312,8 +312,11 @@ Fragment column_reference(Context& context, Scope& scope) {
 // As a value ROWNUM counts what passes, which a window over everything does. In a WHERE clause it
 // would have to count rows that the very condition lets through: only bounds work there.
 Fragment row_number(Context& context, const Scope& scope) {
-  if (!scope.select_list) context.tokens.fail_here(3001);
-  Fragment result = fragment("row_number() OVER ()", context.tokens.offset());
+  const bool numbered = !scope.row_number.empty();
+  if (!scope.select_list && !numbered) context.tokens.fail_here(3001);
+  Fragment result = fragment(numbered ? scope.row_number : std::string("row_number() OVER ()"),
+                             context.tokens.offset());
+  result.bare = static_cast<int>(result.offset);
   context.tokens.skip();
   result.type = number_type();
   deepen(result, 4);

@@ -86,6 +86,7 @@ class Block {
       if (tokens().at_end()) tokens().fail_here(923);
       if (depth == 0 && tokens().is_word("FROM")) return;
       list_aggregates_ = list_aggregates_ || at_aggregate(tokens());
+      list_numbers_ = list_numbers_ || tokens().is_word("ROWNUM");
       if (tokens().is_symbol("(")) ++depth;
       if (!tokens().is_symbol(")")) continue;
       if (depth == 0) tokens().fail_here(923);
@@ -106,7 +107,10 @@ class Block {
     const bool counts_first = distinct_ || list_aggregates_ || tokens().is_word("GROUP") ||
                               tokens().is_word("HAVING") ||
                               (with_order && tokens().is_word("ORDER"));
-    if (!limit_.empty() && counts_first) limit_sources();
+    // A window cannot stand inside of a group function: there the rows bring their numbers along.
+    const bool numbers_first = list_aggregates_ && list_numbers_;
+    if ((!limit_.empty() && counts_first) || numbers_first) limit_sources();
+    if (numbers_first) number_sources();
   }
 
   // Keys are kept as engine SQL: an expression of the select list is the key when it is written
@@ -172,6 +176,11 @@ class Block {
     }
   }
 
+  void number_sources() {
+    replaced_.push_back("row_number() OVER () AS \"n\"");
+    scope_.row_number = limited_ + ".\"n\"";
+  }
+
   // Row numbers go along only where they were asked for: a view among the tables has none.
   Fragment limited_sources(const Fragment& sources) {
     Fragment inner = fragment("SELECT ", 0);
@@ -183,7 +192,7 @@ class Block {
     }
     inner.add(" FROM ").add(sources);
     if (!conditions_.empty()) inner.add(" WHERE ").add(join_conditions(conditions_, " AND "));
-    inner.add(" LIMIT " + limit_);
+    if (!limit_.empty()) inner.add(" LIMIT " + limit_);
     conditions_.clear();
     limit_.clear();
     Fragment result = fragment("(", 0);
@@ -388,6 +397,7 @@ class Block {
   const Naming naming_;
   bool distinct_ = false;
   bool list_aggregates_ = false;
+  bool list_numbers_ = false;  // ROWNUM is in the select list
   FromClause from_;
   std::vector<Fragment> conditions_;
   std::string limit_;

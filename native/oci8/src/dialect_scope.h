@@ -80,6 +80,7 @@ struct Scope {
   std::vector<std::string> group_keys;
   std::uint64_t correlated = 0;  // tables that queries inside read, as bits
   bool select_list = false;  // ROWNUM numbers rows here
+  std::string row_number;  // how engine SQL names ROWNUM; empty where rows have no number yet
   bool aggregates = false;  // group functions may stand here
   bool in_aggregate = false;
   bool grouped = false;  // holds group functions, or has a GROUP BY
