@@ -314,7 +314,24 @@ TEST_F(DialectTest, ErrorsNameTheirPlace) {
     INSERT INTO dept (deptno) VALUES (12345678901234567890) -> 1438@34
     SET TRANSACTION READ ONLY -> 3001@16 | SET TRANSACTION READ WRITE ->
     ALTER SESSION SET NLS_DATE_FORMAT = 'YY' -> 3001@36 | COMMENT ON TABLE nope IS 'x' -> 942@17
-    SELECT UPPER() FROM dual -> 938@7 | SELECT ename, COUNT(*) FROM emp -> 937@7
+    SELECT UPPER() FROM dual -> 909@7 | SELECT ename, COUNT(*) FROM emp -> 937@7
+    SELECT COUNT(*), ROWNUM FROM emp -> 937@17 | SELECT ROWNUM FROM emp GROUP BY deptno -> 979@7
+    SELECT DISTINCT deptno FROM emp ORDER BY sal -> 1791@41
+    SELECT MAX(sal) FROM emp FOR UPDATE -> 1786@25 | SELECT DISTINCT sal FROM emp FOR UPDATE -> 1786@29
+    SELECT 1 FROM dual UNION SELECT 2 FROM dual FOR UPDATE -> 1786@44
+    SELECT sal FROM emp GROUP BY sal FOR UPDATE -> 1786@33
+    UPDATE emp SET sal = 1, sal = 2 -> 957@24 | SELECT NVL(1) FROM dual -> 909@7
+    UPDATE emp SET sal = 1, (ename, sal) = (SELECT 'a', 1 FROM dual) -> 957@32
+    DELETE emp WHERE empno = s.NEXTVAL -> 2287@25
+    UPDATE emp SET sal = 1 WHERE sal = s.CURRVAL -> 2287@35
+    UPDATE emp SET sal = (SELECT s.NEXTVAL FROM dual) -> 2287@29
+    INSERT INTO dept (deptno) VALUES ((SELECT s.NEXTVAL FROM dual)) -> 2287@42
+    SELECT DISTINCT s.NEXTVAL FROM dual -> 2287@16 | SELECT s.NEXTVAL FROM dual ORDER BY 1 -> 2287@7
+    SELECT s.NEXTVAL FROM emp GROUP BY sal -> 2287@7
+    SELECT s.NEXTVAL FROM dual UNION SELECT 1 FROM dual -> 2287@0
+    SELECT 1 FROM dual UNION SELECT s.NEXTVAL FROM dual -> 2287@0
+    SELECT n FROM (SELECT s.NEXTVAL n FROM dual) -> 2287@14
+    CREATE VIEW q AS SELECT s.NEXTVAL n FROM dual -> 2287@17
     SELECT ename FROM emp GROUP BY deptno -> 979@7 | SELECT 1 FROM emp WHERE SUM(sal) > 1 -> 934@24
     SELECT hired + hired FROM emp -> 975@7 | SELECT 1 FROM emp WHERE hired = 5 -> 932@32
     SELECT 1 FROM dual UNION SELECT 1, 2 FROM dual -> 1789@25 | WITH a AS (SELECT :b FROM c) -> 3001@0
@@ -344,12 +361,14 @@ TEST_F(DialectTest, DescribesSelectLists) {
             "ROWID:11(18,0,0)! ");
   const SqlText combined = tokenize(
       "SELECT 'x' A, NULL B, HEXTORAW('414') C, UPPER('ab') D, :1 E FROM dual UNION ALL"
-      " SELECT :2, :3, :4, 'c', NULL FROM dual UNION ALL SELECT NULL, NULL, NULL, 'd', 1 FROM dual");
+      " SELECT :2, :3, :4, 'c', NULL FROM dual UNION ALL SELECT NULL, NULL, NULL, 'd', 1 FROM "
+      "dual");
   EXPECT_EQ(described(db_->prepare(combined)->columns()),
             "A:1(4000,0,0) B:1(4000,0,0) C:23(2000,0,0) D:1(2,0,0) E:2(22,0,-127) ");
-  EXPECT_EQ(described(db_->prepare(tokenize("SELECT HEXTORAW('414') A, UPPER('ab') B FROM dual"))
-                          ->columns()),
-            "A:23(2,0,0) B:96(2,0,0) ");
+  EXPECT_EQ(
+      described(
+          db_->prepare(tokenize("SELECT HEXTORAW('414') A, UPPER('ab') B FROM dual"))->columns()),
+      "A:23(2,0,0) B:96(2,0,0) ");
 }
 
 }  // namespace

@@ -68,6 +68,7 @@ bool for_update(Context& context) {
 // because subqueries take neither FOR UPDATE nor the end of the text.
 Translation select(Context& context) {
   Query whole = query(context, nullptr, Naming::Names);
+  if (context.tokens.is_word("FOR") && !whole.lockable) context.tokens.fail_here(1786);
   const bool locks = for_update(context);
   context.tokens.expect_end();
   Translation result = finish(Action::Query, std::move(whole.sql), context);

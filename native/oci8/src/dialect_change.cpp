@@ -74,20 +74,27 @@ const ColumnInfo& target_column(Context& context, const Target& target) {
   return column_named(target, name, offset);
 }
 
-// Pointers into the target, which outlives the lists; a column twice would have two values.
-std::vector<const ColumnInfo*> column_list(Context& context, const Target& target) {
-  std::vector<const ColumnInfo*> columns;
+// Pointers into the target, which outlives the lists.
+using Columns = std::vector<const ColumnInfo*>;
+
+// Reads a column that gets a value; one that has been read before would have two.
+const ColumnInfo& next_column(Context& context, const Target& target, Columns& before) {
+  const ub4 offset = context.tokens.offset();
+  const ColumnInfo& column = target_column(context, target);
+  if (std::ranges::find(before, &column) != before.end()) {
+    fail(957, {}, static_cast<int>(offset));
+  }
+  before.push_back(&column);
+  return column;
+}
+
+// Adds the columns of a list.
+void column_list(Context& context, const Target& target, Columns& columns) {
   Tokens& tokens = context.tokens;
   do {
-    const ub4 offset = tokens.offset();
-    const ColumnInfo& column = target_column(context, target);
-    if (std::ranges::find(columns, &column) != columns.end()) {
-      fail(957, {}, static_cast<int>(offset));
-    }
-    columns.push_back(&column);
+    next_column(context, target, columns);
   } while (tokens.accept_symbol(","));
   tokens.expect_symbol(")", tokens.at_name() ? 917 : 907);
-  return columns;
 }
 
 // The server tells both cases apart, and clients test for the codes.
@@ -97,7 +104,7 @@ void check_count(size_t values, size_t columns, ub4 offset) {
 }
 
 // The columns of a query as they are stored into columns of a table.
-Fragment store_query(const Query& inner, const std::vector<const ColumnInfo*>& columns) {
+Fragment store_query(const Query& inner, const Columns& columns) {
   std::vector<Fragment> values;
   for (size_t i = 0; i < columns.size(); ++i) {
     values.push_back(store(column_of(inner, i), *columns[i]));
@@ -107,7 +114,7 @@ Fragment store_query(const Query& inner, const std::vector<const ColumnInfo*>& c
 
 // VALUES sees no table: a name there is a mistake with an error of its own (a word in place of a
 // literal, most often), not an unknown column.
-Fragment insert_values(Context& context, const std::vector<const ColumnInfo*>& columns) {
+Fragment insert_values(Context& context, const Columns& columns) {
   Tokens& tokens = context.tokens;
   const ub4 offset = tokens.offset();
   Scope nothing(nullptr);
@@ -133,6 +140,7 @@ Fragment insert_values(Context& context, const std::vector<const ColumnInfo*>& c
 void add_where(Context& context, Scope& scope, Fragment& sql) {
   sql.add(" WHERE go_on()");
   if (!context.tokens.accept_word("WHERE")) return;
+  scope.sequences = false;
   std::vector<Fragment> parts = conjuncts(context, scope);
   const std::string limit = take_limit(parts);
   for (const Fragment& part : parts) {
@@ -152,7 +160,7 @@ void add_where(Context& context, Scope& scope, Fragment& sql) {
 
 // a = (SELECT ...), b = (SELECT ...). The engine runs a query that does not depend on the row once
 // for all rows, and each needs a large value of its own: it is made outside of the query.
-Fragment assign_each(const std::vector<const ColumnInfo*>& columns, const Query& inner,
+Fragment assign_each(const Columns& columns, const Query& inner,
                      const std::vector<Fragment>& values) {
   Fragment result;
   for (size_t i = 0; i < columns.size(); ++i) {
@@ -167,9 +175,11 @@ Fragment assign_each(const std::vector<const ColumnInfo*>& columns, const Query&
 }
 
 // (a, b) = (SELECT ...)
-Fragment assign_row(Context& context, Scope& scope, const Target& target) {
+Fragment assign_row(Context& context, Scope& scope, const Target& target, Columns& assigned) {
   Tokens& tokens = context.tokens;
-  const std::vector<const ColumnInfo*> columns = column_list(context, target);
+  const auto before = static_cast<std::ptrdiff_t>(assigned.size());
+  column_list(context, target, assigned);
+  const Columns columns(assigned.begin() + before, assigned.end());
   tokens.expect_symbol("=", 927);
   const ub4 offset = tokens.offset();
   tokens.expect_symbol("(", 906);
@@ -196,11 +206,11 @@ Fragment assign_row(Context& context, Scope& scope, const Target& target) {
 }
 
 // Right sides read the row as it was, also where a column is assigned before: so does the engine.
-Fragment assignment(Context& context, Scope& scope, const Target& target) {
+Fragment assignment(Context& context, Scope& scope, const Target& target, Columns& assigned) {
   Tokens& tokens = context.tokens;
-  if (tokens.accept_symbol("(")) return assign_row(context, scope, target);
+  if (tokens.accept_symbol("(")) return assign_row(context, scope, target, assigned);
   const ub4 offset = tokens.offset();
-  const ColumnInfo& column = target_column(context, target);
+  const ColumnInfo& column = next_column(context, target, assigned);
   tokens.expect_symbol("=", 927);
   Fragment result = fragment(quote_name(column.name) + " = ", offset);
   return result.add(stored(context, expression(context, scope), column));
@@ -217,10 +227,10 @@ Fragment insert_statement(Context& context) {
   Scope scope(nullptr);
   Fragment sql = fragment("INSERT INTO ", 0);
   const Target target = target_table(context, scope, sql, false);
-  std::vector<const ColumnInfo*> columns;
+  Columns columns;
   if (tokens.is_symbol("(") && !at_query(tokens)) {
     tokens.skip();
-    columns = column_list(context, target);
+    column_list(context, target, columns);
   } else {
     for (const ColumnInfo& column : target.columns) columns.push_back(&column);
   }
@@ -245,8 +255,9 @@ Fragment update_statement(Context& context) {
   const Target target = target_table(context, scope, sql, true);
   tokens.expect_word("SET", 971);
   std::string separator = " SET ";
+  Columns assigned;
   do {
-    sql.add(separator).add(assignment(context, scope, target));
+    sql.add(separator).add(assignment(context, scope, target, assigned));
     separator = ", ";
   } while (tokens.accept_symbol(","));
   // Its queries must see no row changed yet: of a join, the engine makes all new values first.

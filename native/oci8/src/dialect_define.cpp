@@ -82,7 +82,9 @@ Fragment create_view(Context& context, bool replace) {
   context.defines = name;
   const std::vector<std::string> names = listed_names(tokens);
   tokens.expect_word("AS");
+  const ub4 offset = tokens.offset();
   Query inner = query(context, nullptr, Naming::Names);
+  if (!context.sequences.empty()) fail(2287, {}, static_cast<int>(offset));
   if (!names.empty() && names.size() != inner.columns.size()) tokens.fail_here(1730);
   for (size_t i = 0; i < names.size(); ++i) inner.columns[i].name = names[i];
   // Two columns of one name could never be told apart by those who select from the view. Select

@@ -81,7 +81,9 @@ class FromReader {
 
   // An inner query sees the queries around this one, but not the tables beside it.
   Fragment inline_view(ub4 offset) {
+    const size_t drawn = context_.sequences.size();
     Query inner = query(context_, scope_.outer, Naming::Names);
+    if (context_.sequences.size() > drawn) fail(2287, {}, static_cast<int>(offset));
     tokens().expect_symbol(")", 907);
     std::string alias = read_alias();
     if (alias.empty()) alias = "OCI8$V" + std::to_string(++context_.names_made);

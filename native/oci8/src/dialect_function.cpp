@@ -359,6 +359,9 @@ Fragment known_function(const std::string& name, std::vector<Fragment> arguments
     fail(904, "\"" + name + "\"", static_cast<int>(offset));
   }
   const int count = static_cast<int>(arguments.size());
+  if (known->least == known->most && count != known->least) {
+    fail(909, {}, static_cast<int>(offset));
+  }
   if (count < known->least) fail(938, {}, static_cast<int>(offset));
   if (count > known->most) fail(939, {}, static_cast<int>(offset));
   for (size_t i = 0; i < arguments.size(); ++i) {

@@ -64,12 +64,18 @@ class Block {
     find_from();
     const size_t from = tokens().position();
     tokens().skip();
+    // As on the server: a draw in a condition would advance the sequence for rows that are thrown
+    // away.
+    scope_.sequences = false;
     from_ = from_clause(context_, scope_);
     read_where(with_order);
     read_grouping();
     // Behind a member of a set operation it would be that of the whole, which order_whole reads.
     with_order = with_order && tokens().is_word("ORDER");
     const size_t behind = tokens().position();
+    // Only the rows of the statement itself can draw, each once, and none that others are made of.
+    scope_.sequences =
+        scope_.outer == nullptr && !distinct_ && !scope_.grouped && !tokens().is_word("ORDER");
     tokens().seek(list);
     read_list(from);
     tokens().seek(behind);
@@ -97,9 +103,6 @@ class Block {
   // Whether anything counts or sorts the rows must be known now: from here on columns are named
   // as the limited rows have them.
   void read_where(bool with_order) {
-    // As on the server: a draw in a WHERE clause would advance the sequence for rows that are
-    // thrown away.
-    scope_.sequences = false;
     if (tokens().accept_word("WHERE")) conditions_ = conjuncts(context_, scope_);
     limit_ = take_limit(conditions_);
     note_outer_joins(scope_, conditions_);
@@ -124,7 +127,6 @@ class Block {
       check_grouping(*having_);
     }
     scope_.aggregates = true;
-    scope_.sequences = true;
   }
 
   void read_groups() {
@@ -305,13 +307,22 @@ class Block {
       Fragment key = position ? fragment(std::to_string(*position + 1), tokens().offset())
                               : expression(context_, scope_);
       refuse_large(position ? items_[*position].value : key);
-      if (!position) check_grouping(key);
+      if (!position) check_key(key);
       if (!position && key.integer) key.sql = constant(key);
       const bool nullable = position ? items_[*position].value.nullable : key.nullable;
       order_.add(order_.sql.empty() ? "" : ", ").add(key).add(direction(tokens(), nullable));
     } while (tokens().accept_symbol(","));
     // A group function here groups the whole query.
     check_items();
+  }
+
+  // Rows that are distinct have no values but those of the select list.
+  void check_key(const Fragment& key) const {
+    const auto same = [&](const Item& item) { return item.value.sql == key.sql; };
+    if (distinct_ && (key.sources != 0 || key.aggregate) && std::ranges::none_of(items_, same)) {
+      fail(1791, {}, static_cast<int>(key.offset));
+    }
+    check_grouping(key);
   }
 
   // A position in the select list, or the alias of one of its items.
@@ -385,6 +396,7 @@ class Block {
     result.limited = !limit_.empty();
     // A group function without GROUP BY makes one row, also of no rows.
     result.one_row = scope_.grouped && groups_.sql.empty();
+    result.lockable = !distinct_ && !scope_.grouped;
     result.sql = fragment("", sql.offset);
     result.sql.sql = std::move(sql.sql);
     result.sql.marks = std::move(sql.marks);
@@ -548,6 +560,8 @@ bool at_query(const Tokens& tokens) {
 Query query(Context& context, Scope* outer, Naming naming) {
   const Nesting nesting(context);
   Tokens& tokens = context.tokens;
+  const size_t drawn = context.sequences.size();
+  const ub4 first = tokens.offset();
   Query whole = term(context, outer, naming, true);
   // Behind an ORDER BY nothing more can be combined.
   if (!at_set_operator(tokens) || whole.ordered) return whole;
@@ -559,8 +573,9 @@ Query query(Context& context, Scope* outer, Naming naming) {
     make_member(member);
     combine_columns(whole, member, naming, operation == kUnionAll, offset);
     whole.sql.add(operation).add(member.sql);
-    whole.one_row = false;
+    whole.one_row = whole.lockable = false;
   }
+  if (context.sequences.size() > drawn) fail(2287, {}, static_cast<int>(first));
   if (tokens.accept_word("ORDER")) order_whole(tokens, whole);
   return whole;
 }

@@ -138,6 +138,7 @@ constexpr Message kMessages[] = {
     {1773, "may not specify column datatypes in this CREATE TABLE"},
     {1780, "string literal required"},
     {1785, "ORDER BY item must be the number of a SELECT-list expression"},
+    {1786, "FOR UPDATE of this query expression is not allowed"},
     {1789, "query block has incorrect number of result columns"},
     {1790, "expression must have same datatype as corresponding expression"},
     {1791, "not a SELECTed expression"},
