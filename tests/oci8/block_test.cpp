@@ -129,7 +129,9 @@ TEST_F(BlockTest, FailedBlockIsUndoneAsAWholeBackToItsLastCommit) {
       {"SAVEPOINT S", 0, "1 2 3 4 5 6"},
       {"BEGIN SAVEPOINT A; SAVEPOINT S; ROLLBACK TO A; ROLLBACK TO S; DELETE FROM T; :x := 1 / 0; "
        "END;",
-       1476, "1 2 3 4 5 6"}};
+       1476, "1 2 3 4 5 6"},
+      {"BEGIN SAVEPOINT Z; :x := 1 / 0; END;", 1476, "1 2 3 4 5 6"},
+      {"SAVEPOINT Z", 0, "1 2 3 4 5 6"}};
   for (const auto& [text, code, left] : steps) {
     EXPECT_EQ(run(text).code, code) << text;
     EXPECT_EQ(numbers(), left) << text;

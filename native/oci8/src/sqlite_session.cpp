@@ -271,10 +271,12 @@ void SqliteSession::mark() {
 
 // A savepoint that stays does no harm: the transaction's end takes it away.
 void SqliteSession::release_mark() noexcept {
+  newest_savepoint_.clear();
   if (std::exchange(marked_, false) && in_transaction()) run(Control::Release);
 }
 
 void SqliteSession::return_to_mark() noexcept {
+  newest_savepoint_.clear();
   const bool marked = std::exchange(marked_, false);
   if (!marked) lost_ = lost_at_mark_;
   if (!in_transaction()) return;
