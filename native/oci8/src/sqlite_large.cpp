@@ -99,8 +99,9 @@ bool narrow(const char* units, size_t count, char* bytes) {
 
 void widen(const char* bytes, size_t count, char* units) {
   size_t i = 0;
-  for (; i + kBlock <= count; i += kBlock)
+  for (; i + kBlock <= count; i += kBlock) {
     widen_block<kBlock>(bytes + i, units + i * sizeof(utext));
+  }
   for (; i < count; ++i) widen_block<1>(bytes + i, units + i * sizeof(utext));
 }
 
