@@ -42,6 +42,8 @@ struct lent_record {
   sb4 rows;  // that its arrays have room for
   Lent what;
   lent_record* next;
+  ub4 piecelen = 0;  // of a stream, when it was bound; 0: none
+  sb2 indicator = 0;  // of a stream, likewise
 };
 
 /// What belongs to an open statement and to no record, kept in the statement handle's user memory.
@@ -63,6 +65,11 @@ inline statement_memory* memory_of(const cdadata& cda) {
 
 /// A column and its context point to each other, or neither points anywhere.
 void unlink_column(colctx& ctx);
+
+/// A column's first indicator; without rows that of a value.
+inline sb2 first_indicator(const columndata& col) {
+  return col.indpvect != nullptr ? col.indpvect[0] : sb2{0};
+}
 
 /// After the statement handle was made: nothing is defined or bound.
 void start_statement_memory(cdadata& cda);
@@ -106,8 +113,8 @@ void lend(cdadata& cda, const lent_record& what);
 /// True for a LONG column on the chain that has ended since, or lent its buffers anew elsewhere.
 bool has_ended(const cdadata& cda, const void* record);
 /// False after raising InternalError: a column that OCI would touch has ended, or has changed its
-/// buffers, since it was bound or defined; or a cursor that is bound has ended, is closed, or is
-/// executing itself.
+/// buffers or its stream, since it was bound or defined; or a cursor that is bound has ended, is
+/// closed, or is executing itself.
 bool lent_records_stand(JNIEnv* env, const cdadata& cda);
 /// Before an execution that brings so many rows of a query, or of anything else repeats it so many
 /// times: is_idle, room in all columns and binds, and lent_records_stand. A refusal empties the

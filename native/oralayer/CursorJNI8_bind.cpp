@@ -262,9 +262,8 @@ ub2* fill_lengths(columndata& col) {
 
 // A bind that failed has left the former one in force. One that succeeded stands, whatever fails
 // after it.
-void keep_bind(cdadata& cda, ub4 position, void* record, Lent what, sword retvali) {
-  if (retvali != OCI_SUCCESS) return;
-  lend(cda, {record, 0, Lend::Bind, position, 1, what, nullptr});
+void keep_bind(cdadata& cda, const lent_record& bind, sword retvali) {
+  if (retvali == OCI_SUCCESS) lend(cda, bind);
 }
 
 sword bind_value(cdadata& cda, columndata& col, OCIBind** bindp, ub2* lengths, ub4 mode) {
@@ -272,7 +271,10 @@ sword bind_value(cdadata& cda, columndata& col, OCIBind** bindp, ub2* lengths, u
   const sword retvali = OCIBindByPos(cda.stmthp, bindp, cda.errhp, position, col.bufptr, col.buflen,
                                      static_cast<ub2>(col.external_dbtype), col.indpvect, lengths,
                                      nullptr, 0, nullptr, mode);
-  keep_bind(cda, position, &col, is_lob(col) ? Lent::Locator : Lent::Buffers, retvali);
+  const Lent what = is_lob(col) ? Lent::Locator : Lent::Buffers;
+  keep_bind(cda,
+            {&col, 0, Lend::Bind, position, 1, what, nullptr, col.piecelen, first_indicator(col)},
+            retvali);
   return retvali;
 }
 
@@ -379,6 +381,7 @@ JNIEXPORT jboolean JNICALL Java_trevalon_db_oci_OciCursor_bindCursorByPosition(J
       OCIBindByPos(cda->stmthp, &bindp, cda->errhp, static_cast<ub4>(colpos), &other->stmthp,
                    kHandleSize, SQLT_RSET, nullptr, nullptr, nullptr, 0, nullptr, OCI_DEFAULT);
   assignCdaCodes(env, obj);
-  keep_bind(*cda, static_cast<ub4>(colpos), other, Lent::Cursor, retvali);
+  const auto position = static_cast<ub4>(colpos);
+  keep_bind(*cda, {other, 0, Lend::Bind, position, 1, Lent::Cursor, nullptr}, retvali);
   return call_result(retvali);
 }

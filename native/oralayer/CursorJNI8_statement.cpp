@@ -130,9 +130,18 @@ bool cursor_stands(JNIEnv* env, const lent_record& lent) {
   return false;
 }
 
+// Each chunk is asked for by what the column says, and OCI reads its indicator after the last one:
+// a value set meanwhile would end the stream early, or make NULL of it.
+bool stream_stands(const lent_record& lent) {
+  const auto& col = *static_cast<const columndata*>(lent.record);
+  return col.piecelen == lent.piecelen && static_cast<ub4>(col.colpos) == lent.position &&
+         first_indicator(col) == lent.indicator;
+}
+
 bool record_stands(JNIEnv* env, const lent_record& lent) {
   if (lent.what == Lent::Cursor) return cursor_stands(env, lent);
-  if (lent.version == record_version(lent.record)) {
+  const bool same = lent.version == record_version(lent.record);
+  if (same && (lent.piecelen == 0 || stream_stands(lent))) {
     return lent.what == Lent::Buffers || locator_stands(env, lent);
   }
   TV_ThrowInternalError(env, "a column of the statement has ended or changed since it was bound");

@@ -138,7 +138,7 @@ struct {
   int deed, calls_before;
 } meddler;
 
-constexpr int kDeeds = 8, kBindElsewhere = 0;
+constexpr int kDeeds = 11, kBindElsewhere = 0;
 
 void meddle() {
   switch (meddler.deed) {
@@ -156,8 +156,14 @@ void meddle() {
       return CURSOR(native_1finalize)(env, meddler.cursor);
     case 6:
       return (void)CURSOR(exec)(env, meddler.other);
-    default:
+    case 7:
       return COLUMN(native_1finalize)(env, meddler.column);
+    case 8:
+      return COLUMN(setPosition)(env, meddler.column, 4);
+    case 9:
+      return COLUMN(setValueWithInt)(env, meddler.column, 1, JNI_TRUE);
+    default:  // as before, but no stream any more
+      return COLUMN(setValueWithStream)(env, meddler.column, 10, 0, 1, JNI_FALSE);
   }
 }
 

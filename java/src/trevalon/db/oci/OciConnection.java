@@ -187,7 +187,7 @@ public final class OciConnection implements AutoCloseable {
 
     /** Ends the session with all its statements and LOBs; a second call does nothing. */
     @Override
-    public void close() {
+    public void close() throws OciException {
         if (!open) {
             return;
         }

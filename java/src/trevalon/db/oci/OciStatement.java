@@ -20,7 +20,8 @@ import java.util.function.Function;
  *
  * <p>Bind variables are set by their position, from 1, after {@link #prepare}: each placeholder of
  * an SQL statement is one, in a block of PL/SQL each distinct name. A value stays set from one
- * execution to the next, except a stream, which one execution reads to its end.
+ * execution to the next, except a stream, which one execution reads to its end. While it does, the
+ * statement refuses whatever the stream asks of it (ORA-03127).
  *
  * <p>Values are read by the column's position, from 1, on the row that {@link #next} moved to.
  * LONG values arrive in pieces, and can be read once per row.
@@ -49,6 +50,7 @@ public final class OciStatement implements AutoCloseable {
     private static final int NO_MORE_ROWS = 1403;
     private static final int NO_SUCH_POSITION = 24334;
     private static final int INVALID_CURSOR = 1001;
+    private static final int ACTIVE_OPERATION = 3127;
     private static final int NULL_INDICATOR = -1;
     private static final DateTimeFormatter DATE_TEXT = OciDates.formatter(" HH:mm:ss");
 
@@ -62,6 +64,9 @@ public final class OciStatement implements AutoCloseable {
 
     private int fetchSize = DEFAULT_FETCH_SIZE;
     private boolean closed;
+
+    /** Whether a call runs for this statement. */
+    private boolean executing;
 
     /** Whether a statement handle is allocated: open and close must alternate strictly. */
     private boolean opened;
@@ -185,6 +190,7 @@ public final class OciStatement implements AutoCloseable {
         lastArray = true;
         variables.requireValues(!columns.isEmpty());
         check(variables.bind());
+        executing = true;
         try {
             if (columns.isEmpty()) {
                 check(cursor.exec());
@@ -198,6 +204,7 @@ public final class OciStatement implements AutoCloseable {
         } catch (IOException e) {
             throw new SQLException("Reading the stream of a bind variable: " + e.getMessage(), e);
         } finally {
+            executing = false;
             variables.executed();
         }
     }
@@ -686,6 +693,19 @@ public final class OciStatement implements AutoCloseable {
             throw new OciException(INVALID_CURSOR, "ORA-01001: invalid cursor");
         }
         connection.requireOpen();
+        requireIdle();
+    }
+
+    /**
+     * Fails where a stream comes back to the execution that reads it: it would change what is being
+     * read, or end what the call still needs.
+     */
+    void requireIdle() throws OciException {
+        if (executing) {
+            throw new OciException(
+                    ACTIVE_OPERATION,
+                    "ORA-03127: no new operations allowed until the active operation ends");
+        }
     }
 
     private void check(boolean failed) throws OciException {
@@ -723,10 +743,11 @@ public final class OciStatement implements AutoCloseable {
 
     /** Frees the statement and its cursor slot; a second call does nothing. */
     @Override
-    public void close() {
+    public void close() throws OciException {
         if (closed) {
             return;
         }
+        requireIdle();
         reset();
         closed = true;
         cursor.native_finalize();

@@ -29,6 +29,8 @@ public final class BindCases {
         tests.add("values that cannot go in are refused", BindCases::refusals);
         tests.add("bytes and streams of each kind and length come back", BindCases::streams);
         tests.add("what a stream throws comes out, nothing goes in", BindCases::failingStream);
+        tests.add("a stream changes nothing of the execution that reads it",
+                BindCases::meddlingStream);
         tests.add("a block's outputs and inputs", BindCases::outputs);
         tests.add("queries run again with other values, as cursor variables too", BindCases::again);
     }
@@ -44,7 +46,7 @@ public final class BindCases {
         }
     }
 
-    private static String repeat(String text, int count) {
+    static String repeat(String text, int count) {
         return String.join("", Collections.nCopies(count, text));
     }
 
@@ -209,6 +211,33 @@ public final class BindCases {
         }
         insert(c, "failing", s -> s.setString(1, "good"));
         same("good", value(c, "SELECT v FROM failing"), "the session afterwards");
+    }
+
+    private static void meddlingStream(OciConnection c, OciStatement s) throws Exception {
+        OciStatement rows = c.createStatement();
+        Setter[] deeds = {
+            x -> x.setString(2, "short"), x -> x.setNull(2, OciType.LONG), x -> x.setInt(1, 9),
+            x -> x.setAsciiStream(2, null), x -> x.prepare("DELETE FROM meddled"),
+            OciStatement::execute, OciStatement::close, x -> x.bindTo(null, 1),
+        };
+        execute(c, "CREATE TABLE meddled (n NUMBER(3), v LONG)");
+        String text = repeat("streamed ", 9000);
+        s.prepare("BEGIN DELETE FROM meddled; INSERT INTO meddled VALUES (:n, :v);"
+                + " OPEN :c FOR SELECT n, v FROM meddled; END;");
+        s.setInt(1, 1);
+        s.setCursor(3, rows);
+        for (Setter deed : deeds) {
+            s.setAsciiStream(2, new FilterInputStream(new ByteArrayInputStream(text.getBytes())) {
+                @Override
+                public int read(byte[] buffer, int offset, int length) throws IOException {
+                    Case refused = () -> deed.set(s);
+                    same(3127, throwing(OciException.class, refused).code(), "error");
+                    return super.read(buffer, offset, length);
+                }
+            });
+            s.execute();
+            yes(rows.next() && rows.getInt(1) == 1 && text.equals(rows.getString(2)), "the row");
+        }
     }
 
     private static void outputs(OciConnection c, OciStatement s) throws Exception {

@@ -82,7 +82,9 @@ public final class ConnectionCases {
         cursors.get(1234).close();
         same("1", value(connection, "SELECT 1 FROM DUAL"), "a statement on a used slot");
         connection.close();
-        sessions.forEach(OciConnection::close);
+        for (OciConnection session : sessions) {
+            session.close();
+        }
         same(0, NativeLibrary.get().cursors().inUse(), "cursor slots after the sessions");
     }
 
