@@ -1,7 +1,9 @@
 package trevalon.db.oci;
 
 import java.util.ArrayList;
+import java.util.Iterator;
 import java.util.LinkedHashSet;
+import java.util.List;
 import java.util.Set;
 
 /**
@@ -185,23 +187,46 @@ public final class OciConnection implements AutoCloseable {
         return open;
     }
 
-    /** Ends the session with all its statements and LOBs; a second call does nothing. */
+    /** One of the steps that end a session. */
+    private interface Step {
+        void take() throws OciException;
+    }
+
+    /**
+     * Ends the session with all its statements and LOBs, and then throws the first failure of any;
+     * a second call does nothing. ORA-03127, and nothing has ended, where a stream calls this in the
+     * middle of an execution.
+     */
     @Override
     public void close() throws OciException {
         if (!open) {
             return;
         }
+        for (OciStatement statement : statements) {
+            statement.requireIdle();
+        }
+        // A list of its own, because each statement and LOB takes itself off the connection's.
+        List<Step> steps = new ArrayList<>();
+        statements.forEach(statement -> steps.add(statement::close));
+        lobs.forEach(lob -> steps.add(lob::close));
+        steps.add(columns::clear);
+        steps.add(this::release);
+        takeAll(steps.iterator());
+    }
+
+    /** Takes the steps that are left, whatever one of them throws, and throws the first of it. */
+    private static void takeAll(Iterator<Step> steps) throws OciException {
         try {
-            // Copies, because each statement and LOB takes itself off its list.
-            for (OciStatement statement : new ArrayList<>(statements)) {
-                statement.close();
+            while (steps.hasNext()) {
+                steps.next().take();
             }
-            for (OciLob lob : new ArrayList<>(lobs)) {
-                lob.close();
+        } catch (OciException | RuntimeException | Error first) {
+            try {
+                takeAll(steps);
+            } catch (OciException | RuntimeException | Error later) {
+                first.addSuppressed(later);
             }
-            columns.clear();
-        } finally {
-            release();
+            throw first;
         }
     }
 

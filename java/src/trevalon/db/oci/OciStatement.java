@@ -748,10 +748,13 @@ public final class OciStatement implements AutoCloseable {
             return;
         }
         requireIdle();
-        reset();
         closed = true;
-        cursor.native_finalize();
-        slots.give(cursor.slot());
-        connection.forget(this);
+        try {
+            reset();
+        } finally {
+            cursor.native_finalize();
+            slots.give(cursor.slot());
+            connection.forget(this);
+        }
     }
 }

@@ -219,6 +219,7 @@ public final class BindCases {
             x -> x.setString(2, "short"), x -> x.setNull(2, OciType.LONG), x -> x.setInt(1, 9),
             x -> x.setAsciiStream(2, null), x -> x.prepare("DELETE FROM meddled"),
             OciStatement::execute, OciStatement::close, x -> x.bindTo(null, 1),
+            x -> c.close(),
         };
         execute(c, "CREATE TABLE meddled (n NUMBER(3), v LONG)");
         String text = repeat("streamed ", 9000);
@@ -238,6 +239,7 @@ public final class BindCases {
             s.execute();
             yes(rows.next() && rows.getInt(1) == 1 && text.equals(rows.getString(2)), "the row");
         }
+        yes(c.isOpen(), "the session is open");
     }
 
     private static void outputs(OciConnection c, OciStatement s) throws Exception {
