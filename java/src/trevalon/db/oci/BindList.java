@@ -62,6 +62,15 @@ final class BindList {
         return false;
     }
 
+    /** Notes for the cursor variables that a call begins or ends which opens their queries. */
+    void setExecuting(boolean on) {
+        for (BindVariable variable : variables) {
+            if (variable.rows() != null) {
+                variable.rows().setExecuting(on);
+            }
+        }
+    }
+
     /** Notes that an execution has taken the values. */
     void executed() {
         for (BindVariable variable : variables) {

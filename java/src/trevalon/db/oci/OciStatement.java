@@ -21,7 +21,7 @@ import java.util.function.Function;
  * <p>Bind variables are set by their position, from 1, after {@link #prepare}: each placeholder of
  * an SQL statement is one, in a block of PL/SQL each distinct name. A value stays set from one
  * execution to the next, except a stream, which one execution reads to its end. While it does, the
- * statement refuses whatever the stream asks of it (ORA-03127).
+ * statement and its cursor variables refuse whatever the stream asks of them (ORA-03127).
  *
  * <p>Values are read by the column's position, from 1, on the row that {@link #next} moved to.
  * LONG values arrive in pieces, and can be read once per row.
@@ -65,7 +65,7 @@ public final class OciStatement implements AutoCloseable {
     private int fetchSize = DEFAULT_FETCH_SIZE;
     private boolean closed;
 
-    /** Whether a call runs for this statement. */
+    /** Whether a call runs for this statement, or for one that has it as cursor variable. */
     private boolean executing;
 
     /** Whether a statement handle is allocated: open and close must alternate strictly. */
@@ -190,7 +190,7 @@ public final class OciStatement implements AutoCloseable {
         lastArray = true;
         variables.requireValues(!columns.isEmpty());
         check(variables.bind());
-        executing = true;
+        setExecuting(true);
         try {
             if (columns.isEmpty()) {
                 check(cursor.exec());
@@ -204,9 +204,15 @@ public final class OciStatement implements AutoCloseable {
         } catch (IOException e) {
             throw new SQLException("Reading the stream of a bind variable: " + e.getMessage(), e);
         } finally {
-            executing = false;
+            setExecuting(false);
             variables.executed();
         }
+    }
+
+    /** Notes that a call begins or ends which the cursor variables take part in. */
+    void setExecuting(boolean on) {
+        executing = on;
+        variables.setExecuting(on);
     }
 
     /**

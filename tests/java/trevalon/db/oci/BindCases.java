@@ -219,7 +219,7 @@ public final class BindCases {
             x -> x.setString(2, "short"), x -> x.setNull(2, OciType.LONG), x -> x.setInt(1, 9),
             x -> x.setAsciiStream(2, null), x -> x.prepare("DELETE FROM meddled"),
             OciStatement::execute, OciStatement::close, x -> x.bindTo(null, 1),
-            x -> c.close(),
+            x -> c.close(), x -> rows.prepare("SELECT 9 FROM DUAL"), x -> rows.close(),
         };
         execute(c, "CREATE TABLE meddled (n NUMBER(3), v LONG)");
         String text = repeat("streamed ", 9000);
