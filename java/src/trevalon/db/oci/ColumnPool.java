@@ -13,7 +13,7 @@ final class ColumnPool {
     private static final int MOST_BYTES = 4 * 1024;
 
     /** For each row, beside its value: indicator, length, return code, and numbers of two kinds. */
-    private static final int BESIDE_VALUE = 18;
+    static final int BESIDE_VALUE = 18;
 
     private final ArrayDeque<OciColumn> spare = new ArrayDeque<>();
 

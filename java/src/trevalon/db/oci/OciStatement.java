@@ -425,7 +425,7 @@ public final class OciStatement implements AutoCloseable {
         boolean oneByOne = false;
         for (SelectColumn column : columns) {
             column.allocateLocator(connection);
-            rowBytes += column.sizeElements(cursor.pieceLength());
+            rowBytes += column.sizeElements(cursor.pieceLength()) + ColumnPool.BESIDE_VALUE;
             oneByOne |= column.isLarge();
         }
         mostRows =

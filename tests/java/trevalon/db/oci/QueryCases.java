@@ -6,6 +6,8 @@ import java.io.IOException;
 import java.io.InputStream;
 import java.math.BigDecimal;
 import java.nio.charset.StandardCharsets;
+import java.nio.file.Files;
+import java.nio.file.Paths;
 import java.time.LocalDateTime;
 import java.util.ArrayList;
 import java.util.Arrays;
@@ -25,6 +27,7 @@ public final class QueryCases {
     public static void addTo(TestRun tests) {
         tests.add("every declared type is described as declared", QueryCases::describe);
         tests.add("arrays of 1, 7 and 1000 rows hold the same rows", QueryCases::arrays);
+        tests.add("arrays of narrow rows have their bounds, too", QueryCases::narrowRows);
         tests.add("numbers of every form are read alike", () -> numbers());
         tests.add("numbers that have no such value are refused", QueryCases::numbersOfTexts);
         tests.add("values of all lengths follow each other", QueryCases::lengths);
@@ -84,6 +87,30 @@ public final class QueryCases {
             yes(!query.next() && !query.next(), "the rows have an end");
             same((long) ROWS, query.rowCount(), "rows fetched");
         }
+    }
+
+    private static void narrowRows(OciConnection connection, OciStatement query)
+            throws Exception {
+        execute(connection, "CREATE TABLE narrow (r RAW(1))",
+                "INSERT INTO narrow SELECT HEXTORAW('0A') FROM big WHERE n < 50");
+        long before = peakMemory();
+        query.setFetchSize(Integer.MAX_VALUE);
+        query.execute("SELECT r FROM narrow");
+        for (int i = 0; i < 50; i++) {
+            yes(query.next() && query.getBytes(1)[0] == 10, "row " + i);
+        }
+        long taken = peakMemory() - before;
+        yes(taken < 200_000, taken + " kB taken");
+    }
+
+    /** The most that the process ever had in memory, in kB. */
+    private static long peakMemory() throws IOException {
+        for (String line : Files.readAllLines(Paths.get("/proc/self/status"))) {
+            if (line.startsWith("VmHWM:")) {
+                return Long.parseLong(line.replaceAll("\\D", ""));
+            }
+        }
+        throw new AssertionError("no VmHWM");
     }
 
     /** What is read quickly has the value that it has when it is read thoroughly. */
