@@ -85,11 +85,10 @@ public final class OciConnection implements AutoCloseable {
     }
 
     private void logIn(String user, String password, String server) throws OciException {
-        // The interface takes texts that end at a zero: what follows it would not count.
-        if (user.indexOf('\0') >= 0 || password.indexOf('\0') >= 0) {
+        if (!goesInWhole(user) || !goesInWhole(password)) {
             throw new OciException(1017, "ORA-01017: invalid username/password; logon denied");
         }
-        if (server.indexOf('\0') >= 0) {
+        if (!goesInWhole(server)) {
             throw new OciException(12154, "ORA-12154: TNS:could not resolve service name");
         }
         boolean failed =
@@ -102,6 +101,11 @@ public final class OciConnection implements AutoCloseable {
             throw failure(ldaerrcode);
         }
         open = true;
+    }
+
+    /** The interface takes texts that end at a zero, and the native side so many bytes of them. */
+    private static boolean goesInWhole(String text) {
+        return text.indexOf('\0') < 0 && OciText.encode(text).length <= OciLimits.LOGIN_TEXT;
     }
 
     /** A new statement on this session; the session closes it if its owner does not. */

@@ -13,6 +13,9 @@ final class OciLimits {
     /** Room for an error text; the server cuts its own at about this length. */
     static final int ERROR_TEXT = 1024;
 
+    /** A user, a password or a connect string, in bytes: what is longer would be cut. */
+    static final int LOGIN_TEXT = 255;
+
     /** A NUMBER, which arrives as text. */
     static final int NUMBER_TEXT = 129;
 

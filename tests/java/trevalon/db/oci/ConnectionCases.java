@@ -32,6 +32,13 @@ public final class ConnectionCases {
         oracleError(1017, () -> OciConnection.open("tester\0x", "secret", "TEST"));
         oracleError(1017, () -> OciConnection.open("tester", "secret\0x", "TEST"));
         oracleError(12154, () -> OciConnection.open("tester", "secret", "TEST\0x"));
+        // Cut to what the native side takes, this would name the database that is there.
+        String folder = System.getenv("OCI8_DATA");
+        String file = "TEST.db";
+        int slashes = 255 - folder.length() - file.length();
+        String path = folder + BindCases.repeat("/", slashes) + file;
+        OciConnection.open("tester", "secret", path).close();
+        oracleError(12154, () -> OciConnection.open("tester", "secret", path + ".copy"));
         try (OciConnection connection = OciConnection.open("TESTER", "secret", "TEST")) {
             same(1, connection.slotsInUse(), "slots of one session after failed logins");
         }
