@@ -374,6 +374,10 @@ JNIEXPORT jboolean JNICALL Java_trevalon_db_oci_OciCursor_bindCursorByPosition(J
   if (other == nullptr) return kCallOk;
   if (required(env, other->stmthp, "Null Cursor") == nullptr) return kCallOk;
   if (!may_bind(env, *cda)) return kCallOk;
+  if (other == cda) {
+    TV_ThrowInternalError(env, "a cursor cannot be its own cursor variable");
+    return kCallOk;
+  }
 
   TRACE("*** bindCursorByPosition  OCIBindByPos 1 *** colpos", "=", colpos);
   OCIBind* bindp = nullptr;

@@ -451,8 +451,8 @@ BIND DYNAMIC: col->bufptr=NULL
     CURSOR(bindVariableByPosition)(env, without_streams, column_at(4));
     CURSOR(exec)(env, without_streams);
     EXPECT_NE(raised(), "");
+    CURSOR(bindCursorByPosition)(env, cursor, without_streams, 5);
     CURSOR(close)(env, without_streams);
-    CURSOR(bindCursorByPosition)(env, cursor, cursor, 5);
     EXPECT_EQ(ocbfp(nullptr, nullptr, 0, 0, nullptr, nullptr, nullptr, nullptr, nullptr), -1);
   });
 }

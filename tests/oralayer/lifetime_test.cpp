@@ -78,6 +78,9 @@ TEST_F(Lifetime, OnlyBindsInForceHoldAnExecutionBack) {
   EXPECT_NE(executed(cursor), "") << "the statement handle that it would open is gone";
   CURSOR(open)(env, other, connection);
   EXPECT_EQ(executed(cursor), "") << "and there again";
+  CURSOR(bindCursorByPosition)(env, cursor, cursor, 2);
+  EXPECT_NE(raised(), "") << "its result would take the place of its own binds";
+  EXPECT_EQ(executed(cursor), "") << "OCI was not told of it";
 
   const jobject third = new_cursor();
   const jobject half_bound = stream(1);
