@@ -17,7 +17,8 @@ import java.util.Arrays;
  *
  * <p>The native record holds the value's bytes; what is bound is their address. Setting a value of
  * the same size writes into the same memory, so the next execution reads it without another bind; a
- * longer one moves the memory, and `changed` says so.
+ * longer one moves the memory, and `changed` says so. A block that assigns to the variable writes
+ * there, too, and changes what its next execution starts from.
  */
 final class BindVariable implements AutoCloseable {
     /** Longest RAW; more bytes go in as a LONG RAW. */

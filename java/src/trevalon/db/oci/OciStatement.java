@@ -20,8 +20,9 @@ import java.util.function.Function;
  *
  * <p>Bind variables are set by their position, from 1, after {@link #prepare}: each placeholder of
  * an SQL statement is one, in a block of PL/SQL each distinct name. A value stays set from one
- * execution to the next, except a stream, which one execution reads to its end. While it does, the
- * statement and its cursor variables refuse whatever the stream asks of them (ORA-03127).
+ * execution to the next, with two exceptions: what a block assigns to a variable that is no output
+ * goes into its next execution, and a stream is read to its end by one execution. During that one
+ * the statement and its cursor variables refuse whatever the stream asks of them (ORA-03127).
  *
  * <p>Values are read by the column's position, from 1, on the row that {@link #next} moved to.
  * LONG values arrive in pieces, and can be read once per row.
