@@ -21,14 +21,6 @@ struct TestBlock {
   Block block;
 };
 
-Value number(long long value) {
-  return {Value::Kind::Integer, value};
-}
-
-Value words(std::string_view value) {
-  return {Value::Kind::Text, 0, 0, value.data(), value.size()};
-}
-
 class BlockTest : public testing::Test {
  protected:
   BlockTest() {

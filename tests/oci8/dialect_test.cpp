@@ -101,13 +101,12 @@ class DialectTest : public testing::Test {
   std::string run(std::string_view source, std::string_view bound = "10") {
     std::string rows;
     const Failure raised = failure([&] {
-      const SqlText text = tokenize(source);
-      const auto statement = db_->prepare(text);
+      const Prepared prepared(*db_, source);
       const auto kind = bound.size() == kDateSize ? Value::Kind::Bytes : Value::Kind::Text;
-      for (ub4 i = 0; i < text.placeholders.size(); ++i) {
-        statement->bind(i + 1, {kind, 0, 0, bound.data(), bound.size()});
+      for (ub4 i = 1; i <= prepared.source.placeholders.size(); ++i) {
+        prepared->bind(i, words(bound, kind));
       }
-      while (statement->step()) rows += (rows.empty() ? "" : "/") + row(*statement);
+      while (prepared->step()) rows += (rows.empty() ? "" : "/") + row(*prepared.statement);
     });
     return raised.code == 0 ? rows
                             : std::to_string(raised.code) + "@" + std::to_string(raised.offset);
@@ -350,25 +349,25 @@ TEST_F(DialectTest, ErrorsNameTheirPlace) {
 }
 
 TEST_F(DialectTest, DescribesSelectLists) {
-  const SqlText source = tokenize(
-      "SELECT e.*, sal*2, 'abc', NULL \"n\", ename||'x', SUBSTR(ename, 1, 1), SYSDATE,"
-      " hired-1, COUNT(*) OVERALL, ROWID FROM emp e GROUP BY empno, ename, hired, sal,"
-      " deptno, photo, ROWID");
-  EXPECT_EQ(described(db_->prepare(source)->columns()),
-            "EMPNO:2(22,4,0)! ENAME:1(10,0,0) HIRED:12(7,0,0) SAL:2(22,7,2) DEPTNO:2(22,2,0) "
-            "PHOTO:23(4,0,0) SAL*2:2(22,0,-127) 'abc':96(3,0,0)! n:1(1,0,0) ENAME||'x':1(11,0,0) "
-            "SUBSTR(ENAME,1,1):1(4,0,0) SYSDATE:12(7,0,0) HIRED-1:12(7,0,0) OVERALL:2(22,0,-127) "
-            "ROWID:11(18,0,0)! ");
-  const SqlText combined = tokenize(
-      "SELECT 'x' A, NULL B, HEXTORAW('414') C, UPPER('ab') D, :1 E FROM dual UNION ALL"
-      " SELECT :2, :3, :4, 'c', NULL FROM dual UNION ALL SELECT NULL, NULL, NULL, 'd', 1 FROM "
-      "dual");
-  EXPECT_EQ(described(db_->prepare(combined)->columns()),
-            "A:1(4000,0,0) B:1(4000,0,0) C:23(2000,0,0) D:1(2,0,0) E:2(22,0,-127) ");
+  const auto select_list = [&](std::string_view sql) {
+    return described(Prepared(*db_, sql)->columns());
+  };
   EXPECT_EQ(
-      described(
-          db_->prepare(tokenize("SELECT HEXTORAW('414') A, UPPER('ab') B FROM dual"))->columns()),
-      "A:23(2,0,0) B:96(2,0,0) ");
+      select_list("SELECT e.*, sal*2, 'abc', NULL \"n\", ename||'x', SUBSTR(ename, 1, 1), SYSDATE,"
+                  " hired-1, COUNT(*) OVERALL, ROWID FROM emp e GROUP BY empno, ename, hired, sal,"
+                  " deptno, photo, ROWID"),
+      "EMPNO:2(22,4,0)! ENAME:1(10,0,0) HIRED:12(7,0,0) SAL:2(22,7,2) DEPTNO:2(22,2,0) "
+      "PHOTO:23(4,0,0) SAL*2:2(22,0,-127) 'abc':96(3,0,0)! n:1(1,0,0) ENAME||'x':1(11,0,0) "
+      "SUBSTR(ENAME,1,1):1(4,0,0) SYSDATE:12(7,0,0) HIRED-1:12(7,0,0) OVERALL:2(22,0,-127) "
+      "ROWID:11(18,0,0)! ");
+  EXPECT_EQ(
+      select_list(
+          "SELECT 'x' A, NULL B, HEXTORAW('414') C, UPPER('ab') D, :1 E FROM dual UNION ALL"
+          " SELECT :2, :3, :4, 'c', NULL FROM dual UNION ALL SELECT NULL, NULL, NULL, 'd', 1 FROM "
+          "dual"),
+      "A:1(4000,0,0) B:1(4000,0,0) C:23(2000,0,0) D:1(2,0,0) E:2(22,0,-127) ");
+  EXPECT_EQ(select_list("SELECT HEXTORAW('414') A, UPPER('ab') B FROM dual"),
+            "A:23(2,0,0) B:96(2,0,0) ");
 }
 
 }  // namespace

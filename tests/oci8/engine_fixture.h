@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
+#include <memory>
 #include <sstream>
 #include <string>
 #include <utility>
@@ -55,9 +56,28 @@ inline std::string rows_of(Statement& statement) {
   while (statement.step()) rows += (rows.empty() ? "" : " ") + text_of(statement.column(0));
   return rows;
 }
+
+/// Values to be bound; the bytes stay the caller's.
+inline Value number(long long value) {
+  return {Value::Kind::Integer, value};
+}
+inline Value words(std::string_view bytes, Value::Kind kind = Value::Kind::Text) {
+  return {kind, 0, 0, bytes.data(), bytes.size()};
+}
+
+/// A statement beside its text, which has to outlive it.
+struct Prepared {
+  Prepared(Connection& connection, std::string_view sql)
+      : source(tokenize(sql)), statement(connection.prepare(source)) {}
+  Statement* operator->() const { return statement.get(); }
+
+  SqlText source;
+  std::unique_ptr<Statement> statement;
+};
+
+/// Runs a statement to its end; the first column of all rows.
 inline std::string query(Connection& connection, std::string_view sql) {
-  const SqlText source = tokenize(sql);
-  return rows_of(*connection.prepare(source));
+  return rows_of(*Prepared(connection, sql).statement);
 }
 
 /// What `body` fails with; code 0 and no text where it succeeds.
@@ -69,6 +89,17 @@ Failure failure(Body&& body) {
     return raised;
   }
   return {};
+}
+
+inline int code_of(Connection& connection, std::string_view sql) {
+  return failure([&] { query(connection, sql); }).code;
+}
+
+/// What SQLite itself makes of a database file: the first value of a statement.
+inline std::string in_file(const std::string& file, const std::string& sql) {
+  const auto db = open_file(file, SQLITE_OPEN_READWRITE);
+  const auto row = prepare_sql(db.get(), sql.c_str());
+  return step_sql(row.get()) ? std::string(column_text(row.get(), 0)) : "";
 }
 
 /// A folder with the database TEST.db, where scott has an account.

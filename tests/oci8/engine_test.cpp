@@ -23,25 +23,11 @@ using std::chrono::steady_clock;
 using namespace std::string_literals;
 using ConnectionPtr = std::unique_ptr<Connection>;
 
-/// A statement beside its text, which has to outlive it.
-struct Prepared {
-  Prepared(Connection& connection, std::string_view sql)
-      : source(tokenize(sql)), statement(connection.prepare(source)) {}
-  Statement* operator->() const { return statement.get(); }
-
-  SqlText source;
-  std::unique_ptr<Statement> statement;
-};
-
-ub4 run(Connection& connection, std::string_view sql) {
-  const Prepared prepared(connection, sql);
-  while (prepared->step()) {
-  }
-  return prepared->rows_changed();
-}
-
-int code_of(Connection& connection, std::string_view sql) {
-  return failure([&] { run(connection, sql); }).code;
+/// Adds the rows that are left to `rows`; what ends them.
+Failure read_on(const Prepared& open, std::string& rows) {
+  return failure([&] {
+    while (open->step()) rows += ' ' + text_of(open->column(0));
+  });
 }
 
 class EngineTest : public DatabaseTest {
@@ -63,10 +49,10 @@ class EngineTest : public DatabaseTest {
   /// With a table T(A unique) of the numbers 1 to `rows`, a power of two.
   static ConnectionPtr connect_with_table(int rows = 1) {
     ConnectionPtr connection = connect();
-    run(*connection, "CREATE TABLE T(A NUMBER UNIQUE, B VARCHAR2(20))");
-    run(*connection, "INSERT INTO T(A) VALUES (1)");
+    query(*connection, "CREATE TABLE T(A NUMBER UNIQUE, B VARCHAR2(20))");
+    query(*connection, "INSERT INTO T(A) VALUES (1)");
     for (int count = 1; count < rows; count *= 2) {
-      run(*connection, "INSERT INTO T(A) SELECT A + " + std::to_string(count) + " FROM T");
+      query(*connection, "INSERT INTO T(A) SELECT A + " + std::to_string(count) + " FROM T");
     }
     connection->commit();
     return connection;
@@ -135,7 +121,7 @@ TEST_F(EngineTest, TransactionsAreSeenByOthersWhenCommittedAndDdlCommitsBeforeIt
 TEST_F(EngineTest, LockedDatabaseIsReportedAfterTheTimeout) {
   const ConnectionPtr one = connect_with_table();
   const ConnectionPtr other = connect();
-  run(*one, "LOCK TABLE T IN EXCLUSIVE MODE");
+  query(*one, "LOCK TABLE T IN EXCLUSIVE MODE");
   const auto begun = steady_clock::now();
   EXPECT_EQ(code_of(*other, "INSERT INTO T(A) VALUES (3)"), 54);
   EXPECT_GE(steady_clock::now() - begun, milliseconds(200));
@@ -147,7 +133,7 @@ TEST_F(EngineTest, LockedDatabaseIsReportedAfterTheTimeout) {
   EXPECT_LT(steady_clock::now() - begun, std::chrono::seconds(50)) << "it has waited";
   const Prepared open(*other, "SELECT A FROM T");
   EXPECT_TRUE(open->step());
-  run(*one, "INSERT INTO T(A) VALUES (2)");
+  query(*one, "INSERT INTO T(A) VALUES (2)");
   one->commit();
   EXPECT_EQ(code_of(*other, "INSERT INTO T(A) VALUES (3)"), 0) << "under an older query";
   EXPECT_FALSE(open->step());
@@ -161,10 +147,8 @@ Failure interrupted(Connection& connection, std::string_view sql) {
     connection.interrupt();
   });
   const auto begun = steady_clock::now();
-  const Failure raised = failure([&] {
-    while (prepared->step()) {
-    }
-  });
+  std::string rows;
+  const Failure raised = read_on(prepared, rows);
   EXPECT_LT(steady_clock::now() - begun, milliseconds(3000)) << sql;
   breaker.join();
   return raised;
@@ -177,7 +161,7 @@ TEST_F(EngineTest, InterruptStopsAWaitForALockAndNoLaterOperation) {
 
   setenv("OCI8_LOCK_TIMEOUT", "60000", 1);
   const ConnectionPtr waiting = connect();
-  run(*one, "UPDATE T SET B = 'x'");
+  query(*one, "UPDATE T SET B = 'x'");
   EXPECT_EQ(interrupted(*waiting, "UPDATE T SET B = 'y'").code, 1013) << "waiting for a lock";
 }
 
@@ -187,7 +171,7 @@ TEST_F(EngineTest, InterruptedChangeIsUndoneAndTheTransactionBeforeItKept) {
       "UPDATE T SET B = 'x' WHERE A IN (SELECT A.A FROM T A, T B, T C, T D WHERE A.A + B.A + C.A + "
       "D.A > 0)";
   EXPECT_EQ(interrupted(*one, endless).code, 1013);
-  run(*one, "INSERT INTO T(A) VALUES (5000)");
+  query(*one, "INSERT INTO T(A) VALUES (5000)");
   const Failure raised = interrupted(*one, endless);
   EXPECT_EQ(raised.code, 1013);
   EXPECT_EQ(raised.text, error_text(1013)) << "the transaction was lost";
@@ -200,11 +184,11 @@ TEST_F(EngineTest, OpenQueriesSurviveTransactionEndsAndTheConnection) {
   ConnectionPtr one = connect_with_table(4);
   const Prepared open(*one, "SELECT A FROM T ORDER BY A");
   ASSERT_TRUE(open->step());
-  run(*one, "INSERT INTO T(A) VALUES (9)");
+  query(*one, "INSERT INTO T(A) VALUES (9)");
   one->rollback();
   ASSERT_TRUE(open->step());
   EXPECT_EQ(text_of(open->column(0)), "2");
-  run(*one, "UPDATE T SET B = 'x'");
+  query(*one, "UPDATE T SET B = 'x'");
   one->commit();
   ASSERT_TRUE(open->step());
   EXPECT_EQ(code_of(*one, "DROP TABLE T"), 0);
@@ -228,24 +212,22 @@ TEST_F(EngineTest, OpenQueriesGiveTheStateThatTheyBeganWith) {
       {"SELECT A FROM T", "DROP TABLE T", all, 0},
       {"SELECT A FROM T", "ALTER TABLE T ADD (C NUMBER)", all, 0},
       {"SELECT A FROM T", "DROP TABLE U", all, 0},
+      {"SELECT TABLE_NAME FROM USER_TABLES", "DROP TABLE U", "T U", 0},
       {"SELECT Q.NEXTVAL FROM T", "DELETE FROM T", "1 2 3 4 5", 8004},
   };
   for (const auto& [sql, change, expected, code] : cases) {
     const ConnectionPtr one = connect_with_table(4);
-    run(*one, "CREATE TABLE U(A NUMBER)");
-    run(*one, "CREATE SEQUENCE Q MAXVALUE 5");
-    run(*one, "SAVEPOINT S");
-    run(*one, "INSERT INTO T(A) SELECT A + 4 FROM T");
-    run(*one, "UPDATE T SET B = 'x'");
+    query(*one, "CREATE TABLE U(A NUMBER)");
+    query(*one, "CREATE SEQUENCE Q MAXVALUE 5");
+    query(*one, "SAVEPOINT S");
+    query(*one, "INSERT INTO T(A) SELECT A + 4 FROM T");
+    query(*one, "UPDATE T SET B = 'x'");
     const Prepared open(*one, sql);
     ASSERT_TRUE(open->step());
     EXPECT_EQ(code_of(*one, change), 0) << sql;
     std::string rows = text_of(open->column(0));
-    const Failure raised = failure([&] {
-      while (open->step()) rows += ' ' + text_of(open->column(0));
-    });
+    EXPECT_EQ(read_on(open, rows).code, code) << sql << ", " << change;
     EXPECT_EQ(rows, expected) << sql << ", " << change;
-    EXPECT_EQ(raised.code, code) << sql << ", " << change;
     for (const char* table : {"TABLE T", "TABLE U", "SEQUENCE Q"}) {
       code_of(*one, std::string("DROP ") + table);
     }
@@ -259,7 +241,7 @@ TEST_F(EngineTest, RowsBeyondTheMemoryOfAnOpenQueryAreKeptToo) {
   const std::string all = query(*one, sql);
   const Prepared open(*one, sql);
   ASSERT_TRUE(open->step());
-  run(*one, "DELETE FROM T");
+  query(*one, "DELETE FROM T");
   std::string rows = text_of(open->column(0)) + ' ';
   rows += rows_of(*open.statement);
   EXPECT_EQ(rows.size(), 128 * 40 * 4001 - 1);
@@ -276,10 +258,7 @@ TEST_F(EngineTest, RowsBeyondTheMemoryOfAnOpenQueryAreKeptToo) {
   EXPECT_EQ(code_of(*one, "DELETE FROM T"), 0);
   setrlimit(RLIMIT_FSIZE, &former);
   rows = text_of(cut->column(0));
-  const Failure raised = failure([&] {
-    while (cut->step()) rows += ' ' + text_of(cut->column(0));
-  });
-  EXPECT_EQ(raised.code, 1652) << "no place for the rest";
+  EXPECT_EQ(read_on(cut, rows).code, 1652) << "no place for the rest";
   EXPECT_TRUE(all.starts_with(rows) && rows.size() > 1 << 20);
 }
 
@@ -289,19 +268,8 @@ TEST_F(EngineTest, ABreakEndsTheReadingOfAnOpenQueryAndTheChange) {
   ASSERT_TRUE(open->step());
   EXPECT_EQ(interrupted(*one, "DELETE FROM T").code, 1013);
   EXPECT_EQ(query(*one, "SELECT COUNT(*) FROM T"), "256");
-  const Failure raised = failure([&] {
-    while (open->step()) {
-    }
-  });
-  EXPECT_EQ(raised.code, 1013) << "the rows that were read are not all";
-}
-
-TEST_F(EngineTest, TablesAreDroppedUnderTheListOfThem) {
-  const ConnectionPtr one = connect_with_table();
-  for (const char* name : {"U", "V", "W"}) run(*one, "CREATE TABLE "s + name + "(A NUMBER)");
-  const Prepared open(*one, "SELECT TABLE_NAME FROM USER_TABLES");
-  while (open->step()) EXPECT_EQ(code_of(*one, "DROP TABLE " + text_of(open->column(0))), 0);
-  EXPECT_EQ(query(*one, "SELECT TABLE_NAME FROM USER_TABLES"), "");
+  std::string rows;
+  EXPECT_EQ(read_on(open, rows).code, 1013) << "the rows that were read are not all";
 }
 
 TEST_F(EngineTest, StatementFollowsChangesOfItsTable) {
@@ -309,16 +277,16 @@ TEST_F(EngineTest, StatementFollowsChangesOfItsTable) {
   const ConnectionPtr other = connect();
   const Prepared select(*one, "SELECT B FROM T");
   const Prepared insert(*one, "INSERT INTO T(A, B) VALUES (:1, :2)");
-  const auto add = [&](long long number, std::string_view words) {
-    insert->bind(1, {Value::Kind::Integer, number});
-    insert->bind(2, {Value::Kind::Text, 0, 0, words.data(), words.size()});
+  const auto add = [&](long long a, std::string_view b) {
+    insert->bind(1, number(a));
+    insert->bind(2, words(b));
     return failure([&] { insert->step(); }).code;
   };
   EXPECT_EQ(add(2, "short"), 0);
   one->commit();
-  run(*other, "DROP TABLE T");
+  query(*other, "DROP TABLE T");
   EXPECT_EQ(add(3, "none"), 942);
-  run(*other, "CREATE TABLE T(A NUMBER, B VARCHAR2(40), C DATE)");
+  query(*other, "CREATE TABLE T(A NUMBER, B VARCHAR2(40), C DATE)");
   EXPECT_EQ(add(4, std::string(30, 'x')), 0) << "the new length holds";
   EXPECT_EQ(insert->rows_changed(), 1u);
   ASSERT_TRUE(select->step());
@@ -338,14 +306,10 @@ TEST_F(EngineTest, BoundValuesAreStoredAsAllOthersAre) {
                                          "\x77\xc7\x02\x1d\x0e\x06\x0a",
                                          "\x44\x5b\x02\x1d\x01\x01\x01"};
   std::vector<Value> values(1);
-  for (const std::string_view text : kTexts) {
-    values.push_back({Kind::Text, 0, 0, text.data(), text.size()});
-  }
-  for (const std::string_view bytes : kBytes) {
-    values.push_back({Kind::Bytes, 0, 0, bytes.data(), bytes.size()});
-  }
+  for (const std::string_view text : kTexts) values.push_back(words(text));
+  for (const std::string_view bytes : kBytes) values.push_back(words(bytes, Kind::Bytes));
   for (const long long integer : {0LL, -7LL, 99LL, 100LL, -999LL, 1000LL, LLONG_MAX, LLONG_MIN}) {
-    values.push_back({Kind::Integer, integer});
+    values.push_back(number(integer));
   }
   for (const double real :
        {.5, -9.99, 9.999, 99.99, .0099, .01, 99.995, .1 + .2, 5.0, 1e30, 1e-9}) {
@@ -367,7 +331,7 @@ TEST_F(EngineTest, BoundValuesAreStoredAsAllOthersAre) {
        {"VARCHAR2(3)", "CHAR(3)", "NUMBER", "NUMBER(2)", "NUMBER(3,2)", "NUMBER(2,4)",
         "NUMBER(3,-2)", "NUMBER(38,20)", "FLOAT", "DATE", "RAW(3)", "RAW(7)", "ROWID"}) {
     for (const std::string table : {"P", "Q"}) {
-      run(*db, "CREATE TABLE " + table + "(V " + type + ")");
+      query(*db, "CREATE TABLE " + table + "(V " + type + ")");
     }
     for (size_t i = 0; i < values.size(); ++i) {
       EXPECT_EQ(outcome("P", "INSERT INTO P VALUES (:1)", values[i]),
@@ -375,23 +339,19 @@ TEST_F(EngineTest, BoundValuesAreStoredAsAllOthersAre) {
           << type << ", value " << i;
       db->rollback();
     }
-    run(*db, "DROP TABLE P");
-    run(*db, "DROP TABLE Q");
+    query(*db, "DROP TABLE P");
+    query(*db, "DROP TABLE Q");
   }
 }
 
 TEST_F(EngineTest, AStatementGoesOnAfterValuesThatDoNotFit) {
   const ConnectionPtr db = connect();
-  run(*db, "CREATE TABLE U(A VARCHAR2(3), B NUMBER(3), C CHAR(3) NOT NULL, CHECK (B <> 13))");
+  query(*db, "CREATE TABLE U(A VARCHAR2(3), B NUMBER(3), C CHAR(3) NOT NULL, CHECK (B <> 13))");
   const Prepared insert(*db, "INSERT INTO U VALUES (:1, :2, :3)");
   const Prepared update(*db, "UPDATE U SET A = :1, B = B + :2 WHERE C = :3");
-  const auto put = [](const Prepared& to, std::string_view words, std::string_view number) {
-    for (const ub4 position : {1U, 3U}) {
-      to->bind(position, {Value::Kind::Text, 0, 0, words.data(), words.size()});
-    }
-    Value value{Value::Kind::Text, 0, 0, number.data(), number.size()};
-    if (number.size() == 2) value = {Value::Kind::Integer, std::stoi(std::string(number))};
-    to->bind(2, value);
+  const auto put = [](const Prepared& to, std::string_view text, const std::string& b) {
+    for (const ub4 position : {1U, 3U}) to->bind(position, words(text));
+    to->bind(2, b.size() == 2 ? number(std::stoi(b)) : words(b));
     return failure([&] { to->step(); }).code;
   };
   EXPECT_EQ(put(insert, "abc", "10"), 0);
@@ -409,18 +369,18 @@ TEST_F(EngineTest, AStatementGoesOnAfterValuesThatDoNotFit) {
 
 TEST_F(EngineTest, EngineErrorsHaveTheirNumbers) {
   const ConnectionPtr one = connect_with_table();
-  run(*one, "CREATE TABLE P(ID NUMBER PRIMARY KEY)");
-  run(*one,
-      "CREATE TABLE C(ID NUMBER REFERENCES P(ID), N NUMBER NOT NULL, K NUMBER CHECK (K > 0))");
-  run(*one, "INSERT INTO P VALUES (1)");
-  run(*one, "INSERT INTO C VALUES (1, 1, 1)");
+  query(*one, "CREATE TABLE P(ID NUMBER PRIMARY KEY)");
+  query(*one,
+        "CREATE TABLE C(ID NUMBER REFERENCES P(ID), N NUMBER NOT NULL, K NUMBER CHECK (K > 0))");
+  query(*one, "INSERT INTO P VALUES (1)");
+  query(*one, "INSERT INTO C VALUES (1, 1, 1)");
   for (const auto& [sql, expected] : cases(R"(
     INSERT INTO P VALUES (1) -> 1 P.ID | INSERT INTO C VALUES (1, NULL, 1) -> 1400 "C"."N"
     UPDATE C SET N = NULL -> 1407 "C"."N" | INSERT INTO C VALUES (1, 1, 0) -> 2290 check
     INSERT INTO C VALUES (2, 1, 1) -> 2291 parent | UPDATE C SET ID = 2 -> 2291 parent
     DELETE FROM P -> 2292 child | UPDATE P SET ID = 2 -> 2292 child | DROP TABLE P -> 2449 foreign
     DELETE FROM DUAL -> 1031 privileges | DROP VIEW USER_TABLES -> 1031 privileges)")) {
-    const Failure raised = failure([&, text = sql] { run(*one, text); });
+    const Failure raised = failure([&, text = sql] { query(*one, text); });
     EXPECT_EQ(raised.code, std::stoi(expected)) << sql << ": " << raised.text;
     EXPECT_THAT(raised.text, testing::HasSubstr(expected.substr(expected.find(' ') + 1)));
   }
@@ -448,7 +408,7 @@ TEST_F(EngineTest, SequencesCountForAllSessions) {
     1 SELECT S.CURRVAL FROM DUAL -> 9 | 2 SELECT S.NEXTVAL FROM DUAL -> ORA-8004
     1 DROP SEQUENCE S -> | 2 SELECT S.NEXTVAL FROM DUAL -> ORA-2289)");
   const ConnectionPtr one = connect_with_table(2);
-  run(*one, "CREATE SEQUENCE S");
+  query(*one, "CREATE SEQUENCE S");
   const Prepared open(*one, "SELECT A FROM T");
   ASSERT_TRUE(open->step());
   EXPECT_EQ(query(*connect(), "SELECT S.NEXTVAL FROM DUAL"), "1");

@@ -24,19 +24,17 @@ class Large : public LoggedInTest {
 
   /// Runs, with a large value for :1 where there is one; the error, or 0.
   int run(std::string_view sql, const LargeName& name = {}, bool given = false) {
-    const SqlText source = tokenize(sql);
     const auto body = [&] {
-      const auto statement = db_->prepare(source);
+      const Prepared prepared(*db_, sql);
       const Value value{Value::Kind::Large, 0, 0, nullptr, 0, name, given};
-      if (!source.placeholders.empty()) statement->bind(1, value);
-      statement->step();
+      if (!prepared.source.placeholders.empty()) prepared->bind(1, value);
+      prepared->step();
     };
     return failure(body).code;
   }
   LargeName cell(std::string_view query) {
-    const SqlText source = tokenize(query);
-    const auto statement = db_->prepare(source);
-    return statement->step() ? statement->column(0).large : LargeName();
+    const Prepared prepared(*db_, query);
+    return prepared->step() ? prepared->column(0).large : LargeName();
   }
   std::string content(const LargeName& name) {
     std::string bytes(static_cast<size_t>(db_->large_size(name)), '#');
@@ -52,11 +50,9 @@ class Large : public LoggedInTest {
   std::string kept() {
     db_->commit();
     EXPECT_EQ(OCITransCommit(c.svc, c.err, OCI_DEFAULT), OCI_SUCCESS);
-    const auto raw = open_file(database_, SQLITE_OPEN_READWRITE);
-    const auto row = prepare_sql(
-        raw.get(), "SELECT count(*) || '/' || (SELECT count(*) FROM OCI8$CHUNKS) FROM OCI8$LARGE");
-    step_sql(row.get());
-    return std::string(column_text(row.get(), 0));
+    return in_file(database_,
+                   "SELECT count(*) || '/' || (SELECT count(*) FROM OCI8$CHUNKS) "
+                   "FROM OCI8$LARGE");
   }
 
   std::unique_ptr<Connection> db_ = open_database(database_);
@@ -123,17 +119,14 @@ TEST_F(Large, CharactersOfAByteTakeAByte) {
   const LargeName name = db_->create_large(Unit::Character);
   std::vector<utext> text(kChunk + 7, 0xFF);
   db_->write_large(name, 0, text.data(), text.size());
-  const auto stored = [&](const char* sql) {
-    db_->commit();
-    const auto raw = open_file(database_, SQLITE_OPEN_READWRITE);
-    const auto row = prepare_sql(raw.get(), sql);
-    return step_sql(row.get()) ? std::string(column_text(row.get(), 0)) : "";
-  };
-  EXPECT_EQ(stored("SELECT group_concat(length(data)) FROM OCI8$CHUNKS"), "16385,16385,9");
+  db_->commit();
+  EXPECT_EQ(in_file(database_, "SELECT group_concat(length(data)) FROM OCI8$CHUNKS"),
+            "16385,16385,9");
   // Whatever a damaged file holds there, as many characters are read.
   for (const char* data : {"x'FF'", "x'01'", "x'000000'", "x'414202'", "zeroblob(16387)", "x''",
                            "zeroblob(99999)", "zeroblob(40000)"}) {
-    stored((std::string("UPDATE OCI8$CHUNKS SET data = ") + data).c_str());
+    db_->commit();
+    in_file(database_, std::string("UPDATE OCI8$CHUNKS SET data = ") + data);
     EXPECT_EQ(db_->read_large(name, 1, text.data(), text.size()), text.size() - 1) << data;
     cell("select b from t for update");
     db_->write_large(name, 20000, text.data(), 1);
@@ -145,8 +138,7 @@ TEST_F(Large, AnOpenQueryGoesOnNamingItsValues) {
     const std::string insert = std::string("insert into t (n, b) values (") + n + ", :1)";
     ASSERT_EQ(run(insert, made(pattern(2 * kChunk, n)), true), 0);
   }
-  const SqlText source = tokenize("select n, b from t");
-  const auto open = db_->prepare(source);
+  const Prepared open(*db_, "select n, b from t");
   for (int n = '1'; open->step(); ++n) {
     ASSERT_EQ(run("update t set n = n + 10, c = 'new'"), 0);
     EXPECT_EQ(open->column(0).integer, n - '0');

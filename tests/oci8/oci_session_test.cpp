@@ -241,12 +241,7 @@ TEST_F(LeftFile, IsRefusedToAChildOnlyWhileItIsInUse) {
 // Replaced while it is in use, or with a relative name that leads elsewhere by then.
 TEST_F(LeftFile, IsNotTakenForAnother) {
   const auto add_row = [this] { must("begin insert into t values (1); commit; end;"); };
-  const auto in_file = [](const std::string& file) -> std::string {
-    const auto db = oci8::open_file(file, SQLITE_OPEN_READWRITE);
-    const auto sum = oci8::prepare_sql(db.get(), "SELECT SUM(n) FROM t");
-    oci8::step_sql(sum.get());
-    return std::string(oci8::column_text(sum.get(), 0));
-  };
+  const char* const sum = "SELECT SUM(n) FROM t";
   const std::string copy = folder_ / "copy.db", here = folder_ / "here.db";
   std::filesystem::copy_file(database_, copy);
   std::filesystem::copy_file(database_, here);
@@ -256,7 +251,7 @@ TEST_F(LeftFile, IsNotTakenForAnother) {
   log_in();
   add_row();
   leave();
-  EXPECT_EQ(in_file(database_), "8");
+  EXPECT_EQ(oci8::in_file(database_, sum), "8");
 
   const std::filesystem::path before = std::filesystem::current_path();
   std::filesystem::current_path(folder_);
@@ -269,7 +264,7 @@ TEST_F(LeftFile, IsNotTakenForAnother) {
   add_row();
   leave();
   std::filesystem::current_path(before);
-  EXPECT_EQ(in_file(here), "7");
+  EXPECT_EQ(oci8::in_file(here, sum), "7");
 }
 
 TEST_F(LeftFile, IsCompleteAndMayBeReplaced) {
