@@ -77,18 +77,31 @@ TEST_F(TableSession, AStatementMovesToAnotherSessionAndOutlivesIt) {
   EXPECT_EQ(c.execute(1), OCI_SUCCESS);
 }
 
-TEST_F(TableSession, ACursorWhoseRowsAreAllFetchedHoldsNoOldViewOfTheDatabase) {
-  EXPECT_EQ(c.number("select n from t"), 7);
-  Client other(database_);
-  ASSERT_EQ(other.run("update t set n = 2", 1, OCI_COMMIT_ON_SUCCESS), OCI_SUCCESS);
-  c.stmt = c.make<OCIStmt>(OCI_HTYPE_STMT);
-  EXPECT_EQ(c.run("update t set n = 3"), OCI_SUCCESS) << c.code();
-}
+/// On a table of a hundred rows.
+class Break : public LoggedInTest {
+ protected:
+  Break() {
+    must("create table t (n number)");
+    for (int i = 0; i < 100; ++i) must("insert into t values (1)");
+  }
 
-TEST_F(Session, ABreakStopsTheRunningCallAndNothingElse) {
-  log_in();
-  must("create table t (n number)");
-  for (int i = 0; i < 100; ++i) must("insert into t values (1)");
+  /// Breaks a call as soon as it has told of its first row or iteration.
+  template <class Call>
+  void expect_broken(ub4 rows, Call call) {
+    bool late = false;
+    std::thread breaker([&] {
+      while (c.row_count() == 0) {
+      }
+      OCIBreak(c.svc, c.err);
+      late = c.row_count() == rows;  // on a busy machine
+    });
+    const int code = c.error_of(call());
+    breaker.join();
+    EXPECT_TRUE(code == 1013 || late) << code;
+  }
+};
+
+TEST_F(Break, StopsTheRunningCallAndNothingElse) {
   EXPECT_EQ(OCIBreak(c.svc, c.err), OCI_SUCCESS);
   EXPECT_EQ(OCIBreak(c.srv, c.err), OCI_SUCCESS);
   ASSERT_EQ(c.prepare("select count(*) from t a, t b, t c, t d, t e, t f"), OCI_SUCCESS);
@@ -119,47 +132,21 @@ TEST_F(Session, ABreakStopsTheRunningCallAndNothingElse) {
   late.join();
 }
 
-TEST_F(Session, ABreakBetweenTwoRowsOfAnArrayIsNotLost) {
-  log_in();
-  must("create table t (n number)");
-  for (int i = 0; i < 100; ++i) must("insert into t values (1)");
+// None of them lasts long enough to hear of one.
+TEST_F(Break, IsNotLostBetweenTwoRowsOfAnArrayOrTwoStepsOfABlock) {
   std::vector<int> values(1000000);
   for (int round = 0; round < 20; ++round) {
     ASSERT_EQ(c.prepare("select 1 from t a, t b, t c"), OCI_SUCCESS);
     ASSERT_EQ(c.define(1, values.data(), sizeof values[0], SQLT_INT), OCI_SUCCESS);
     ASSERT_EQ(c.execute(0), OCI_SUCCESS);
-    bool late = false;
-    std::thread breaker([&] {
-      while (c.row_count() == 0) {
-      }
-      OCIBreak(c.svc, c.err);
-      late = c.row_count() == values.size();  // on a busy machine
-    });
-    const int code = c.error_of(c.fetch(1000000));
-    breaker.join();
-    EXPECT_TRUE(code == 1013 || late) << code;
+    expect_broken(1000000, [&] { return c.fetch(1000000); });
   }
-}
-
-// No step of the block lasts long enough to hear of one.
-TEST_F(Session, ABreakBetweenTwoStepsOfABlockIsNotLost) {
-  log_in();
   std::string block = "begin ";
   for (int i = 0; i < 2000; ++i) block += ":a := 1; ";
   for (int round = 0; round < 3; ++round) {
-    int numbers[2];
     ASSERT_EQ(c.prepare(block + "end;"), OCI_SUCCESS);
-    ASSERT_EQ(c.bind(1, numbers, sizeof numbers[0], SQLT_INT), OCI_SUCCESS);
-    bool late = false;
-    std::thread breaker([&] {
-      while (c.row_count() == 0) {
-      }
-      OCIBreak(c.svc, c.err);
-      late = c.row_count() == 2;  // on a busy machine
-    });
-    const int code = c.error_of(c.execute(2));
-    breaker.join();
-    EXPECT_TRUE(code == 1013 || late) << code;
+    ASSERT_EQ(c.bind(1, values.data(), sizeof values[0], SQLT_INT), OCI_SUCCESS);
+    expect_broken(2, [&] { return c.execute(2); });
   }
 }
 

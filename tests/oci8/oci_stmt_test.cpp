@@ -206,44 +206,6 @@ TEST_F(Stmt, RowsComeInArrays) {
   EXPECT_EQ(c.error_of(c.execute(1)), 1007);
 }
 
-// Each row that is fetched has a change run for it, the query being open.
-TEST_F(Stmt, AQueryDoesNotSeeTheChangesOfItsOwnLoop) {
-  must("create table rc (a number unique, l long)");
-  for (int i = 1; i <= 200; ++i) {
-    must("insert into rc values (" + std::to_string(i) + ", 'long')");
-  }
-  must("commit");
-  auto* change = c.make<OCIStmt>(OCI_HTYPE_STMT);
-  const std::pair<const char*, const char*> cases[] = {
-      {"select a, l from rc", "insert into rc select :1 + 1000, 'x' from dual"},
-      {"select a, l from rc order by a", "update rc set a = a + 1000 where a = :1"},
-      {"select a, l from rc", "delete from rc where :1 > 0"}};
-  for (const auto& [sql, changing] : cases) {
-    int a[10];
-    char l[10][5];
-    ub4 rows = 0;
-    c.prepare(sql);
-    c.define(1, a, sizeof a[0], SQLT_INT);
-    c.define(2, l, sizeof l[0], SQLT_STR);
-    ASSERT_EQ(c.execute(0), OCI_SUCCESS) << c.code();
-    for (sword status = OCI_SUCCESS; status == OCI_SUCCESS && rows <= 200;) {
-      status = c.fetch(10);
-      std::swap(c.stmt, change);
-      c.prepare(changing);
-      for (const ub4 begin = rows; rows - begin < 10 && status == OCI_SUCCESS; ++rows) {
-        const int value = a[rows - begin];
-        EXPECT_EQ(value, static_cast<int>(rows + 1)) << sql;
-        EXPECT_STREQ(l[rows - begin], "long");
-        c.bind(1, &value, sizeof value, SQLT_INT);
-        EXPECT_EQ(c.execute(1), OCI_SUCCESS) << c.code();
-      }
-      std::swap(c.stmt, change);
-    }
-    EXPECT_EQ(rows, 200u) << sql;
-    must("rollback");
-  }
-}
-
 // By another session, between two executes with the same defines.
 TEST_F(Stmt, AQueryFollowsItsTableAtEveryRun) {
   Client other(database_);
