@@ -230,13 +230,6 @@ class Stream : public Bind {
     Bind::TearDown();
   }
 
-  static jobject column_at(jint position, jint piecelen = 4096) {
-    const jobject column = new_column(1, -1, position);
-    set_int(column, "input_stream_type", 3);
-    COLUMN(setValueWithStream)(env, column, 10000, piecelen, 3, JNI_FALSE);
-    return column;
-  }
-
   void expect_nothing_held() {
     EXPECT_THAT(PinWatch::releases, Each(JNI_ABORT));
     const cdadata* cda = cda_of(cursor);
@@ -254,7 +247,7 @@ TEST_F(Stream, BindRegistersTheCallbackWhateverTheInterfaceSays) {
   jobject reference = nullptr;
   for (const auto& [fails, dynamic] : cases) {
     state().reply(fails, OCI_ERROR, 1036);
-    const jobject column = column_at(1);
+    const jobject column = new_stream(1);
     EXPECT_EQ(bind(column), *fails != '\0') << fails;
     EXPECT_EQ(calls(),
               plus_cursor_codes({"OCIBindByPos(stmt1,null,err1,1,10000,24,+,-,-,0,-,2)", dynamic}));
@@ -286,7 +279,7 @@ TEST_F(Stream, ValuesArriveInTheChunksThatJavaReads) {
       const auto position = static_cast<ub4>(values.size() + 1);
       for (std::size_t i = 0; i < length; ++i) values[position] += static_cast<char>(i * 7);
       java_values[static_cast<jint>(position)] = values[position];
-      bind(column_at(static_cast<jint>(position)));
+      bind(new_stream(static_cast<jint>(position)));
     }
     arrays_made = 0;
     state().pulled = {};
@@ -313,7 +306,7 @@ TEST_F(Stream, EndsAndFailuresOfTheJavaMethod) {
     SCOPED_TRACE(start);
     state().pulled = {};
     java_answers = answers;
-    bind(column_at(1, piecelen));
+    bind(new_stream(1, piecelen));
     const bool fails = !start.empty();
     EXPECT_EQ(exec(), fails);
     EXPECT_EQ(raised().substr(0, fails ? start.size() : 1), start);
@@ -347,7 +340,7 @@ TEST_F(Stream, WhatHappensBetweenBindAndExecution) {
   state().stmt_type = 4;
   for (const auto& [what, outcome, step] : cases) {
     SCOPED_TRACE(what);
-    const jobject column = column_at(1);
+    const jobject column = new_stream(1);
     java_values[1] = "value";
     bind(column);
     step(cursor, column);
@@ -370,7 +363,7 @@ TEST_F(Stream, ExecOnAnyThreadCommitsWithAutocommitAndCleansUp) {
     for (const sword status : {OCI_SUCCESS, OCI_SUCCESS_WITH_INFO, OCI_ERROR, OCI_NEED_DATA}) {
       ldapool[0].autocommit = autocommit;
       java_values[1] = "value";
-      const jobject column = column_at(1);
+      const jobject column = new_stream(1);
       bind(column);
       calls();
       state().streamed = {};
@@ -445,10 +438,10 @@ BIND DYNAMIC: col->bufptr=NULL
     COLUMN(setValueWithString)(env, text, bytes("ab"), JNI_FALSE);
     bind(text);
     bind(new_column(1, SQLT_CLOB, 3));
-    bind(column_at(1));
+    bind(new_stream(1));
     exec();
     const jobject without_streams = new_cursor();
-    CURSOR(bindVariableByPosition)(env, without_streams, column_at(4));
+    CURSOR(bindVariableByPosition)(env, without_streams, new_stream(4));
     CURSOR(exec)(env, without_streams);
     EXPECT_NE(raised(), "");
     CURSOR(bindCursorByPosition)(env, cursor, without_streams, 5);

@@ -59,36 +59,35 @@ jobject call_object_method(JNIEnv* e, jobject object, jmethodID method, va_list 
   return nullptr;
 }
 
-class Bridge : public JvmTest {
- protected:
-  Bridge() { seen = {}; }
+using Bridge = JvmTest;
 
-  static void watch(JniTable& table) {
-    table.copy.GetFieldID = [](JNIEnv* e, jclass c, const char* name, const char* sig) {
-      return JniTable::real->GetFieldID(e, c, looked_up(name), sig);
+/// Before the first call of the library, with its lookups and global references counted.
+class Watched : public JniTable {
+ public:
+  Watched() {
+    forget_initialisation();
+    seen = {};
+    copy.GetFieldID = [](JNIEnv* e, jclass c, const char* name, const char* sig) {
+      return real->GetFieldID(e, c, looked_up(name), sig);
     };
-    table.copy.GetStaticFieldID = [](JNIEnv* e, jclass c, const char* name, const char* sig) {
-      return JniTable::real->GetStaticFieldID(e, c, looked_up(name), sig);
+    copy.GetStaticFieldID = [](JNIEnv* e, jclass c, const char* name, const char* sig) {
+      return real->GetStaticFieldID(e, c, looked_up(name), sig);
     };
-    table.copy.GetMethodID = [](JNIEnv* e, jclass c, const char* name, const char* sig) {
-      const char* wanted = is_lookup_helper(name) ? name : looked_up(name);
-      return JniTable::real->GetMethodID(e, c, wanted, sig);
+    copy.GetMethodID = [](JNIEnv* e, jclass c, const char* name, const char* sig) {
+      return real->GetMethodID(e, c, is_lookup_helper(name) ? name : looked_up(name), sig);
     };
-    table.copy.NewGlobalRef = [](JNIEnv* e, jobject object) {
-      return seen.globals_made++ == seen.failing_global ? nullptr
-                                                        : JniTable::real->NewGlobalRef(e, object);
+    copy.NewGlobalRef = [](JNIEnv* e, jobject object) {
+      return seen.globals_made++ == seen.failing_global ? nullptr : real->NewGlobalRef(e, object);
     };
+    copy.CallObjectMethodV = call_object_method;
   }
 };
 
 TEST_F(Bridge, FirstMissingMemberEndsTheFillWithItsOwnException) {
   connection = allocate("OciConnection");
   for (std::size_t i = 0; i < std::size(kMessages); ++i) {
-    forget_initialisation();
-    seen = {};
+    const Watched table;
     seen.failing_lookup = i;
-    JniTable table;
-    watch(table);
     EXPECT_EQ(tv_init_fid(env, connection), -1);
     EXPECT_EQ(seen.lookups, i + 1) << "later members are not looked up";
     EXPECT_EQ(seen.globals_made, 0);
@@ -102,9 +101,7 @@ TEST_F(Bridge, FirstMissingMemberEndsTheFillWithItsOwnException) {
 }
 
 TEST_F(Bridge, ResolvesEveryMemberOnce) {
-  forget_initialisation();
-  JniTable table;
-  watch(table);
+  const Watched table;
   for (int call = 0; call < 2; ++call) {
     CONNECTION(native_1initialize)(env, allocate("OciConnection"), 0, nullptr, JNI_FALSE);
     EXPECT_EQ(seen.lookups, std::size(kMessages));
@@ -119,10 +116,8 @@ TEST_F(Bridge, ResolvesEveryMemberOnce) {
 TEST_F(Bridge, MissingClassEndsTheFillAndACorrectedPathMendsIt) {
   connection = allocate("OciConnection");
   for (const std::string missing : {"OciColumn", "OciCursor", "OciSchema", "OciLob"}) {
-    forget_initialisation();
+    const Watched table;
     seen.lacking = "trevalon.db.oci." + missing;
-    JniTable table;
-    table.copy.CallObjectMethodV = call_object_method;
     CONNECTION(native_1initialize)(env, connection, 0, nullptr, JNI_FALSE);
     const std::string package = missing == "OciCursor" ? "trevalon.db." : "trevalon.db.oci.";
     expect_raised("ClassNotFoundException", package + missing);
@@ -139,18 +134,14 @@ TEST_F(Bridge, FailedGlobalReferenceOrMissingRuntimeClassEndsTheFill) {
   jclass* const in_order[] = {&OciConnectionClass, &OciColumnClass, &OciCursorClass,
                               &OciSchemaClass, &OciLobClass};
   for (int i = 0; i < 5; ++i) {
-    forget_initialisation();
-    seen = {};
+    const Watched table;
     seen.failing_global = i;
-    JniTable table;
-    watch(table);
     EXPECT_EQ(tv_init_fid(env, connection), -1);
     expect_raised("InternalError", "!NewGlobalRef");
     EXPECT_EQ(*in_order[i], nullptr);
     EXPECT_EQ(seen.globals_made, i + 1);
   }
-  forget_initialisation();
-  JniTable table;
+  Watched table;
   table.copy.GetObjectClass = [](JNIEnv*, jobject) -> jclass { return nullptr; };
   EXPECT_EQ(tv_init_fid(env, connection), -1);
   env->functions = JniTable::real;
@@ -159,8 +150,7 @@ TEST_F(Bridge, FailedGlobalReferenceOrMissingRuntimeClassEndsTheFill) {
 
 TEST_F(Bridge, FindClassUsesTheLoaderOfTheObjectAndLeavesNothingPending) {
   connection = allocate("OciConnection");
-  JniTable table;
-  table.copy.CallObjectMethodV = call_object_method;
+  Watched table;
   table.copy.FindClass = [](JNIEnv* e, const char* name) {
     if (std::string(name).starts_with("trevalon")) ADD_FAILURE() << "not by the object's loader";
     return JniTable::real->FindClass(e, name);

@@ -8,12 +8,10 @@
 namespace {
 
 // Arguments that a call accepts, unless some of them are taken away.
-struct Given : Arguments {
+struct Given : Listed {
   explicit Given(const Native& native) {
     for (const char* kind = native.kinds; *kind != '\0'; ++kind) objects.push_back(made(*kind));
   }
-  jobject object(char /*kind*/) override { return objects[at++]; }
-  jlong number(char kind) override { return ++at, kind != 'z'; }
 
   static jobject made(char kind) {
     switch (kind) {
@@ -30,10 +28,8 @@ struct Given : Arguments {
       case 'H':
         return env->NewCharArray(40);
     }
-    const std::string kinds = "cuolS",
-                      names[] = {"Connection", "Cursor", "Column", "Lob", "Schema"};
-    const std::size_t place = kinds.find(kind);
-    return place == std::string::npos ? nullptr : allocate("Oci" + names[place]);
+    const auto peer = kPeers.find(static_cast<char>(std::toupper(kind)));
+    return peer == kPeers.end() ? nullptr : allocate(peer->second);
   }
   static jobject rich_column() {
     const jobject column = new_column(4);
@@ -48,9 +44,6 @@ struct Given : Arguments {
       given = argument < kRecord ? nullptr : env->AllocObject(env->GetObjectClass(given));
     }
   }
-
-  std::vector<jobject> objects;  // null in the places of numbers
-  std::size_t at = 0;
 };
 
 class Checks : public JvmTest {

@@ -7,8 +7,6 @@
 
 namespace {
 
-const char* const kCode = "OCIErrorGet(err1,1,-,-,0,2)";
-
 class Connection : public JvmTest {
  protected:
   Connection() { ldapool[0].authp = nullptr; }

@@ -7,7 +7,6 @@ namespace {
 
 constexpr oci_double::Reply kMore = {OCI_NEED_DATA, 3130};
 constexpr oci_double::Reply kDone = {OCI_SUCCESS, 0};
-const char* const kErrorQuery = "OCIErrorGet(err1,1,-,-,0,2)";
 
 class Fetch : public JvmTest {
  protected:
@@ -90,7 +89,7 @@ TEST_F(Fetch, FetchesWithoutLongColumns) {
     expect_trace({trace}, [&] { result = CURSOR(arrayFetch)(env, cursor, 20); });
     EXPECT_EQ(result, failed);
     Lines expected = plus_cursor_codes({"OCIStmtFetch(stmt1,err1,20,2,0)"});
-    expected.emplace_back(kErrorQuery);
+    expected.emplace_back(kCode);
     EXPECT_EQ(calls(), expected);
     EXPECT_EQ(get_int(cursor, "cdaerrorcode"), code);
     EXPECT_EQ(cda_of(cursor)->need_data, reply.status == OCI_NEED_DATA);
@@ -139,7 +138,7 @@ TEST_F(Fetch, LongValueInThreePieces) {
       [&] { EXPECT_FALSE(CURSOR(execAndFetch)(env, cursor, 20)); });
   Lines expected = plus_cursor_codes(
       {"OCIStmtExecute(svc1,stmt1,err1,0,0,-,-,0)", "OCIStmtFetch(stmt1,err1,1,2,0)"});
-  expected.emplace_back(kErrorQuery);
+  expected.emplace_back(kCode);
   for (const char* piece : {"1", "2", "3"}) {
     expected.insert(expected.end(),
                     {"OCIStmtGetPieceInfo(stmt1,err1,6)",
@@ -339,16 +338,6 @@ TEST_F(Values, NumbersDatesIndicatorsAndReturnCodes) {
   EXPECT_THAT(calls(), IsEmpty()) << "getters make no call";
 }
 
-struct Of : Arguments {
-  Of(std::vector<jobject> given, jint its_row) : objects(std::move(given)), row(its_row) {}
-  jobject object(char /*kind*/) override { return objects[at++]; }
-  jlong number(char /*kind*/) override { return row; }
-
-  std::vector<jobject> objects;
-  std::size_t at = 0;
-  jint row;
-};
-
 TEST_F(Values, RowsOutsideTheColumnAndColumnsWithoutABuffer) {
   const jobject good = fetched({"a", "b"}, 10);
   const jobject of_long = new_column(2, SQLT_LNG);
@@ -370,10 +359,11 @@ TEST_F(Values, RowsOutsideTheColumnAndColumnsWithoutABuffer) {
       const bool is_getter = std::string(getter.name).starts_with("CURSOR(get");
       if (!is_getter || (kinds != "UOrB" && (kinds != "UOr" || !must_raise))) continue;
       SCOPED_TRACE(testing::Message() << getter.name << " " << row);
-      Of arguments({cursor, column, bytes("..........")}, row);
+      const jbyteArray array = bytes("..........");
+      Listed arguments({cursor, column, nullptr, array}, row);
       const double result = getter.call(env, arguments, getter.kinds);
       EXPECT_TRUE(raised() != "" || (!must_raise && result <= 0));
-      EXPECT_EQ(contents(static_cast<jbyteArray>(arguments.objects[2])), "..........");
+      EXPECT_EQ(contents(array), "..........");
     }
   }
 }

@@ -183,8 +183,15 @@ Lines calls() {
   return std::exchange(oci_double::state().calls, {});
 }
 
+jobject new_stream(int position, jint piecelen) {
+  const jobject column = new_column(1, -1, position);
+  set_int(column, "input_stream_type", 3);
+  COLUMN(setValueWithStream)(env, column, 10000, piecelen, 3, JNI_FALSE);
+  return column;
+}
+
 Lines plus_cursor_codes(Lines before) {
-  before.insert(before.end(), {"OCIErrorGet(err1,1,-,-,0,2)", "OCIAttrGet(stmt1,4,-,10,err1)",
+  before.insert(before.end(), {kCode, "OCIAttrGet(stmt1,4,-,10,err1)",
                                "OCIAttrGet(stmt1,4,-,9,err1)", "OCIAttrGet(stmt1,4,-,1,err1)"});
   return before;
 }

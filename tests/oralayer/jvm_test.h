@@ -132,6 +132,8 @@ inline std::vector<jint> types(jobject column) {
 }
 /// A column object with a record of `rows` rows.
 jobject new_column(int rows = 1, int internal_type = SQLT_CHR, int position = 1);
+/// A column with a stream of binary data for the placeholder.
+jobject new_stream(int position, jint piecelen = 4096);
 /// A cursor object, open on a new connection unless told otherwise.
 jobject new_cursor(bool open = true);
 
@@ -154,6 +156,8 @@ void forget_initialisation();
 
 /// The calls since the last look.
 Lines calls();
+/// The call that asks for the error of the first session.
+constexpr char kCode[] = "OCIErrorGet(err1,1,-,-,0,2)";
 /// The calls by which the error state of cursor "stmt1" on "err1" reaches Java.
 Lines plus_cursor_codes(Lines before);
 

@@ -12,13 +12,6 @@ class Lifetime : public JvmTest {
     state().stmt_type = OCI_STMT_INSERT;
   }
 
-  static jobject stream(int position) {
-    const jobject column = new_column(1, SQLT_LNG, position);
-    const jint kind = env->GetStaticIntField(OciCursorClass, AsciiStreamID);
-    COLUMN(setValueWithStream)(env, column, 10, 10, kind, JNI_FALSE);
-    return column;
-  }
-
   static jobject string(int position, const char* value) {
     const jobject column = new_column(1, SQLT_CHR, position);
     COLUMN(setValueWithString)(env, column, bytes(value), JNI_FALSE);
@@ -41,12 +34,12 @@ TEST_F(Lifetime, ChainsForgetColumnsThatEnded) {
         streamed ? CURSOR(bindVariableByPosition)(env, cursor, column)
                  : CURSOR(bindSelectItem)(env, cursor, column, 1);
       };
-      const jobject column = streamed ? stream(1) : new_column(1, SQLT_LNG, 1);
+      const jobject column = streamed ? new_stream(1) : new_column(1, SQLT_LNG, 1);
       attach(column);
       // Another column at its position, or another statement: OCI knows it no longer, the chain
       // did.
       reopened ? (void)CURSOR(open)(env, cursor, connection)
-               : attach(streamed ? stream(1) : new_column(1, SQLT_LNG, 1));
+               : attach(streamed ? new_stream(1) : new_column(1, SQLT_LNG, 1));
       COLUMN(native_1finalize)(env, column);
       EXPECT_EQ(CURSOR(close)(env, cursor), JNI_FALSE);
       EXPECT_EQ(raised(), "");
@@ -83,7 +76,7 @@ TEST_F(Lifetime, OnlyBindsInForceHoldAnExecutionBack) {
   EXPECT_EQ(executed(cursor), "") << "OCI was not told of it";
 
   const jobject third = new_cursor();
-  const jobject half_bound = stream(1);
+  const jobject half_bound = new_stream(1);
   state().reply("OCIBindDynamic", OCI_ERROR, 3113);
   EXPECT_EQ(CURSOR(bindVariableByPosition)(env, third, half_bound), JNI_TRUE);
   COLUMN(native_1finalize)(env, half_bound);
@@ -138,48 +131,37 @@ TEST_F(Lifetime, ACursorVariablesNextResultStartsWithoutDefines) {
 // What the Java method that is called for a chunk does to its own statement.
 struct {
   jobject cursor, column, other;
-  int deed, calls_before;
+  std::size_t deed;
+  int calls_before;
 } meddler;
 
-constexpr int kDeeds = 11, kBindElsewhere = 0;
-
-void meddle() {
-  switch (meddler.deed) {
-    case kBindElsewhere:
-      return (void)CURSOR(bindVariableByPosition)(env, meddler.other, meddler.column);
-    case 1:
-      return (void)CURSOR(bindVariableByPosition)(env, meddler.cursor, meddler.column);
-    case 2:
-      return (void)CURSOR(parse)(env, meddler.cursor, bytes("INSERT"), JNI_FALSE);
-    case 3:
-      return (void)CURSOR(exec)(env, meddler.cursor);
-    case 4:
-      return (void)CURSOR(close)(env, meddler.cursor);
-    case 5:
-      return CURSOR(native_1finalize)(env, meddler.cursor);
-    case 6:
-      return (void)CURSOR(exec)(env, meddler.other);
-    case 7:
-      return COLUMN(native_1finalize)(env, meddler.column);
-    case 8:
-      return COLUMN(setPosition)(env, meddler.column, 4);
-    case 9:
-      return COLUMN(setValueWithInt)(env, meddler.column, 1, JNI_TRUE);
-    default:  // as before, but no stream any more
-      return COLUMN(setValueWithStream)(env, meddler.column, 10, 0, 1, JNI_FALSE);
-  }
-}
+constexpr int kBindElsewhere = 0;
+// clang-format off
+void (*const kDeeds[])() = {
+    [] { CURSOR(bindVariableByPosition)(env, meddler.other, meddler.column); },
+    [] { CURSOR(bindVariableByPosition)(env, meddler.cursor, meddler.column); },
+    [] { CURSOR(parse)(env, meddler.cursor, bytes("INSERT"), JNI_FALSE); },
+    [] { CURSOR(exec)(env, meddler.cursor); },
+    [] { CURSOR(close)(env, meddler.cursor); },
+    [] { CURSOR(native_1finalize)(env, meddler.cursor); },
+    [] { CURSOR(exec)(env, meddler.other); },
+    [] { COLUMN(native_1finalize)(env, meddler.column); },
+    [] { COLUMN(setPosition)(env, meddler.column, 4); },
+    [] { COLUMN(setValueWithInt)(env, meddler.column, 1, JNI_TRUE); },
+    // As before, but no stream any more.
+    [] { COLUMN(setValueWithStream)(env, meddler.column, 10, 0, 1, JNI_FALSE); }};
+// clang-format on
 
 TEST_F(Lifetime, JavaCannotTakeARunningStatementApart) {
-  for (int deed = 0; deed < kDeeds; ++deed) {
+  for (std::size_t deed = 0; deed < std::size(kDeeds); ++deed) {
     for (const int calls_before : {0, 1}) {  // during the column's own stream, and after it
-      meddler = {new_cursor(), stream(1), new_cursor(), deed, calls_before};
+      meddler = {new_cursor(), new_stream(1), new_cursor(), deed, calls_before};
       CURSOR(bindVariableByPosition)(env, meddler.cursor, meddler.column);
-      CURSOR(bindVariableByPosition)(env, meddler.cursor, stream(2));
+      CURSOR(bindVariableByPosition)(env, meddler.cursor, new_stream(2));
       CURSOR(bindCursorByPosition)(env, meddler.other, meddler.cursor, 3);
       JniTable table;
       table.copy.CallIntMethodV = [](JNIEnv*, jobject, jmethodID, va_list) -> jint {
-        if (meddler.calls_before-- == 0) meddle();
+        if (meddler.calls_before-- == 0) kDeeds[meddler.deed]();
         return 0;
       };
       const bool harmless = deed == kBindElsewhere && calls_before == 1;

@@ -7,15 +7,10 @@
 
 namespace {
 
-const char* const kCode = "OCIErrorGet(err1,1,-,-,0,2)";
 const char* const kAlloc = "OCIDescriptorAlloc(env1,null,50,0,-)";
 
 class Lob : public JvmTest {
  protected:
-  void SetUp() override {
-    JvmTest::SetUp();
-    calls();
-  }
   jobject column_with_locator() {
     const jobject column = new_column();
     COLUMN(allocLobLocator)(env, column, connection, -999);

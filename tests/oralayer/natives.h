@@ -2,17 +2,37 @@
 #ifndef ORALAYER_NATIVES_H
 #define ORALAYER_NATIVES_H
 
+#include <map>
 #include <tuple>
 #include <type_traits>
 #include <vector>
 
 #include "jvm_test.h"
 
+/// The classes by the letter of their kind.
+inline const std::map<char, std::string> kPeers = {{'C', "OciConnection"},
+                                                   {'U', "OciCursor"},
+                                                   {'O', "OciColumn"},
+                                                   {'L', "OciLob"},
+                                                   {'S', "OciSchema"}};
+
 /// What a call is given, kind by kind; null and zero unless a class of it knows better.
 struct Arguments {
   virtual ~Arguments() = default;
   virtual jobject object(char /*kind*/) { return nullptr; }
   virtual jlong number(char /*kind*/) { return 0; }
+};
+
+/// Objects by their places, where numbers have a null; the numbers are all the same.
+struct Listed : Arguments {
+  explicit Listed(std::vector<jobject> its_objects = {}, jlong its_number = 1)
+      : objects(std::move(its_objects)), same(its_number) {}
+  jobject object(char /*kind*/) override { return objects[at++]; }
+  jlong number(char kind) override { return ++at, kind == 'z' ? 0 : same; }
+
+  std::vector<jobject> objects;
+  jlong same;
+  std::size_t at = 0;
 };
 
 /// A NullPointerException for an argument, by its place from the object's 0, or for the missing

@@ -13,12 +13,6 @@ namespace {
 // Objects of each kind; the last one starts without a record.
 constexpr std::size_t kEach = 4;
 
-const std::map<char, const char*> kClasses = {{'C', "trevalon/db/oci/OciConnection"},
-                                              {'U', "trevalon/db/oci/OciCursor"},
-                                              {'O', "trevalon/db/oci/OciColumn"},
-                                              {'L', "trevalon/db/oci/OciLob"},
-                                              {'S', "trevalon/db/oci/OciSchema"}};
-
 // Numbers by kind of argument. Sizes are such that the library finds the memory for them: it ends
 // the process where there is none.
 const std::map<char, std::vector<jlong>> kNumbers = {
@@ -76,10 +70,9 @@ class Walk : public Arguments {
 
 Walk::Walk(const std::uint8_t* data, std::size_t size) : data_(data), end_(data + size) {
   env_->PushLocalFrame(0);
-  for (const auto& [kind, name] : kClasses) {
-    for (std::size_t i = 0; i < kEach; ++i) {
-      objects_[kind].push_back(env_->AllocObject(env_->FindClass(name)));
-    }
+  for (const auto& [kind, name] : kPeers) {
+    const jclass peer = env_->FindClass(("trevalon/db/oci/" + name).c_str());
+    for (std::size_t i = 0; i < kEach; ++i) objects_[kind].push_back(env_->AllocObject(peer));
   }
   for (const jsize length : {0, 1, 20, 300}) {
     objects_['B'].push_back(env_->NewByteArray(length));
