@@ -1,6 +1,5 @@
 // Large values: the store behind the border, the cells that own them, long LONGs.
 #include <algorithm>
-#include <random>
 #include <sstream>
 
 #include "engine_fixture.h"
@@ -93,28 +92,6 @@ TEST_F(Large, NamesOfValuesThatAreGoneAreTold) {
   EXPECT_EQ(run("insert into t (n, b) values (1, :1)", first, true), 22922);
 }
 
-// Chunks go back and forth between a byte and two for each character, of which a value shows
-// nothing.
-TEST_F(Large, CharactersReadAsTheyWereWritten) {
-  std::minstd_rand random(7);
-  const LargeName name = db_->create_large(Unit::Character);
-  std::vector<utext> model;
-  for (int i = 0; i < 200; ++i) {
-    const size_t place = random() % 50000;
-    std::vector<utext> part(1 + random() % (i % 3 == 0 ? 20000 : 40));
-    for (utext& unit : part) unit = static_cast<utext>(random() % (i % 5 == 0 ? 0x102 : 0x100));
-    model.resize(std::max(model.size(), place + part.size()), ' ');
-    std::ranges::copy(part, model.begin() + static_cast<long>(place));
-    db_->write_large(name, place, part.data(), part.size());
-    const size_t from = random() % model.size();
-    std::vector<utext> got(1 + random() % 40000),
-        expected(model.begin() + static_cast<long>(from), model.end());
-    got.resize(db_->read_large(name, from, got.data(), got.size()));
-    expected.resize(std::min(expected.size(), got.size()));
-    ASSERT_TRUE(got == expected && !got.empty()) << i;
-  }
-}
-
 TEST_F(Large, CharactersOfAByteTakeAByte) {
   const LargeName name = db_->create_large(Unit::Character);
   std::vector<utext> text(kChunk + 7, 0xFF);
@@ -198,25 +175,6 @@ TEST_F(Large, BoundValuesAreTakenOnceAndCopiedElse) {
   for (std::string sql; std::getline(misused, sql, ';');) EXPECT_EQ(run(sql, two), 932) << sql;
 }
 
-// A caller's stream. From its third chunk on the value is in the database, with a lock.
-struct Source {
-  static sb4 next(void* context, OCIBind*, ub4, ub4, void** data, ub4* size, ub1* piece, void**) {
-    auto& self = *static_cast<Source*>(context);
-    const bool large = self.at > 2 * kChunk;
-    EXPECT_TRUE(!large || OCITransCommit(self.c.svc, self.c.err, OCI_DEFAULT) == OCI_ERROR);
-    *data = self.value.data() + self.at;
-    *size = static_cast<ub4>(std::min(self.piece, self.value.size() - self.at));
-    self.at += *size;
-    if (self.at == self.value.size()) *piece = OCI_LAST_PIECE;
-    return large && self.fails ? OCI_ERROR : OCI_CONTINUE;
-  }
-  Client& c;
-  std::string value;
-  size_t piece;
-  bool fails;
-  size_t at = 0;
-};
-
 TEST_F(Large, LongValuesStreamThroughTheStore) {
   ASSERT_EQ(run("create table s (n number primary key, r long raw, b blob)"), 0);
   const struct {
@@ -237,32 +195,27 @@ TEST_F(Large, LongValuesStreamThroughTheStore) {
        5000, "3/12"},
       {"begin rollback; insert into s (n, r) values (6, :1); end;", 2 * kChunk, 5000, "3/12"}};
   for (const auto& one : cases) {
-    Source source{c, pattern(one.size, 3), one.piece, one.code == 24343};
+    Stream stream{pattern(one.size, 3), one.piece};
+    // From its third chunk on the value is in the database, with a lock.
+    stream.meanwhile = [&] {
+      const bool large = stream.done > 2 * kChunk;
+      EXPECT_TRUE(!large || OCITransCommit(c.svc, c.err, OCI_DEFAULT) == OCI_ERROR);
+      return large && one.code == 24343 ? OCI_ERROR : OCI_CONTINUE;
+    };
     const ub2 type = one.sql[12] == 't' ? SQLT_LNG : SQLT_LBI;
     ASSERT_EQ(c.prepare(one.sql), OCI_SUCCESS);
-    ASSERT_EQ(c.stream(type, &source, Source::next), OCI_SUCCESS);
+    ASSERT_EQ(c.stream(type, stream), OCI_SUCCESS);
     EXPECT_EQ(c.error_of(c.execute(1)), one.code) << one.sql;
     EXPECT_EQ(kept(), one.kept) << one.sql;
   }
   EXPECT_TRUE(content(cell("select b from s where n = 4")) == pattern(5 * kChunk + 5, 3));
   EXPECT_TRUE(query(*db_, "select r from s where n = 6") == pattern(2 * kChunk, 3));
-  std::string buffer(100, '#'), got;
+  std::string buffer(100, '#');
   ub2 code = 0;
   ASSERT_EQ(c.prepare("select r from s where n = 2"), OCI_SUCCESS);
   ASSERT_EQ(c.define(1, buffer.data(), 100, SQLT_LBI, nullptr, nullptr, &code), OCI_SUCCESS);
   ASSERT_EQ(c.execute(1), OCI_SUCCESS_WITH_INFO);
   EXPECT_EQ(buffer + std::to_string(code), pattern(100, 3) + "1406");
-  c.define(1, nullptr, 0x7fffffff, SQLT_LBI, nullptr, nullptr, nullptr, OCI_DYNAMIC_FETCH);
-  ASSERT_EQ(c.execute(0), OCI_SUCCESS);
-  for (sword status = c.fetch(1); status == OCI_NEED_DATA;) {
-    void* define = nullptr;
-    ub4 type = 0, size = 100;
-    OCIStmtGetPieceInfo(c.stmt, c.err, &define, &type, nullptr, nullptr, nullptr, nullptr);
-    OCIStmtSetPieceInfo(define, type, c.err, buffer.data(), &size, 0, nullptr, nullptr);
-    status = c.fetch(1);
-    got.append(buffer, 0, size);
-  }
-  EXPECT_TRUE(got == pattern(kChunk + 1, 3));
 }
 
 }  // namespace

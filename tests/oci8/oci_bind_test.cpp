@@ -51,6 +51,25 @@ class Bind : public LoggedInTest {
     return room > 65535 ? out : out.substr(0, length);
   }
 
+  /// What is refused while a callback runs.
+  void expect_busy() {
+    EXPECT_EQ(c.row_count(), 0u);
+    EXPECT_EQ(c.attribute<ub2>(OCI_ATTR_SQLFNCODE), 2);
+    EXPECT_EQ(c.error_of(c.prepare("select 1 from dual")), 3127);
+    EXPECT_EQ(opened_by_a_block(), 3127);
+    EXPECT_EQ(OCIHandleFree(c.stmt, OCI_HTYPE_STMT), OCI_ERROR);
+    EXPECT_EQ(OCIHandleFree(c.env, OCI_HTYPE_ENV), OCI_ERROR);
+  }
+  // What becomes of a block that would make the executing statement its query.
+  int opened_by_a_block() {
+    OCIStmt* executing = std::exchange(c.stmt, c.make<OCIStmt>(OCI_HTYPE_STMT));
+    c.prepare("begin open :c for select 1 from dual; end;");
+    c.bind(1, &executing, 4, SQLT_RSET);
+    const int error = c.error_of(c.execute(1));
+    OCIHandleFree(std::exchange(c.stmt, executing), OCI_HTYPE_STMT);
+    return error;
+  }
+
   ub2 length = 0;
 };
 
@@ -192,67 +211,27 @@ TEST_F(Bind, AnOpenQueryKeepsItsValues) {
   }
 }
 
-/// A stream of the caller, as its callback sees it.
-struct Stream {
-  static sb4 next(void* context, OCIBind*, ub4 iteration, ub4 index, void** data, ub4* size,
-                  ub1* piece, void**) {
-    auto& self = *static_cast<Stream*>(context);
-    self.asked.push_back(*piece);
-    EXPECT_EQ(iteration + index, 0u);
-    EXPECT_EQ(self.client->row_count(), 0u);
-    EXPECT_EQ(self.client->attribute<ub2>(OCI_ATTR_SQLFNCODE), 2);
-    EXPECT_EQ(self.client->prepare("select 1 from dual"), OCI_ERROR);
-    EXPECT_EQ(self.client->code(), 3127);
-    EXPECT_EQ(self.opened_by_a_block(), 3127);
-    EXPECT_EQ(OCIHandleFree(self.client->stmt, OCI_HTYPE_STMT), OCI_ERROR);
-    EXPECT_EQ(OCIHandleFree(self.client->env, OCI_HTYPE_ENV), OCI_ERROR);
-    const size_t length = std::min<size_t>(4096, self.value.size() - self.done);
-    if (self.asked.size() == self.failing) return OCI_ERROR;
-    if (self.asked.size() == self.breaking) OCIBreak(self.client->svc, self.client->err);
-    // One buffer for all pieces.
-    self.buffer = self.value.substr(self.done, length);
-    self.done += length;
-    *data = self.buffer.data();
-    *size = static_cast<ub4>(length);
-    if (length == 0) *piece = OCI_LAST_PIECE;
-    return OCI_CONTINUE;
-  }
-
-  // What becomes of a block that would make the executing statement its query.
-  int opened_by_a_block() {
-    OCIStmt* executing = std::exchange(client->stmt, client->make<OCIStmt>(OCI_HTYPE_STMT));
-    client->prepare("begin open :c for select 1 from dual; end;");
-    client->bind(1, &executing, 4, SQLT_RSET);
-    const int error = client->error_of(client->execute(1));
-    OCIHandleFree(std::exchange(client->stmt, executing), OCI_HTYPE_STMT);
-    return error;
-  }
-
-  Client* client;
-  std::string value;
-  size_t failing = 0;  // the call that gives up
-  size_t breaking = 0;  // the call that breaks its own execution
-  size_t done = 0;
-  std::string buffer{};
-  std::vector<int> asked{};
-};
-
 TEST_F(Bind, StreamsArePulledPieceByPiece) {
   const std::string value = std::string(9999, 'a') + "z";
   sb2 null = -1;
   const auto expect = [&](const std::string& given, sb2* indicator, const std::vector<int>& asked,
                           const std::string& stored, size_t failing = 0, size_t breaking = 0) {
-    Stream stream{&c, given, failing, breaking};
+    Stream stream{given, 4096};
+    stream.meanwhile = [&] {
+      expect_busy();
+      if (stream.asked.size() == breaking) OCIBreak(c.svc, c.err);
+      return stream.asked.size() == failing ? OCI_ERROR : OCI_CONTINUE;
+    };
     must("delete from l");
     ASSERT_EQ(c.prepare("insert into l values (1, :x)"), OCI_SUCCESS);
-    ASSERT_EQ(c.stream(SQLT_LNG, &stream, Stream::next, indicator), OCI_SUCCESS);
+    ASSERT_EQ(c.stream(SQLT_LNG, stream, indicator), OCI_SUCCESS);
     const int raised = failing != 0 ? 24343 : breaking != 0 ? 1013 : 0;
     EXPECT_EQ(c.error_of(c.execute(1)), raised);
     EXPECT_EQ(c.row_count(), raised != 0 ? 0u : 1u);
     EXPECT_EQ(stream.asked, asked);
     EXPECT_EQ(first_value("select x from l", SQLT_LNG, 10000), stored);
   };
-  expect(value, nullptr, {1, 2, 2, 2}, value);
+  expect(value, nullptr, {1, 2, 2}, value);
   expect("", nullptr, {1}, "NULL");
   expect(value, &null, {}, "NULL");
   expect(value, nullptr, {1, 2, 2}, "none 1403", 3);

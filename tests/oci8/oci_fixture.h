@@ -6,8 +6,7 @@
 
 #include <chrono>
 #include <cstring>
-#include <filesystem>
-#include <string>
+#include <functional>
 #include <thread>
 
 #include "engine_fixture.h"
@@ -16,6 +15,30 @@
 inline const text* bytes(const std::string& value) {
   return reinterpret_cast<const text*>(value.data());
 }
+
+/// A stream of the caller: all pieces of its value from one buffer, the last of them short.
+struct Stream {
+  static sb4 next(void* context, OCIBind*, ub4 iteration, ub4 index, void** data, ub4* size,
+                  ub1* piece, void**) {
+    auto& self = *static_cast<Stream*>(context);
+    EXPECT_EQ(iteration + index, 0u);
+    self.asked.push_back(*piece);
+    const sb4 answer = self.meanwhile ? self.meanwhile() : OCI_CONTINUE;
+    self.buffer = self.value.substr(self.done, self.room);
+    self.done += self.buffer.size();
+    *data = self.buffer.data();
+    *size = static_cast<ub4>(self.buffer.size());
+    if (*size < self.room) *piece = OCI_LAST_PIECE;
+    return answer;
+  }
+
+  std::string value;
+  size_t room;  // of a piece
+  std::function<sb4()> meanwhile{};  // at each call, and what it answers
+  size_t done = 0;
+  std::string buffer{};
+  std::vector<int> asked{};
+};
 
 /// The handles of one connection, as callers keep them.
 struct Client {
@@ -79,10 +102,10 @@ struct Client {
     return OCIBindByPos(stmt, &bound, err, position, const_cast<void*>(value),
                         static_cast<sb4>(size), type, indicator, length, code, 0, nullptr, mode);
   }
-  /// Binds the first variable to the pieces that a callback gives.
-  sword stream(ub2 type, void* context, OCICallbackInBind next, sb2* indicator = nullptr) {
+  /// Binds the first variable to a stream.
+  sword stream(ub2 type, Stream& from, sb2* indicator = nullptr) {
     bind(1, nullptr, 0x7fffffff, type, indicator, nullptr, nullptr, OCI_DATA_AT_EXEC);
-    return OCIBindDynamic(bound, err, context, next, nullptr, nullptr);
+    return OCIBindDynamic(bound, err, &from, Stream::next, nullptr, nullptr);
   }
 
   /// The first value of a query, or the code of its failure below 0.

@@ -133,7 +133,9 @@ TEST_F(Lobs, ReadsAndWritesMatchAModel) {
       const ub4 place = i < 54 ? border : random() % (9 * chunk);
       const ub4 amount = i % 6 < 4 ? chunk - 1 + i % 3 : 1 + random() % 100;
       const size_t from = size_t{place} * unit, size = size_t{amount} * unit;
-      const std::string data(size, static_cast<char>(1 + i % 99));
+      std::string data(size, static_cast<char>(1 + i % 255));
+      // The store goes back and forth between a byte and two for each character.
+      for (size_t high = 1; high < size && unit == 2 && i % 5 != 0; high += 2) data[high] = 0;
       if (i % 2 == 0) {
         ASSERT_EQ(lob.write(amount, place + 1, data), 0);
         while (model.size() < from) model += gap;
