@@ -297,6 +297,14 @@ TEST_F(DialectTest, ChangesStoreWhatTheColumnDeclares) {
     DROP SEQUENCE s -> | DROP SEQUENCE s -> 2289@-1)");
 }
 
+TEST_F(DialectTest, DataDictionaryShowsTheUsersObjectsOnly) {
+  expect(R"(
+    SELECT TABLE_NAME FROM USER_TABLES -> DEPT/EMP | SELECT VIEW_NAME FROM USER_VIEWS ->
+    SELECT OWNER FROM ALL_TABLES WHERE TABLE_NAME = 'EMP' -> SCOTT
+    SELECT COLUMN_NAME, DATA_LENGTH FROM USER_TAB_COLUMNS WHERE TABLE_NAME = 'DEPT' ORDER BY
+      COLUMN_ID -> DEPTNO,22/DNAME,10/LOC,8)");
+}
+
 TEST_F(DialectTest, ErrorsNameTheirPlace) {
   const std::string deep = "SELECT " + std::string(5000, '(') + "1 FROM dual";
   const std::string closed =
@@ -368,6 +376,8 @@ TEST_F(DialectTest, DescribesSelectLists) {
       "A:1(4000,0,0) B:1(4000,0,0) C:23(2000,0,0) D:1(2,0,0) E:2(22,0,-127) ");
   EXPECT_EQ(select_list("SELECT HEXTORAW('414') A, UPPER('ab') B FROM dual"),
             "A:23(2,0,0) B:96(2,0,0) ");
+  EXPECT_EQ(select_list("SELECT TABLE_NAME, COLUMN_ID FROM USER_TAB_COLUMNS"),
+            "TABLE_NAME:1(30,0,0) COLUMN_ID:2(22,0,-127) ");
 }
 
 }  // namespace

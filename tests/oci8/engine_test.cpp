@@ -387,19 +387,6 @@ TEST_F(EngineTest, EngineErrorsHaveTheirNumbers) {
   EXPECT_EQ(code_of(*one, ""), 900);
 }
 
-TEST_F(EngineTest, DataDictionaryShowsTheUsersObjectsOnly) {
-  expect(R"(
-    1 SELECT TABLE_NAME FROM USER_TABLES -> T | 1 SELECT VIEW_NAME FROM USER_VIEWS ->
-    1 SELECT OWNER FROM ALL_TABLES -> SCOTT
-    1 SELECT COLUMN_NAME FROM USER_TAB_COLUMNS ORDER BY COLUMN_ID -> A B
-    1 SELECT DATA_LENGTH FROM USER_TAB_COLUMNS WHERE COLUMN_NAME = 'B' -> 20)",
-         connect_with_table());
-  const ConnectionPtr one = connect();
-  const Prepared described(*one, "SELECT TABLE_NAME, COLUMN_ID FROM USER_TAB_COLUMNS");
-  EXPECT_EQ(described->columns().at(0).size, 30);
-  EXPECT_EQ(described->columns().at(1).type, SQLT_NUM);
-}
-
 TEST_F(EngineTest, SequencesCountForAllSessions) {
   expect(R"(
     1 CREATE SEQUENCE S START WITH 5 INCREMENT BY 2 MAXVALUE 9 ->
