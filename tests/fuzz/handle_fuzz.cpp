@@ -2,12 +2,8 @@
 // or never were handles. Buffers are on the heap, exactly as large as the call says.
 #include <fuzzer/FuzzedDataProvider.h>
 
-#include <algorithm>
-#include <cstring>
-#include <memory>
 #include <string_view>
 #include <tuple>
-#include <vector>
 
 #include "oci_fixture.h"
 #include "require.h"

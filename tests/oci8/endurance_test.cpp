@@ -1,17 +1,12 @@
 // Many sessions at once, processes that die, and the same work again and again.
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <atomic>
-#include <chrono>
 #include <csignal>
 #include <deque>
-#include <filesystem>
 #include <fstream>
 #include <optional>
 #include <random>
-#include <thread>
-#include <vector>
 
 #include "oci_fixture.h"
 #include "sqlite_queue.h"

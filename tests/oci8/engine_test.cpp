@@ -10,7 +10,6 @@
 #include <fstream>
 #include <map>
 #include <thread>
-#include <tuple>
 
 #include "engine_fixture.h"
 

@@ -1,9 +1,7 @@
 #include <regex>
 
-#include "accounts.h"
 #include "engine_fixture.h"
 #include "sqlite_functions.h"
-#include "sqlite_handle.h"
 
 namespace oci8 {
 namespace {

@@ -1,8 +1,5 @@
 // Large values: the store behind the border, the cells that own them, long LONGs.
-#include <algorithm>
-#include <sstream>
 
-#include "engine_fixture.h"
 #include "oci_fixture.h"
 
 namespace oci8 {

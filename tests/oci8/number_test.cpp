@@ -2,7 +2,6 @@
 
 #include <cmath>
 #include <random>
-#include <string>
 
 #include "engine_fixture.h"
 
@@ -46,19 +45,13 @@ TEST(Number, ReadsWhatItKeepsExactlyAndRefusesTheRest) {
 }
 
 TEST(Number, WritesComputedDoublesWithFifteenDigits) {
-  const std::tuple<double, const char*> kRows[] = {{-0.0, "0r"},
-                                                   {0.1 + 0.2, ".3r"},
-                                                   {1.0 / 3, ".333333333333333r"},
-                                                   {2.0 / 3, ".666666666666667r"},
-                                                   {1e15, "1000000000000000r"},
-                                                   {-1e-7, "-.0000001r"},
-                                                   {99999999999.9999, "99999999999.9999r"},
-                                                   {-0.0001, "-.0001r"},
-                                                   {0.00005, ".00005r"},
-                                                   {4.35, "4.35r"},
-                                                   {0.99999999999999999, "1r"},
-                                                   {HUGE_VAL, "~r"},
-                                                   {-HUGE_VAL, "-~r"}};
+  // clang-format off
+  const std::tuple<double, const char*> kRows[] = {
+      {-0.0, "0r"}, {0.1 + 0.2, ".3r"}, {1.0 / 3, ".333333333333333r"},
+      {2.0 / 3, ".666666666666667r"}, {1e15, "1000000000000000r"}, {-1e-7, "-.0000001r"},
+      {99999999999.9999, "99999999999.9999r"}, {-0.0001, "-.0001r"}, {0.00005, ".00005r"},
+      {4.35, "4.35r"}, {0.99999999999999999, "1r"}, {HUGE_VAL, "~r"}, {-HUGE_VAL, "-~r"}};
+  // clang-format on
   for (const auto& [value, expected] : kRows) EXPECT_EQ(show({false, 0, value}), expected);
 }
 

@@ -1,8 +1,5 @@
 #include <malloc.h>
 
-#include <functional>
-#include <vector>
-
 #include "oci_fixture.h"
 
 namespace {

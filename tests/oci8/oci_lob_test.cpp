@@ -1,8 +1,5 @@
-#include <algorithm>
 #include <atomic>
-#include <functional>
 #include <random>
-#include <thread>
 
 #include "oci_fixture.h"
 

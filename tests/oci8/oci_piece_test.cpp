@@ -1,5 +1,3 @@
-#include <vector>
-
 #include "oci_fixture.h"
 
 namespace {

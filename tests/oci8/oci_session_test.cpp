@@ -1,13 +1,6 @@
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <atomic>
-#include <chrono>
-#include <filesystem>
-#include <thread>
-#include <tuple>
-#include <utility>
-#include <vector>
 
 #include "oci_fixture.h"
 

@@ -1,6 +1,3 @@
-#include <tuple>
-#include <vector>
-
 #include "oci_fixture.h"
 
 namespace {
@@ -24,6 +21,12 @@ class Stmt : public LoggedInTest {
 };
 
 TEST_F(Stmt, CallsOutOfOrderAndBadStatementsHaveTheirCodes) {
+  ub2 value = 0;
+  const auto error_of = [&](ub4 attribute) {
+    return c.error_of(OCIAttrGet(c.stmt, OCI_HTYPE_STMT, &value, nullptr, attribute, c.err));
+  };
+  EXPECT_EQ(error_of(OCI_ATTR_STMT_TYPE), 24337);
+  EXPECT_EQ(error_of(OCI_ATTR_USERNAME), 24315);
   EXPECT_EQ(c.error_of(c.execute(1)), 24337);
   const std::tuple<const char*, ub4, ub4, int> cases[] = {
       {"delete from dual", 0, OCI_DEFAULT, 24333},
@@ -39,21 +42,9 @@ TEST_F(Stmt, CallsOutOfOrderAndBadStatementsHaveTheirCodes) {
   EXPECT_EQ(c.attribute<ub2>(OCI_ATTR_PARSE_ERROR_OFFSET), 14);
   EXPECT_EQ(c.error_of(c.fetch(1)), 942);  // the failed execute again
   ASSERT_EQ(c.prepare("select 1 from dual"), OCI_SUCCESS);
-  EXPECT_EQ(c.error_of(c.fetch(1)), 1002);
-}
-
-TEST_F(Stmt, AttributesTellWhatIsPrepared) {
-  ub2 value = 0;
-  const auto error_of = [&](ub4 attribute) {
-    return c.error_of(OCIAttrGet(c.stmt, OCI_HTYPE_STMT, &value, nullptr, attribute, c.err));
-  };
-  EXPECT_EQ(error_of(OCI_ATTR_STMT_TYPE), 24337);
-  ASSERT_EQ(c.prepare("update t set n = 1"), OCI_SUCCESS);
-  EXPECT_EQ(c.attribute<ub2>(OCI_ATTR_STMT_TYPE), OCI_STMT_UPDATE);
-  EXPECT_EQ(c.attribute<ub2>(OCI_ATTR_SQLFNCODE), 6);
   EXPECT_EQ(c.attribute<ub4>(OCI_ATTR_FNCODE), 13u);
   EXPECT_EQ(c.attribute<ub4>(OCI_ATTR_PREFETCH_ROWS), 1u);
-  EXPECT_EQ(error_of(OCI_ATTR_USERNAME), 24315);
+  EXPECT_EQ(c.error_of(c.fetch(1)), 1002);
 }
 
 TEST_F(Stmt, TheSelectListIsDescribed) {

@@ -1,7 +1,6 @@
 // Session records, pools, and the entry points of OciConnection.
 #include <cstdlib>
 #include <limits>
-#include <thread>
 
 #include "jvm_test.h"
 
