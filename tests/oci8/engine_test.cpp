@@ -153,19 +153,10 @@ Failure interrupted(Connection& connection, std::string_view sql) {
   return raised;
 }
 
-TEST_F(EngineTest, InterruptStopsAWaitForALockAndNoLaterOperation) {
+TEST_F(EngineTest, InterruptStopsWhatRunsOrWaitsAndUndoesItAlone) {
   const ConnectionPtr one = connect_with_table(1024);
   one->interrupt();
   EXPECT_EQ(query(*one, "SELECT MAX(A) FROM T"), "1024") << "without an operation it hit the next";
-
-  setenv("OCI8_LOCK_TIMEOUT", "60000", 1);
-  const ConnectionPtr waiting = connect();
-  query(*one, "UPDATE T SET B = 'x'");
-  EXPECT_EQ(interrupted(*waiting, "UPDATE T SET B = 'y'").code, 1013) << "waiting for a lock";
-}
-
-TEST_F(EngineTest, InterruptedChangeIsUndoneAndTheTransactionBeforeItKept) {
-  const ConnectionPtr one = connect_with_table(1024);
   const std::string endless =
       "UPDATE T SET B = 'x' WHERE A IN (SELECT A.A FROM T A, T B, T C, T D WHERE A.A + B.A + C.A + "
       "D.A > 0)";
@@ -174,26 +165,24 @@ TEST_F(EngineTest, InterruptedChangeIsUndoneAndTheTransactionBeforeItKept) {
   const Failure raised = interrupted(*one, endless);
   EXPECT_EQ(raised.code, 1013);
   EXPECT_EQ(raised.text, error_text(1013)) << "the transaction was lost";
+  setenv("OCI8_LOCK_TIMEOUT", "60000", 1);
+  EXPECT_EQ(interrupted(*connect(), "UPDATE T SET B = 'x'").code, 1013) << "waiting for a lock";
   one->commit();
   EXPECT_EQ(query(*one, "SELECT COUNT(*) FROM T WHERE A = 5000"), "1");
   EXPECT_EQ(query(*one, "SELECT COUNT(*) FROM T WHERE B = 'x'"), "0");
 }
 
-TEST_F(EngineTest, OpenQueriesSurviveTransactionEndsAndTheConnection) {
+TEST_F(EngineTest, OpenQueriesOutliveTheirConnection) {
   ConnectionPtr one = connect_with_table(4);
-  const Prepared open(*one, "SELECT A FROM T ORDER BY A");
-  ASSERT_TRUE(open->step());
-  query(*one, "INSERT INTO T(A) VALUES (9)");
-  one->rollback();
-  ASSERT_TRUE(open->step());
-  EXPECT_EQ(text_of(open->column(0)), "2");
+  const Prepared kept(*one, "SELECT A FROM T"), open(*one, "SELECT A FROM T");
+  ASSERT_TRUE(kept->step());
   query(*one, "UPDATE T SET B = 'x'");
-  one->commit();
   ASSERT_TRUE(open->step());
-  EXPECT_EQ(code_of(*one, "DROP TABLE T"), 0);
   one.reset();
-  EXPECT_EQ(text_of(open->column(0)), "3");
-  EXPECT_EQ(failure([&] { open->step(); }).code, 3114);
+  for (const Prepared* each : {&kept, &open}) {
+    EXPECT_EQ(text_of((*each)->column(0)), "1");
+    EXPECT_EQ(failure([&] { (*each)->step(); }).code, 3114);
+  }
 }
 
 // The open query stands on its first row when the change comes.

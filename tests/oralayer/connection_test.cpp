@@ -74,12 +74,12 @@ TEST_F(Connection, InitializeOnceThenOnlyHandsOutRecords) {
   EXPECT_EQ(session_of(new_connection(2, true)), &xaldapool[2]);
 
   forget_initialisation();
-  Capture capture;
-  initialize(0, "E.F", JNI_TRUE);
-  initialize(0, "E.F", JNI_FALSE);
-  EXPECT_EQ(oci_debug, 1) << "nothing switches it off";
-  oci_debug = 0;
-  EXPECT_THAT(capture.text(), testing::StartsWith("*** tv_init_fid"));
+  EXPECT_THAT(captured([&] {
+                initialize(0, "E.F", JNI_TRUE);
+                initialize(0, "E.F", JNI_FALSE);
+              }),
+              testing::StartsWith("*** tv_init_fid"));
+  EXPECT_EQ(oci_debug.exchange(0), 1) << "nothing switches it off";
 }
 
 TEST_F(Connection, TwoFirstInitializeCallsInitializeOnce) {
@@ -208,9 +208,8 @@ TEST_F(Connection, FailedLoginIsReportedOnStandardOutputAndInTheObject) {
   for (const sword status : {OCI_ERROR, OCI_SUCCESS_WITH_INFO}) {
     set_int(connection, "oserrcode", 7);
     state().reply("OCISessionBegin", status, 1017);
-    Capture capture;
-    EXPECT_EQ(login(connection), JNI_TRUE);
-    EXPECT_EQ(capture.text(), "\n\n----------  LOGIN ERROR CODE: 1017\n");
+    EXPECT_EQ(captured([&] { EXPECT_EQ(login(connection), JNI_TRUE); }),
+              "\n\n----------  LOGIN ERROR CODE: 1017\n");
     EXPECT_EQ(ldapool[0].status, status);
     EXPECT_EQ(get_int(connection, "ldaerrcode"), 1017);
     EXPECT_EQ(get_int(connection, "oserrcode"), 0);

@@ -92,10 +92,7 @@ TEST_F(Cursor, CloseFreesTheStatementOnceAndMayReopen) {
                 "destructor !\n",
                 "          the longdata_bufpool should have been deleted in cursor.close()\n",
                 "BufPool: now delete the bufPool object\n"},
-               [&] {
-                 CURSOR(native_1finalize)
-                 (env, cursor);
-               });
+               [&] { return CURSOR(native_1finalize)(env, cursor); });
   EXPECT_EQ(get_int(cursor, "cursordata32"), 0);
   CURSOR(native_1finalize)(env, cursor);
 }
@@ -206,10 +203,7 @@ TEST_F(Cursor, DescribeFillsTheColumn) {
   }
   expect_trace({"*** OCIParamGet (describe) ***", " colpos=1\n", "    internal_dbtype=2\n",
                 "    dbsize=22\n"},
-               [&] {
-                 CURSOR(describe)
-                 (env, cursor, new_column());
-               });
+               [&] { return CURSOR(describe)(env, cursor, new_column()); });
 }
 
 TEST_F(Cursor, DescribeStopsAtTheFirstFailure) {

@@ -269,41 +269,34 @@ class Values : public CursorTest {
   std::string exception;
 };
 
-TEST_F(Values, TextFitsOrIsRefused) {
-  const jobject column = fetched({"a", "bb", "ccc", ""}, 31);
-  column_of(column)->indpvect[1] = -1;
-  const std::tuple<jint, const char*, const char*, const char*> cases[] = {
-      {2, "..........", "3 ccc.......", ""},
-      {2, "...", "3 ccc", ""},
-      {2, "..", "0 ..", "java.lang.NullPointerException: Null array"},
-      {0, ".", "1 a", ""},
-      {1, "....", "-1 ....", ""},
-      {3, "....", "0 ....", ""}};
-  for (const auto& [row, room, expected, error] : cases) {
-    EXPECT_EQ(filled(CURSOR(getStringValue), column, row, room), expected);
+TEST_F(Values, TextFitsOrIsRefusedAndBytesAreCut) {
+  const std::string raw(100, 'r'), dots(40, '.');
+  const jobject texts = fetched({"a", "bb", "ccc", ""}, 31);
+  const jobject bins = fetched({std::string("\0\1\2", 3), raw, "null"}, 100, SQLT_BIN);
+  const jobject just_below = fetched({"x"}, 65535, SQLT_BIN);
+  column_of(texts)->indpvect[1] = column_of(bins)->indpvect[2] = -1;
+  const std::tuple<Getter, jobject, jint, std::string, std::string, const char*> cases[] = {
+      {CURSOR(getStringValue), texts, 2, "..........", "3 ccc.......", ""},
+      {CURSOR(getStringValue), texts, 2, "...", "3 ccc", ""},
+      {CURSOR(getStringValue), texts, 2, "..", "0 ..",
+       "java.lang.NullPointerException: Null array"},
+      {CURSOR(getStringValue), texts, 0, ".", "1 a", ""},
+      {CURSOR(getStringValue), texts, 1, "....", "-1 ....", ""},
+      {CURSOR(getStringValue), texts, 3, "....", "0 ....", ""},
+      {CURSOR(getByteValue), bins, 1, dots, "40 " + raw.substr(0, 40), ""},
+      {CURSOR(getByteValue), bins, 0, "....", std::string("3 \0\1\2.", 6), ""},
+      {CURSOR(getByteValue), bins, 2, "....", "0 ....", ""},
+      {CURSOR(getByteValue), just_below, 0, "..", "1 x.", ""}};
+  for (const auto& [getter, column, row, room, expected, error] : cases) {
+    EXPECT_EQ(filled(getter, column, row, room), expected);
     EXPECT_EQ(exception, error);
   }
-  expect_trace(
-      {"*** OciCursor getStringValue *** ", "    bytes (3 bytes)\n    bytes:\n    63 63 63 \n"},
-      [&] {
-        CURSOR(getStringValue)
-        (env, cursor, column, 2, bytes("...."));
-      });
-}
-
-TEST_F(Values, BytesAreCutToTheArray) {
-  const std::string raw(100, 'r');
-  const jobject column = fetched({std::string("\0\1\2", 3), raw}, 100, SQLT_BIN);
-  const std::string dots(40, '.');
-  EXPECT_EQ(filled(CURSOR(getByteValue), column, 1, dots), "40 " + raw.substr(0, 40));
-  EXPECT_EQ(filled(CURSOR(getByteValue), column, 0, "...."), std::string("3 \0\1\2.", 6));
-  column_of(column)->indpvect[0] = -1;
-  EXPECT_EQ(filled(CURSOR(getByteValue), column, 0, "...."), "0 ....");
   const jobject large = fetched({"x"}, 65536, SQLT_BIN);
   EXPECT_EQ(CURSOR(getByteValue)(env, cursor, large, 0, bytes(std::string(70000, '.'))), 65536)
       << "a returned length has only 16 bits";
-  const jobject just_below = fetched({"x"}, 65535, SQLT_BIN);
-  EXPECT_EQ(filled(CURSOR(getByteValue), just_below, 0, ".."), "1 x.");
+  expect_trace(
+      {"*** OciCursor getStringValue *** ", "    bytes (3 bytes)\n    bytes:\n    63 63 63 \n"},
+      [&] { return CURSOR(getStringValue)(env, cursor, texts, 2, bytes("....")); });
 }
 
 TEST_F(Values, NumbersDatesIndicatorsAndReturnCodes) {

@@ -1,11 +1,5 @@
 #include "jvm_test.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <cstdio>
-#include <iostream>
-
 JavaVM* the_vm = nullptr;
 JNIEnv* env = nullptr;
 Lines load_calls;
@@ -43,32 +37,6 @@ std::string string_of(jobject object, const char* method) {
 }
 
 }  // namespace
-
-Capture::Capture() : saved_(dup(1)), file_(fileno(std::tmpfile())) {
-  std::cout << std::flush;
-  std::fflush(stdout);
-  dup2(file_, 1);
-}
-
-std::string Capture::text() {
-  if (saved_ < 0) return text_;
-  std::cout << std::flush;
-  std::fflush(stdout);
-  text_.resize(static_cast<std::size_t>(lseek(file_, 0, SEEK_END)));
-  EXPECT_EQ(pread(file_, text_.data(), text_.size(), 0), static_cast<ssize_t>(text_.size()));
-  dup2(saved_, 1);
-  close(saved_);
-  close(file_);
-  saved_ = -1;
-  return text_;
-}
-
-std::string without_addresses(std::string output) {
-  for (std::size_t at = 0; (at = output.find("0x", at)) != std::string::npos; at += 3) {
-    output.replace(at, output.find_first_not_of("0123456789abcdef", at + 2) - at, "PTR");
-  }
-  return output;
-}
 
 void expect_in_order(const std::string& output, const Lines& texts) {
   std::size_t from = 0;

@@ -6,6 +6,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <regex>
 #include <string>
 #include <thread>
 #include <tuple>
@@ -34,28 +35,20 @@ extern JNIEnv* env;  // of the main thread
 /// The calls that the library made while it was loaded.
 extern Lines load_calls;
 
-/// Standard output of the process between construction and text().
-class Capture {
- public:
-  Capture();
-  ~Capture() { text(); }
-  std::string text();
-
- private:
-  int saved_;
-  int file_;
-  std::string text_;
-};
-
-std::string without_addresses(std::string output);
+/// What the process writes to its standard output during `action`.
+template <typename Action>
+std::string captured(Action action) {
+  testing::internal::CaptureStdout();
+  action();
+  return testing::internal::GetCapturedStdout();
+}
 /// Runs `action` with the trace on; what it wrote, addresses replaced by PTR.
 template <typename Action>
 std::string traced(Action action) {
   oci_debug = 1;
-  Capture capture;
-  action();
+  const std::string output = captured(action);
   oci_debug = 0;
-  return without_addresses(capture.text());
+  return std::regex_replace(output, std::regex("0x[0-9a-f]+"), "PTR");
 }
 /// Expects the texts in this order in the output, other text between them.
 void expect_in_order(const std::string& output, const Lines& texts);
@@ -116,9 +109,6 @@ inline columndata* column_of(jobject column) {
 }
 inline cdadata* cda_of(jobject cursor) {
   return record<cdadata>(cursor, "cursordata32");
-}
-inline lobdata* lob_of(jobject lob) {
-  return record<lobdata>(lob, "lobdata32");
 }
 inline ldadata* session_of(jobject connection) {
   return record<ldadata>(connection, "logondata32");

