@@ -64,9 +64,8 @@ class Threads : public OciTest {
 
   template <class Body>
   void on_all(Body body) {
-    std::vector<std::thread> threads;
+    std::vector<std::jthread> threads;
     for (int i = 0; i < kSessions; ++i) threads.emplace_back([&, i] { body(i, clients_[i]); });
-    for (std::thread& thread : threads) thread.join();
   }
 
   std::deque<Client> clients_;

@@ -74,7 +74,9 @@ class Watched : public JniTable {
       return real->GetStaticFieldID(e, c, looked_up(name), sig);
     };
     copy.GetMethodID = [](JNIEnv* e, jclass c, const char* name, const char* sig) {
-      return real->GetMethodID(e, c, is_lookup_helper(name) ? name : looked_up(name), sig);
+      if (!is_lookup_helper(name)) return real->GetMethodID(e, c, looked_up(name), sig);
+      ++seen.helper_lookups;
+      return real->GetMethodID(e, c, name, sig);
     };
     copy.NewGlobalRef = [](JNIEnv* e, jobject object) {
       return seen.globals_made++ == seen.failing_global ? nullptr : real->NewGlobalRef(e, object);
@@ -148,11 +150,12 @@ TEST_F(Bridge, FailedGlobalReferenceOrMissingRuntimeClassEndsTheFill) {
   expect_raised("NullPointerException", "OciConnectionClass");
 }
 
-TEST_F(Bridge, FindClassUsesTheLoaderOfTheObjectAndLeavesNothingPending) {
+TEST_F(Bridge, FindClassUsesTheLoaderOfTheObjectIfAnyAndLeavesNothingPending) {
   connection = allocate("OciConnection");
   Watched table;
   table.copy.FindClass = [](JNIEnv* e, const char* name) {
     if (std::string(name).starts_with("trevalon")) ADD_FAILURE() << "not by the object's loader";
+    seen.found_class = name;
     return JniTable::real->FindClass(e, name);
   };
   EXPECT_NE(TV_FindClass(env, connection, "trevalon/db/oci/OciColumn"), nullptr);
@@ -162,20 +165,8 @@ TEST_F(Bridge, FindClassUsesTheLoaderOfTheObjectAndLeavesNothingPending) {
   EXPECT_TRUE(env->IsSameObject(seen.asked, connection));
   EXPECT_THAT(seen.loaded_classes,
               testing::IsSupersetOf({"trevalon.db.oci.OciColumn", "trevalon.db.oci.Absent"}));
-}
-
-TEST_F(Bridge, BootstrapObjectFallsBackToPlainFindClass) {
+  seen.helper_lookups = 0;
   const jobject text = env->NewStringUTF("of the bootstrap loader");
-  TV_FindClass(env, allocate("OciConnection"), "trevalon/db/oci/OciColumn");
-  JniTable table;
-  table.copy.FindClass = [](JNIEnv* e, const char* name) {
-    seen.found_class = name;
-    return JniTable::real->FindClass(e, name);
-  };
-  table.copy.GetMethodID = [](JNIEnv* e, jclass c, const char* name, const char* sig) {
-    ++seen.helper_lookups;
-    return JniTable::real->GetMethodID(e, c, name, sig);
-  };
   EXPECT_NE(TV_FindClass(env, text, "java/util/ArrayList"), nullptr);
   EXPECT_EQ(seen.found_class, "java/util/ArrayList");
   EXPECT_EQ(seen.helper_lookups, 0) << "the helper methods are looked up once per process";

@@ -89,9 +89,8 @@ TEST(LowRecords, AreHandedOutToSeveralThreads) {
       delete column;
     }
   };
-  std::vector<std::thread> threads;
+  std::vector<std::jthread> threads;
   for (int i = 0; i < 4; ++i) threads.emplace_back(churn);
-  for (std::thread& thread : threads) thread.join();
 }
 
 TEST(LowRecords, ComeWhileThereIsRoomAndThenFailCleanly) {
