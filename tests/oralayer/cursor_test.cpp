@@ -165,9 +165,7 @@ TEST_F(Cursor, ParseThatDescribesNothing) {
     cursor = new_cursor();
     state().stmt_type = statement;
     state().reply(fails, OCI_ERROR, 900);
-    jboolean result = JNI_FALSE;
-    expect_trace({trace}, [&] { result = parse("SELECT"); });
-    EXPECT_EQ(result, failed);
+    expect_trace({trace}, [&, &fails = failed] { EXPECT_EQ(parse("SELECT"), fails); });
     EXPECT_TRUE(!failed || get_int(cursor, "cdaerrorcode") == 900);
     EXPECT_EQ(cda_of(cursor)->described, 0);
     EXPECT_EQ(testing::Value(calls(), Contains(HasSubstr("OCIStmtExecute"))),

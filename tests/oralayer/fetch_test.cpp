@@ -56,12 +56,12 @@ TEST_F(Fetch, ExecAndFetchBringsTheFirstArray) {
     state().row_count = 5;
     const std::string size = std::to_string(fetchsize);
     const bool none = reply.status == OCI_NO_DATA;
-    jboolean result = JNI_FALSE;
     expect_trace({"   hasLong is false, Set Statement Prefetch Rows Attribute to " + size + "\n",
                   "*** OCIStmtExecute 2 ***   fetchsize=" + size + "\n",
                   none ? "    no LONG columns: retvali was 100: OCI_NO_DATA, setting to 0\n" : ""},
-                 [&, &rows = fetchsize] { result = CURSOR(execAndFetch)(env, cursor, rows); });
-    EXPECT_EQ(result, failed);
+                 [&, &rows = fetchsize, &fails = failed] {
+                   EXPECT_EQ(CURSOR(execAndFetch)(env, cursor, rows), fails);
+                 });
     Lines expected = plus_cursor_codes({"OCIAttrSet(stmt1,4," + size + ",0,11,err1)"});
     expected.push_back("OCIStmtExecute(svc1,stmt1,err1," + size + ",0,-,-,0)");
     EXPECT_EQ(calls(), plus_cursor_codes(expected));
@@ -85,17 +85,17 @@ TEST_F(Fetch, FetchesWithoutLongColumns) {
     state() = {};
     const jobject cursor = new_cursor();
     state().replies["OCIStmtFetch"] = {reply, reply};
-    jboolean result = JNI_FALSE;
-    expect_trace({trace}, [&] { result = CURSOR(arrayFetch)(env, cursor, 20); });
-    EXPECT_EQ(result, failed);
+    expect_trace({trace},
+                 [&, &fails = failed] { EXPECT_EQ(CURSOR(arrayFetch)(env, cursor, 20), fails); });
     Lines expected = plus_cursor_codes({"OCIStmtFetch(stmt1,err1,20,2,0)"});
     expected.emplace_back(kCode);
     EXPECT_EQ(calls(), expected);
     EXPECT_EQ(get_int(cursor, "cdaerrorcode"), code);
     EXPECT_EQ(cda_of(cursor)->need_data, reply.status == OCI_NEED_DATA);
-    EXPECT_EQ(traced([&] { result = CURSOR(fetch)(env, cursor); }),
+    EXPECT_EQ(traced([&, fails = reply.status != OCI_SUCCESS] {
+                EXPECT_EQ(CURSOR(fetch)(env, cursor), fails);
+              }),
               "*** OCIStmtFetch 1 ***\n    cdaerrorcode=" + std::to_string(reply.error) + "\n");
-    EXPECT_EQ(result, reply.status != OCI_SUCCESS);
     EXPECT_EQ(calls(), plus_cursor_codes({"OCIStmtFetch(stmt1,err1,1,2,0)"}));
     EXPECT_EQ(get_int(cursor, "cdaerrorcode"), reply.error);
   }
@@ -195,12 +195,10 @@ TEST_F(Fetch, EndsOfThePieceLoop) {
   for (const auto& [end, failed, code, indicator, trace] : cases) {
     state() = {};
     const jobject cursor = long_cursor(1);
-    jboolean result = JNI_FALSE;
     expect_trace({trace, indicator == -1 ? "thus setting null ind to true for col at PTR" : ""},
-                 [&, &last = end] {
-                   result = fetch_row(cursor, {{0, OCI_ONE_PIECE, "ab", last}});
+                 [&, &last = end, &fails = failed] {
+                   EXPECT_EQ(fetch_row(cursor, {{0, OCI_ONE_PIECE, "ab", last}}), fails);
                  });
-    EXPECT_EQ(result, failed) << end.error;
     EXPECT_EQ(get_int(cursor, "cdaerrorcode"), code);
     EXPECT_EQ(column_of(longs[0])->indpvect[0], indicator);
     const bool empty = end.status == OCI_NO_DATA;
@@ -378,11 +376,9 @@ TEST_F(Values, LongPiecesAreHandedOverOnce) {
     }
     EXPECT_EQ(CURSOR(getLongDataLength)(env, cursor, column), 9);
     jbyteArray array = bytes("......");
-    jint length = 0;
-    expect_in_order(traced([&, &get = getter] { length = get(env, cursor, column, 77, array); }),
-                    {"*** OciCursor " + name + " *** ", "    offset = 77\n",
-                     "    " + name + " data (4 bytes)\n    bytes:\n    34 34 34 34 \n"});
-    EXPECT_EQ(length, 4);
+    expect_trace({"*** OciCursor " + name + " *** ", "    offset = 77\n",
+                  "    " + name + " data (4 bytes)\n    bytes:\n    34 34 34 34 \n"},
+                 [&, &get = getter] { EXPECT_EQ(get(env, cursor, column, 77, array), 4); });
     EXPECT_EQ(contents(array), "4444..");
     EXPECT_EQ(CURSOR(getLongDataLength)(env, cursor, column), 5);
     array = bytes("...");
