@@ -248,18 +248,18 @@ TEST_F(Lob, WhatDoesNotFitIsRefusedBeforeTheCall) {
 TEST_F(Lob, TransfersAreTraced) {
   const jobject lob = new_lob();
   state().lob_amount = 3;
-  expect_in_order(
-      traced([&] {
+  expect_trace(
+      {"^^^^^^^ getLobLength: about to call OCILobGetLength\n", "*** OCILobWrite             ***\n",
+       "Write data (3 bytes)", "RETURN LEN 3\n", "Fetch data (3 bytes)", "RETURN LEN 3\n",
+       "Write data as chars (3 bytes)", "Write data as bytes (6 bytes)",
+       "Fetch data as chars (3 bytes)", "Fetch data as bytes (6 bytes)"},
+      [&] {
         LOB(getLobLength)(env, lob, connection);
         LOB(writeLobBuf)(env, lob, connection, ten, 1, 3, 3, 0, 0, 1);
         LOB(getLobBuf)(env, lob, connection, ten, 1, 3, 3, 0, 1);
         LOB(writeLobUCS2CharBuf)(env, lob, connection, ten_chars, 1, 3, 0, 0, 1);
         LOB(getLobUCS2CharBuf)(env, lob, connection, ten_chars, 1, 3, 0, 1);
-      }),
-      {"^^^^^^^ getLobLength: about to call OCILobGetLength\n", "*** OCILobWrite             ***\n",
-       "Write data (3 bytes)", "RETURN LEN 3\n", "Fetch data (3 bytes)", "RETURN LEN 3\n",
-       "Write data as chars (3 bytes)", "Write data as bytes (6 bytes)",
-       "Fetch data as chars (3 bytes)", "Fetch data as bytes (6 bytes)"});
+      });
 }
 
 TEST_F(Lob, TheDescribeOfParametersEndsTheProcess) {
