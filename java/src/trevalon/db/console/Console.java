@@ -22,9 +22,9 @@ import trevalon.db.oci.OciConnection;
 /**
  * The command line: a SQL prompt, a script, or the sample database.
  *
- * <p>Exit codes are 0 for success, 1 for a failed statement, file or check, and 2 for a command
- * line that cannot be understood: scripts tell the last two apart. Results go to standard output,
- * everything about errors and progress to standard error.
+ * <p>Exit codes are 0 for success, 1 for a failed statement, commit, file or check, and 2 for a
+ * command line that cannot be understood: scripts tell the last two apart. Results go to standard
+ * output, everything about errors and progress to standard error.
  */
 public final class Console {
     private static final int OK = 0;
@@ -126,10 +126,11 @@ public final class Console {
     private int prompt(String login) throws SQLException, IOException, UsageException {
         try (OciConnection connection = connect(login)) {
             out.println("Connected: " + connection.clientVersion() + "\nHELP tells more.\n");
-            new Script(connection, out, errors, new BreakKey(), progress())
-                    .interact(new StatementReader(standardInput(), this::showPrompt));
+            Script script = new Script(connection, out, errors, new BreakKey(), progress());
+            return script.interact(new StatementReader(standardInput(), this::showPrompt))
+                    ? OK
+                    : FAILED;
         }
-        return OK;
     }
 
     private void showPrompt(int lineOfStatement) {

@@ -25,26 +25,42 @@ final class Script {
         session = new SqlSession(connection, out, breakKey, progress);
     }
 
-    /** Runs statements until the end of the input; an error is shown, and the prompt goes on. */
-    void interact(StatementReader input) throws IOException {
+    /**
+     * Runs statements until the end of the input; an error is shown, and the prompt goes on.
+     *
+     * @return whether what they have left was committed
+     */
+    boolean interact(StatementReader input) throws IOException {
         boolean more = true;
         while (more) {
             StatementReader.Statement statement = input.next();
             if (statement == null) {
                 // The end-of-input key leaves the cursor behind the prompt.
                 out.println();
-                return;
+                break;
             }
             more = runShowingErrors(statement);
         }
+        return commit(null);
     }
 
     private boolean runShowingErrors(StatementReader.Statement statement) {
         try {
             return session.run(statement);
         } catch (SQLException e) {
-            report(statement, null, e);
+            report(statement.text, null, e);
             return true;
+        }
+    }
+
+    /** Closing the connection would commit, too, but could not say where that fails. */
+    private boolean commit(String place) {
+        try {
+            connection.commit();
+            return true;
+        } catch (SQLException e) {
+            report("", place, e);
+            return false;
         }
     }
 
@@ -52,12 +68,12 @@ final class Script {
      * Runs a script. Its first error ends it, and takes back what was not committed.
      *
      * @param source the script's name in error messages
-     * @return whether all statements succeeded
+     * @return whether all statements succeeded, and what they have left was committed
      */
     boolean run(StatementReader input, String source) throws IOException, SQLException {
         boolean succeeded = false;
         try {
-            succeeded = runAll(input, source);
+            succeeded = runAll(input, source) && commit("In " + source + ", the commit at its end");
         } finally {
             out.flush();
             // Leaving would commit: half a script must not stay, whatever has ended it.
@@ -78,19 +94,20 @@ final class Script {
             try {
                 more = session.run(statement);
             } catch (SQLException e) {
-                report(statement, source, e);
+                String place = "In " + source + ", statement of line " + statement.line;
+                report(statement.text, place, e);
                 return false;
             }
         }
         return true;
     }
 
-    private void report(StatementReader.Statement statement, String source, SQLException error) {
+    private void report(String sql, String place, SQLException error) {
         // Both streams may end on one terminal: what came before the error shall stand before it.
         out.flush();
-        errors.println(session.errorText(statement.text, error));
-        if (source != null) {
-            errors.println("In " + source + ", statement of line " + statement.line);
+        errors.println(session.errorText(sql, error));
+        if (place != null) {
+            errors.println(place);
         }
         errors.flush();
     }

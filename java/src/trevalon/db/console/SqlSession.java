@@ -178,7 +178,7 @@ final class SqlSession {
         return "BEGIN " + argument + (ended ? "\nEND;" : "\n; END;");
     }
 
-    /** Leaving commits, as closing the connection does, unless the user says otherwise. */
+    /** Does the ROLLBACK only: what is not committed yet is committed by every end of a session. */
     private void leave(String argument) throws SQLException {
         List<SqlToken> words = SqlToken.scan(argument, 2);
         if (words.size() == 1 && words.get(0).is("ROLLBACK")) {

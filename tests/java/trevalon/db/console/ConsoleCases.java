@@ -37,6 +37,7 @@ public final class ConsoleCases {
         tests.add("a file is loaded whole or not at all", () -> load());
         tests.add("LOB values are shown short, and move to and from files", () -> lobFiles());
         tests.add("a script from a pipe, and a login that fails", () -> pipeAndLogin());
+        tests.add("what is lost at the end is told", () -> lostAtTheEnd());
         tests.add("the sample loads once, and its checks notice a change", () -> sample());
     }
 
@@ -206,9 +207,10 @@ public final class ConsoleCases {
         run.ends(0, "72,771 characters stored.", "3 bytes stored.", "72,771 characters written.",
                 "1 xxx", "2 zzz", "zzz...", " (0 bytes)", "800102 (3 bytes)");
         same(content, new String(Files.readAllBytes(folder.resolve("copy")), "UTF-8"), "copy");
-        Run prompt = new Run("0", ("PUT filed.t FROM bytes WHERE n = 2\nPUT filed.b FROM missing\n"
-                + "PUT filed.b FROM bytes\nPUT filed.n FROM bytes\nGET filed.t\n"
-                + "GET filed.t INTO copy WHERE n = 3\nGET nosuch.t INTO copy\n"
+        Run prompt = new Run("0", ":", ("PUT filed.t FROM bytes WHERE n = 2\n"
+                + "PUT filed.b FROM missing\nPUT filed.b FROM bytes\n"
+                + "PUT filed.n FROM bytes\nGET filed.t\nGET filed.t INTO copy WHERE n = 3\n"
+                + "GET nosuch.t INTO copy\n"
                 + "GET lobs.t INTO copy\n").replaceAll("(FROM|INTO) (\\w+)", "$1 " + quoted + "$2'"),
                 new String[] {LOGIN});
         prompt.ends(0, "bytes is not UTF-8 text", "There is no file", "several such rows",
@@ -225,6 +227,22 @@ public final class ConsoleCases {
         new Run("SELECT 6 * 7 answer FROM DUAL", LOGIN).ends(0, "ANSWER", "42", "1 row selected.");
         new Run("", "tester/wrong@TEST").ends(1, "ORA-01017");
         new Run("", "nonsense").ends(2);
+    }
+
+    /** No file may become as long as the log of these rows. */
+    private static void lostAtTheEnd() throws Exception {
+        script("CREATE TABLE lost (v VARCHAR2(4000));\n").ends(0);
+        String insert = "INSERT INTO lost SELECT RPAD('x', 4000) FROM digit a, digit b;\n";
+        String[][] runs = {
+            {"", "ulimit -f 200", insert, "ORA-02091", "In standard input, the commit at its end"},
+            {"", "ulimit -f 200", insert + "EXIT COMMIT\n", "ORA-02091"},
+            {"0", "ulimit -f 200", insert, "ORA-02091"},
+            {"0", "ulimit -f 200", insert + "EXIT\n", "ORA-02091"},
+        };
+        for (String[] run : runs) {
+            new Run(run[0], run[1], run[2], new String[] {LOGIN})
+                    .ends(1, Arrays.copyOfRange(run, 3, run.length));
+        }
     }
 
     private static void sample() throws Exception {
@@ -250,12 +268,14 @@ public final class ConsoleCases {
         final int exitCode;
 
         Run(String input, String... arguments) throws IOException, InterruptedException {
-            this("", input, arguments);
+            this("", ":", input, arguments);
         }
 
-        Run(String terminals, String input, String[] arguments)
+        /** @param before what the shell does before it becomes the console */
+        Run(String terminals, String before, String input, String[] arguments)
                 throws IOException, InterruptedException {
             List<String> command = new ArrayList<>();
+            command.addAll(Arrays.asList("sh", "-c", before + "; exec \"$@\"", "sh"));
             command.add(System.getProperty("java.home") + File.separator + "bin/java");
             command.add("-Xcheck:jni");
             command.add("-Doralayer.sample.login=" + LOGIN);
