@@ -15,10 +15,15 @@ import trevalon.db.oci.OciStatement;
  */
 final class AllOrNothing {
     private static final String SAVEPOINT = "oralayer_begins";
+    private static final int BROKEN = 1013;
 
     /** What is done as a whole. */
     interface Work<T> {
         T run() throws SQLException, IOException;
+    }
+
+    private interface Step {
+        void run() throws SQLException;
     }
 
     private AllOrNothing() {}
@@ -51,17 +56,38 @@ final class AllOrNothing {
         }
     }
 
+    /** What the work has left must not stay, as leaving would commit it. */
     private static void takeBack(
-            OciConnection connection, boolean autoCommit, Throwable reason) {
-        try {
-            if (autoCommit) {
-                connection.rollback();
-            } else {
-                execute(connection, "ROLLBACK TO SAVEPOINT " + SAVEPOINT);
+            OciConnection connection, boolean autoCommit, Throwable reason) throws SQLException {
+        String back = "ROLLBACK TO SAVEPOINT " + SAVEPOINT;
+        if (!autoCommit && succeeds(() -> execute(connection, back), reason)) {
+            return;
+        }
+        boolean gone = succeeds(connection::rollback, reason);
+        if (!autoCommit || !gone) {
+            String outcome =
+                    gone
+                            ? "The whole transaction was rolled back"
+                            : "What was done of it could not be taken back";
+            throw new SQLException(reason.getMessage() + "\n" + outcome, reason);
+        }
+    }
+
+    /**
+     * A break was meant for the work, so what it stops is done again. The work's own error is what
+     * the user has to see: any other one is only added to it.
+     */
+    private static boolean succeeds(Step step, Throwable reason) {
+        while (true) {
+            try {
+                step.run();
+                return true;
+            } catch (SQLException e) {
+                if (e.getErrorCode() != BROKEN) {
+                    reason.addSuppressed(e);
+                    return false;
+                }
             }
-        } catch (SQLException e) {
-            // The work's own error is what the user has to see.
-            reason.addSuppressed(e);
         }
     }
 

@@ -46,6 +46,8 @@ final class CsvLoader {
     /** Makes a load that runs fail before its next row; may come from another thread. */
     void stop() {
         stopped = true;
+        // A call that waits for a lock would not come to its next row for long.
+        connection.breakCall();
     }
 
     /**

@@ -18,8 +18,13 @@ import java.util.ArrayList;
 import java.util.Arrays;
 import java.util.List;
 import java.util.Scanner;
+import java.util.concurrent.Executors;
+import java.util.concurrent.ScheduledExecutorService;
+import java.util.concurrent.TimeUnit;
+import java.util.concurrent.atomic.AtomicBoolean;
 
 import trevalon.db.oci.OciConnection;
+import trevalon.db.oci.OciStatement;
 import trevalon.db.oci.TestRun;
 
 /** The console: cutting of input, shape of output, and whole runs in a process of their own. */
@@ -35,6 +40,7 @@ public final class ConsoleCases {
         tests.add("a script that cannot go on leaves nothing", () -> refusedScripts());
         tests.add("variables go into statements and come out of blocks", () -> variables());
         tests.add("a file is loaded whole or not at all", () -> load());
+        tests.add("a break stops the work, and not what takes it back", () -> breaks());
         tests.add("LOB values are shown short, and move to and from files", () -> lobFiles());
         tests.add("a script from a pipe, and a login that fails", () -> pipeAndLogin());
         tests.add("what is lost at the end is told", () -> lostAtTheEnd());
@@ -186,6 +192,45 @@ public final class ConsoleCases {
         } finally {
             Files.delete(csv);
         }
+    }
+
+    private static void breaks() throws Exception {
+        Path csv = Files.createTempFile("load", ".csv");
+        Files.write(csv, "n\n1\n".getBytes(StandardCharsets.UTF_8));
+        ScheduledExecutorService key = Executors.newSingleThreadScheduledExecutor();
+        try (OciConnection holder = OciConnection.open("tester", "secret", "TEST");
+                OciConnection broken = OciConnection.open("tester", "secret", "TEST");
+                OciStatement insert = holder.createStatement();
+                OciStatement half = broken.createStatement()) {
+            insert.execute("INSERT INTO digits VALUES (1)");
+            CsvLoader waiting = new CsvLoader(broken, new Progress(null));
+            // Repeated, since it may find the load between two calls.
+            key.scheduleWithFixedDelay(waiting::stop, 200, 50, TimeUnit.MILLISECONDS);
+            SQLException error =
+                    throwing(SQLException.class, () -> waiting.load("digits", csv));
+            yes(error.getErrorCode() != 54, "the load has waited to the end: " + error);
+            holder.rollback();
+            key.shutdown();
+            yes(key.awaitTermination(9, TimeUnit.SECONDS), "the key came to rest");
+            AtomicBoolean pressed = new AtomicBoolean();
+            throwing(IOException.class, () -> AllOrNothing.run(broken, () -> {
+                half.execute("DELETE FROM digits");
+                new Thread(() -> {
+                    for (int i = 0; i < 100_000; i++) {
+                        broken.breakCall();
+                        pressed.set(true);
+                    }
+                }).start();
+                while (!pressed.get()) {
+                    Thread.yield();
+                }
+                throw new IOException("The other half is missing");
+            }));
+        } finally {
+            key.shutdownNow();
+            Files.delete(csv);
+        }
+        new Run("SELECT COUNT(*) || ' left' FROM digits;\n", LOGIN).ends(0, "2 left");
     }
 
     private static void lobFiles() throws Exception {
