@@ -22,9 +22,9 @@ import trevalon.db.oci.OciConnection;
 /**
  * The command line: a SQL prompt, a script, or the sample database.
  *
- * <p>Exit codes are 0 for success, 1 for a failed statement, commit, file or check, and 2 for a
- * command line that cannot be understood: scripts tell the last two apart. Results go to standard
- * output, everything about errors and progress to standard error.
+ * <p>Exit codes are 0 for success, 1 for a failed statement, commit, file, check or output, and 2
+ * for a command line that cannot be understood: scripts tell the last two apart. Results go to
+ * standard output, everything about errors and progress to standard error.
  */
 public final class Console {
     private static final int OK = 0;
@@ -64,7 +64,11 @@ public final class Console {
     public static void main(String[] arguments) throws UnsupportedEncodingException {
         Console console = new Console();
         int exitCode = console.run(arguments);
-        console.out.flush();
+        // A print stream tells of its failures only when it is asked.
+        if (console.out.checkError()) {
+            console.errors.println("ERROR:\nThe output could not be written");
+            exitCode = exitCode == OK ? FAILED : exitCode;
+        }
         System.exit(exitCode);
     }
 

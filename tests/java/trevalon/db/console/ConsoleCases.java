@@ -274,7 +274,7 @@ public final class ConsoleCases {
         new Run("", "nonsense").ends(2);
     }
 
-    /** No file may become as long as the log of these rows. */
+    /** The output, and the rows where no file may become as long as their log. */
     private static void lostAtTheEnd() throws Exception {
         script("CREATE TABLE lost (v VARCHAR2(4000));\n").ends(0);
         String insert = "INSERT INTO lost SELECT RPAD('x', 4000) FROM digit a, digit b;\n";
@@ -283,6 +283,7 @@ public final class ConsoleCases {
             {"", "ulimit -f 200", insert + "EXIT COMMIT\n", "ORA-02091"},
             {"0", "ulimit -f 200", insert, "ORA-02091"},
             {"0", "ulimit -f 200", insert + "EXIT\n", "ORA-02091"},
+            {"", "exec >/dev/full", "SELECT 1 FROM DUAL;\n", "The output could not be written"},
         };
         for (String[] run : runs) {
             new Run(run[0], run[1], run[2], new String[] {LOGIN})
