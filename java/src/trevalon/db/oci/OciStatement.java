@@ -85,11 +85,11 @@ public final class OciStatement implements AutoCloseable {
     private final ShortDecimal number = new ShortDecimal();
 
     /** Index into the current array; -1 before the first {@link #next}. */
-    private int row;
+    private int row = -1;
     private int rowsInArray;
     /** The native row count at the end of the array before: the count is of the whole execution. */
     private int rowsBefore;
-    private boolean lastArray;
+    private boolean lastArray = true;
 
     OciStatement(OciConnection connection, int pieceLength) throws OciException {
         if (pieceLength < 1) {

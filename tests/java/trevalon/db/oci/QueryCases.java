@@ -190,7 +190,10 @@ public final class QueryCases {
         }
     }
 
-    private static void outsideTheRow(OciConnection unused, OciStatement query) throws Exception {
+    private static void outsideTheRow(OciConnection connection, OciStatement query)
+            throws Exception {
+        oracleError(942, () -> connection.createStatement().prepare("SELECT 1 FROM nowhere"));
+        yes(!query.next(), "a row of no query");
         query.execute("SELECT 1 / (150 - n) FROM big");
         throwing(IllegalStateException.class, () -> query.getString(1));
         query.next();
