@@ -561,10 +561,14 @@ public final class OciStatement implements AutoCloseable {
         return number.parse(column.buffer(), length);
     }
 
-    /** The exact number; null for NULL. */
+    /** The exact number, null for NULL; ORA-00932 for bytes, as for the three getters below. */
     public BigDecimal getBigDecimal(int position) throws SQLException {
         if (takeNumber(position)) {
             return number.decimalValue();
+        }
+        // Their text would often be digits only, and is no number of theirs.
+        if (OciType.isBinary(column(position).type)) {
+            throw new OciException(932, "ORA-00932: inconsistent datatypes");
         }
         String text = getString(position);
         try {

@@ -37,6 +37,11 @@ public final class OciType {
         return type == CLOB || type == BLOB;
     }
 
+    /** True for the types whose values are bytes, and are shown in hexadecimal. */
+    static boolean isBinary(int type) {
+        return type == RAW || type == LONG_RAW || type == BLOB;
+    }
+
     /** The type with its sizes as a CREATE TABLE would say it; an unknown code in words. */
     static String describe(int type, int length, int precision, int scale) {
         switch (type) {

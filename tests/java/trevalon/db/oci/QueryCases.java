@@ -168,6 +168,14 @@ public final class QueryCases {
                 oracleError(1455, () -> query.getInt(1));
             }
         }
+        execute(connection, "CREATE TABLE bytes (r RAW(2), l LONG RAW, b BLOB)",
+                "INSERT INTO bytes VALUES (HEXTORAW('41'), HEXTORAW('42'), HEXTORAW('43'))");
+        query.execute("SELECT * FROM bytes");
+        query.next();
+        for (int column = 1; column <= 3; column++) {
+            int bytes = column;
+            oracleError(932, () -> query.getLong(bytes));
+        }
     }
 
     /** Lengths around those of the buffers, longer and shorter by turns; 0 stands for NULL. */
