@@ -660,7 +660,9 @@ public final class OciStatement implements AutoCloseable {
 
     /** Bytes of the LONG value of this row that have not been read yet. */
     public int longLength(int position) {
-        return cursor.getLongDataLength(column(position).peer);
+        SelectColumn column = column(position);
+        int here = column.value == null ? 0 : column.value.available();
+        return cursor.getLongDataLength(column.peer) + here;
     }
 
     /**

@@ -52,6 +52,12 @@ abstract class PieceInput extends InputStream {
         return count;
     }
 
+    /** What is left of the piece that is here already. */
+    @Override
+    public final int available() {
+        return end - at;
+    }
+
     private boolean fill() throws IOException {
         requireOpen();
         if (at == end) {

@@ -252,7 +252,8 @@ public final class QueryCases {
             if (LENGTHS[id] > PIECE) {
                 InputStream stream = query.longStream(2);
                 same((int) longText(id, 1).charAt(0), stream.read(), "first byte");
-                same(LENGTHS[id] - PIECE, query.longLength(2), "bytes left in pieces");
+                same(LENGTHS[id] - 1, query.longLength(2), "bytes left");
+                same(PIECE - 1, stream.available(), "bytes that are here");
             }
         }
         InputStream old = query.longStream(2);
