@@ -8,7 +8,7 @@ import java.sql.SQLException;
  * The bytes of one LONG or LONG RAW value: hands over the pieces that a fetch has queued.
  *
  * <p>All pieces of the row are in native memory by the time that the row stands; reading frees them
- * one by one. That is why a value can be read once, and why the length counts down.
+ * one by one. That is why a stream reads a value once, and why the length counts down.
  */
 final class LongStream extends PieceInput {
     private final OciCursor cursor;
@@ -49,8 +49,8 @@ final class LongStream extends PieceInput {
         }
     }
 
-    /** What is left of the value. */
-    byte[] readFully() throws SQLException {
+    /** What is left of the value, which is kept, and stays to be read. */
+    byte[] rest() throws SQLException {
         ByteArrayOutputStream out = new ByteArrayOutputStream();
         byte[] buffer = new byte[pieceLength];
         try {
@@ -60,6 +60,8 @@ final class LongStream extends PieceInput {
         } catch (IOException e) {
             throw new SQLException("Reading a LONG value", e);
         }
-        return out.toByteArray();
+        byte[] rest = out.toByteArray();
+        unread(rest);
+        return rest;
     }
 }

@@ -25,7 +25,7 @@ import java.util.function.Function;
  * the statement and its cursor variables refuse whatever the stream asks of them (ORA-03127).
  *
  * <p>Values are read by the column's position, from 1, on the row that {@link #next} moved to.
- * LONG values arrive in pieces, and can be read once per row.
+ * LONG values arrive in pieces, and a stream reads them once per row.
  *
  * <p>One statement handle of the interface serves for one text: {@link #prepare} closes it and
  * opens another. The order of the native calls is fixed, and this class keeps it: open, parse,
@@ -516,7 +516,9 @@ public final class OciStatement implements AutoCloseable {
 
     /**
      * The value as text: dates as year-month-day and time, raw bytes in hexadecimal. A LONG or LOB
-     * is read whole; use {@link #longStream} or {@link #getLob} for one that may be large.
+     * is read whole; use {@link #longStream} or {@link #getLob} for one that may be large. A LONG
+     * is kept until the next row, so that it can be asked for again; what a stream has read of it
+     * before is gone.
      *
      * @return null for NULL
      */
@@ -622,7 +624,10 @@ public final class OciStatement implements AutoCloseable {
         return length == 0 ? null : OciDates.decode(column.buffer());
     }
 
-    /** The value's bytes as the server sent them; null for NULL. */
+    /**
+     * The value's bytes as the server sent them, null for NULL; a LONG is kept as by
+     * {@link #getString}.
+     */
     public byte[] getBytes(int position) throws SQLException {
         SelectColumn column = column(position);
         if (column.type == OciType.RAW) {
@@ -635,7 +640,8 @@ public final class OciStatement implements AutoCloseable {
             return null;
         }
         if (OciType.isLong(column.type)) {
-            return longValue(position).readFully();
+            // A copy, as the caller may change it.
+            return longValue(position).rest().clone();
         }
         if (OciType.isLob(column.type)) {
             try (OciLob lob = getLob(position)) {
@@ -667,8 +673,8 @@ public final class OciStatement implements AutoCloseable {
 
     /**
      * The bytes of a LONG or LONG RAW value of this row, read piece by piece; empty for NULL. A
-     * second call gives the same stream. It ends early, with an exception, once the statement has
-     * moved to another row.
+     * second call gives the same stream, as far as it was read. It ends early, with an exception,
+     * once the statement has moved to another row.
      */
     public InputStream longStream(int position) throws OciException {
         return longValue(position);

@@ -10,7 +10,7 @@ import java.io.InputStream;
  * unread, so that a failure never shows the piece before it again.
  */
 abstract class PieceInput extends InputStream {
-    private final byte[] piece;
+    private byte[] piece;
     /** The unread part of the piece: from `at` up to `end`. */
     private int at;
     private int end;
@@ -56,6 +56,13 @@ abstract class PieceInput extends InputStream {
     @Override
     public final int available() {
         return end - at;
+    }
+
+    /** Gives back what was read to the stream's end: it comes again. */
+    final void unread(byte[] bytes) {
+        piece = bytes;
+        at = 0;
+        end = bytes.length;
     }
 
     private boolean fill() throws IOException {

@@ -269,6 +269,8 @@ public final class QueryCases {
         if (length > 0) {
             same(length, query.longLength(column), "length of " + what);
             same(longText(id, length), query.getString(column), what);
+            query.getBytes(column)[0] = 0;
+            same(longText(id, length), query.getString(column), what + " once more");
         }
     }
 }
