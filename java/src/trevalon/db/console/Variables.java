@@ -2,6 +2,7 @@ package trevalon.db.console;
 
 import java.io.PrintStream;
 import java.math.BigDecimal;
+import java.nio.charset.StandardCharsets;
 import java.sql.SQLException;
 import java.time.LocalDateTime;
 import java.util.ArrayList;
@@ -194,13 +195,21 @@ final class Variables {
             if (variable.type == OciType.DATE) {
                 variable.moment = statement.getOutDateTime(i + 1);
             } else if (!variable.isCursor()) {
-                variable.text = checkedText(variable, statement.getOutString(i + 1));
+                variable.text = valueOf(variable, statement.getOutString(i + 1));
             }
         }
     }
 
-    /** A NUMBER comes out as text, and a block may have put any text there. */
-    private static String checkedText(Variable variable, String text) throws SQLException {
+    /**
+     * What the variable holds of a text that came out. A NUMBER comes out as text, and a block may
+     * have put any text there; a CHAR has its whole size in bytes, as the values of a column have
+     * that it is compared with.
+     */
+    private static String valueOf(Variable variable, String text) throws SQLException {
+        if (variable.type == OciType.CHAR && text != null) {
+            int bytes = text.getBytes(StandardCharsets.UTF_8).length;
+            return text + DisplayText.repeat(' ', variable.size - bytes);
+        }
         if (variable.type == OciType.NUMBER && text != null) {
             try {
                 new BigDecimal(text);

@@ -150,6 +150,9 @@ public final class ConsoleCases {
         run.ends(0, "Block completed.", " N\n--\n41\n", "T\n---\na:x\n", "1999-12-31",
                 " 7 7a:x\n41 41a:x\n", "2 rows selected.", "C has no open query.",
                 "1 row updated.", "42 :t   a:x");
+        script("CREATE TABLE padded (a CHAR(5));\nINSERT INTO padded VALUES ('é');\n"
+                + "VARIABLE c CHAR(5)\nEXEC :c := 'é'\n"
+                + "SELECT COUNT(*) || ' found' FROM padded WHERE a = :c;\n").ends(0, "1 found");
         script("VARIABLE y NUMBER\nSELECT ':x', :y, :z FROM DUAL;\n")
                 .ends(1, "The variable \"Z\" is not declared", "statement of line 2");
     }
