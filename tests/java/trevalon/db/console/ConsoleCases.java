@@ -61,6 +61,8 @@ public final class ConsoleCases {
             {"select 1\ndesc\n;", "select 1\ndesc"},
             {"exec :x := 'a;b';\nset autocommit on;\nset role none;",
                 "exec :x := 'a;b'", "set autocommit on", "set role none"},
+            {"commit\nrollback work -- c\ncommit ; a\n;rollback to\na;",
+                "commit", "rollback work -- c", "commit", "a", "rollback to\na"},
             {"/* c */ load t from f\n/* */ exit;\n\"exit\";", "load t from f", "exit", "\"exit\""},
         };
         for (String[] input : inputs) {
@@ -71,6 +73,10 @@ public final class ConsoleCases {
             }
             same(Arrays.asList(input).subList(1, input.length), found, input[0]);
         }
+        List<Integer> prompts = new ArrayList<>();
+        BufferedReader lines = new BufferedReader(new StringReader("/\n\na\nb;"));
+        new StatementReader(lines, prompts::add).next();
+        same(Arrays.asList(1, 1, 1, 2), prompts, "lines of the statement that are asked for");
     }
 
     private static void cells() {
