@@ -4,7 +4,8 @@ import java.lang.reflect.InvocationTargetException;
 import java.lang.reflect.Proxy;
 
 /**
- * Ctrl-C: breaks the statement that runs, and ends the program when none does.
+ * Ctrl-C: breaks the statement that runs; when none does, it ends the program, or does what a
+ * prompt does instead, where it would lose what is not committed.
  *
  * <p>The action runs under this object's lock: {@link #setRunning} waits for it, so that no break
  * comes late and hits the next statement.
@@ -12,10 +13,18 @@ import java.lang.reflect.Proxy;
 final class BreakKey {
     private static final int EXIT_INTERRUPTED = 130;
 
+    private final Runnable whenIdle;
+
     /** What runs now, null for nothing; guarded by this object's lock. */
     private Runnable running;
 
+    /** A key that ends the program when nothing runs. */
     BreakKey() {
+        this(() -> Runtime.getRuntime().exit(EXIT_INTERRUPTED));
+    }
+
+    BreakKey(Runnable whenIdle) {
+        this.whenIdle = whenIdle;
         install();
     }
 
@@ -24,11 +33,8 @@ final class BreakKey {
         running = breakAction;
     }
 
-    private synchronized void pressed() {
-        if (running == null) {
-            Runtime.getRuntime().exit(EXIT_INTERRUPTED);
-        }
-        running.run();
+    synchronized void pressed() {
+        (running == null ? whenIdle : running).run();
     }
 
     /**

@@ -49,6 +49,8 @@ public final class Console {
 
     private final PrintStream out;
     private final PrintStream errors;
+    /** The last one shown; read when a key is pressed. */
+    private volatile String prompt = "";
 
     private Console() throws UnsupportedEncodingException {
         // The JVM's own streams follow the locale, and lose characters in the C locale.
@@ -130,7 +132,8 @@ public final class Console {
     private int prompt(String login) throws SQLException, IOException, UsageException {
         try (OciConnection connection = connect(login)) {
             out.println("Connected: " + connection.clientVersion() + "\nHELP tells more.\n");
-            Script script = new Script(connection, out, errors, new BreakKey(), progress());
+            BreakKey key = new BreakKey(this::sayWhatLeaves);
+            Script script = new Script(connection, out, errors, key, progress());
             return script.interact(new StatementReader(standardInput(), this::showPrompt))
                     ? OK
                     : FAILED;
@@ -138,7 +141,14 @@ public final class Console {
     }
 
     private void showPrompt(int lineOfStatement) {
-        out.print(lineOfStatement == 1 ? "SQL> " : String.format("%3d  ", lineOfStatement));
+        prompt = lineOfStatement == 1 ? "SQL> " : String.format("%3d  ", lineOfStatement);
+        out.print(prompt);
+        out.flush();
+    }
+
+    /** On the key's thread: the line that was being typed is gone, those before it are not. */
+    private void sayWhatLeaves() {
+        out.print("\nEXIT leaves.\n" + prompt);
         out.flush();
     }
 

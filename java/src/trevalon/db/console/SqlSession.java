@@ -46,7 +46,7 @@ final class SqlSession {
                     + "                         script rolls back\n"
                     + "  SET AUTOCOMMIT ON|OFF  lets each statement commit by itself\n"
                     + "  EXIT [ROLLBACK], QUIT  leaves\n"
-                    + "Ctrl-C stops the statement that runs.";
+                    + "Ctrl-C stops the statement that runs, and with it a script.";
 
     /**
      * A name as SQL has it, with an owner perhaps; it goes into statements as it was typed, so it
@@ -101,7 +101,7 @@ final class SqlSession {
         void run() throws SQLException;
     }
 
-    /** Runs work that Ctrl-C stops; afterwards the key ends the program again. */
+    /** Runs work that Ctrl-C stops; afterwards the key has nothing to stop. */
     private void runStoppable(Runnable stop, Work work) throws SQLException {
         breakKey.setRunning(stop);
         try {

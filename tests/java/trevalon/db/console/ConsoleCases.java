@@ -204,6 +204,15 @@ public final class ConsoleCases {
     }
 
     private static void breaks() throws Exception {
+        List<String> done = new ArrayList<>();
+        BreakKey prompt = new BreakKey(() -> done.add("idle"));
+        prompt.setRunning(() -> done.add("broken"));
+        prompt.pressed();
+        prompt.setRunning(null);
+        prompt.pressed();
+        same(Arrays.asList("broken", "idle"), done, "what a key does at a prompt");
+        // Ctrl-C ends the tests again.
+        new BreakKey();
         Path csv = Files.createTempFile("load", ".csv");
         Files.write(csv, "n\n1\n".getBytes(StandardCharsets.UTF_8));
         ScheduledExecutorService key = Executors.newSingleThreadScheduledExecutor();
