@@ -33,8 +33,8 @@ constexpr const char* kUsage =
     "       oci8db list         NAME\n"
     "NAME is a net service name (the file NAME.db in the folder $OCI8_DATA, by default\n"
     "$XDG_DATA_HOME/oralayer or ~/.oralayer) or a path with a slash. A password that is not given\n"
-    "is read from standard input; USER/ has none, and only the operating system's user of that\n"
-    "name can log in as OPS$USER.\n";
+    "is read from standard input; 'OPS$USER/' has none, and is the account of the operating\n"
+    "system's user of that name, who logs in as /.\n";
 
 // Exit codes: scripts tell a wrong call from a failed one.
 constexpr int kFailed = 1;
