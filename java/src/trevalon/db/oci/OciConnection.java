@@ -5,12 +5,15 @@ import java.util.Iterator;
 import java.util.LinkedHashSet;
 import java.util.List;
 import java.util.Set;
+import java.util.concurrent.atomic.AtomicReference;
 
 /**
  * A session with a database.
  *
  * <p>A connection and its statements are used by one thread at a time; {@link #breakCall} may come
- * from any thread. Different connections are independent of each other.
+ * from any thread. A call that meets one of another thread is refused with ORA-03127: preparing,
+ * executing, fetching, transactions, LOBs and the ends of things are. The getters of a row are too
+ * many to ask each time. Different connections are independent of each other.
  *
  * <p>The session's native record is one slot of a pool with a fixed size; without a free one a
  * login is ORA-00018. Everything that was made from a connection ends with it, in the order that
@@ -31,6 +34,10 @@ public final class OciConnection implements AutoCloseable {
 
     /** Guards the end of the session against a break that comes from another thread. */
     private final Object lifeLock = new Object();
+
+    /** The thread whose call is under way, and how many calls of streams are within that call. */
+    private final AtomicReference<Thread> user = new AtomicReference<>();
+    private int nested;
 
     private boolean open;
     private boolean autoCommit;
@@ -115,10 +122,42 @@ public final class OciConnection implements AutoCloseable {
 
     /** A new statement that fetches LONG values in pieces of so many bytes. */
     public OciStatement createStatement(int pieceLength) throws OciException {
-        requireOpen();
-        OciStatement statement = new OciStatement(this, pieceLength);
-        statements.add(statement);
-        return statement;
+        enter();
+        try {
+            requireOpen();
+            OciStatement statement = new OciStatement(this, pieceLength);
+            statements.add(statement);
+            return statement;
+        } finally {
+            leave();
+        }
+    }
+
+    /**
+     * Begins a call of this thread, which ends with {@link #leave}. Calls nest, because a stream may
+     * use the connection whose execution reads it. ORA-03127 while another thread's call runs.
+     */
+    void enter() throws OciException {
+        Thread thread = Thread.currentThread();
+        if (user.get() == thread) {
+            nested++;
+        } else if (!user.compareAndSet(null, thread)) {
+            throw activeOperation();
+        }
+    }
+
+    void leave() {
+        if (nested > 0) {
+            nested--;
+        } else {
+            user.set(null);
+        }
+    }
+
+    /** What a call is refused with that would change or end what a running one needs. */
+    static OciException activeOperation() {
+        return new OciException(
+                3127, "ORA-03127: no new operations allowed until the active operation ends");
     }
 
     void forget(OciStatement statement) {
@@ -142,21 +181,36 @@ public final class OciConnection implements AutoCloseable {
      * Makes the changes of the transaction permanent; ORA-02091 where that fails, which rolls back.
      */
     public void commit() throws OciException {
-        requireOpen();
-        check(native_commit());
+        enter();
+        try {
+            requireOpen();
+            check(native_commit());
+        } finally {
+            leave();
+        }
     }
 
     /** Takes back the changes since the last commit. */
     public void rollback() throws OciException {
-        requireOpen();
-        check(native_rollback());
+        enter();
+        try {
+            requireOpen();
+            check(native_rollback());
+        } finally {
+            leave();
+        }
     }
 
     /** Lets each successful statement commit by itself, or not. Off in a new session. */
     public void setAutoCommit(boolean on) throws OciException {
-        requireOpen();
-        check(on ? native_autoCommitOn() : native_autoCommitOff());
-        autoCommit = on;
+        enter();
+        try {
+            requireOpen();
+            check(on ? native_autoCommitOn() : native_autoCommitOff());
+            autoCommit = on;
+        } finally {
+            leave();
+        }
     }
 
     /** Whether each successful statement commits by itself. */
@@ -199,13 +253,21 @@ public final class OciConnection implements AutoCloseable {
     /**
      * Ends the session with all its statements and LOBs, and then throws the first failure of any;
      * a second call does nothing. ORA-03127, and nothing has ended, where a stream calls this in the
-     * middle of an execution.
+     * middle of an execution, or another thread beside one.
      */
     @Override
     public void close() throws OciException {
-        if (!open) {
-            return;
+        enter();
+        try {
+            if (open) {
+                closeAll();
+            }
+        } finally {
+            leave();
         }
+    }
+
+    private void closeAll() throws OciException {
         for (OciStatement statement : statements) {
             statement.requireIdle();
         }

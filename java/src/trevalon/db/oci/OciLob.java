@@ -58,15 +58,23 @@ public final class OciLob implements AutoCloseable {
     /** The value that a fetch left in a column, independent of the column from then on. */
     static OciLob ofColumn(OciConnection connection, OciColumn column, int type)
             throws OciException {
-        OciLob lob = new OciLob(connection, type);
+        connection.enter();
         try {
-            if (lob.assignLobFromColumn(connection, column)) {
-                throw lob.failure();
+            return new OciLob(connection, type).assigned(column);
+        } finally {
+            connection.leave();
+        }
+    }
+
+    private OciLob assigned(OciColumn column) throws OciException {
+        try {
+            if (assignLobFromColumn(connection, column)) {
+                throw failure();
             }
-            lob.filled = true;
-            return lob;
+            filled = true;
+            return this;
         } catch (OciException | RuntimeException | Error e) {
-            lob.close();
+            close();
             throw e;
         }
     }
@@ -93,8 +101,13 @@ public final class OciLob implements AutoCloseable {
 
     /** The value's length in bytes or characters. */
     public long length() throws OciException {
-        requireLocator();
-        return checked(getLobLength(connection));
+        connection.enter();
+        try {
+            requireLocator();
+            return checked(getLobLength(connection));
+        } finally {
+            connection.leave();
+        }
     }
 
     /** The number of the character set that a CLOB is stored in; 0 for a BLOB. */
@@ -200,11 +213,15 @@ public final class OciLob implements AutoCloseable {
         if (wanted == 0) {
             return "";
         }
+        connection.enter();
         try {
+            requireLocator();
             return getLobUCS2Buf(
                     connection, position + 1, wanted, DATABASE_CHARSET, DATABASE_FORM);
         } catch (SQLException e) {
-            throw failure();
+            throw e instanceof OciException ? (OciException) e : failure();
+        } finally {
+            connection.leave();
         }
     }
 
@@ -264,17 +281,23 @@ public final class OciLob implements AutoCloseable {
     }
 
     /** Moves up to `possible` of `asked` units piece by piece; -1 where none were left. */
-    private static int move(long position, int possible, int asked, Piece piece)
-            throws OciException {
+    private int move(long position, int possible, int asked, Piece piece) throws OciException {
         int done = 0;
-        boolean more = true;
-        while (more && done < possible) {
-            int count = Math.min(PIECE_LENGTH, possible - done);
-            int moved = piece.move(position + done + 1, done, count);
-            done += moved;
-            // Fewer units than asked for are the end of the value: no further call is needed to
-            // find that out.
-            more = moved == count;
+        connection.enter();
+        try {
+            // Another thread may have closed this object until now.
+            requireLocator();
+            boolean more = true;
+            while (more && done < possible) {
+                int count = Math.min(PIECE_LENGTH, possible - done);
+                int moved = piece.move(position + done + 1, done, count);
+                done += moved;
+                // Fewer units than asked for are the end of the value: no further call is needed to
+                // find that out.
+                more = moved == count;
+            }
+        } finally {
+            connection.leave();
         }
         return done == 0 && asked > 0 ? -1 : done;
     }
@@ -356,10 +379,15 @@ public final class OciLob implements AutoCloseable {
 
     /** Frees the locator, and leaves the value as it is; a second call does nothing. */
     @Override
-    public void close() {
-        filled = false;
-        native_finalize();
-        connection.forget(this);
+    public void close() throws OciException {
+        connection.enter();
+        try {
+            filled = false;
+            native_finalize();
+            connection.forget(this);
+        } finally {
+            connection.leave();
+        }
     }
 
     native void initialize();

@@ -51,7 +51,6 @@ public final class OciStatement implements AutoCloseable {
     private static final int NO_MORE_ROWS = 1403;
     private static final int NO_SUCH_POSITION = 24334;
     private static final int INVALID_CURSOR = 1001;
-    private static final int ACTIVE_OPERATION = 3127;
     private static final int NULL_INDICATOR = -1;
     private static final DateTimeFormatter DATE_TEXT = OciDates.formatter(" HH:mm:ss");
 
@@ -122,12 +121,22 @@ public final class OciStatement implements AutoCloseable {
      * for a zero character, where the text would end for the server.
      */
     public void prepare(String sql) throws OciException {
-        requireOpen();
-        int zero = sql.indexOf('\0');
-        if (zero >= 0) {
-            throw new OciException(
-                    911, "ORA-00911: invalid character: zero at index " + zero + " of the text");
+        connection.enter();
+        try {
+            requireOpen();
+            int zero = sql.indexOf('\0');
+            if (zero >= 0) {
+                throw new OciException(
+                        911,
+                        "ORA-00911: invalid character: zero at index " + zero + " of the text");
+            }
+            parse(sql);
+        } finally {
+            connection.leave();
         }
+    }
+
+    private void parse(String sql) throws OciException {
         // A cursor describes only the first query after its open, and its LONG chain only grows:
         // each statement starts on a handle of its own.
         reset();
@@ -182,7 +191,16 @@ public final class OciStatement implements AutoCloseable {
 
     /** Executes the prepared statement; true for a query. */
     public boolean execute() throws SQLException {
-        requirePrepared();
+        connection.enter();
+        try {
+            requirePrepared();
+            return run();
+        } finally {
+            connection.leave();
+        }
+    }
+
+    private boolean run() throws SQLException {
         // First of all: where it fails, from here on there is no row to read, nor a stream of one.
         columns.forEach(SelectColumn::dropValue);
         row = -1;
@@ -477,12 +495,21 @@ public final class OciStatement implements AutoCloseable {
             rowsInArray = 0;
             return false;
         }
-        row = 0;
-        if (arrayRows < mostRows) {
-            defineArrays(mostRows);
-        }
-        takeArray(cursor.arrayFetch(arrayRows));
+        fetch();
         return rowsInArray > 0;
+    }
+
+    private void fetch() throws OciException {
+        connection.enter();
+        try {
+            row = 0;
+            if (arrayRows < mostRows) {
+                defineArrays(mostRows);
+            }
+            takeArray(cursor.arrayFetch(arrayRows));
+        } finally {
+            connection.leave();
+        }
     }
 
     /** Rows changed by the last statement, or fetched so far by a query. */
@@ -721,9 +748,7 @@ public final class OciStatement implements AutoCloseable {
      */
     void requireIdle() throws OciException {
         if (executing) {
-            throw new OciException(
-                    ACTIVE_OPERATION,
-                    "ORA-03127: no new operations allowed until the active operation ends");
+            throw OciConnection.activeOperation();
         }
     }
 
@@ -763,11 +788,19 @@ public final class OciStatement implements AutoCloseable {
     /** Frees the statement and its cursor slot; a second call does nothing. */
     @Override
     public void close() throws OciException {
-        if (closed) {
-            return;
+        connection.enter();
+        try {
+            if (!closed) {
+                requireIdle();
+                closed = true;
+                end();
+            }
+        } finally {
+            connection.leave();
         }
-        requireIdle();
-        closed = true;
+    }
+
+    private void end() {
         try {
             reset();
         } finally {

@@ -2,10 +2,13 @@ package trevalon.db.oci;
 
 import static trevalon.db.oci.TestRun.*;
 
+import java.io.IOException;
+import java.io.InputStream;
 import java.util.ArrayDeque;
 import java.util.ArrayList;
 import java.util.Deque;
 import java.util.List;
+import java.util.concurrent.ExecutionException;
 import java.util.concurrent.Executors;
 import java.util.concurrent.FutureTask;
 import java.util.concurrent.ScheduledExecutorService;
@@ -20,6 +23,8 @@ public final class ConnectionCases {
         tests.add("a close comes once, whatever is called after it", () -> closeTwice());
         tests.add("session and cursor slots run out, and come back", () -> slots());
         tests.add("two sessions on two threads do not meet", () -> twoThreads());
+        tests.add("a call that meets one of another thread is refused",
+                ConnectionCases::meetingThreads);
         tests.add("a break from another thread stops the statement alone",
                 ConnectionCases::breakCall);
     }
@@ -116,6 +121,57 @@ public final class ConnectionCases {
             }
         }
         return null;
+    }
+
+    private static void meetingThreads(OciConnection connection, OciStatement unused)
+            throws Exception {
+        execute(connection, "CREATE TABLE met (c CLOB, v LONG)", "INSERT INTO met VALUES ('x', 'y')");
+        OciStatement query = connection.createStatement();
+        query.setFetchSize(1);
+        query.execute("SELECT c FROM met");
+        yes(query.next(), "a row");
+        OciLob lob = query.getLob(1);
+        OciStatement insert = connection.createStatement();
+        insert.prepare("INSERT INTO met VALUES (NULL, :1)");
+        TestRun.Case[] calls = {
+            connection::commit,
+            connection::rollback,
+            connection::close,
+            () -> connection.setAutoCommit(true),
+            () -> connection.createStatement(),
+            () -> query.next(),
+            () -> query.prepare("SELECT 1 FROM DUAL"),
+            query::execute,
+            query::close,
+            lob::length,
+            () -> lob.read(0, new char[1], 0, 1),
+            () -> lob.substring(0, 1),
+            lob::close,
+        };
+        // While the stream is being read the insert is under way.
+        InputStream stream = new InputStream() {
+            private int left = calls.length;
+
+            @Override
+            public int read() throws IOException {
+                if (left == 0) {
+                    return -1;
+                }
+                FutureTask<OciException> other =
+                        new FutureTask<>(() -> oracleError(3127, calls[--left]));
+                new Thread(other).start();
+                try {
+                    other.get();
+                } catch (InterruptedException | ExecutionException e) {
+                    throw new IOException(e);
+                }
+                return 'z';
+            }
+        };
+        insert.setAsciiStream(1, stream);
+        insert.execute();
+        same("x", lob.substring(0, 9), "the LOB afterwards");
+        same("zzzzzzzzzzzzz", value(connection, "SELECT v FROM met WHERE c IS NULL"), "the value");
     }
 
     private static void breakCall(OciConnection connection, OciStatement unused) throws Exception {
