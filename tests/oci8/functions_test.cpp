@@ -59,10 +59,36 @@ TEST_F(Functions, OperatorsCalculateAsTheServerDoes) {
     @ora_add(1, D[2024-02-29 10:00]) -> '2024-03-01 10:00'
     @ora_sub(D[2024-03-01], ora_div(1, 1440)) -> '2024-02-29 23:59'
     ora_sub(D[2024-03-01 06:00], D[2024-02-28]) -> 2.25
+    ora_mul(ora_sub(D[2024-03-01 16:00], D[2024-03-01 08:00]), 24) = 8 -> 1
+    ora_sub(D[2024-03-01 16:00], D[2024-03-01 08:00]) = ora_div(8, 24) -> 1
+    ora_mul(419390.71, 3188.131) = 1337072523.66301 -> 1
+    ora_mul(12345678.9, 12345.67) = 152415677625.363 -> 1
+    ora_mul(sqrt(2), sqrt(2)) = 2 -> 1 | ora_mul(1.5e100, 1.23456789012345e100) -> ORA-01426
     ora_add(D[2024-03-01 06:00], D[2024-02-28]) -> ORA-00975
     ora_mul(D[2024-03-01 06:00], 2) -> ORA-00932 | ora_add(D[9999-12-31], 1) -> ORA-01841
     ora_add(D[9999-12-31], 1e100) -> ORA-01841 | @ora_date('01-JAN-99') -> '2099-01-01 00:00'
     ora_date(5) -> ORA-00932)");
+}
+
+// Whole minutes and seconds, by every chain of factors that programs write.
+TEST_F(Functions, DifferencesOfDatesMakeWholeUnits) {
+  for (const auto& [expression, unit] : {std::pair("ora_mul(d, 86400)", 1),
+                                         {"ora_mul(ora_mul(ora_mul(d, 24), 60), 60)", 1},
+                                         {"ora_mul(ora_mul(d, 1440), 60)", 1},
+                                         {"ora_mul(d, 1440)", 60},
+                                         {"ora_mul(ora_mul(d, 24), 60)", 60},
+                                         {"ora_mul(ora_mul(d, 60), 24)", 60}}) {
+    const std::string step = std::to_string(unit), steps = std::to_string(86400 / unit);
+    const std::string days = "(WITH t(n) AS (VALUES(0) UNION ALL SELECT n + 1 FROM t WHERE n < " +
+                             steps +
+                             "), u AS "
+                             "(SELECT n, ora_sub(ora_add(b, ora_div(n * " +
+                             step +
+                             ", 86400)), b) d FROM t, (SELECT "
+                             "to_date('1999-12-31 08:00', 'YYYY-MM-DD HH24:MI') b)) SELECT ";
+    EXPECT_EQ(value(days + "sum(" + expression + " IS NOT n) FROM u)"), "0") << expression;
+    EXPECT_EQ(value(days + "ora_mul(sum(d), " + steps + ") = sum(n) FROM u)"), "1");
+  }
 }
 
 TEST_F(Functions, StoringChecksTheDeclaredType) {
@@ -138,6 +164,7 @@ TEST_F(Functions, GroupFunctionsAddDecimals) {
     sum(v) of -1000000000000000000; .5; .5 -> -999999999999999999
     sum(v) of 9007199254740993; .5 -> 9007199254740990 | ora_mul(sum(v), 3) of ora_div(1, 3) -> 1
     sum(v) of 1e20; 1e-20 -> 100000000000000000000 | sum(v) of 1e308; 1e308 -> ORA-01426
+    ora_mul(sum(v), 24) = 8 of ora_div(1, 9); ora_div(1, 9); ora_div(1, 9) -> 1
     avg(v) of 1; 2; NULL -> 1.5 | avg(v) of .1; .1; .1 -> .1 | avg(v) of NULL -> NULL
     avg(v) of 9007199254740993 -> 9007199254740993 | avg(v) of 1; 1; 2 -> 1.33333333333333)";
   for (const auto& [written, expected] : cases(table)) {

@@ -38,9 +38,11 @@ bool read_decimal(std::string_view text, Decimal& out);
 Decimal decimal_of(const Number& value);
 /// False for a value that no Number keeps exactly.
 bool number_of(const Decimal& decimal, Number& out);
-/// The same of the decimal with 15 digits where all of them cannot be kept: false only for a value
-/// outside of the server's range.
-bool nearest_number(Decimal decimal, Number& out);
+/// The same of the nearest double where the digits cannot be kept: false only for a value outside of
+/// the server's range.
+bool nearest_number(const Decimal& decimal, Number& out);
+/// The nearest double.
+double real_of(const Decimal& decimal);
 
 /// An integer over ten to the power of `places`: the form in which decimals are added.
 struct Scaled {
@@ -52,6 +54,8 @@ struct Scaled {
 bool scaled_of(const Number& value, Scaled& out);
 /// Gives both the greater number of places; false where 64 bits do not hold that.
 bool same_places(Scaled& left, Scaled& right);
+/// Gives it no more places than it needs.
+void drop_zeros(Scaled& value);
 Decimal decimal_of(const Scaled& value);
 
 /// What the division of one decimal by another leaves, with the sign of the dividend; a divisor of

@@ -185,26 +185,6 @@ char* write_digits(char* out, const char* digits, int count) {
   return out + count;
 }
 
-// Correctly rounded: an exact mantissa with one multiplication or division by an exact power, or
-// else the library's conversion. Registers wider than a double would round twice.
-double real_of(const Decimal& decimal) {
-  const int exponent = decimal.point - decimal.size;
-  double value = 0;
-  if (FLT_EVAL_METHOD == 0 && std::abs(exponent) <= kMaxExactPower) {
-    long long mantissa = 0;
-    for (char digit : decimal.view()) mantissa = mantissa * 10 + (digit - '0');
-    value = static_cast<double>(mantissa);
-    value = exponent < 0 ? value / kExactPowers[-exponent] : value * kExactPowers[exponent];
-  } else {
-    char text[Decimal::kMaxDigits + 12];
-    char* end = write_digits(text, decimal.digits, decimal.size);
-    *end++ = 'e';
-    end = std::to_chars(end, text + sizeof text, exponent).ptr;
-    std::from_chars(text, end, value);
-  }
-  return decimal.negative ? -value : value;
-}
-
 // False beyond 64 bits. Unsigned, so that the smallest integer passes through its magnitude.
 bool integer_of(const Decimal& decimal, long long& out) {
   uint64_t magnitude = 0;
@@ -295,6 +275,27 @@ bool read_decimal(std::string_view text, Decimal& out) {
   return true;
 }
 
+// Correctly rounded: an exact mantissa with one multiplication or division by an exact power, or
+// else the library's conversion. Registers wider than a double would round twice.
+double real_of(const Decimal& decimal) {
+  const int exponent = decimal.point - decimal.size;
+  double value = 0;
+  if (FLT_EVAL_METHOD == 0 && decimal.size <= kDoubleDigits &&
+      std::abs(exponent) <= kMaxExactPower) {
+    long long mantissa = 0;
+    for (char digit : decimal.view()) mantissa = mantissa * 10 + (digit - '0');
+    value = static_cast<double>(mantissa);
+    value = exponent < 0 ? value / kExactPowers[-exponent] : value * kExactPowers[exponent];
+  } else {
+    char text[Decimal::kMaxDigits + 12];
+    char* end = write_digits(text, decimal.digits, decimal.size);
+    *end++ = 'e';
+    end = std::to_chars(end, text + sizeof text, exponent).ptr;
+    std::from_chars(text, end, value);
+  }
+  return decimal.negative ? -value : value;
+}
+
 Decimal decimal_of(const Number& value) {
   return value.is_integer ? decimal_of_integer(value.integer) : decimal_of_real(value.real);
 }
@@ -311,10 +312,12 @@ bool number_of(const Decimal& decimal, Number& out) {
   return true;
 }
 
-bool nearest_number(Decimal decimal, Number& out) {
+bool nearest_number(const Decimal& decimal, Number& out) {
   if (number_of(decimal, out)) return true;
-  round_decimal(decimal, kDoubleDigits - decimal.point, Rounding::HalfAwayFromZero);
-  return number_of(decimal, out);
+  if (decimal.point > kMaxPoint) return false;
+  out.is_integer = false;
+  out.real = real_of(decimal);
+  return true;
 }
 
 bool scaled_of(const Number& value, Scaled& out) {
@@ -342,6 +345,10 @@ bool same_places(Scaled& left, Scaled& right) {
   }
   fewer.places = places;
   return true;
+}
+
+void drop_zeros(Scaled& value) {
+  for (; value.places > 0 && value.digits % 10 == 0; --value.places) value.digits /= 10;
 }
 
 Decimal decimal_of(const Scaled& value) {

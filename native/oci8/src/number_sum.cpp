@@ -1,5 +1,6 @@
 #include "number_sum.h"
 
+#include <cmath>
 #include <cstdio>
 
 #include "decimal.h"
@@ -29,7 +30,10 @@ void NumberSum::add(const Number& value) {
   ++count_;
   Scaled scaled;
   if (!scaled_of(value, scaled) || scaled.places < 0 || scaled.places > kPlaces) {
-    others_ += value.real;
+    const double sum = others_ + value.real;
+    const bool grows = std::abs(others_) < std::abs(value.real);
+    lost_ += grows ? value.real - sum + others_ : others_ - sum + value.real;
+    others_ = sum;
     return;
   }
   long long unit = 1;
@@ -45,10 +49,10 @@ void NumberSum::add(const Number& value) {
 Number NumberSum::total() const {
   constexpr double kUnit = kBase;
   Number result;
-  if (others_ != 0) {
+  if (others_ != 0 || lost_ != 0) {
     result.is_integer = false;
     result.real = static_cast<double>(upper_) * kUnit + static_cast<double>(lower_) +
-                  static_cast<double>(places_) / kUnit + others_;
+                  static_cast<double>(places_) / kUnit + lost_ + others_;
     return result;
   }
   // The first group that is not zero has the sign of all; the digits of the others must share it.

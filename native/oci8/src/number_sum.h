@@ -14,8 +14,8 @@ class NumberSum {
   void add(const Number& value);
   /// How many were added.
   long long count() const { return count_; }
-  /// The sum with 15 digits where not all of them can be kept. Other doubles, such as quotients,
-  /// make it a double that stands for no decimal.
+  /// The nearest double where not all digits can be kept. Other doubles, such as quotients, make it
+  /// a double that stands for no decimal.
   Number total() const;
 
  private:
@@ -23,7 +23,8 @@ class NumberSum {
   // The digits of the sum in groups of 18, the last one behind the point. Each group is less than
   // 10^18 and has a sign of its own.
   long long upper_, lower_, places_;
-  double others_;
+  // What the other doubles make, and what their sum has lost in rounding.
+  double others_, lost_;
 };
 
 }  // namespace oci8

@@ -16,6 +16,11 @@ namespace {
 
 // Up to here an integral double is the integer that 15 digits say.
 constexpr double kExactIntegers = 1e15;
+// A computed value whose first 15 digits end in so many zeros is the decimal before them: by chance
+// one in a thousand would look like that. With less of them it must be as near as two operations
+// leave it.
+constexpr int kMeantDigits = std::numeric_limits<double>::digits10 - 3;
+constexpr double kNoise = 2 * std::numeric_limits<double>::epsilon();
 
 // Raised here, where the digit is seen, so that no caller can forget to look.
 int hex_value(char digit) {
@@ -115,16 +120,21 @@ void Call::give_argument_like(int index, int model) {
   }
 }
 
-// Binary noise goes here: .1 + .2 is .3, and equal to it.
+// Binary noise goes here: .1 + .2 is .3, and equal to it. What needs all 15 digits is a value
+// without end, most likely: it keeps what the double knows beyond them, so that 1 / 3 * 3 is 1, and
+// eight hours are 8 from the difference of their dates on.
 void Call::give_real(double value) {
   if (std::trunc(value) == value && std::abs(value) < kExactIntegers) {
     return give_integer(static_cast<long long>(value));
   }
+  const Number computed{false, 0, value};
+  const Decimal decimal = decimal_of(computed);
   Number result;
-  result.is_integer = false;
-  result.real = value;
-  if (!std::isfinite(value) || !number_of(decimal_of(result), result)) fail(1426);
-  give_number(result);
+  if (!std::isfinite(value) || !number_of(decimal, result)) fail(1426);
+  const bool meant = decimal.size <= kMeantDigits ||
+                     (decimal.size < std::numeric_limits<double>::digits10 &&
+                      std::abs(result.as_real() - value) <= kNoise * std::abs(value));
+  give_number(meant ? result : computed);
 }
 
 void Call::give_number(const Number& value) {

@@ -63,8 +63,8 @@ class Call {
   /// arguments do: text or number, everything else as it is.
   void give_argument_like(int index, int model);
   void give_integer(long long value) { sqlite3_result_int64(context_, value); }
-  /// A computed value: the decimal of 15 digits that is meant, as INTEGER where it is integral.
-  /// Raises ORA-01426 for one outside of the server's range.
+  /// A computed value: the decimal that is meant where that has few digits, as INTEGER where it is
+  /// integral, and the double otherwise. Raises ORA-01426 for one outside of the server's range.
   void give_real(double value);
   void give_number(const Number& value);
   void give_text(std::string_view value);

@@ -45,34 +45,46 @@ void subtract_dates(Call& call) {
   call.give_real((left - right) / kSecondsPerDay);
 }
 
+// The checked operations tell an overflow instead of wrapping.
 using Checked = bool (*)(long long, long long, long long*);
 using Real = double (*)(double, double);
+// Brings two decimals into the form in which their digits are calculated with, and tells how many
+// places the result has.
+using Align = bool (*)(Scaled&, Scaled&, int&);
 
-// Integers stay exact as long as they fit; everything else carries 15 digits.
-void calculate(Call& call, const Number& left, const Number& right, Checked checked, Real real) {
-  // The checked operations tell an overflow instead of wrapping; what overflows goes on as a
-  // double, which keeps 15 digits of it, as any other computed number does.
-  long long exact = 0;
-  if (left.is_integer && right.is_integer && !checked(left.integer, right.integer, &exact)) {
-    return call.give_integer(exact);
+// Integers and decimals stay exact as long as 64 bits hold their digits: doubles would show, where
+// most digits cancel, what they have behind their decimals. Everything else goes on as a double.
+void calculate(Call& call, Align align, Checked checked, Real real) {
+  const Number left = call.number(0), right = call.number(1);
+  Scaled first, second, exact;
+  if (left.is_integer && right.is_integer) {
+    if (!checked(left.integer, right.integer, &exact.digits)) {
+      return call.give_integer(exact.digits);
+    }
+  } else if (scaled_of(left, first) && scaled_of(right, second) &&
+             align(first, second, exact.places) &&
+             !checked(first.digits, second.digits, &exact.digits)) {
+    Number result;
+    const Decimal decimal = decimal_of(exact);
+    if (number_of(decimal, result)) return call.give_number(result);
+    return call.give_real(real_of(decimal));
   }
   call.give_real(real(left.as_real(), right.as_real()));
 }
 
-// Where most digits cancel, 15 digits of the rest would show what the doubles have behind their
-// decimals. What does not fit in one unit differs too much in size to cancel.
-void add_decimals(Call& call, Checked checked, Real real) {
-  const Number left = call.number(0), right = call.number(1);
-  if (left.is_integer && right.is_integer) return calculate(call, left, right, checked, real);
-  Scaled first, second, exact;
-  Number result;
-  if (scaled_of(left, first) && scaled_of(right, second) && same_places(first, second) &&
-      !checked(first.digits, second.digits, &exact.digits)) {
-    exact.places = first.places;
-    if (!nearest_number(decimal_of(exact), result)) fail(1426);
-    return call.give_number(result);
-  }
-  calculate(call, left, right, checked, real);
+// What does not fit in one unit differs too much in size to cancel.
+bool align_sum(Scaled& left, Scaled& right, int& places) {
+  if (!same_places(left, right)) return false;
+  places = left.places;
+  return true;
+}
+
+// The fewer digits the factors have, the more products fit.
+bool align_product(Scaled& left, Scaled& right, int& places) {
+  drop_zeros(left);
+  drop_zeros(right);
+  places = left.places + right.places;
+  return true;
 }
 
 // Days may stand on either side of a date, but two dates have no sum.
@@ -81,8 +93,8 @@ void ora_add(Call& call) {
   const bool left = call.is_date(0), right = call.is_date(1);
   if (left && right) fail(975);
   if (left || right) return add_days(call, left ? 0 : 1, left ? 1 : 0, 1);
-  add_decimals(
-      call,
+  calculate(
+      call, align_sum,
       [](long long a, long long b, long long* out) { return __builtin_add_overflow(a, b, out); },
       [](double a, double b) { return a + b; });
 }
@@ -92,8 +104,8 @@ void ora_sub(Call& call) {
   if (call.any_null()) return;
   if (call.is_date(0) && call.is_date(1)) return subtract_dates(call);
   if (call.is_date(0)) return add_days(call, 0, 1, -1);
-  add_decimals(
-      call,
+  calculate(
+      call, align_sum,
       [](long long a, long long b, long long* out) { return __builtin_sub_overflow(a, b, out); },
       [](double a, double b) { return a - b; });
 }
@@ -101,23 +113,9 @@ void ora_sub(Call& call) {
 void ora_mul(Call& call) {
   if (call.any_null()) return;
   calculate(
-      call, call.number(0), call.number(1),
+      call, align_product,
       [](long long a, long long b, long long* out) { return __builtin_mul_overflow(a, b, out); },
       [](double a, double b) { return a * b; });
-}
-
-// A quotient that needs all 15 digits is one without end, most likely: it keeps what the double
-// knows beyond them, so that 1 / 3 * 3 is 1.
-void give_quotient(Call& call, double quotient) {
-  if (!std::isfinite(quotient)) fail(1426);
-  Number value;
-  value.is_integer = false;
-  value.real = quotient;
-  // The digits of a quotient that ends early are all there, so that it can be kept as the decimal
-  // it is.
-  if (decimal_of(value).size < std::numeric_limits<double>::digits10)
-    return call.give_real(quotient);
-  call.give_number(value);
 }
 
 void divide(Call& call, const Number& left, const Number& right) {
@@ -126,7 +124,7 @@ void divide(Call& call, const Number& left, const Number& right) {
   if (integers && left.integer % right.integer == 0) {
     return call.give_integer(left.integer / right.integer);
   }
-  give_quotient(call, left.as_real() / right.as_real());
+  call.give_real(left.as_real() / right.as_real());
 }
 
 void ora_div(Call& call) {

@@ -1,6 +1,6 @@
 // Functions of NUMBERs. Integers take ways of their own, because a double keeps 53 bits of them;
-// everything that went through a double is given with 15 digits (Call::give_real), which is where
-// its binary noise ends.
+// everything that went through a double is given by Call::give_real, which is where its binary
+// noise ends.
 #include <algorithm>
 #include <cmath>
 #include <limits>
