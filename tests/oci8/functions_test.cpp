@@ -54,7 +54,8 @@ TEST_F(Functions, OperatorsCalculateAsTheServerDoes) {
     ora_div(1.5, 0.0) -> ORA-01476 | ora_concat('a', NULL, 1.5, '') -> 'a1.5'
     ora_concat(NULL, '') -> NULL | ora_concat(printf('%4000s', ''), 'x') -> ORA-01489
     ora_text(-0.5) -> '-.5' | ora_text(D[1999-03-05]) -> '05-MAR-99' | ora_text(x'00ff') -> '00FF'
-    ora_number('.50') -> .5 | ora_number('12345678901234567890123') -> ORA-01426
+    ora_number('.50') -> .5 | ora_number('12345678901234567890123') -> 12345678901234600000000
+    ora_add('3.14159265358979323846', 0) -> 3.14159265358979 | ora_number('1e126') -> ORA-01426
     @ora_add(D[2024-02-28 10:00], 1.5) -> '2024-02-29 22:00'
     @ora_add(1, D[2024-02-29 10:00]) -> '2024-03-01 10:00'
     @ora_sub(D[2024-03-01], ora_div(1, 1440)) -> '2024-02-29 23:59'
@@ -95,6 +96,7 @@ TEST_F(Functions, StoringChecksTheDeclaredType) {
   expect(R"(
     store_number('1.123456789012345678', 5, 2) -> 1.12
     store_number('123456789012345678901', 38, 0) -> ORA-01438
+    store_number('3.14159265358979323846', 0, 0) -> ORA-01438
     store_number('abc', 5, 2) -> ORA-01722 | store_number('', 5, 2) -> NULL
     store_number(1.0 / 3, 0, -127) = .333333333333333 -> 1 | store_char('abc', 3) -> 'abc'
     store_char('äb', 2) -> ORA-01401 | store_char(007, 3) -> '7' | store_char('', 3) -> NULL

@@ -21,7 +21,8 @@ std::string read(std::string_view text) {
   const NumberParse parsed = parse_number(text, value);
   return parsed == NumberParse::Ok        ? show(value)
          : parsed == NumberParse::Invalid ? "invalid"
-                                          : "inexact";
+         : parsed == NumberParse::Inexact ? "about " + show(value)
+                                          : "overflow";
 }
 
 TEST(Number, ReadsWhatItKeepsExactlyAndRefusesTheRest) {
@@ -33,15 +34,20 @@ TEST(Number, ReadsWhatItKeepsExactlyAndRefusesTheRest) {
     '1e39' -> 1000000000000000000000000000000000000000r | '1e40' -> 1.0E+40r
     '-1.25e-50' -> -1.25E-50r | '1e-39' -> .000000000000000000000000000000000000001r
     '1e-40' -> 1.0E-40r | '9.99e125' -> 9.99E+125r | '1e-131' -> 0 | '1e-999999999999' -> 0
-    '9223372036854775808' -> inexact | '123456789012345678.5' -> inexact
-    '0.1234567890123456' -> inexact | '1e126' -> inexact | '1e999999999999' -> inexact
+    '9223372036854775808' -> about 9223372036854780000r
+    '123456789012345678.5' -> about 123456789012346000r
+    '0.1234567890123456' -> about .123456789012346r | '1e126' -> overflow
+    '1e999999999999' -> overflow | '3.14159265358979323846' -> about 3.14159265358979r
     '' -> invalid | '  ' -> invalid | '.' -> invalid | '-' -> invalid | '1.2.3' -> invalid
     '1e' -> invalid | '1e+' -> invalid | 'e5' -> invalid | '1 2' -> invalid | '0x10' -> invalid
     'inf' -> invalid | 'nan' -> invalid)")) {
     EXPECT_EQ(read(std::string_view(quoted).substr(1, quoted.size() - 2)), expected) << quoted;
   }
-  EXPECT_EQ(read(std::string(500, '1')), "inexact");
-  EXPECT_EQ(read("1" + std::string(60, '0') + "1"), "inexact");
+  EXPECT_EQ(read(std::string(500, '1')), "overflow");
+  EXPECT_EQ(read("1" + std::string(60, '0') + "1"), "about 1.0E+61r");
+  Number pi;
+  parse_number("3.14159265358979323846", pi);
+  EXPECT_EQ(pi.real, 3.14159265358979323846);
 }
 
 TEST(Number, WritesComputedDoublesWithFifteenDigits) {

@@ -121,7 +121,14 @@ int read_number(const Value& value, Number& out) {
       out = {false, 0, value.real};
       return 0;
     case Value::Kind::Text:
-      return parse_number({value.data, value.size}, out) == NumberParse::Ok ? 0 : 1722;
+      switch (parse_number({value.data, value.size}, out)) {
+        case NumberParse::Invalid:
+          return 1722;
+        case NumberParse::Overflow:
+          return 1426;
+        default:
+          return 0;
+      }
     default:
       return 932;
   }

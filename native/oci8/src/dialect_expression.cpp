@@ -103,7 +103,9 @@ Fragment negate(const Fragment& value, ub4 offset) {
   }
   Fragment zero = fragment("0", offset);
   zero.type = integer_type(1);
-  return add_or_subtract(zero, numeric(value), false);
+  Fragment result = add_or_subtract(zero, numeric(value), false);
+  result.type.inexact = value.type.inexact;
+  return result;
 }
 
 // --- Literals and names --------------------------------------------------------------------------
@@ -115,16 +117,13 @@ Fragment null_literal(ub4 offset) {
   return result;
 }
 
-// A literal that would lose digits is refused; rounding it silently would make comparisons with it
-// wrong. With no table in sight it is on its way into a column (VALUES, DEFAULT), and refused as
-// any other value for that.
-Fragment number_literal(Context& context, const Scope& scope) {
+// A literal that would lose digits is good to calculate and compare with, but not to be stored.
+Fragment number_literal(Context& context) {
   const ub4 offset = context.tokens.offset();
   const std::string_view digits = context.tokens.spelling();
   Number value;
-  if (parse_number(digits, value) != NumberParse::Ok) {
-    context.tokens.fail_here(scope.sources.empty() ? 1438 : 1426);
-  }
+  const NumberParse parsed = parse_number(digits, value);
+  if (parsed == NumberParse::Overflow) context.tokens.fail_here(1426);
   context.tokens.skip();
   // A decimal is read by the function that reads stored values, for the same bits: the engine's
   // own reading may differ in the last one.
@@ -132,6 +131,7 @@ Fragment number_literal(Context& context, const Scope& scope) {
       value.is_integer ? std::to_string(value.integer) : "ora_number(" + quote_text(digits) + ")",
       offset);
   result.type = number_type();
+  result.type.inexact = parsed == NumberParse::Inexact;
   result.nullable = false;
   if (value.is_integer) {
     result.integer = value.integer;
@@ -389,6 +389,7 @@ Fragment cast_expression(Context& context, Scope& scope) {
   if (type.type == SQLT_CLOB || type.type == SQLT_BLOB) {
     fail(3001, {}, static_cast<int>(value.offset));
   }
+  value.type.inexact = false;
   const bool cuts = type.type == SQLT_CHR || type.type == SQLT_AFC;
   if (cuts && !value.null && !is_placeholder(value)) {
     const StaticType whole = value.type;
@@ -442,7 +443,7 @@ Fragment keyword_value(Context& context, Scope& scope) {
 Fragment primary(Context& context, Scope& scope) {
   switch (context.tokens.kind()) {
     case TokenKind::Number:
-      return number_literal(context, scope);
+      return number_literal(context);
     case TokenKind::String:
       return string_literal(context);
     case TokenKind::Placeholder:

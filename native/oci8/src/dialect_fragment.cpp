@@ -387,6 +387,7 @@ void make_comparable(const std::vector<Fragment*>& values) {
 // The one way into a typed column: INSERT, UPDATE, CREATE TABLE AS, DEFAULT and CAST end here.
 Fragment store(const Fragment& value, const ColumnInfo& column) {
   if (value.null) return value;
+  if (value.type.inexact) fail(1438, {}, static_cast<int>(value.offset));
   const StaticType type = type_of(column);
   // DATE and RAW look alike at run time: only here is known how their text is made.
   const ValueClass from = value.type.value_class();

@@ -27,6 +27,8 @@ struct StaticType {
   sb2 precision = 0;
   sb1 scale = 0;
   double bound = 0;  // greatest magnitude of a value known to be an integer, else 0
+  // A literal with more digits than can be kept: computed with, but not stored.
+  bool inexact = false;
   bool open = false;  // NUMBER or DATE: described as `code` says, but a run may give the other
 
   ValueClass value_class() const;

@@ -422,7 +422,8 @@ size_t decimal_to_text(const Decimal& decimal, char* out) {
 NumberParse parse_number(std::string_view text, Number& out) {
   Decimal decimal;
   if (!read_decimal(text, decimal)) return NumberParse::Invalid;
-  return number_of(decimal, out) ? NumberParse::Ok : NumberParse::Inexact;
+  if (number_of(decimal, out)) return NumberParse::Ok;
+  return nearest_number(decimal, out) ? NumberParse::Inexact : NumberParse::Overflow;
 }
 
 size_t number_to_text(long long value, char* out) {

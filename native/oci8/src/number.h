@@ -23,7 +23,12 @@ struct Number {
   double as_real() const { return is_integer ? static_cast<double>(integer) : real; }
 };
 
-enum class NumberParse { Ok, Invalid /* ORA-01722 */, Inexact /* cannot be kept exactly */ };
+enum class NumberParse {
+  Ok,
+  Invalid,  // ORA-01722
+  Inexact,  // cannot be kept exactly, but calculated with: the nearest double
+  Overflow  // ORA-01426
+};
 
 /// Room for any number's text with its terminating zero byte.
 inline constexpr size_t kNumberTextSize = 64;

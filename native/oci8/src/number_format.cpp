@@ -242,7 +242,8 @@ Number parse_number(std::string_view text, std::string_view format) {
   }
   Number value;
   if (!model.scientific && (places > model.places || decimals > model.decimals)) fail_number();
-  if (parse_number(plain, value) != NumberParse::Ok) fail_number();
+  const NumberParse parsed = parse_number(plain, value);
+  if (parsed == NumberParse::Invalid || parsed == NumberParse::Overflow) fail_number();
   return value;
 }
 

@@ -73,15 +73,13 @@ Number Call::number(int index) const {
       result.real = sqlite3_value_double(values_[index]);
       return result;
     case SQLITE_TEXT:
-      // Text converts as on the server: ORA-01722 for what is no number at all, ORA-01426 for one
-      // that would have to be rounded.
       switch (parse_number(bytes(index), result)) {
-        case NumberParse::Ok:
-          return result;
-        case NumberParse::Inexact:
+        case NumberParse::Invalid:
+          fail(1722);
+        case NumberParse::Overflow:
           fail(1426);
         default:
-          fail(1722);
+          return result;
       }
     default:
       fail(932);
