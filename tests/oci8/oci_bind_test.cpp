@@ -19,7 +19,7 @@ std::string raw(T value) {
 class Bind : public LoggedInTest {
  protected:
   Bind() {
-    must("create table t (n number, f float, s varchar2(4000), d date, r raw(2000))");
+    must("create table t (n number, f float, g float(10), s varchar2(4000), d date, r raw(2000))");
     must("create table l (n number, x long)");
     must("create table b (n number, x long raw)");
   }
@@ -109,6 +109,8 @@ TEST_F(Bind, ValuesAreReadByTheRulesOfTheirType) {
       {"t.n", raw(DBL_TRUE_MIN), SQLT_FLT, "ORA-1426"},
       {"t.n", raw(-HUGE_VAL), SQLT_FLT, "ORA-1426"},
       {"t.n", raw(std::nan("")), SQLT_FLT, "ORA-1426"},
+      {"t.g", raw(1024.5), SQLT_FLT, "1025"},
+      {"t.g", raw(-10245), SQLT_INT, "-10250"},
       {"t.n", "12.50", SQLT_CHR, "12.5"},
       {"t.n", "12x", SQLT_CHR, "ORA-1722"},
       {"t.s", std::string("ab\0cd", 5), SQLT_STR, "ab"},

@@ -41,6 +41,8 @@ constexpr Spelling kSpellings[] = {
 };
 
 constexpr sb1 kNoScale = -127;
+// From here on a FLOAT's binary digits are more than the 15 decimal ones of a double.
+constexpr sb2 kBinaryDigitsOfAny = 50;
 constexpr std::string_view kNotNull = " NOT NULL";
 
 // The engine's schema is a file that anybody may have written to: nothing in it is taken on trust.
@@ -125,6 +127,11 @@ bool take_name(std::string_view& from, std::string& name) {
 
 bool may_be_large(ub2 type) {
   return type == SQLT_LNG || type == SQLT_LBI || type == SQLT_CLOB || type == SQLT_BLOB;
+}
+
+bool takes_any_number(const ColumnInfo& column) {
+  return column.precision == 0 ||
+         (column.scale == kNoScale && column.precision >= kBinaryDigitsOfAny);
 }
 
 // Doubling is the only escape that the engine has in a quoted name.

@@ -16,6 +16,10 @@ namespace oci8 {
 /// Whether cells of a column of this type may name large values: LONG, LONG RAW, CLOB, BLOB.
 bool may_be_large(ub2 type);
 
+/// Whether a NUMBER column has no precision, or a binary one that rounds none of the digits that
+/// are kept.
+bool takes_any_number(const ColumnInfo& column);
+
 /// The spelling for `type`, `size`, `precision` and `scale` of a column.
 std::string spell_type(const ColumnInfo& column);
 

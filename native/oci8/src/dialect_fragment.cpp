@@ -409,8 +409,7 @@ Fragment store(const Fragment& value, const ColumnInfo& column) {
       return wrap_sized("store_raw", value, type);
     case SQLT_NUM: {
       if (as_text) break;
-      // A binary precision (FLOAT) limits no decimal digits.
-      const bool any = column.precision == 0 || column.scale == kNoScale;
+      const bool any = takes_any_number(column);
       // Without declared digits a client's double must come back bit for bit, which the general
       // function does not promise.
       if (any && is_placeholder(value)) return wrap("store_given_number", value, type);

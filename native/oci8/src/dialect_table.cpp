@@ -384,8 +384,8 @@ class TableReader {
     }
     if (!value.integer || target != ValueClass::Number) tokens().fail_here(3001);
     Number number{true, *value.integer, 0};
-    const bool any = column.precision == 0 || column.scale == -127;
-    if (!any && !fit_number(number, column.precision, column.scale)) fail(1438);
+    if (!takes_any_number(column) && !fit_number(number, column.precision, column.scale))
+      fail(1438);
     return fragment(std::to_string(number.integer), value.offset);
   }
 

@@ -11,6 +11,7 @@
 
 #include "accounts.h"
 #include "decimal.h"
+#include "declared_type.h"
 #include "error.h"
 #include "number_sum.h"
 #include "sqlite_call.h"
@@ -231,8 +232,8 @@ void store_given_number(Call& call) {
 bool number_unchanged(const Value& value, const ColumnInfo& column) {
   const bool integer = value.kind == Value::Kind::Integer;
   if (!integer && value.kind != Value::Kind::Real) return false;
-  const bool any = column.precision == 0 || column.scale == kMinScale;
-  return any || fits_as_it_is({integer, value.integer, value.real}, column.precision, column.scale);
+  return takes_any_number(column) ||
+         fits_as_it_is({integer, value.integer, value.real}, column.precision, column.scale);
 }
 
 // Sizes are bytes, not characters: the server's VARCHAR2(n) of release 8.
