@@ -90,7 +90,13 @@ TEST(Date, IsReadByModel) {
     '2009-05-01' as DD-MON-RR -> ORA-01861 | '2024x01' as YYYY"T"MM -> ORA-01861
     '2023 366' as YYYY DDD -> ORA-01848 | 'Mon 05-MAR-1999' as DY DD-MON-YYYY -> ORA-01835
     '2024 2024' as YYYY YYYY -> ORA-01810 | '13 PM' as HH24 PM -> ORA-01818 | '1' as Q -> ORA-01820
-    '1' as ?9 -> ORA-01821)")) {
+    '1' as ?9 -> ORA-01821
+    '2001-2-3' as FXYYYY-MM-DD -> ORA-01862 | '2001/02/03' as FXYYYY-MM-DD -> ORA-01861
+    '2001-02-03' as FXRRRR-MM-DD -> 2001-2-3 0:0:0 | '2001-2-3' as FXFMYYYY-MM-DD -> 2001-2-3 0:0:0
+    '2001-02' as FXYYYY-MM-DD -> ORA-01840 | '01-02-2003' as FXDD-MM-YY -> ORA-01830
+    '01JAN2001' as DD-MON-YYYY -> 2001-1-1 0:0:0 | '01JAN01' as DD/MM/YY -> 2001-1-1 0:0:0
+    '03FEB2001 1205PM' as DD-FMMON-YYYY HHMI PM -> 2001-2-3 12:5:0
+    '2024a01' as YYYY-DDD -> ORA-01861)")) {
     const size_t as = both.find("' as ");
     const std::string text = both.substr(1, as - 1), format = both.substr(as + 5);
     EXPECT_EQ(outcome([&] { return parse_date(text, format); }), expected) << both;

@@ -54,6 +54,12 @@ constexpr ElementName kElements[] = {
     {"FX", DateElement::Exact},
 };
 
+bool is_name(DateElement element) {
+  return element == DateElement::MonthName || element == DateElement::MonthShort ||
+         element == DateElement::DayName || element == DateElement::DayShort ||
+         element == DateElement::Meridian || element == DateElement::Era;
+}
+
 }  // namespace
 
 // Quoted text and single punctuation marks are literals; a letter or digit that begins no element
@@ -78,14 +84,14 @@ bool FormatReader::next(DateItem& item) {
 }
 
 // The reader is copied, because looking ahead must not take anything away.
-bool FormatReader::number_follows() const {
+bool FormatReader::takes_next(char first) const {
   FormatReader ahead(rest_);
   DateItem item;
-  if (!ahead.next(item)) return false;
-  return item.element != DateElement::Literal && item.element != DateElement::MonthName &&
-         item.element != DateElement::MonthShort && item.element != DateElement::DayName &&
-         item.element != DateElement::DayShort && item.element != DateElement::Meridian &&
-         item.element != DateElement::Era;
+  do {
+    if (!ahead.next(item) || item.element == DateElement::Literal) return false;
+  } while (item.element == DateElement::Fill || item.element == DateElement::Exact);
+  if (is_digit(first)) return !is_name(item.element);
+  return is_letter(first) && (is_name(item.element) || item.element == DateElement::Month);
 }
 
 int day_number(const DateFields& fields) {

@@ -74,8 +74,8 @@ class FormatReader {
   bool next(DateItem& item);
   /// Whether an element follows at once, with no literal between.
   bool element_follows() const { return !rest_.empty() && is_letter(rest_.front()); }
-  /// Whether the element that follows takes digits.
-  bool number_follows() const;
+  /// Whether an element follows that takes a text beginning with this digit or letter.
+  bool takes_next(char first) const;
 
  private:
   void take(DateItem& item, DateElement element, size_t size) {

@@ -48,6 +48,9 @@ class DateReader {
 
   std::string_view text_;
   FormatReader format_;
+  // FX and FM are switches, as for writing: FX wants what the model says, FM lets digits be missing
+  // all the same.
+  bool exact_ = false, fill_ = true;
   DateFields today_;
   // 0 is free as the mark of a missing year, because no calendar year has it; everything else may
   // be zero and is marked by kAbsent.
@@ -74,10 +77,11 @@ int DateReader::digits_ahead() const {
   return static_cast<int>(std::min<ptrdiff_t>(end - text_.begin(), 10));
 }
 
-// Fewer digits than the element has are enough.
+// Fewer digits than the element has are enough, unless the model is exact.
 int DateReader::number(int max_digits) {
   const int size = std::min(digits_ahead(), max_digits);
   if (size == 0) fail(1858);
+  if (exact_ && fill_ && size < max_digits) fail(1862);
   int value = 0;
   std::from_chars(text_.data(), text_.data() + size, value);
   text_.remove_prefix(static_cast<size_t>(size));
@@ -99,10 +103,10 @@ int DateReader::name(const std::string_view* names, int count, int error) {
   fail(error);
 }
 
-// Any punctuation stands for any other, and may be left out between numbers.
+// Any punctuation stands for any other, and may be left out before a number or a name.
 void DateReader::literal(std::string_view spelling) {
-  if (spelling.size() != 1 || is_letter(spelling[0]) || is_digit(spelling[0])) {
-    if (!text_.starts_with(spelling)) fail(1861);
+  if (exact_ || spelling.size() != 1 || is_letter(spelling[0]) || is_digit(spelling[0])) {
+    if (!text_.starts_with(spelling)) fail(text_.empty() ? 1840 : 1861);
     text_.remove_prefix(spelling.size());
     return;
   }
@@ -113,7 +117,7 @@ void DateReader::literal(std::string_view spelling) {
   if (text_.empty()) return;
   if (is_punctuation(text_.front())) {
     text_.remove_prefix(1);
-  } else if (!blank && !(is_digit(text_.front()) && format_.number_follows())) {
+  } else if (!blank && !format_.takes_next(text_.front())) {
     fail(1861);
   }
 }
@@ -127,7 +131,8 @@ void DateReader::year(const DateItem& item, int width) {
     text_.remove_prefix(1);
   }
   // Where digits of a next element follow without any mark between, this one must leave them to it.
-  const int size = std::min(digits_ahead(), format_.element_follows() ? width : 4);
+  const bool only_width = exact_ || format_.element_follows();
+  const int size = exact_ && fill_ ? width : std::min(digits_ahead(), only_width ? width : 4);
   const int value = number(std::max(size, 1));
   // Indexed by the digits of the element: what they leave open comes from today's year.
   static constexpr int kCycle[] = {1, 10, 100, 1000};
@@ -149,9 +154,10 @@ void DateReader::comma_year() {
 // Two digits mean the nearest such year: 00 to 49 in the half century that today is near.
 void DateReader::round_year(const DateItem& item) {
   const int size = digits_ahead();
-  if (size > 2 && (item.element == DateElement::RoundYear4 || !format_.element_follows())) {
-    return year(item, 4);
-  }
+  const bool four = item.element == DateElement::RoundYear4
+                        ? exact_ || size > 2
+                        : !exact_ && size > 2 && !format_.element_follows();
+  if (four) return year(item, 4);
   if (year_ != 0) fail(1810);
   const int value = number(2);
   const bool late = today().year % 100 >= 50;
@@ -287,19 +293,21 @@ void DateReader::time(DateFields& fields) const {
   fields.second = std::max(second_, 0);
 }
 
-// Blanks before an element never matter.
+// Blanks before an element matter to an exact model only.
 DateFields DateReader::read() {
   DateItem item;
   while (format_.next(item)) {
+    if (item.element == DateElement::Fill) fill_ = !fill_;
+    if (item.element == DateElement::Exact) exact_ = !exact_;
     if (item.element == DateElement::Fill || item.element == DateElement::Exact) continue;
     if (item.element == DateElement::Literal) {
       literal(item.spelling);
       continue;
     }
-    skip_blanks();
+    if (!exact_) skip_blanks();
     if (!text_.empty()) {
       element(item);
-    } else if (!is_time(item.element)) {
+    } else if (exact_ || !is_time(item.element)) {
       // Only times at the end may be left out.
       fail(1840);
     }

@@ -166,6 +166,7 @@ constexpr Message kMessages[] = {
     {1855, "AM/A.M. or PM/P.M. required"},
     {1858, "a non-numeric character was found where a numeric was expected"},
     {1861, "literal does not match format string"},
+    {1862, "the numeric value does not match the length of the format item"},
     {1898, "too many precision specifiers"},
     {1918, "user '%s' does not exist"},
     {1920, "user name '%s' conflicts with another user or role name"},
