@@ -20,6 +20,7 @@ class DateWriter {
 
  private:
   void number(int value, int width);
+  void ordinal(std::string_view spelling);
   void name(std::string_view name, std::string_view spelling, int width);
   void year_item(const DateItem& item);
   void day_item(const DateItem& item);
@@ -29,6 +30,7 @@ class DateWriter {
 
   const DateFields& fields_;
   std::string out_;
+  int number_ = 0;  // the last one written
   // FM is a switch, not a setting: each occurrence in the model turns padding off or on again for
   // what follows.
   bool fill_ = true;
@@ -36,11 +38,21 @@ class DateWriter {
 
 // A value that is wider than its element is written in full.
 void DateWriter::number(int value, int width) {
+  number_ = value;
   char digits[12];
   const char* end = std::to_chars(digits, digits + sizeof digits, value).ptr;
   const int size = static_cast<int>(end - digits);
   if (fill_ && size < width) out_.append(static_cast<size_t>(width - size), '0');
   out_.append(digits, static_cast<size_t>(size));
+}
+
+// As English has it: 1st, 2nd, 3rd, but 11th. The case is that of the element's first letters.
+void DateWriter::ordinal(std::string_view spelling) {
+  static constexpr std::string_view kSuffixes[] = {"TH", "ST", "ND", "RD"};
+  const bool teen = number_ / 10 % 10 == 1;
+  const std::string_view suffix = kSuffixes[teen || number_ % 10 > 3 ? 0 : number_ % 10];
+  const bool capital = spelling[0] == upper(spelling[0]) && spelling[1] == upper(spelling[1]);
+  for (const char c : suffix) out_ += capital ? c : lower(c);
 }
 
 // A name follows the case of its element: MON, Mon, mon.
@@ -68,7 +80,8 @@ void DateWriter::either(std::string_view spelling, std::string_view pair) {
 
 // The year as its last digits; the era is an element of its own, and only SYYYY has a sign.
 void DateWriter::year_item(const DateItem& item) {
-  const int year = std::abs(fields_.year);
+  const bool iso = item.element >= DateElement::IsoYear4 && item.element <= DateElement::IsoYear1;
+  const int year = std::abs(iso ? iso_year(fields_) : fields_.year);
   switch (item.element) {
     case DateElement::SignedYear:
       // SYYYY always takes a place for the sign, blank after 1 BC, unless FM has taken the blanks
@@ -79,13 +92,17 @@ void DateWriter::year_item(const DateItem& item) {
       // Behind the comma stand three digits, also where FM takes zeros away.
       number(year / 1000, 1);
       out_ += ',' + std::to_string(1000 + year % 1000).substr(1);
+      number_ = year;
       return;
     case DateElement::Year3:
+    case DateElement::IsoYear3:
       return number(year % 1000, 3);
     case DateElement::Year2:
+    case DateElement::IsoYear2:
     case DateElement::RoundYear2:
       return number(year % 100, 2);
     case DateElement::Year1:
+    case DateElement::IsoYear1:
       return number(year % 10, 1);
     case DateElement::Century:
       // The century of a year ends with the year that is divisible by 100: 2000 is in the 20th.
@@ -182,7 +199,10 @@ void DateWriter::item(const DateItem& item) {
 std::string DateWriter::write(std::string_view format) {
   FormatReader reader(format);
   DateItem next;
-  while (reader.next(next)) item(next);
+  while (reader.next(next)) {
+    item(next);
+    if (next.ordinal) ordinal(next.spelling);
+  }
   return std::move(out_);
 }
 

@@ -14,50 +14,40 @@ struct ElementName {
 
 // A longer name stands before the names that it begins with.
 constexpr ElementName kElements[] = {
-    {"SYYYY", DateElement::SignedYear},
-    {"YYYY", DateElement::Year4},
-    {"Y,YYY", DateElement::YearComma},
-    {"YYY", DateElement::Year3},
-    {"YY", DateElement::Year2},
-    {"Y", DateElement::Year1},
-    {"RRRR", DateElement::RoundYear4},
-    {"RR", DateElement::RoundYear2},
-    {"MONTH", DateElement::MonthName},
-    {"MON", DateElement::MonthShort},
-    {"MM", DateElement::Month},
-    {"MI", DateElement::Minute},
-    {"DDD", DateElement::DayOfYear},
-    {"DD", DateElement::DayOfMonth},
-    {"DAY", DateElement::DayName},
-    {"DY", DateElement::DayShort},
-    {"D", DateElement::DayOfWeek},
-    {"HH24", DateElement::Hour24},
-    {"HH12", DateElement::Hour12},
-    {"HH", DateElement::Hour12},
-    {"SSSSS", DateElement::SecondOfDay},
-    {"SS", DateElement::Second},
-    {"A.M.", DateElement::Meridian},
-    {"P.M.", DateElement::Meridian},
-    {"AM", DateElement::Meridian},
-    {"PM", DateElement::Meridian},
-    {"A.D.", DateElement::Era},
-    {"B.C.", DateElement::Era},
-    {"AD", DateElement::Era},
-    {"BC", DateElement::Era},
-    {"Q", DateElement::Quarter},
-    {"IW", DateElement::IsoWeek},
-    {"WW", DateElement::WeekOfYear},
-    {"W", DateElement::WeekOfMonth},
-    {"CC", DateElement::Century},
-    {"J", DateElement::Julian},
-    {"FM", DateElement::Fill},
-    {"FX", DateElement::Exact},
+    {"SYYYY", DateElement::SignedYear}, {"YYYY", DateElement::Year4},
+    {"Y,YYY", DateElement::YearComma},  {"YYY", DateElement::Year3},
+    {"YY", DateElement::Year2},         {"Y", DateElement::Year1},
+    {"IYYY", DateElement::IsoYear4},    {"IYY", DateElement::IsoYear3},
+    {"IY", DateElement::IsoYear2},      {"IW", DateElement::IsoWeek},
+    {"I", DateElement::IsoYear1},       {"RRRR", DateElement::RoundYear4},
+    {"RR", DateElement::RoundYear2},    {"MONTH", DateElement::MonthName},
+    {"MON", DateElement::MonthShort},   {"MM", DateElement::Month},
+    {"MI", DateElement::Minute},        {"DDD", DateElement::DayOfYear},
+    {"DD", DateElement::DayOfMonth},    {"DAY", DateElement::DayName},
+    {"DY", DateElement::DayShort},      {"D", DateElement::DayOfWeek},
+    {"HH24", DateElement::Hour24},      {"HH12", DateElement::Hour12},
+    {"HH", DateElement::Hour12},        {"SSSSS", DateElement::SecondOfDay},
+    {"SS", DateElement::Second},        {"A.M.", DateElement::Meridian},
+    {"P.M.", DateElement::Meridian},    {"AM", DateElement::Meridian},
+    {"PM", DateElement::Meridian},      {"A.D.", DateElement::Era},
+    {"B.C.", DateElement::Era},         {"AD", DateElement::Era},
+    {"BC", DateElement::Era},           {"Q", DateElement::Quarter},
+    {"WW", DateElement::WeekOfYear},    {"W", DateElement::WeekOfMonth},
+    {"CC", DateElement::Century},       {"J", DateElement::Julian},
+    {"FM", DateElement::Fill},          {"FX", DateElement::Exact},
 };
+
+constexpr std::string_view kOrdinal = "TH";
 
 bool is_name(DateElement element) {
   return element == DateElement::MonthName || element == DateElement::MonthShort ||
          element == DateElement::DayName || element == DateElement::DayShort ||
          element == DateElement::Meridian || element == DateElement::Era;
+}
+
+// The week's days from Monday on belong to the year that it is in.
+DateFields thursday_of_week(const DateFields& fields) {
+  return days_to_date(day_number(fields) - (weekday(fields) + 6) % 7 + 3);
 }
 
 }  // namespace
@@ -75,7 +65,10 @@ bool FormatReader::next(DateItem& item) {
   }
   for (const ElementName& known : kElements) {
     if (!starts_with(rest_, known.name)) continue;
-    take(item, known.element, known.name.size());
+    const bool ordinal =
+        !is_name(known.element) && starts_with(rest_.substr(known.name.size()), kOrdinal);
+    take(item, known.element, known.name.size() + (ordinal ? kOrdinal.size() : 0));
+    item.ordinal = ordinal;
     return true;
   }
   if (rest_.front() != ' ' && !is_punctuation(rest_.front())) fail(1821);
@@ -107,12 +100,14 @@ int weekday(const DateFields& fields) {
   return (day_number(fields) + 1) % 7;
 }
 
-// The week belongs to the year that its Thursday is in.
+// The ISO 8601 rule that the first week is the one with the year's first Thursday makes Thursday's
+// day of the year decide alone.
 int iso_week(const DateFields& fields) {
-  // The ISO 8601 rule that the first week is the one with the year's first Thursday makes
-  // Thursday's day of the year decide alone.
-  const int thursday = day_number(fields) - (weekday(fields) + 6) % 7 + 3;
-  return (day_of_year(days_to_date(thursday)) - 1) / 7 + 1;
+  return (day_of_year(thursday_of_week(fields)) - 1) / 7 + 1;
+}
+
+int iso_year(const DateFields& fields) {
+  return thursday_of_week(fields).year;
 }
 
 }  // namespace oci8

@@ -11,7 +11,7 @@
 
 namespace oci8 {
 
-/// RoundYear is RR and RRRR, WeekOfYear WW, WeekOfMonth W, IsoWeek IW; either of a pair (AM and PM,
+/// RoundYear is RR and RRRR, WeekOfYear WW, WeekOfMonth W, IsoWeek IW, IsoYear I and IYYY; either of a pair (AM and PM,
 /// AD and BC) stands for both.
 enum class DateElement : ub1 {
   Literal,  // punctuation or quoted text
@@ -23,6 +23,10 @@ enum class DateElement : ub1 {
   Year1,
   RoundYear4,
   RoundYear2,
+  IsoYear4,
+  IsoYear3,
+  IsoYear2,
+  IsoYear1,
   MonthName,
   MonthShort,
   Month,
@@ -61,7 +65,8 @@ inline constexpr size_t kShortName = 3;
 /// that of the names which are written.
 struct DateItem {
   DateElement element = DateElement::Literal;
-  std::string_view spelling;  // of a literal: its text, without quotes
+  std::string_view spelling;  // of a literal: its text, without quotes; with TH behind a number
+  bool ordinal = false;  // TH
 };
 
 // Walks through a format model; a model is used once and never worth keeping.
@@ -95,6 +100,8 @@ int weekday(const DateFields& fields);
 /// Week 1 to 53 after ISO 8601. Near the turn of the year it may belong to the year before or
 /// after.
 int iso_week(const DateFields& fields);
+/// The year that this week belongs to.
+int iso_year(const DateFields& fields);
 
 }  // namespace oci8
 

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <bitset>
+#include <charconv>
 #include <cstdlib>
 
 #include "ascii.h"
@@ -15,6 +16,8 @@ namespace {
 
 // Bounds the bit set of separators, and with it the width of a result.
 constexpr int kMaxPlaces = 64;
+// Of MMMDCCCLXXXVIII.
+constexpr size_t kRomanWidth = 15;
 
 enum class SignPlace { Before /* only a minus */, PlusBefore, PlusBehind, MinusBehind, Brackets };
 
@@ -200,9 +203,66 @@ bool take_sign(const NumberModel& model, std::string_view& rest) {
   return sign == '-';
 }
 
+// RN: capital or small as the model's first letter is, in the columns of the longest number.
+std::string format_roman(int value, bool fill, bool small) {
+  struct Sign {
+    int value;
+    std::string_view digits;
+  };
+  static constexpr Sign kSigns[] = {{1000, "M"}, {900, "CM"}, {500, "D"}, {400, "CD"}, {100, "C"},
+                                    {90, "XC"},  {50, "L"},   {40, "XL"}, {10, "X"},   {9, "IX"},
+                                    {5, "V"},    {4, "IV"},   {1, "I"}};
+  std::string text;
+  for (const Sign& sign : kSigns) {
+    for (; value >= sign.value; value -= sign.value) text += sign.digits;
+  }
+  if (small) std::ranges::transform(text, text.begin(), [](char c) { return lower(c); });
+  if (fill) text.insert(0, kRomanWidth - text.size(), ' ');
+  return text;
+}
+
+// XXXX: zeros before the digits where the model begins with 0, a place for a sign that none has.
+std::string format_hexadecimal(long long value, std::string_view model, bool fill) {
+  char digits[16];
+  const std::string_view small(digits,
+                               std::to_chars(digits, digits + sizeof digits, value, 16).ptr);
+  const size_t size = small.size();
+  if (size > model.size()) return std::string(model.size() + 1, '#');
+  const bool zeros = model.front() == '0';
+  std::string text(zeros || fill ? model.size() - size : 0, zeros ? '0' : ' ');
+  text += model.back() == 'x' ? std::string(small) : upper(small);
+  return fill ? ' ' + text : text;
+}
+
+// Models that show integers in other ways than by decimal digits; false for all others.
+bool format_otherwise(const Number& value, std::string_view format, std::string& out) {
+  const bool fill = !take(format, "FM");
+  const bool roman = format.size() == 2 && starts_with(format, "RN");
+  const bool hexadecimal = (format.ends_with('X') || format.ends_with('x')) &&
+                           format.size() < kMaxPlaces &&
+                           format.find_first_not_of("0Xx") == std::string_view::npos;
+  if (!roman && !hexadecimal) return false;
+  Decimal decimal = decimal_of(value);
+  round_decimal(decimal, 0, Rounding::HalfAwayFromZero);
+  Number rounded;
+  const bool positive = number_of(decimal, rounded) && rounded.is_integer && !decimal.negative;
+  const long long integer = positive ? rounded.integer : -1;
+  if (hexadecimal) {
+    out =
+        positive ? format_hexadecimal(integer, format, fill) : std::string(format.size() + 1, '#');
+  } else {
+    out = integer >= 1 && integer <= 3999
+              ? format_roman(static_cast<int>(integer), fill, format.front() == 'r')
+              : std::string(kRomanWidth, '#');
+  }
+  return true;
+}
+
 }  // namespace
 
 std::string format_number(const Number& value, std::string_view format) {
+  std::string special;
+  if (format_otherwise(value, format, special)) return special;
   const NumberModel model = read_model(format);
   Decimal decimal = decimal_of(value);
   if (model.scientific) return format_scientific(model, decimal);

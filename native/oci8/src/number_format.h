@@ -1,4 +1,4 @@
-// Number format models of TO_CHAR and TO_NUMBER: 9 0 . D , G $ L S MI PR B EEEE FM.
+// Number format models: 9 0 . D , G $ L S MI PR B EEEE FM, for TO_CHAR also RN and XXXX.
 #ifndef OCI8_NUMBER_FORMAT_H
 #define OCI8_NUMBER_FORMAT_H
 

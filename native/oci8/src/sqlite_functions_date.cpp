@@ -17,6 +17,7 @@ namespace {
 enum class Unit : ub1 {
   Century,
   Year,
+  IsoYear,
   Quarter,
   Month,
   YearWeek,
@@ -34,13 +35,14 @@ struct UnitName {
 };
 
 constexpr UnitName kUnits[] = {
-    {"CC", Unit::Century},  {"SCC", Unit::Century}, {"SYYYY", Unit::Year},  {"YYYY", Unit::Year},
-    {"YEAR", Unit::Year},   {"SYEAR", Unit::Year},  {"YYY", Unit::Year},    {"YY", Unit::Year},
-    {"Y", Unit::Year},      {"Q", Unit::Quarter},   {"MONTH", Unit::Month}, {"MON", Unit::Month},
-    {"MM", Unit::Month},    {"RM", Unit::Month},    {"WW", Unit::YearWeek}, {"IW", Unit::IsoWeek},
-    {"W", Unit::MonthWeek}, {"DAY", Unit::Week},    {"DY", Unit::Week},     {"D", Unit::Week},
-    {"DDD", Unit::Day},     {"DD", Unit::Day},      {"J", Unit::Day},       {"HH", Unit::Hour},
-    {"HH12", Unit::Hour},   {"HH24", Unit::Hour},   {"MI", Unit::Minute}};
+    {"CC", Unit::Century},  {"SCC", Unit::Century},  {"SYYYY", Unit::Year},  {"YYYY", Unit::Year},
+    {"YEAR", Unit::Year},   {"SYEAR", Unit::Year},   {"YYY", Unit::Year},    {"YY", Unit::Year},
+    {"Y", Unit::Year},      {"IYYY", Unit::IsoYear}, {"IYY", Unit::IsoYear}, {"IY", Unit::IsoYear},
+    {"I", Unit::IsoYear},   {"Q", Unit::Quarter},    {"MONTH", Unit::Month}, {"MON", Unit::Month},
+    {"MM", Unit::Month},    {"RM", Unit::Month},     {"WW", Unit::YearWeek}, {"IW", Unit::IsoWeek},
+    {"W", Unit::MonthWeek}, {"DAY", Unit::Week},     {"DY", Unit::Week},     {"D", Unit::Week},
+    {"DDD", Unit::Day},     {"DD", Unit::Day},       {"J", Unit::Day},       {"HH", Unit::Hour},
+    {"HH12", Unit::Hour},   {"HH24", Unit::Hour},    {"MI", Unit::Minute}};
 
 constexpr int kMonthsAYear = 12;
 constexpr int kMiddleOfMonth = 16;
@@ -106,6 +108,9 @@ DateFields truncate(const DateFields& fields, Unit unit) {
       return {first_of_century(fields.year), 1, 1, 0, 0, 0};
     case Unit::Year:
       return {fields.year, 1, 1, 0, 0, 0};
+    case Unit::IsoYear:
+      // The first week is the one with 4 January in it.
+      return truncate({iso_year(fields), 1, 4, 0, 0, 0}, Unit::IsoWeek);
     case Unit::Quarter:
       return {fields.year, (fields.month - 1) / 3 * 3 + 1, 1, 0, 0, 0};
     case Unit::Month:
@@ -150,6 +155,9 @@ DateFields rounding_month(const DateFields& fields, Unit unit) {
       return shift_months(first, 50 * kMonthsAYear);
     case Unit::Year:
       return shift_months(first, kMonthsAYear / 2);
+    case Unit::IsoYear:
+      // Not the first, which may belong to the year before.
+      return shift_months({fields.year, fields.month, 4, 0, 0, 0}, kMonthsAYear / 2);
     case Unit::Quarter:
       return shift_months(first, late ? 2 : 1);
     default:
@@ -195,11 +203,19 @@ int weekday_of_name(std::string_view name) {
   fail(1846);
 }
 
+// By name, or by number from 1 for Sunday.
+int weekday_argument(const Call& call, int index) {
+  if (!call.is_number(index)) return weekday_of_name(TextArgument(call, index).view());
+  const int day = call.integer(index);
+  if (day < 1 || day > 7) fail(1846);
+  return day - 1;
+}
+
 // The first such day after the date, at the date's time.
 void next_day(Call& call) {
   if (call.any_null()) return;
   const DateFields fields = call.date(0);
-  const int wanted = weekday_of_name(TextArgument(call, 1).view());
+  const int wanted = weekday_argument(call, 1);
   // 1 to 7: the day itself is not the next one.
   const int days = (wanted - weekday(fields) + 6) % 7 + 1;
   call.give_date(days_to_date(date_to_days(fields) + days));
