@@ -253,6 +253,9 @@ TEST_F(DialectTest, QueriesCombineTables) {
     SELECT DECODE(SUM(x), .3, 'three'), AVG(DISTINCT x) FROM (SELECT 1000.1 x FROM dual UNION ALL
       SELECT -1000 FROM dual UNION ALL SELECT .2 FROM dual) -> three,.1
     SELECT 1 FROM dual WHERE 1000.1-1000 = .1 -> 1
+    SELECT empno FROM emp WHERE ROWID = CHARTOROWID(ROWIDTOCHAR(ROWID)) AND ROWIDTOCHAR(ROWID) LIKE
+      '%B' -> 1
+    SELECT CHARTOROWID('x') FROM dual -> 1410@-1
     SELECT 3.14159265358979323846, -.1234567890123456789 * 2 FROM
       dual -> 3.14159265358979,-.246913578024691
     SELECT empno FROM emp WHERE sal < 999999999999999.99 AND sal > 1600.5599999999999999 -> 3
@@ -387,6 +390,9 @@ TEST_F(DialectTest, DescribesSelectLists) {
             "A:23(2,0,0) B:96(2,0,0) ");
   EXPECT_EQ(select_list("SELECT TABLE_NAME, COLUMN_ID FROM USER_TAB_COLUMNS"),
             "TABLE_NAME:1(30,0,0) COLUMN_ID:2(22,0,-127) ");
+  EXPECT_EQ(select_list("SELECT SUBSTRB('abcd', 1, 2) A, ROWIDTOCHAR(ROWID) B, CHARTOROWID(ename) C,"
+                        " SOUNDEX(ename) D, NLS_UPPER('ab') E, BITAND(empno, 1) F FROM emp"),
+            "A:1(2,0,0) B:1(18,0,0) C:11(18,0,0) D:1(4,0,0) E:96(2,0,0) F:2(22,0,-127) ");
 }
 
 }  // namespace

@@ -130,6 +130,13 @@ TEST_F(Functions, TextFunctionsCountCharacters) {
     translate('aäb', 'äb', 'xü') -> 'axü' | upper('straße éñ ωά жё') -> 'STRAßE ÉÑ ΩΆ ЖЁ'
     lower('ÉÑ ŽŸ ΩΆ ЖЁ') -> 'éñ žŸ ωά жё' | initcap('the SOAP o''neil éa') -> 'The Soap O'Neil Éa'
     ascii('A') -> 65 | chr(ascii('ä')) -> 'ä' | chr(-1) -> ORA-01428 | hextoraw('7f') -> x'7F'
+    lengthb('äöü') -> 6 | lengthb(-1.5) -> 4 | instrb('äöü', 'ü') -> 5 | instrb('aäa', 'a', -1, 2) -> 1
+    substrb('äöü', 3, 2) -> 'ö' | substrb('äöü', 2, 3) -> ' ö' | substrb('äöü', -4, 3) -> 'ö '
+    substrb('ä', 2) -> ' ' | substrb('ä', 3) -> NULL | substrb('ab€', 3, 2) -> '  '
+    soundex('Robert') -> 'R163' | soundex('Ashcraft') -> 'A261' | soundex('Tymczak') -> 'T522'
+    soundex('  o''Hara') -> 'O600' | soundex('Pfister') -> 'P236' | soundex('12') -> NULL
+    nls_upper('é') -> 'É' | nls_lower('É') -> 'é' | nls_initcap('ab') -> 'Ab'
+    rowidtochar('AAAAAAAAAAAAAAAAAB') -> 'AAAAAAAAAAAAAAAAAB'
     rawtohex(x'00ff') -> '00FF' | rawtohex('A') -> '41' | vsize(100) -> 2 | vsize(-123.45) -> 5)");
 }
 
@@ -144,7 +151,11 @@ TEST_F(Functions, NumberAndChoiceFunctions) {
     mod(1.5, 1e100) -> 1.5 | mod(1e20, 9223372036854775807) -> 7766279631452240000
     mod(-9223372036854775807 - 1, -1) -> 0 | sign(-.5) -> -1 | power(-2, .5) -> ORA-01428
     power(10, 400) -> ORA-01426 | sqrt(2) -> 1.4142135623731 | sqrt(-1) -> ORA-01428
-    log(10, 1000) -> 3 | ln(0) -> ORA-01428 | nvl(NULL, 5) -> 5 | nvl('', 'x') -> 'x'
+    asin(1) -> 1.5707963267949 | acos(-1) = ora_mul(atan2(1, 0), 2) -> 1 | acos(1.1) -> ORA-01428
+    atan(1) -> .785398163397448 | atan2(0, -1) -> 3.14159265358979 | atan2(0, 0) -> ORA-01428
+    sinh(1) -> 1.1752011936438 | cosh(0) -> 1 | tanh(.5) -> .46211715726001
+    bitand(12, '10.9') -> 8 | bitand(-1, 255) -> 255 | bitand(1e19, 1) -> ORA-01426
+    bitand(9.2233720368547757e18, 1) -> ORA-01426 | log(10, 1000) -> 3 | ln(0) -> ORA-01428 | nvl(NULL, 5) -> 5 | nvl('', 'x') -> 'x'
     nvl('a', 5) -> 'a' | nvl2('', 1, 2) -> 2
     decode(NULL, 1, 'one', NULL, 'null', 'else') -> 'null'
     decode('2', 1, 'one', 2, 'two') -> 'two' | decode(3, 1, 'one', 2, 'two') -> NULL

@@ -18,11 +18,13 @@ enum class Result : ub1 {
   CaseOfFirst,  // as the first argument, of fixed length where that is: UPPER
   TextBySize,  // as long as the second argument says: LPAD, RPAD
   Part,  // as long as the third argument says: SUBSTR
+  PartOfBytes,  // the same in bytes: SUBSTRB
   Formatted,  // TO_CHAR
-  Character,  // CHR
+  Character,  // CHR, SOUNDEX
   Name,  // USER
   Hex,
   Raw,
+  RowId,
   Common,  // all arguments are of one class: NVL, GREATEST
   Second  // all arguments but the first are of one class: NVL2
 };
@@ -40,29 +42,69 @@ constexpr int kAny = 120;  // the engine passes at most 127 arguments
 
 // Ascending: looked up by halving. The engine has more functions; only these are the server's.
 constexpr Function kFunctions[] = {
-    {"ABS", 1, 1, "n", Result::Number},          {"ADD_MONTHS", 2, 2, "dn", Result::Date},
-    {"ASCII", 1, 1, "t", Result::Number},        {"CEIL", 1, 1, "n", Result::Number},
-    {"CHR", 1, 1, "n", Result::Character},       {"COS", 1, 1, "n", Result::Number},
-    {"EXP", 1, 1, "n", Result::Number},          {"FLOOR", 1, 1, "n", Result::Number},
-    {"GREATEST", 1, kAny, "-", Result::Common},  {"HEXTORAW", 1, 1, "t", Result::Raw},
-    {"INITCAP", 1, 1, "t", Result::CaseOfFirst}, {"INSTR", 2, 4, "ttnn", Result::Number},
-    {"LAST_DAY", 1, 1, "d", Result::Date},       {"LEAST", 1, kAny, "-", Result::Common},
-    {"LENGTH", 1, 1, "t", Result::Number},       {"LN", 1, 1, "n", Result::Number},
-    {"LOG", 2, 2, "n", Result::Number},          {"LOWER", 1, 1, "t", Result::CaseOfFirst},
-    {"LPAD", 2, 3, "tnt", Result::TextBySize},   {"LTRIM", 1, 2, "t", Result::TextOfFirst},
-    {"MOD", 2, 2, "n", Result::Number},          {"MONTHS_BETWEEN", 2, 2, "d", Result::Number},
-    {"NEXT_DAY", 2, 2, "dt", Result::Date},      {"NVL", 2, 2, "-", Result::Common},
-    {"NVL2", 3, 3, "-", Result::Second},         {"POWER", 2, 2, "n", Result::Number},
-    {"RAWTOHEX", 1, 1, "-", Result::Hex},        {"REPLACE", 2, 3, "t", Result::Text},
-    {"ROUND", 1, 2, "-", Result::DateOrNumber},  {"RPAD", 2, 3, "tnt", Result::TextBySize},
-    {"RTRIM", 1, 2, "t", Result::TextOfFirst},   {"SIGN", 1, 1, "n", Result::Number},
-    {"SIN", 1, 1, "n", Result::Number},          {"SQRT", 1, 1, "n", Result::Number},
-    {"SUBSTR", 2, 3, "tnn", Result::Part},       {"SYSDATE", 0, 0, "-", Result::Date},
-    {"TAN", 1, 1, "n", Result::Number},          {"TO_CHAR", 1, 2, "-", Result::Formatted},
-    {"TO_DATE", 1, 2, "-", Result::Date},        {"TO_NUMBER", 1, 2, "-", Result::Number},
-    {"TRANSLATE", 3, 3, "t", Result::Text},      {"TRIM", 1, 1, "t", Result::TextOfFirst},
-    {"TRUNC", 1, 2, "-", Result::DateOrNumber},  {"UID", 0, 0, "-", Result::Number},
-    {"UPPER", 1, 1, "t", Result::CaseOfFirst},   {"USER", 0, 0, "-", Result::Name},
+    {"ABS", 1, 1, "n", Result::Number},
+    {"ACOS", 1, 1, "n", Result::Number},
+    {"ADD_MONTHS", 2, 2, "dn", Result::Date},
+    {"ASCII", 1, 1, "t", Result::Number},
+    {"ASIN", 1, 1, "n", Result::Number},
+    {"ATAN", 1, 1, "n", Result::Number},
+    {"ATAN2", 2, 2, "n", Result::Number},
+    {"BITAND", 2, 2, "n", Result::Number},
+    {"CEIL", 1, 1, "n", Result::Number},
+    {"CHARTOROWID", 1, 1, "t", Result::RowId},
+    {"CHR", 1, 1, "n", Result::Character},
+    {"COS", 1, 1, "n", Result::Number},
+    {"COSH", 1, 1, "n", Result::Number},
+    {"EXP", 1, 1, "n", Result::Number},
+    {"FLOOR", 1, 1, "n", Result::Number},
+    {"GREATEST", 1, kAny, "-", Result::Common},
+    {"HEXTORAW", 1, 1, "t", Result::Raw},
+    {"INITCAP", 1, 1, "t", Result::CaseOfFirst},
+    {"INSTR", 2, 4, "ttnn", Result::Number},
+    {"INSTRB", 2, 4, "ttnn", Result::Number},
+    {"LAST_DAY", 1, 1, "d", Result::Date},
+    {"LEAST", 1, kAny, "-", Result::Common},
+    {"LENGTH", 1, 1, "t", Result::Number},
+    {"LENGTHB", 1, 1, "t", Result::Number},
+    {"LN", 1, 1, "n", Result::Number},
+    {"LOG", 2, 2, "n", Result::Number},
+    {"LOWER", 1, 1, "t", Result::CaseOfFirst},
+    {"LPAD", 2, 3, "tnt", Result::TextBySize},
+    {"LTRIM", 1, 2, "t", Result::TextOfFirst},
+    {"MOD", 2, 2, "n", Result::Number},
+    {"MONTHS_BETWEEN", 2, 2, "d", Result::Number},
+    {"NEXT_DAY", 2, 2, "dt", Result::Date},
+    {"NLS_INITCAP", 1, 1, "t", Result::CaseOfFirst},
+    {"NLS_LOWER", 1, 1, "t", Result::CaseOfFirst},
+    {"NLS_UPPER", 1, 1, "t", Result::CaseOfFirst},
+    {"NVL", 2, 2, "-", Result::Common},
+    {"NVL2", 3, 3, "-", Result::Second},
+    {"POWER", 2, 2, "n", Result::Number},
+    {"RAWTOHEX", 1, 1, "-", Result::Hex},
+    {"REPLACE", 2, 3, "t", Result::Text},
+    {"ROUND", 1, 2, "-", Result::DateOrNumber},
+    {"ROWIDTOCHAR", 1, 1, "t", Result::TextOfFirst},
+    {"RPAD", 2, 3, "tnt", Result::TextBySize},
+    {"RTRIM", 1, 2, "t", Result::TextOfFirst},
+    {"SIGN", 1, 1, "n", Result::Number},
+    {"SIN", 1, 1, "n", Result::Number},
+    {"SINH", 1, 1, "n", Result::Number},
+    {"SOUNDEX", 1, 1, "t", Result::Character},
+    {"SQRT", 1, 1, "n", Result::Number},
+    {"SUBSTR", 2, 3, "tnn", Result::Part},
+    {"SUBSTRB", 2, 3, "tnn", Result::PartOfBytes},
+    {"SYSDATE", 0, 0, "-", Result::Date},
+    {"TAN", 1, 1, "n", Result::Number},
+    {"TANH", 1, 1, "n", Result::Number},
+    {"TO_CHAR", 1, 2, "-", Result::Formatted},
+    {"TO_DATE", 1, 2, "-", Result::Date},
+    {"TO_NUMBER", 1, 2, "-", Result::Number},
+    {"TRANSLATE", 3, 3, "t", Result::Text},
+    {"TRIM", 1, 1, "t", Result::TextOfFirst},
+    {"TRUNC", 1, 2, "-", Result::DateOrNumber},
+    {"UID", 0, 0, "-", Result::Number},
+    {"UPPER", 1, 1, "t", Result::CaseOfFirst},
+    {"USER", 0, 0, "-", Result::Name},
     {"VSIZE", 1, 1, "-", Result::Number},
 };
 static_assert(std::ranges::is_sorted(kFunctions, {}, &Function::name));
@@ -105,12 +147,13 @@ Fragment argument_of_class(const Fragment& argument, char wanted) {
   }
 }
 
-// Where a literal says how many characters come out, the size follows; a computed count leaves
-// the bound that holds anyway.
-StaticType sized_by(const std::vector<Fragment>& arguments, size_t index, size_t otherwise) {
+// Where a literal says how many characters come out, or bytes, the size follows; a computed count
+// leaves the bound that holds anyway.
+StaticType sized_by(const std::vector<Fragment>& arguments, size_t index, size_t otherwise,
+                    size_t unit = kCharacterBytes) {
   if (index >= arguments.size() || !arguments[index].integer) return text_type(otherwise);
   const long long count = std::clamp<long long>(*arguments[index].integer, 0, kAnyText);
-  return text_type(static_cast<size_t>(count) * kCharacterBytes);
+  return text_type(static_cast<size_t>(count) * unit);
 }
 
 // Without a format the default text of the value; with a literal one its elements bound the size.
@@ -148,8 +191,10 @@ StaticType result_type(Result result, std::vector<Fragment>& arguments) {
       return text_type(first);
     case Result::TextBySize:
       return sized_by(arguments, 1, kAnyText);
-    case Result::Part: {
-      const StaticType part = sized_by(arguments, 2, first);
+    case Result::Part:
+    case Result::PartOfBytes: {
+      const size_t unit = result == Result::Part ? kCharacterBytes : 1;
+      const StaticType part = sized_by(arguments, 2, first, unit);
       return text_type(std::min<size_t>(part.size, first));
     }
     case Result::Formatted:
@@ -158,6 +203,8 @@ StaticType result_type(Result result, std::vector<Fragment>& arguments) {
       return text_type(kCharacterBytes);
     case Result::Name:
       return text_type(30);
+    case Result::RowId:
+      return {SQLT_RID, 18, 0, 0, 0};
     case Result::Hex:
       return text_type(2 * first);
     case Result::Raw:

@@ -15,11 +15,12 @@
 //               a cast), store_date(v),
 //               store_raw(v,bytes) (text is read as hexadecimal, 1465), store_long(v),
 //               store_long_raw(v)
-//   functions   to_char to_date to_number nvl nvl2 decode substr instr length lpad rpad ltrim rtrim
-//               trim replace translate upper lower initcap ascii chr concat abs ceil floor mod
-//               round trunc sign power sqrt exp ln log sin cos tan greatest least add_months
-//               months_between last_day next_day hextoraw rawtohex vsize sysdate() user() uid()
-//               ora_pattern(pattern,mark) (of LIKE ... ESCAPE, 1424)
+//   functions   to_char to_date to_number nvl nvl2 decode substr instr length (and substrb instrb
+//               lengthb) lpad rpad ltrim rtrim trim replace translate upper lower initcap (and with
+//               nls_) soundex ascii chr concat abs ceil floor mod round trunc sign power sqrt exp
+//               ln log bitand sin cos tan asin acos atan atan2 sinh cosh tanh greatest least
+//               add_months months_between last_day next_day hextoraw rawtohex rowidtochar vsize
+//               sysdate() user() uid() ora_pattern(pattern,mark) (of LIKE ... ESCAPE, 1424)
 #ifndef OCI8_SQLITE_FUNCTIONS_H
 #define OCI8_SQLITE_FUNCTIONS_H
 

@@ -123,6 +123,34 @@ void ln(Call& call) {
   call.give_real(std::log(call.real(0)));
 }
 
+// The angle that a sine or cosine is of.
+template <double (*Real)(double)>
+void arc(Call& call) {
+  if (call.is_null(0)) return;
+  if (!(std::fabs(call.real(0)) <= 1)) fail_range(call, 0);
+  call.give_real(Real(call.real(0)));
+}
+
+void atan2(Call& call) {
+  if (call.any_null()) return;
+  if (call.real(0) == 0 && call.real(1) == 0) fail_range(call, 1);
+  call.give_real(std::atan2(call.real(0), call.real(1)));
+}
+
+// Without decimals; ORA-01426 beyond 64 bits.
+long long whole(const Call& call, int index) {
+  constexpr double kLimit = 9223372036854775808.0;
+  const Number value = call.number(index);
+  if (value.is_integer) return value.integer;
+  const double real = decimal_value(value.real);
+  if (std::fabs(real) >= kLimit) fail(1426);
+  return static_cast<long long>(real);
+}
+
+void bit_and(Call& call) {
+  if (!call.any_null()) call.give_integer(whole(call, 0) & whole(call, 1));
+}
+
 // The base comes first. The quotient of logarithms is rounded: log(10, 1000) is 3.
 void log(Call& call) {
   if (call.any_null()) return;
@@ -148,7 +176,15 @@ constexpr SqlFunction kFunctions[] = {{"round", 1, run_call<round>},
                                       {"log", 2, run_call<log>},
                                       {"sin", 1, run_call<computed<std::sin>>},
                                       {"cos", 1, run_call<computed<std::cos>>},
-                                      {"tan", 1, run_call<computed<std::tan>>}};
+                                      {"tan", 1, run_call<computed<std::tan>>},
+                                      {"sinh", 1, run_call<computed<std::sinh>>},
+                                      {"cosh", 1, run_call<computed<std::cosh>>},
+                                      {"tanh", 1, run_call<computed<std::tanh>>},
+                                      {"asin", 1, run_call<arc<std::asin>>},
+                                      {"acos", 1, run_call<arc<std::acos>>},
+                                      {"atan", 1, run_call<computed<std::atan>>},
+                                      {"atan2", 2, run_call<atan2>},
+                                      {"bitand", 2, run_call<bit_and>}};
 
 }  // namespace
 

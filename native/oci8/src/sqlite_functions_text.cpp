@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <limits>
 
+#include "ascii.h"
 #include "decimal.h"
 #include "error.h"
 #include "sqlite_call.h"
@@ -26,7 +27,33 @@ void append(std::string& out, std::string_view part) {
   out += part;
 }
 
+// What positions and lengths count.
+enum class Unit : ub1 { Character, Byte };
+
+size_t length_in(Unit unit, std::string_view text) {
+  return unit == Unit::Byte ? text.size() : count_characters(text);
+}
+
+// Of a character of several bytes, every byte but the first.
+bool continues(char c) {
+  return (static_cast<unsigned char>(c) & 0xc0) == 0x80;
+}
+
+// Blanks stand for the bytes of characters that are cut through.
+std::string bytes_from(std::string_view text, size_t first, size_t count) {
+  std::string part(text.substr(std::min(first, text.size()), count));
+  for (size_t i = 0; i < part.size() && continues(part[i]); ++i) part[i] = ' ';
+  const size_t end = first + part.size();
+  bool cut = end < text.size() && continues(text[end]);
+  for (size_t i = part.size(); cut && i-- > 0;) {
+    cut = continues(part[i]);
+    part[i] = ' ';
+  }
+  return part;
+}
+
 // Position 0 is the first character, a negative one counts from the end.
+template <Unit unit>
 void substr(Call& call) {
   if (call.any_null()) return;
   const TextArgument text(call, 0);
@@ -37,12 +64,14 @@ void substr(Call& call) {
   // Unsigned from here on: a negative position is turned into one from the front below.
   size_t first = position > 0 ? static_cast<size_t>(position) - 1 : 0;
   if (position < 0) {
-    const size_t length = count_characters(text.view());
+    const size_t length = length_in(unit, text.view());
     const auto back = static_cast<size_t>(-static_cast<long long>(position));
     if (back > length) return;
     first = length - back;
   }
-  call.give_text(characters(text.view(), first, static_cast<size_t>(count)));
+  const auto wanted = static_cast<size_t>(count);
+  if (unit == Unit::Byte) return call.give_text(bytes_from(text.view(), first, wanted));
+  call.give_text(characters(text.view(), first, wanted));
 }
 
 // Byte offset of the `occurrence`-th place of `part` from the byte `from` on, going backwards where
@@ -60,25 +89,28 @@ size_t find_occurrence(std::string_view text, std::string_view part, size_t from
 
 // Positions are characters and offsets are bytes: the search itself runs on bytes, which is right
 // for UTF-8, where no character begins within another.
+template <Unit unit>
 void instr(Call& call) {
   if (call.any_null()) return;
   const TextArgument text(call, 0), part(call, 1);
   const int position = integer_or(call, 2, 1), occurrence = integer_or(call, 3, 1);
   if (occurrence < 1) fail(1428, std::to_string(occurrence));
-  const size_t length = count_characters(text.view());
+  const size_t length = length_in(unit, text.view());
   const auto distance = static_cast<size_t>(std::abs(static_cast<long long>(position)));
   // INSTR from position 0, or from beyond the text, finds nothing on the server.
   if (distance == 0 || distance > length) return call.give_integer(0);
   const bool backwards = position < 0;
-  const size_t start = character_offset(text.view(), backwards ? length - distance : distance - 1);
+  const size_t index = backwards ? length - distance : distance - 1;
+  const size_t start = unit == Unit::Byte ? index : character_offset(text.view(), index);
   const size_t found = find_occurrence(text.view(), part.view(), start, occurrence, backwards);
   if (found == std::string_view::npos) return call.give_integer(0);
-  call.give_integer(static_cast<long long>(count_characters(text.view().substr(0, found))) + 1);
+  call.give_integer(static_cast<long long>(length_in(unit, text.view().substr(0, found))) + 1);
 }
 
+template <Unit unit>
 void length(Call& call) {
   if (call.is_null(0)) return;
-  call.give_integer(static_cast<long long>(count_characters(TextArgument(call, 0).view())));
+  call.give_integer(static_cast<long long>(length_in(unit, TextArgument(call, 0).view())));
 }
 
 // The text cut or filled with `pad` to so many characters; never longer than a value may be.
@@ -117,7 +149,7 @@ void rpad(Call& call) {
 // Backwards, to the byte that begins the character.
 std::string_view last_character(std::string_view text) {
   size_t at = text.size() - 1;
-  while (at > 0 && (static_cast<unsigned char>(text[at]) & 0xc0) == 0x80) --at;
+  while (at > 0 && continues(text[at])) --at;
   return text.substr(at);
 }
 
@@ -213,6 +245,29 @@ void initcap(Call& call) {
   give_case(call, LetterCase::Initial);
 }
 
+// The first letter, and a digit for each of the next three consonants that sounds otherwise than
+// the letter before it. H and W do not separate letters, vowels do.
+void soundex(Call& call) {
+  if (call.is_null(0)) return;
+  static constexpr std::string_view kSounds = "01230120022455012623010202";
+  const TextArgument text(call, 0);
+  std::string code;
+  char last = '0';
+  for (const char c : text.view()) {
+    if (!is_letter(c) || code.size() == 4) continue;
+    const char letter = upper(c);
+    const char sound = kSounds[static_cast<size_t>(letter - 'A')];
+    if (code.empty()) {
+      code += letter;
+    } else if (sound != '0' && sound != last) {
+      code += sound;
+    }
+    if (letter != 'H' && letter != 'W') last = sound;
+  }
+  if (!code.empty()) code.resize(4, '0');
+  call.give_text(code);
+}
+
 // The pattern of a LIKE as it is: the mark escapes itself, % and _, and nothing else.
 void ora_pattern(Call& call) {
   if (call.any_null()) return;
@@ -287,21 +342,44 @@ void vsize(Call& call) {
   call.give_integer(number_size(call.number(0)));
 }
 
-constexpr SqlFunction kFunctions[] = {
-    {"substr", 2, run_call<substr>},       {"substr", 3, run_call<substr>},
-    {"instr", 2, run_call<instr>},         {"instr", 3, run_call<instr>},
-    {"instr", 4, run_call<instr>},         {"length", 1, run_call<length>},
-    {"lpad", 2, run_call<lpad>},           {"lpad", 3, run_call<lpad>},
-    {"rpad", 2, run_call<rpad>},           {"rpad", 3, run_call<rpad>},
-    {"trim", 1, run_call<trim>},           {"trim", 2, run_call<trim>},
-    {"ltrim", 1, run_call<ltrim>},         {"ltrim", 2, run_call<ltrim>},
-    {"rtrim", 1, run_call<rtrim>},         {"rtrim", 2, run_call<rtrim>},
-    {"replace", 2, run_call<replace>},     {"replace", 3, run_call<replace>},
-    {"translate", 3, run_call<translate>}, {"upper", 1, run_call<to_upper>},
-    {"lower", 1, run_call<to_lower>},      {"initcap", 1, run_call<initcap>},
-    {"ascii", 1, run_call<ascii>},         {"chr", 1, run_call<chr>},
-    {"hextoraw", 1, run_call<hextoraw>},   {"rawtohex", 1, run_call<rawtohex>},
-    {"vsize", 1, run_call<vsize>},         {"ora_pattern", 2, run_call<ora_pattern>}};
+constexpr SqlFunction kFunctions[] = {{"substr", 2, run_call<substr<Unit::Character>>},
+                                      {"substr", 3, run_call<substr<Unit::Character>>},
+                                      {"instr", 2, run_call<instr<Unit::Character>>},
+                                      {"instr", 3, run_call<instr<Unit::Character>>},
+                                      {"instr", 4, run_call<instr<Unit::Character>>},
+                                      {"length", 1, run_call<length<Unit::Character>>},
+                                      {"lpad", 2, run_call<lpad>},
+                                      {"lpad", 3, run_call<lpad>},
+                                      {"rpad", 2, run_call<rpad>},
+                                      {"rpad", 3, run_call<rpad>},
+                                      {"trim", 1, run_call<trim>},
+                                      {"trim", 2, run_call<trim>},
+                                      {"ltrim", 1, run_call<ltrim>},
+                                      {"ltrim", 2, run_call<ltrim>},
+                                      {"rtrim", 1, run_call<rtrim>},
+                                      {"rtrim", 2, run_call<rtrim>},
+                                      {"replace", 2, run_call<replace>},
+                                      {"replace", 3, run_call<replace>},
+                                      {"translate", 3, run_call<translate>},
+                                      {"upper", 1, run_call<to_upper>},
+                                      {"lower", 1, run_call<to_lower>},
+                                      {"initcap", 1, run_call<initcap>},
+                                      {"ascii", 1, run_call<ascii>},
+                                      {"chr", 1, run_call<chr>},
+                                      {"hextoraw", 1, run_call<hextoraw>},
+                                      {"rawtohex", 1, run_call<rawtohex>},
+                                      {"substrb", 2, run_call<substr<Unit::Byte>>},
+                                      {"substrb", 3, run_call<substr<Unit::Byte>>},
+                                      {"instrb", 2, run_call<instr<Unit::Byte>>},
+                                      {"instrb", 3, run_call<instr<Unit::Byte>>},
+                                      {"instrb", 4, run_call<instr<Unit::Byte>>},
+                                      {"lengthb", 1, run_call<length<Unit::Byte>>},
+                                      {"nls_upper", 1, run_call<to_upper>},
+                                      {"nls_lower", 1, run_call<to_lower>},
+                                      {"nls_initcap", 1, run_call<initcap>},
+                                      {"soundex", 1, run_call<soundex>},
+                                      {"vsize", 1, run_call<vsize>},
+                                      {"ora_pattern", 2, run_call<ora_pattern>}};
 
 }  // namespace
 

@@ -44,11 +44,19 @@ void rowid_number(Call& call) {
   call.give_integer(static_cast<long long>(read_rowid(call.bytes(0))));
 }
 
+void chartorowid(Call& call) {
+  if (call.is_null(0)) return;
+  if (call.type(0) != SQLITE_TEXT) fail(1410);
+  read_rowid(call.bytes(0));
+  call.give_argument(0);
+}
+
 }  // namespace
 
-// Both are deterministic, so that a condition on ROWID is a look-up by row number.
+// All are deterministic, so that a condition on ROWID is a look-up by row number.
 void register_rowid_functions(sqlite3* db) {
   add_function(db, "rowid_text", 1, run_call<rowid_text>, nullptr, SQLITE_DETERMINISTIC);
+  add_function(db, "chartorowid", 1, run_call<chartorowid>, nullptr, SQLITE_DETERMINISTIC);
   add_function(db, "rowid_number", 1, run_call<rowid_number>, nullptr, SQLITE_DETERMINISTIC);
 }
 
