@@ -61,6 +61,9 @@ TEST(Date, IsWrittenByModel) {
     "Year: "YYYY "Q"Q -> Year: 1999 Q1 | DDD D WW W IW CC J SSSSS -> 064 6 10 1 09 20 2451243 54249
     Y,YYY fmy,yyy, DD -> 1,999 1,999, 5
     DDth fmDDTH|ddth|Dth|DDDth -> 05TH 5TH|5th|6th|64TH | Y,YYYTH -> 1,999TH | MISSth -> 0409TH
+    JSP -> TWO MILLION FOUR HUNDRED FIFTY-ONE THOUSAND TWO HUNDRED FORTY-THREE
+    Ddspth|ddTHsp|YYYYsp|HH24SP -> Fifth|fifth|ONE THOUSAND NINE HUNDRED NINETY-NINE|FIFTEEN
+    Qsp|Qspth|SSSSSspth|MIsp -> One|First|FIFTY-FOUR THOUSAND TWO HUNDRED FORTY-NINTH|FOUR
     SYYYY YYY Y RR RRRR BC ->  1999 999 9 99 1999 AD | XYZ -> ORA-01821 | YYYY "open -> ORA-01821)")) {
     EXPECT_EQ(outcome([&] { return kDay; }, format), expected) << format;
   }
@@ -101,7 +104,8 @@ TEST(Date, IsReadByModel) {
     '2001-02' as FXYYYY-MM-DD -> ORA-01840 | '01-02-2003' as FXDD-MM-YY -> ORA-01830
     '01JAN2001' as DD-MON-YYYY -> 2001-1-1 0:0:0 | '01JAN01' as DD/MM/YY -> 2001-1-1 0:0:0
     '03FEB2001 1205PM' as DD-FMMON-YYYY HHMI PM -> 2001-2-3 12:5:0
-    '2024a01' as YYYY-DDD -> ORA-01861 | '2024' as IYYY -> ORA-01820 | '1st' as DDth -> ORA-01820)")) {
+    '2024a01' as YYYY-DDD -> ORA-01861 | '2024' as IYYY -> ORA-01820 | '1st' as DDth -> ORA-01820
+    'one' as DDSP -> ORA-01820)")) {
     const size_t as = both.find("' as ");
     const std::string text = both.substr(1, as - 1), format = both.substr(as + 5);
     EXPECT_EQ(outcome([&] { return parse_date(text, format); }), expected) << both;

@@ -390,9 +390,11 @@ TEST_F(DialectTest, DescribesSelectLists) {
             "A:23(2,0,0) B:96(2,0,0) ");
   EXPECT_EQ(select_list("SELECT TABLE_NAME, COLUMN_ID FROM USER_TAB_COLUMNS"),
             "TABLE_NAME:1(30,0,0) COLUMN_ID:2(22,0,-127) ");
-  EXPECT_EQ(select_list("SELECT SUBSTRB('abcd', 1, 2) A, ROWIDTOCHAR(ROWID) B, CHARTOROWID(ename) C,"
-                        " SOUNDEX(ename) D, NLS_UPPER('ab') E, BITAND(empno, 1) F FROM emp"),
-            "A:1(2,0,0) B:1(18,0,0) C:11(18,0,0) D:1(4,0,0) E:96(2,0,0) F:2(22,0,-127) ");
+  EXPECT_EQ(
+      select_list("SELECT SUBSTRB('abcd', 1, 2) A, ROWIDTOCHAR(ROWID) B, CHARTOROWID(ename) C,"
+                  " SOUNDEX(ename) D, NLS_UPPER('ab') E, BITAND(empno, 1) F,"
+                  " TO_CHAR(hired, 'JSP JSP') G FROM emp"),
+      "A:1(2,0,0) B:1(18,0,0) C:11(18,0,0) D:1(4,0,0) E:96(2,0,0) F:2(22,0,-127) G:1(190,0,0) ");
 }
 
 }  // namespace

@@ -11,6 +11,45 @@
 namespace oci8 {
 namespace {
 
+// In small letters, up to the greatest day number.
+void append_words(std::string& out, int value) {
+  static constexpr std::string_view kOnes[] = {
+      "zero",     "one",     "two",     "three",     "four",     "five",    "six",
+      "seven",    "eight",   "nine",    "ten",       "eleven",   "twelve",  "thirteen",
+      "fourteen", "fifteen", "sixteen", "seventeen", "eighteen", "nineteen"};
+  static constexpr std::string_view kTens[] = {"",      "",      "twenty",  "thirty", "forty",
+                                               "fifty", "sixty", "seventy", "eighty", "ninety"};
+  static constexpr std::pair<int, std::string_view> kUnits[] = {
+      {1000000, " million"}, {1000, " thousand"}, {100, " hundred"}};
+  for (const auto& [unit, name] : kUnits) {
+    if (value < unit) continue;
+    append_words(out, value / unit);
+    out += name;
+    value %= unit;
+    if (value == 0) return;
+    out += ' ';
+  }
+  if (value < 20) {
+    out += kOnes[value];
+    return;
+  }
+  out += kTens[value / 10];
+  if (value % 10 != 0) (out += '-') += kOnes[value % 10];
+}
+
+// Makes the last word an ordinal: twenty-first, thirtieth.
+void make_ordinal(std::string& words) {
+  static constexpr std::pair<std::string_view, std::string_view> kEnds[] = {
+      {"one", "first"},    {"two", "second"}, {"three", "third"},    {"five", "fifth"},
+      {"eight", "eighth"}, {"nine", "ninth"}, {"twelve", "twelfth"}, {"y", "ieth"}};
+  for (const auto& [cardinal, ordinal] : kEnds) {
+    if (!words.ends_with(cardinal)) continue;
+    words.replace(words.size() - cardinal.size(), cardinal.size(), ordinal);
+    return;
+  }
+  words += "th";
+}
+
 // Writes one date. The text is short, so that it mostly fits the string's own memory.
 class DateWriter {
  public:
@@ -63,7 +102,7 @@ void DateWriter::name(std::string_view name, std::string_view spelling, int widt
   const bool capital = is_letter(spelling[0]) && spelling[0] == upper(spelling[0]);
   const bool all_capital = capital && spelling[1] == upper(spelling[1]);
   for (size_t i = 0; i < name.size(); ++i) {
-    const bool raise = all_capital || (capital && i == 0);
+    const bool raise = all_capital || (capital && (i == 0 || !is_letter(name[i - 1])));
     out_ += raise ? upper(name[i]) : lower(name[i]);
   }
   if (fill_ && name.size() < static_cast<size_t>(width)) out_.append(width - name.size(), ' ');
@@ -200,8 +239,17 @@ std::string DateWriter::write(std::string_view format) {
   FormatReader reader(format);
   DateItem next;
   while (reader.next(next)) {
+    const size_t begin = out_.size();
     item(next);
-    if (next.ordinal) ordinal(next.spelling);
+    if (next.spelled) {
+      out_.resize(begin);
+      std::string words;
+      append_words(words, number_);
+      if (next.ordinal) make_ordinal(words);
+      name(words, next.spelling, 0);
+    } else if (next.ordinal) {
+      ordinal(next.spelling);
+    }
   }
   return std::move(out_);
 }

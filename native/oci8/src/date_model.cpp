@@ -37,8 +37,6 @@ constexpr ElementName kElements[] = {
     {"FM", DateElement::Fill},          {"FX", DateElement::Exact},
 };
 
-constexpr std::string_view kOrdinal = "TH";
-
 bool is_name(DateElement element) {
   return element == DateElement::MonthName || element == DateElement::MonthShort ||
          element == DateElement::DayName || element == DateElement::DayShort ||
@@ -65,15 +63,24 @@ bool FormatReader::next(DateItem& item) {
   }
   for (const ElementName& known : kElements) {
     if (!starts_with(rest_, known.name)) continue;
-    const bool ordinal =
-        !is_name(known.element) && starts_with(rest_.substr(known.name.size()), kOrdinal);
-    take(item, known.element, known.name.size() + (ordinal ? kOrdinal.size() : 0));
-    item.ordinal = ordinal;
+    take(item, known.element, known.name.size());
+    if (!is_name(known.element)) take_suffixes(item);
     return true;
   }
   if (rest_.front() != ' ' && !is_punctuation(rest_.front())) fail(1821);
   take(item, DateElement::Literal, 1);
   return true;
+}
+
+// TH and SP in either order; the spelling grows with them.
+void FormatReader::take_suffixes(DateItem& item) {
+  for (;;) {
+    const bool ordinal = !item.ordinal && starts_with(rest_, "TH");
+    if (!ordinal && (item.spelled || !starts_with(rest_, "SP"))) return;
+    (ordinal ? item.ordinal : item.spelled) = true;
+    item.spelling = {item.spelling.data(), item.spelling.size() + 2};
+    rest_.remove_prefix(2);
+  }
 }
 
 // The reader is copied, because looking ahead must not take anything away.

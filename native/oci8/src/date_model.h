@@ -65,8 +65,9 @@ inline constexpr size_t kShortName = 3;
 /// that of the names which are written.
 struct DateItem {
   DateElement element = DateElement::Literal;
-  std::string_view spelling;  // of a literal: its text, without quotes; with TH behind a number
+  std::string_view spelling;  // of a literal: its text, without quotes; with the suffix of a number
   bool ordinal = false;  // TH
+  bool spelled = false;  // SP
 };
 
 // Walks through a format model; a model is used once and never worth keeping.
@@ -87,6 +88,7 @@ class FormatReader {
     item = {element, rest_.substr(0, size)};
     rest_.remove_prefix(size);
   }
+  void take_suffixes(DateItem& item);
 
   std::string_view rest_;
 };

@@ -197,7 +197,7 @@ void DateReader::era() {
 }
 
 void DateReader::element(const DateItem& item) {
-  if (item.ordinal) fail(1820);
+  if (item.ordinal || item.spelled) fail(1820);
   switch (item.element) {
     case DateElement::SignedYear:
     case DateElement::Year4:

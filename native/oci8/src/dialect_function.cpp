@@ -4,6 +4,7 @@
 // conversions that need static types, and the type and size that the describe reports.
 #include <algorithm>
 
+#include "ascii.h"
 #include "dialect_expression.h"
 
 namespace oci8 {
@@ -161,9 +162,12 @@ StaticType formatted_type(const std::vector<Fragment>& arguments) {
   if (arguments.size() < 2) return text_type(text_size(arguments.front().type));
   if (!arguments[1].text) return text_type(kAnyText);
   const std::string& model = *arguments[1].text;
-  // No other element grows like this one: a letter for the seven digits of a day number.
+  // No others grow like these: a letter for the seven digits of a day number, and numbers in words.
   const auto days = std::ranges::count_if(model, [](char c) { return c == 'J' || c == 'j'; });
-  const size_t size = kCharacterBytes * model.size() + 6 * static_cast<size_t>(days);
+  size_t size = kCharacterBytes * model.size() + 6 * static_cast<size_t>(days);
+  for (size_t i = 0; i < model.size(); ++i) {
+    if (starts_with(std::string_view(model).substr(i), "SP")) size += kFormattedSize;
+  }
   return text_type(std::max(kFormattedSize, size));
 }
 
