@@ -64,7 +64,7 @@ TEST(Date, IsWrittenByModel) {
     JSP -> TWO MILLION FOUR HUNDRED FIFTY-ONE THOUSAND TWO HUNDRED FORTY-THREE
     Ddspth|ddTHsp|YYYYsp|HH24SP -> Fifth|fifth|ONE THOUSAND NINE HUNDRED NINETY-NINE|FIFTEEN
     Qsp|Qspth|SSSSSspth|MIsp -> One|First|FIFTY-FOUR THOUSAND TWO HUNDRED FORTY-NINTH|FOUR
-    SYYYY YYY Y RR RRRR BC ->  1999 999 9 99 1999 AD | XYZ -> ORA-01821 | YYYY "open -> ORA-01821)")) {
+    SYYYY YYY Y RR RRRR BC ->  1999 999 9 99 1999 AD | XYZ -> ORA-01821 | FMTH -> ORA-01821 | YYYY "open -> ORA-01821)")) {
     EXPECT_EQ(outcome([&] { return kDay; }, format), expected) << format;
   }
   EXPECT_EQ(outcome([&] { return DateFields{2021, 1, 3, 0, 0, 0}; }, "IYYY IYY IY I IW ddTH DDDth"),

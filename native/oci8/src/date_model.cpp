@@ -43,6 +43,10 @@ bool is_name(DateElement element) {
          element == DateElement::Meridian || element == DateElement::Era;
 }
 
+bool is_switch(DateElement element) {
+  return element == DateElement::Fill || element == DateElement::Exact;
+}
+
 // The week's days from Monday on belong to the year that it is in.
 DateFields thursday_of_week(const DateFields& fields) {
   return days_to_date(day_number(fields) - (weekday(fields) + 6) % 7 + 3);
@@ -64,7 +68,7 @@ bool FormatReader::next(DateItem& item) {
   for (const ElementName& known : kElements) {
     if (!starts_with(rest_, known.name)) continue;
     take(item, known.element, known.name.size());
-    if (!is_name(known.element)) take_suffixes(item);
+    if (!is_name(known.element) && !is_switch(known.element)) take_suffixes(item);
     return true;
   }
   if (rest_.front() != ' ' && !is_punctuation(rest_.front())) fail(1821);
@@ -89,7 +93,7 @@ bool FormatReader::takes_next(char first) const {
   DateItem item;
   do {
     if (!ahead.next(item) || item.element == DateElement::Literal) return false;
-  } while (item.element == DateElement::Fill || item.element == DateElement::Exact);
+  } while (is_switch(item.element));
   if (is_digit(first)) return !is_name(item.element);
   return is_letter(first) && (is_name(item.element) || item.element == DateElement::Month);
 }
