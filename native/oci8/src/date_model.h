@@ -11,8 +11,8 @@
 
 namespace oci8 {
 
-/// RoundYear is RR and RRRR, WeekOfYear WW, WeekOfMonth W, IsoWeek IW, IsoYear I and IYYY; either of a pair (AM and PM,
-/// AD and BC) stands for both.
+/// RoundYear is RR and RRRR, WeekOfYear WW, WeekOfMonth W, IsoWeek IW, IsoYear I and IYYY; either
+/// of a pair (AM and PM, AD and BC) stands for both.
 enum class DateElement : ub1 {
   Literal,  // punctuation or quoted text
   SignedYear,

@@ -38,8 +38,8 @@ bool read_decimal(std::string_view text, Decimal& out);
 Decimal decimal_of(const Number& value);
 /// False for a value that no Number keeps exactly.
 bool number_of(const Decimal& decimal, Number& out);
-/// The same of the nearest double where the digits cannot be kept: false only for a value outside of
-/// the server's range.
+/// The same of the nearest double where the digits cannot be kept: false only for a value outside
+/// of the server's range.
 bool nearest_number(const Decimal& decimal, Number& out);
 /// The nearest double.
 double real_of(const Decimal& decimal);

@@ -36,8 +36,8 @@ class Call {
   bool any_null() const;
   /// Seven bytes that form a date. A RAW that happens to look like one is taken for it.
   bool is_date(int index) const;
-  /// Raises ORA-01722 for text that is no number, ORA-00932 for bytes, ORA-01426 for a number outside
-  /// of the server's range. Text with more digits than can be kept is the nearest double.
+  /// Raises ORA-01722 for text that is no number, ORA-00932 for bytes, ORA-01426 for a number
+  /// outside of the server's range. Text with more digits than can be kept is the nearest double.
   Number number(int index) const;
   double real(int index) const;
   /// A number without its decimals, held to the range of an int: a length, position or count.
