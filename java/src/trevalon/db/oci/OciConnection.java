@@ -321,6 +321,20 @@ public final class OciConnection implements AutoCloseable {
         }
     }
 
+    /** Throws the exception for a call on a cursor, where it failed. */
+    void check(OciCursor cursor, boolean failed) throws OciException {
+        if (failed) {
+            throw failure(cursor);
+        }
+    }
+
+    /** The exception for a cursor's last call, with its place in the statement where one is told. */
+    OciException failure(OciCursor cursor) {
+        // 0 also stands for a place that is not known.
+        int offset = cursor.parseErrorOffset();
+        return failure(cursor.errorCode(), offset > 0 ? offset : -1);
+    }
+
     OciException failure(int code) {
         return failure(code, -1);
     }

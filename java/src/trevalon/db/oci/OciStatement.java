@@ -39,28 +39,17 @@ public final class OciStatement implements AutoCloseable {
      */
     public static final int DEFAULT_FETCH_SIZE = 100;
 
-    /** Most queries bring few rows, and arrays take time to make for each that they could hold. */
-    private static final int FIRST_ROWS = 10;
-
     /** Bytes of a LONG that cross in one call; as much as the large values' own pieces. */
     static final int DEFAULT_PIECE_LENGTH = 32 * 1024;
 
-    /** Rows of wide columns are fetched in smaller arrays, so that a fetch stays below this. */
-    private static final long FETCH_MEMORY = 32L * 1024 * 1024;
-
-    private static final int NO_MORE_ROWS = 1403;
-    private static final int NO_SUCH_POSITION = 24334;
     private static final int INVALID_CURSOR = 1001;
-    private static final int NULL_INDICATOR = -1;
-    private static final DateTimeFormatter DATE_TEXT = OciDates.formatter(" HH:mm:ss");
-
     private final OciConnection connection;
     private final OciCursor cursor;
     // The record of the cursor belongs to its slot in the process's pool, and the slot to this
     // statement until it is closed.
     private final SlotPool slots;
     private final BindList variables;
-    private final List<SelectColumn> columns = new ArrayList<>();
+    private final ResultRows rows;
 
     private int fetchSize = DEFAULT_FETCH_SIZE;
     private boolean closed;
@@ -70,25 +59,6 @@ public final class OciStatement implements AutoCloseable {
 
     /** Whether a statement handle is allocated: open and close must alternate strictly. */
     private boolean opened;
-
-    /**
-     * Whether the select list has its fetch arrays: once for each prepared query, not for each
-     * execution.
-     */
-    private boolean defined;
-    private int arrayRows;
-
-    /** What the arrays grow to once the first ones were full. */
-    private int mostRows;
-
-    private final ShortDecimal number = new ShortDecimal();
-
-    /** Index into the current array; -1 before the first {@link #next}. */
-    private int row = -1;
-    private int rowsInArray;
-    /** The native row count at the end of the array before: the count is of the whole execution. */
-    private int rowsBefore;
-    private boolean lastArray = true;
 
     OciStatement(OciConnection connection, int pieceLength) throws OciException {
         if (pieceLength < 1) {
@@ -106,6 +76,7 @@ public final class OciStatement implements AutoCloseable {
             throw e;
         }
         variables = new BindList(cursor);
+        rows = new ResultRows(connection, cursor);
     }
 
     /** Rows that one fetch asks for; takes effect at the next prepare. */
@@ -140,43 +111,17 @@ public final class OciStatement implements AutoCloseable {
         // A cursor describes only the first query after its open, and its LONG chain only grows:
         // each statement starts on a handle of its own.
         reset();
-        check(cursor.open(connection));
+        connection.check(cursor, cursor.open(connection));
         opened = true;
         try {
             // For a query this also asks the server to describe it, so that errors of its names
             // come up here.
-            check(cursor.parse(OciText.encode(sql), false));
-            describeAll();
+            connection.check(cursor, cursor.parse(OciText.encode(sql), false));
+            rows.describe();
         } catch (OciException | RuntimeException | Error e) {
             reset();
             throw e;
         }
-    }
-
-    private void describeAll() throws OciException {
-        while (describe(columns.size() + 1)) {
-            // The interface does not tell the number of columns: the list ends with an error.
-        }
-        int longColumns = 0;
-        for (SelectColumn column : columns) {
-            longColumns += OciType.isLong(column.type) ? 1 : 0;
-        }
-        cursor.setLongColumns(longColumns);
-    }
-
-    private boolean describe(int position) throws OciException {
-        OciColumn column = connection.columns().take(position);
-        if (!cursor.describe(column)) {
-            columns.add(new SelectColumn(column));
-            return true;
-        }
-        int code = cursor.errorCode();
-        connection.columns().give(column, 0, 0);
-        // Position 1 of a statement that is no query fails in several ways, all of them expected.
-        if (position == 1 || code == NO_SUCH_POSITION) {
-            return false;
-        }
-        throw failure();
     }
 
     /**
@@ -202,23 +147,19 @@ public final class OciStatement implements AutoCloseable {
 
     private boolean run() throws SQLException {
         // First of all: where it fails, from here on there is no row to read, nor a stream of one.
-        columns.forEach(SelectColumn::dropValue);
-        row = -1;
-        rowsInArray = 0;
-        rowsBefore = 0;
-        lastArray = true;
-        variables.requireValues(!columns.isEmpty());
-        check(variables.bind());
+        rows.forget();
+        variables.requireValues(rows.isQuery());
+        connection.check(cursor, variables.bind());
         setExecuting(true);
         try {
-            if (columns.isEmpty()) {
-                check(cursor.exec());
+            if (!rows.isQuery()) {
+                connection.check(cursor, cursor.exec());
                 // Cursor variables last: their queries exist from here on.
                 variables.takeResults();
                 return false;
             }
-            define();
-            takeArray(cursor.execAndFetch(arrayRows));
+            rows.define(fetchSize);
+            rows.take(cursor.execAndFetch(rows.arrayRows()));
             return true;
         } catch (IOException e) {
             throw new SQLException("Reading the stream of a bind variable: " + e.getMessage(), e);
@@ -243,20 +184,18 @@ public final class OciStatement implements AutoCloseable {
     boolean bindTo(OciCursor other, int position) throws OciException {
         requireOpen();
         reset();
-        check(cursor.open(connection));
+        connection.check(cursor, cursor.open(connection));
         opened = true;
         return other.bindCursorByPosition(cursor, position);
     }
 
     /** Makes the query ready that an execution has opened; where it has not, there are no rows. */
     void takeResult() throws SQLException {
-        describeAll();
-        if (columns.isEmpty()) {
-            return;
+        rows.describe();
+        if (rows.isQuery()) {
+            rows.define(fetchSize);
+            rows.await();
         }
-        define();
-        rowsBefore = 0;
-        lastArray = false;
     }
 
     private void requirePrepared() throws OciException {
@@ -434,82 +373,10 @@ public final class OciStatement implements AutoCloseable {
         return variable(position).bytesValue();
     }
 
-    private void define() throws SQLException {
-        // A second define of a LONG column would put it on the cursor's chain twice.
-        if (defined) {
-            return;
-        }
-        long rowBytes = 0;
-        // LONG columns arrive one row a call, and a LOB column has only one locator.
-        boolean oneByOne = false;
-        for (SelectColumn column : columns) {
-            column.allocateLocator(connection);
-            rowBytes += column.sizeElements(cursor.pieceLength()) + ColumnPool.BESIDE_VALUE;
-            oneByOne |= column.isLarge();
-        }
-        mostRows =
-                oneByOne
-                        ? 1
-                        : (int) Math.max(1, Math.min(fetchSize, FETCH_MEMORY / rowBytes));
-        defineArrays(Math.min(mostRows, FIRST_ROWS));
-        defined = true;
-    }
-
-    private void defineArrays(int rows) throws OciException {
-        for (SelectColumn column : columns) {
-            check(cursor.bindSelectItem(column.peer, rows));
-        }
-        arrayRows = rows;
-    }
-
-    /** Notes what the last fetch brought; "no more rows" comes with the last, partial array. */
-    private void takeArray(boolean failed) throws OciException {
-        if (failed && cursor.errorCode() != NO_MORE_ROWS) {
-            rowsInArray = 0;
-            lastArray = true;
-            throw failure();
-        }
-        if (cursor.hasBlobColumn()) {
-            // The row count is taken before the pieces are in, and may not count this row yet.
-            rowsInArray = failed ? 0 : 1;
-            lastArray = failed;
-        } else {
-            // The count is of all rows so far and may wrap; its difference does not.
-            rowsInArray = cursor.rowsProcessed() - rowsBefore;
-            rowsBefore = cursor.rowsProcessed();
-            lastArray = failed || rowsInArray < arrayRows;
-        }
-    }
-
     /** Moves to the next row; false after the last. */
     public boolean next() throws OciException {
         requireOpen();
-        if (cursor.hasBlobColumn()) {
-            columns.forEach(SelectColumn::dropValue);
-        }
-        row++;
-        if (row < rowsInArray) {
-            return true;
-        }
-        if (lastArray) {
-            rowsInArray = 0;
-            return false;
-        }
-        fetch();
-        return rowsInArray > 0;
-    }
-
-    private void fetch() throws OciException {
-        connection.enter();
-        try {
-            row = 0;
-            if (arrayRows < mostRows) {
-                defineArrays(mostRows);
-            }
-            takeArray(cursor.arrayFetch(arrayRows));
-        } finally {
-            connection.leave();
-        }
+        return rows.next();
     }
 
     /** Rows changed by the last statement, or fetched so far by a query. */
@@ -524,21 +391,12 @@ public final class OciStatement implements AutoCloseable {
 
     /** The select list of the prepared query; empty for any other statement. */
     public List<OciColumn> columns() {
-        List<OciColumn> peers = new ArrayList<>();
-        for (SelectColumn column : columns) {
-            peers.add(column.peer);
-        }
-        return Collections.unmodifiableList(peers);
+        return rows.columns();
     }
 
     /** Whether the value is NULL; an empty LONG is NULL, as everywhere on this server. */
     public boolean isNull(int position) {
-        SelectColumn column = column(position);
-        if (OciType.isLong(column.type)) {
-            return cursor.getIndicator(column.peer, 0) == NULL_INDICATOR
-                    || (column.value == null && cursor.getLongDataLength(column.peer) == 0);
-        }
-        return cursor.getIndicator(column.peer, row) == NULL_INDICATOR;
+        return rows.isNull(position);
     }
 
     /**
@@ -550,105 +408,32 @@ public final class OciStatement implements AutoCloseable {
      * @return null for NULL
      */
     public String getString(int position) throws SQLException {
-        SelectColumn column = column(position);
-        if (column.text) {
-            return text(column);
-        }
-        if (isNull(position)) {
-            return null;
-        }
-        switch (column.type) {
-            case OciType.DATE:
-                return DATE_TEXT.format(getDateTime(position));
-            case OciType.RAW:
-            case OciType.LONG_RAW:
-            case OciType.BLOB:
-                return OciText.hexadecimal(getBytes(position));
-            case OciType.CLOB:
-                try (OciLob lob = getLob(position)) {
-                    return lob.readText();
-                }
-            default:
-                byte[] bytes = getBytes(position);
-                return OciText.decode(bytes, bytes.length);
-        }
-    }
-
-    /** The getter of texts tells NULL, too: the indicator needs no call of its own. */
-    private String text(SelectColumn column) {
-        int length = column.readText(cursor, row);
-        return length < 0 ? null : OciText.decode(column.buffer(), length);
-    }
-
-    /** Takes a number that is written in few digits; false for every other value, and for NULL. */
-    private boolean takeNumber(int position) {
-        SelectColumn column = column(position);
-        if (!column.text) {
-            return false;
-        }
-        int length = column.readText(cursor, row);
-        return number.parse(column.buffer(), length);
+        return rows.getString(position);
     }
 
     /** The exact number, null for NULL; ORA-00932 for bytes, as for the three getters below. */
     public BigDecimal getBigDecimal(int position) throws SQLException {
-        if (takeNumber(position)) {
-            return number.decimalValue();
-        }
-        // Their text would often be digits only, and is no number of theirs.
-        if (OciType.isBinary(column(position).type)) {
-            throw new OciException(932, "ORA-00932: inconsistent datatypes");
-        }
-        String text = getString(position);
-        try {
-            return text == null ? null : new BigDecimal(text.trim());
-        } catch (NumberFormatException e) {
-            throw new OciException(1722, "ORA-01722: invalid number");
-        }
+        return rows.getBigDecimal(position);
     }
 
     /** The number as a long, 0 for NULL; one that does not fit exactly is ORA-01455. */
     public long getLong(int position) throws SQLException {
-        if (takeNumber(position) && number.isInteger()) {
-            return number.longValue();
-        }
-        BigDecimal value = getBigDecimal(position);
-        try {
-            return value == null ? 0 : value.longValueExact();
-        } catch (ArithmeticException e) {
-            throw new OciException(
-                    1455, "ORA-01455: converting column overflows integer datatype");
-        }
+        return rows.getLong(position);
     }
 
     /** The number as an int, 0 for NULL; one that does not fit exactly is ORA-01455. */
     public int getInt(int position) throws SQLException {
-        long value = getLong(position);
-        if (value != (int) value) {
-            throw new OciException(
-                    1455, "ORA-01455: converting column overflows integer datatype");
-        }
-        return (int) value;
+        return rows.getInt(position);
     }
 
     /** The number as the nearest double, 0 for NULL. */
     public double getDouble(int position) throws SQLException {
-        if (takeNumber(position) && number.hasExactParts()) {
-            return number.doubleValue();
-        }
-        BigDecimal value = getBigDecimal(position);
-        return value == null ? 0 : value.doubleValue();
+        return rows.getDouble(position);
     }
 
     /** A DATE with its time; null for NULL. */
     public LocalDateTime getDateTime(int position) throws OciException {
-        SelectColumn column = column(position);
-        if (column.type != OciType.DATE) {
-            throw new OciException(932, "ORA-00932: inconsistent datatypes");
-        }
-        // Copies nothing of NULL, so that one call does what the indicator and getDateValue would.
-        int length = cursor.getByteValue(column.peer, row, column.buffer());
-        return length == 0 ? null : OciDates.decode(column.buffer());
+        return rows.getDateTime(position);
     }
 
     /**
@@ -656,26 +441,7 @@ public final class OciStatement implements AutoCloseable {
      * {@link #getString}.
      */
     public byte[] getBytes(int position) throws SQLException {
-        SelectColumn column = column(position);
-        if (column.type == OciType.RAW) {
-            int length = cursor.getByteValue(column.peer, row, column.buffer());
-            return length == 0 && isNull(position)
-                    ? null
-                    : Arrays.copyOf(column.buffer(), length);
-        }
-        if (isNull(position)) {
-            return null;
-        }
-        if (OciType.isLong(column.type)) {
-            // A copy, as the caller may change it.
-            return longValue(position).rest().clone();
-        }
-        if (OciType.isLob(column.type)) {
-            try (OciLob lob = getLob(position)) {
-                return lob.isCharacter() ? OciText.encode(lob.readText()) : lob.readBytes();
-            }
-        }
-        return OciText.encode(text(column));
+        return rows.getBytes(position);
     }
 
     /**
@@ -684,18 +450,12 @@ public final class OciStatement implements AutoCloseable {
      * @return null for NULL
      */
     public OciLob getLob(int position) throws OciException {
-        SelectColumn column = column(position);
-        if (!OciType.isLob(column.type)) {
-            throw new OciException(932, "ORA-00932: inconsistent datatypes");
-        }
-        return isNull(position) ? null : OciLob.ofColumn(connection, column.peer, column.type);
+        return rows.getLob(position);
     }
 
     /** Bytes of the LONG value of this row that have not been read yet. */
     public int longLength(int position) {
-        SelectColumn column = column(position);
-        int here = column.value == null ? 0 : column.value.available();
-        return cursor.getLongDataLength(column.peer) + here;
+        return rows.longLength(position);
     }
 
     /**
@@ -704,34 +464,7 @@ public final class OciStatement implements AutoCloseable {
      * once the statement has moved to another row.
      */
     public InputStream longStream(int position) throws OciException {
-        return longValue(position);
-    }
-
-    private LongStream longValue(int position) throws OciException {
-        SelectColumn column = column(position);
-        if (!OciType.isLong(column.type)) {
-            throw new OciException(932, "ORA-00932: inconsistent datatypes");
-        }
-        if (column.value == null) {
-            column.value =
-                    new LongStream(
-                            cursor, column.peer, column.type == OciType.LONG, column.buffer());
-        }
-        return column.value;
-    }
-
-    /**
-     * The column at a position; the row index must be one that was fetched, because the native side
-     * knows the size of its arrays only, and not how far the last fetch has filled them.
-     */
-    private SelectColumn column(int position) {
-        if (position < 1 || position > columns.size()) {
-            throw new IndexOutOfBoundsException("No column " + position);
-        }
-        if (row < 0 || row >= rowsInArray) {
-            throw new IllegalStateException("There is no current row");
-        }
-        return columns.get(position - 1);
+        return rows.longStream(position);
     }
 
     private void requireOpen() throws OciException {
@@ -752,18 +485,6 @@ public final class OciStatement implements AutoCloseable {
         }
     }
 
-    private void check(boolean failed) throws OciException {
-        if (failed) {
-            throw failure();
-        }
-    }
-
-    private OciException failure() {
-        // 0 also stands for a place that is not known.
-        int offset = cursor.parseErrorOffset();
-        return connection.failure(cursor.errorCode(), offset > 0 ? offset : -1);
-    }
-
     /** Back to a cursor without a statement. */
     private void reset() {
         if (opened) {
@@ -771,18 +492,9 @@ public final class OciStatement implements AutoCloseable {
             cursor.close();
             opened = false;
         }
-        for (SelectColumn column : columns) {
-            column.close(connection.columns(), arrayRows);
-        }
-        columns.clear();
-        arrayRows = 0;
+        rows.close();
         variables.clear();
-        cursor.setLongColumns(0);
         cursor.forgetStreams();
-        defined = false;
-        row = -1;
-        rowsInArray = 0;
-        lastArray = true;
     }
 
     /** Frees the statement and its cursor slot; a second call does nothing. */
