@@ -1,6 +1,7 @@
 // Large values: the store behind the border, the cells that own them, long LONGs.
 
 #include "oci_fixture.h"
+#include "sqlite_large.h"
 
 namespace oci8 {
 namespace {
@@ -87,6 +88,21 @@ TEST_F(Large, NamesOfValuesThatAreGoneAreTold) {
   EXPECT_EQ(code_of_size(*other, first), 22922);
   EXPECT_EQ(code_of_size(*db_, {}), 22275);
   EXPECT_EQ(run("insert into t (n, b) values (1, :1)", first, true), 22922);
+}
+
+// A break may stop any statement, here at its first instruction.
+TEST_F(Large, AStoppedCallLeavesTheStoreUsable) {
+  const LargeName name = made("kept");
+  db_->commit();
+  const auto raw = open_file(database_, SQLITE_OPEN_READWRITE);
+  LargeStore store(raw.get());
+  sqlite3_progress_handler(
+      raw.get(), 1, [](void*) { return 1; }, nullptr);
+  EXPECT_EQ(failure([&] { store.size(name); }).code, 1013);
+  EXPECT_EQ(failure([&] { store.view(); }).code, 1013);
+  sqlite3_progress_handler(raw.get(), 0, nullptr, nullptr);
+  EXPECT_EQ(store.size(name), 4U);
+  sqlite3_reset(store.view());
 }
 
 TEST_F(Large, CharactersOfAByteTakeAByte) {

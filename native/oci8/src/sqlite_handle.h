@@ -9,6 +9,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "sqlite_errors.h"
 
@@ -34,6 +35,9 @@ class ResetOnExit {
   ~ResetOnExit() { sqlite3_reset(statement_); }
   ResetOnExit(const ResetOnExit&) = delete;
   ResetOnExit& operator=(const ResetOnExit&) = delete;
+
+  /// Leaves the statement as it stands to the caller.
+  sqlite3_stmt* release() { return std::exchange(statement_, nullptr); }
 
  private:
   sqlite3_stmt* statement_;

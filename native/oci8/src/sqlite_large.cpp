@@ -174,11 +174,12 @@ sqlite3_stmt* LargeStore::find(const LargeName& name) {
   if (name.id == 0) fail(22275);
   if (name.id < 0 || name.id >= kLastId) fail(22922);
   sqlite3_stmt* row = prepared(find_, kFind);
+  // Also behind a failed step: a statement that was not reset takes no binds any more.
+  ResetOnExit reset(row);
   bind_integer(row, 1, name.id);
   bind_integer(row, 2, static_cast<long long>(name.unit));
-  if (step_sql(row) && sqlite3_column_int64(row, 0) == name.stamp) return row;
-  sqlite3_reset(row);
-  fail(22922);
+  if (!step_sql(row) || sqlite3_column_int64(row, 0) != name.stamp) fail(22922);
+  return reset.release();
 }
 
 // Both ends are included. The rows are for the caller to reset, like find()'s.
@@ -251,9 +252,9 @@ size_t LargeStore::read(const LargeName& name, unsigned long long place, void* t
 
 // Without a row there is no value to read either.
 sqlite3_stmt* LargeStore::view() {
-  sqlite3_stmt* row = prepared(view_, kView);
-  step_sql(row);
-  return row;
+  ResetOnExit row(prepared(view_, kView));
+  step_sql(view_.get());
+  return row.release();
 }
 
 void LargeStore::put(long long id, unsigned long long number, const void* data, size_t size) {
