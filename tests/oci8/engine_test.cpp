@@ -12,6 +12,7 @@
 #include <thread>
 
 #include "engine_fixture.h"
+#include "sqlite_session.h"
 
 namespace oci8 {
 namespace {
@@ -170,6 +171,34 @@ TEST_F(EngineTest, InterruptStopsWhatRunsOrWaitsAndUndoesItAlone) {
   one->commit();
   EXPECT_EQ(query(*one, "SELECT COUNT(*) FROM T WHERE A = 5000"), "1");
   EXPECT_EQ(query(*one, "SELECT COUNT(*) FROM T WHERE B = 'x'"), "0");
+}
+
+// SQLite looks for a break every so many instructions of a statement: in so many rounds once at
+// each place.
+TEST_F(EngineTest, AStoppedBeginOrEndOfAStepIsDoneOrUndone) {
+  connect_with_table();
+  SqliteSession session(database_);
+  for (int i = 0; i < 1000; ++i) {
+    const SqliteSession::Operation running(session);
+    session.interrupt();
+    failure([&] { const SqliteSession::Change change(session); });
+    ASSERT_FALSE(session.in_transaction()) << i;
+  }
+  session.begin();
+  int kept = 0;
+  for (int i = 0; i < 1000; ++i) {
+    const SqliteSession::Operation running(session);
+    session.interrupt();
+    const auto step = [&] {
+      SqliteSession::Whole whole(session);
+      execute_sql(session.db(), "UPDATE T SET A = A + 1");
+      whole.keep();
+    };
+    if (failure(step).code == 0) ++kept;
+  }
+  const auto row = prepare_sql(session.db(), "SELECT A FROM T");
+  ASSERT_TRUE(step_sql(row.get()));
+  EXPECT_EQ(sqlite3_column_int(row.get(), 0), 1 + kept);
 }
 
 TEST_F(EngineTest, OpenQueriesOutliveTheirConnection) {

@@ -160,8 +160,11 @@ void SqliteSession::require_open() const {
 // Gives SQLite's result instead of raising, for callers that have to clean up first.
 int SqliteSession::run(Control control) {
   sqlite3_stmt* statement = controls_[static_cast<size_t>(control)].get();
+  // SQLite could still answer a break when the control has done its work.
+  in_control_ = true;
   // Controls have no rows: anything but DONE is an error.
   const int stepped = sqlite3_step(statement);
+  in_control_ = false;
   sqlite3_reset(statement);
   if (control == Control::Commit || control == Control::Rollback) queue_->released();
   return stepped == SQLITE_DONE ? SQLITE_OK : stepped;
@@ -183,7 +186,13 @@ void SqliteSession::begin(bool wait) {
   check(db(), result);
   // Read under the lock, so that a change can compare its translation with it and nobody can alter
   // a table in between.
-  transaction_schema_ = schema_.version();
+  try {
+    transaction_schema_ = schema_.version();
+  } catch (...) {
+    // Whoever began keeps nothing yet that would end it.
+    run(Control::Rollback);
+    throw;
+  }
 }
 
 // The place is given up with the lock in hand: the next one in turn then asks for it.
@@ -318,7 +327,7 @@ int SqliteSession::on_busy(void* session, int waits) {
 // Where that would take earlier changes along, the statement first gets the time to stop at the
 // error of a SQL function (see sqlite_stop.h).
 bool SqliteSession::must_stop() {
-  if (!stopping()) return false;
+  if (!stopping() || in_control_) return false;
   if (!gentle_) return true;
   const Clock::time_point now = Clock::now();
   // The time begins with the first look after the break and not with the statement.

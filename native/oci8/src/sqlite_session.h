@@ -199,6 +199,7 @@ class SqliteSession {
   Clock::time_point gentle_until_;
   std::atomic<RunState> state_ = RunState::Idle;
   int transaction_schema_ = 0;
+  bool in_control_ = false;
   bool gentle_ = false;  // a stop must not cost the transaction
   std::string newest_savepoint_;  // the client's, where no other savepoint is behind it
   WriteQueue::Place* place_ = nullptr;  // of a transaction that begins: its timeout runs already
