@@ -12,7 +12,7 @@
 #include <thread>
 
 #include "engine_fixture.h"
-#include "sqlite_session.h"
+#include "sqlite_statement.h"
 
 namespace oci8 {
 namespace {
@@ -199,6 +199,33 @@ TEST_F(EngineTest, AStoppedBeginOrEndOfAStepIsDoneOrUndone) {
   const auto row = prepare_sql(session.db(), "SELECT A FROM T");
   ASSERT_TRUE(step_sql(row.get()));
   EXPECT_EQ(sqlite3_column_int(row.get(), 0), 1 + kept);
+}
+
+// SQLite gives the transaction up where the file cannot grow for a single row.
+TEST_F(EngineTest, ALostTransactionIsToldByTheNextCommit) {
+  const ConnectionPtr other = connect_with_table();
+  for (const auto& [sql, expected] : cases(R"(
+    ROLLBACK TO S -> 1086 | SELECT 1 / (A - A) FROM T FOR UPDATE -> 1476
+    SELECT A FROM T FOR UPDATE NOWAIT -> 54)")) {
+    const auto session = std::make_shared<SqliteSession>(database_);
+    const auto code_of = [&](const std::string& text) {
+      const SqlText source = tokenize(text);
+      return failure([&] { SqliteStatement(session, source).step(); }).code;
+    };
+    execute_sql(session->db(), "PRAGMA max_page_count = 1");
+    EXPECT_EQ(code_of("INSERT INTO T(A) VALUES (0)"), 0);
+    EXPECT_EQ(code_of("SAVEPOINT S"), 0);
+    int code = 0;
+    for (int a = 2; code == 0; ++a) {
+      code = code_of("INSERT INTO T VALUES (" + std::to_string(a) + ", 'to the end')");
+    }
+    EXPECT_EQ(code, 1653);
+    if (expected == "54") run(*other, "LOCK TABLE T IN SHARE MODE");
+    EXPECT_EQ(code_of(sql), std::stoi(expected)) << sql;
+    other->rollback();
+    EXPECT_EQ(code_of("UPDATE T SET B = 'later'"), 0);
+    EXPECT_EQ(failure([&] { session->commit(); }).code, 2091) << sql;
+  }
 }
 
 TEST_F(EngineTest, OpenQueriesOutliveTheirConnection) {

@@ -320,16 +320,17 @@ bool SqliteStatement::step_query() {
   const SqliteSession::Operation running(*session_);
   // Before the first row only, and where no transaction holds the lock already.
   const bool locks = now_.translation.locks && !row_stands_ && !session_->in_transaction();
+  std::optional<SqliteSession::Change> lock;
   try {
-    if (locks) session_->begin(!now_.translation.nowait);
+    if (locks) lock.emplace(*session_, !now_.translation.nowait);
     const bool first = !row_stands_;
     row_stands_ = first ? start_query() : next_row();
     if (first && row_stands_) session_->enter(*this);
   } catch (...) {
     reset();
-    if (locks) session_->rollback();
     throw;
   }
+  if (lock) lock->keep();
   if (row_stands_) return true;
   // Given back at once: an open query keeps its view of the database, and with it this session
   // from changing what others have changed since.
@@ -417,16 +418,11 @@ void SqliteStatement::run_control() {
   const SqliteSession::Operation running(*session_);
   // What goes back to a savepoint changes tables.
   session_->read_out();
-  const bool first = !session_->in_transaction();
-  if (first) session_->begin();
-  try {
-    if (!lock) {
-      session_->to_savepoint(now_.translation.object, now_.translation.sql, {&now_.translation});
-    }
-  } catch (...) {
-    if (first) session_->rollback();
-    throw;
+  SqliteSession::Change change(*session_);
+  if (!lock) {
+    session_->to_savepoint(now_.translation.object, now_.translation.sql, {&now_.translation});
   }
+  change.keep();
 }
 
 void SqliteStatement::name_large(ub2 type, Value& value) {
