@@ -123,7 +123,17 @@ TEST_F(BlockTest, FailedBlockIsUndoneAsAWholeBackToItsLastCommit) {
        "END;",
        1476, "1 2 3 4 5 6"},
       {"BEGIN SAVEPOINT Z; :x := 1 / 0; END;", 1476, "1 2 3 4 5 6"},
-      {"SAVEPOINT Z", 0, "1 2 3 4 5 6"}};
+      {"SAVEPOINT Z", 0, "1 2 3 4 5 6"},
+      {"COMMIT", 0, "1 2 3 4 5 6"},
+      {"BEGIN SAVEPOINT E; DELETE FROM T; ROLLBACK TO E; DELETE FROM T; :x := 1 / 0; END;", 1476,
+       "1 2 3 4 5 6"},
+      {"ROLLBACK TO E", 1086, "1 2 3 4 5 6"},
+      {"SAVEPOINT E", 0, "1 2 3 4 5 6"},
+      {"DELETE FROM T WHERE A < 5", 0, "5 6"},
+      {"BEGIN DELETE FROM T; ROLLBACK TO E; SAVEPOINT F; DELETE FROM T; :x := 1 / 0; END;", 1476,
+       "1 2 3 4 5 6"},
+      {"ROLLBACK TO F", 1086, "1 2 3 4 5 6"},
+      {"ROLLBACK TO E", 0, "1 2 3 4 5 6"}};
   for (const auto& [text, code, left] : steps) {
     EXPECT_EQ(run(text).code, code) << text;
     EXPECT_EQ(numbers(), left) << text;

@@ -201,6 +201,21 @@ TEST_F(EngineTest, AStoppedBeginOrEndOfAStepIsDoneOrUndone) {
   EXPECT_EQ(sqlite3_column_int(row.get(), 0), 1 + kept);
 }
 
+TEST_F(EngineTest, SavepointsBeforeATransactionKeepNobodyFromWriting) {
+  expect(R"(
+    1 SAVEPOINT A -> | 1 SAVEPOINT B -> | 1 ROLLBACK TO B -> | 1 ROLLBACK TO X -> ORA-1086
+    2 UPDATE T SET B = 'x' -> | 2 COMMIT -> | 1 INSERT INTO T(A) VALUES (2) -> | 1 SAVEPOINT C ->
+    1 DELETE FROM T -> | 1 ROLLBACK TO C -> | 1 SELECT COUNT(*) FROM T -> 2
+    1 SAVEPOINT A -> | 1 DELETE FROM T -> | 1 ROLLBACK TO A -> | 1 SELECT COUNT(*) FROM T -> 2
+    1 ROLLBACK TO B -> | 1 SELECT B FROM T -> x | 1 ROLLBACK TO C -> ORA-1086
+    2 INSERT INTO T(A) VALUES (3) -> | 2 COMMIT -> | 1 DELETE FROM T -> | 1 ROLLBACK TO A ->
+    1 SELECT COUNT(*) FROM T -> 2 | 1 ROLLBACK TO B -> ORA-1086 | 1 SAVEPOINT B ->
+    1 SAVEPOINT A -> | 1 ROLLBACK TO B -> | 1 ROLLBACK TO A -> ORA-1086 | 1 COMMIT ->
+    1 ROLLBACK TO B -> ORA-1086 | 1 SAVEPOINT B -> | 1 DELETE FROM T -> | 1 ROLLBACK ->
+    1 DELETE FROM T -> | 1 ROLLBACK TO B -> ORA-1086 | 1 SELECT COUNT(*) FROM T -> 0)",
+         connect_with_table());
+}
+
 // SQLite gives the transaction up where the file cannot grow for a single row.
 TEST_F(EngineTest, ALostTransactionIsToldByTheNextCommit) {
   const ConnectionPtr other = connect_with_table();

@@ -150,6 +150,7 @@ void SqliteSession::resume() {
   check(db(), sqlite3_busy_handler(db(), on_busy, this));
   lock_timeout_ = lock_timeout();
   lost_ = false;
+  forget_savepoints();
   closed_ = false;
 }
 
@@ -216,7 +217,7 @@ void SqliteSession::commit() {
     rollback();
     fail(2091);
   }
-  marked_ = false;
+  forget_savepoints();
   if (!in_transaction()) return;
   const int result = run(Control::Commit);
   if (result == SQLITE_OK) return;
@@ -230,10 +231,16 @@ void SqliteSession::commit() {
 void SqliteSession::rollback() {
   lost_ = false;
   lost_at_mark_ = false;
-  marked_ = false;
+  forget_savepoints();
   if (!in_transaction()) return;
   read_out_before_undo();
   check(db(), run(Control::Rollback));
+}
+
+void SqliteSession::forget_savepoints() {
+  marked_ = false;
+  early_savepoints_.clear();
+  early_at_mark_.clear();
 }
 
 void SqliteSession::read_out() {
@@ -254,28 +261,52 @@ void SqliteSession::read_out_before_undo() noexcept {
   }
 }
 
-// Without a transaction there is nothing to go back to but that; beginning one would lock out other
-// writers for a unit that may only read.
+// Without a transaction a name says it all, while one of SQLite's would keep others from writing.
 // The newest savepoint moves when it is set again: SQLite would keep each of them until the
 // transaction ends, and look at all with every page that is written.
-void SqliteSession::to_savepoint(const std::string& name, const std::string& sql,
-                                 const ErrorContext& context) {
-  if (sql.starts_with("SAVEPOINT") && name == newest_savepoint_) {
-    execute_sql(db(), "RELEASE " + quote_name(name));
+void SqliteSession::set_savepoint(const std::string& name) {
+  if (!in_transaction()) {
+    std::erase(early_savepoints_, name);
+    early_savepoints_.push_back(name);
+    return;
   }
+  const std::string quoted = quote_name(name);
+  if (name == newest_savepoint_) execute_sql(db(), "RELEASE " + quoted);
   newest_savepoint_.clear();
-  execute_sql(db(), sql, context);
+  execute_sql(db(), "SAVEPOINT " + quoted);
   newest_savepoint_ = name;
+}
+
+// What was set within the transaction hides an earlier one of its name.
+void SqliteSession::return_to_savepoint(const std::string& name) {
+  newest_savepoint_.clear();
+  const auto early = std::ranges::find(early_savepoints_, name);
+  try {
+    execute_sql(db(), "ROLLBACK TO " + quote_name(name));
+    newest_savepoint_ = name;
+    return;
+  } catch (const Failure& raised) {
+    if (raised.code != 1086 || early == early_savepoints_.end()) throw;
+  }
+  early_savepoints_.erase(early + 1, early_savepoints_.end());
+  if (!in_transaction()) return;
+  check(db(), run(Control::Rollback));
+  if (marked_) note_mark();
 }
 
 void SqliteSession::mark() {
   require_open();
   newest_savepoint_.clear();
-  marked_ = in_transaction();
-  // Without a transaction this is all that the mark is: going back brings back what a commit has
-  // still to tell.
-  lost_at_mark_ = lost_;
+  note_mark();
   if (marked_) check(db(), run(Control::Mark));
+}
+
+// Without a transaction this is all that the mark is: going back brings back what a commit has
+// still to tell.
+void SqliteSession::note_mark() {
+  marked_ = in_transaction();
+  lost_at_mark_ = lost_;
+  early_at_mark_ = early_savepoints_;
 }
 
 // A savepoint that stays does no harm: the transaction's end takes it away.
@@ -286,6 +317,7 @@ void SqliteSession::release_mark() noexcept {
 
 void SqliteSession::return_to_mark() noexcept {
   newest_savepoint_.clear();
+  early_savepoints_.swap(early_at_mark_);
   const bool marked = std::exchange(marked_, false);
   if (!marked) lost_ = lost_at_mark_;
   if (!in_transaction()) return;

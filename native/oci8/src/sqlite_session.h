@@ -84,8 +84,10 @@ class SqliteSession {
   /// end a query, too.
   void read_out();
 
-  /// Runs the client's "SAVEPOINT name" or "ROLLBACK TO name".
-  void to_savepoint(const std::string& name, const std::string& sql, const ErrorContext& context);
+  /// The client's "SAVEPOINT name", in a transaction or before one.
+  void set_savepoint(const std::string& name);
+  /// The client's "ROLLBACK TO name". Ends the transaction where the savepoint was set before it.
+  void return_to_savepoint(const std::string& name);
 
   /// See Connection::mark.
   void mark();
@@ -174,6 +176,8 @@ class SqliteSession {
   };
 
   void read_out_before_undo() noexcept;
+  void note_mark();
+  void forget_savepoints();
   void stop_listening() { state_.store(RunState::Idle, std::memory_order_release); }
   int run(Control control);
   bool may_wait() const { return !stopping() && Clock::now() < wait_until_; }
@@ -201,7 +205,9 @@ class SqliteSession {
   int transaction_schema_ = 0;
   bool in_control_ = false;
   bool gentle_ = false;  // a stop must not cost the transaction
-  std::string newest_savepoint_;  // the client's, where no other savepoint is behind it
+  std::vector<std::string> early_savepoints_;  // the client's, set before the transaction began
+  std::vector<std::string> early_at_mark_;
+  std::string newest_savepoint_;  // of those in the transaction, where no other is behind it
   WriteQueue::Place* place_ = nullptr;  // of a transaction that begins: its timeout runs already
   bool lost_ = false;  // changes are gone that the client has not been told to repeat
   bool marked_ = false;  // a savepoint stands for the mark; else it is where no transaction was

@@ -16,7 +16,6 @@ namespace {
 // Function codes as SqlText::function has them.
 constexpr ub2 kUpdate = 6;
 constexpr ub2 kDelete = 7;
-constexpr ub2 kLockTable = 26;
 
 // A query that draws from a sequence is started again this often when other sessions get ahead.
 constexpr int kDrawAttempts = 20;
@@ -409,20 +408,14 @@ void SqliteStatement::run_define() {
   session_->commit();
 }
 
-// A savepoint outside of a transaction would begin one of its own that SQLite ends together with
-// it; the server's go on.
 void SqliteStatement::run_control() {
-  // SQLite has one lock for writing, which stands for those of all tables.
-  const bool lock = text_.function == kLockTable;
-  if (now_.translation.sql.empty() && !lock) return;
+  const Translation& control = now_.translation;
+  if (control.sql.empty()) return;
   const SqliteSession::Operation running(*session_);
+  if (control.sql.starts_with("SAVEPOINT")) return session_->set_savepoint(control.object);
   // What goes back to a savepoint changes tables.
   session_->read_out();
-  SqliteSession::Change change(*session_);
-  if (!lock) {
-    session_->to_savepoint(now_.translation.object, now_.translation.sql, {&now_.translation});
-  }
-  change.keep();
+  session_->return_to_savepoint(control.object);
 }
 
 void SqliteStatement::name_large(ub2 type, Value& value) {
