@@ -156,6 +156,7 @@ Failure interrupted(Connection& connection, std::string_view sql) {
 
 TEST_F(EngineTest, InterruptStopsWhatRunsOrWaitsAndUndoesItAlone) {
   const ConnectionPtr one = connect_with_table(1024);
+  run(*one, "CREATE SEQUENCE S");
   one->interrupt();
   EXPECT_EQ(query(*one, "SELECT MAX(A) FROM T"), "1024") << "without an operation it hit the next";
   const std::string endless =
@@ -167,7 +168,9 @@ TEST_F(EngineTest, InterruptStopsWhatRunsOrWaitsAndUndoesItAlone) {
   EXPECT_EQ(raised.code, 1013);
   EXPECT_EQ(raised.text, error_text(1013)) << "the transaction was lost";
   setenv("OCI8_LOCK_TIMEOUT", "60000", 1);
-  EXPECT_EQ(interrupted(*connect(), "UPDATE T SET B = 'x'").code, 1013) << "waiting for a lock";
+  for (const char* sql : {"UPDATE T SET B = 'x'", "SELECT S.NEXTVAL FROM DUAL"}) {
+    EXPECT_EQ(interrupted(*connect(), sql).code, 1013) << "waiting for a lock: " << sql;
+  }
   one->commit();
   EXPECT_EQ(query(*one, "SELECT COUNT(*) FROM T WHERE A = 5000"), "1");
   EXPECT_EQ(query(*one, "SELECT COUNT(*) FROM T WHERE B = 'x'"), "0");
@@ -459,6 +462,18 @@ TEST_F(EngineTest, SequencesCountForAllSessions) {
   ASSERT_TRUE(open->step());
   EXPECT_EQ(query(*connect(), "SELECT S.NEXTVAL FROM DUAL"), "1");
   EXPECT_EQ(query(*one, "SELECT S.NEXTVAL FROM DUAL"), "2") << "under an older query";
+
+  const ConnectionPtr other = connect();
+  for (const char* before : {"COMMIT", "UPDATE T SET B = 'y'"}) {
+    run(*one, before);
+    const Prepared drawing(*one, "SELECT S.NEXTVAL FROM T");
+    ASSERT_TRUE(drawing->step());
+    const std::string next = std::to_string(drawing->column(0).integer + 1);
+    one->commit();
+    EXPECT_EQ(code_of(*other, "UPDATE T SET B = 'x'"), 0) << "behind " << before;
+    other->commit();
+    EXPECT_EQ(rows_of(*drawing.statement), next) << "behind " << before;
+  }
 }
 
 TEST_F(EngineTest, RowidsLeadBackToTheirRows) {

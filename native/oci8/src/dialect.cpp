@@ -44,6 +44,7 @@ Translation finish(Action action, Fragment sql, Context& context) {
   result.large_places = std::move(context.large_places);
   result.stored_places = std::move(context.stored_places);
   result.large = context.large;
+  result.draws = context.draws;
   result.nowait = context.nowait;
   std::ranges::stable_sort(result.marks, {}, &SourceMark::engine_offset);
   return result;

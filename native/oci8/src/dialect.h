@@ -73,6 +73,7 @@ struct Translation {
   std::vector<StoredPlace> stored_places;  // with Checks::ButBound only
   bool large = false;  // a change of a table that has columns for large values
   bool locks = false;  // a query FOR UPDATE
+  bool draws = false;  // NEXTVAL is in it
   bool nowait = false;  // fails where another session has the lock
 };
 

@@ -217,6 +217,7 @@ Fragment sequence_value(Context& context, const Scope& scope, const std::string&
                         ub4 offset) {
   if (!scope.sequences) fail(2287, {}, static_cast<int>(offset));
   const bool next = draws(context, sequence, context.tokens.is_word("NEXTVAL"));
+  context.draws = context.draws || next;
   context.tokens.skip();
   Fragment result = fragment(
       (next ? "sequence_nextval(" : "sequence_currval(") + quote_text(sequence) + ")", offset);

@@ -37,6 +37,7 @@ struct Context {
   std::vector<StoredPlace> stored_places;
   Checks checks = Checks::All;
   bool large = false;  // as in Translation
+  bool draws = false;
   bool nowait = false;
   std::optional<size_t> item;  // first token of the value being read, where all are made in order
 };

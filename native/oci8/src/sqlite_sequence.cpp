@@ -3,7 +3,6 @@
 #include "sqlite_sequence.h"
 
 #include <optional>
-#include <utility>
 
 #include "sqlite_call.h"
 #include "sqlite_session.h"
@@ -66,10 +65,10 @@ long long Sequences::next(std::string_view name) {
   return value;
 }
 
-// Inside the running query SQLite does not wait for another writer by itself, and afterwards the
-// query's view of the database is older than what that writer left.
+// In the transaction that everything that draws runs in: the lock is there.
 void Sequences::advance(std::string_view name, long long value) {
   if (advance_ == nullptr) advance_ = prepare_sql(session_.db(), kAdvance);
+  const ResetOnExit reset(advance_.get());
   const std::optional<long long> after = value_after(find_.get(), value);
   bind_text(advance_.get(), 1, name);
   if (after) {
@@ -77,16 +76,7 @@ void Sequences::advance(std::string_view name, long long value) {
   } else {
     check(session_.db(), sqlite3_bind_null(advance_.get(), 2));
   }
-  const ResetOnExit reset(advance_.get());
-  int result = sqlite3_step(advance_.get());
-  session_.start_waiting();
-  while (result == SQLITE_BUSY && session_.pause()) {
-    sqlite3_reset(advance_.get());
-    result = sqlite3_step(advance_.get());
-  }
-  if (result == SQLITE_DONE) return;
-  outdated_ = result == SQLITE_BUSY_SNAPSHOT;
-  throw sqlite_failure(session_.db(), result);
+  step_sql(advance_.get());
 }
 
 // The value is the session's own, also when the sequence has been dropped since; the database is
@@ -98,10 +88,6 @@ long long Sequences::current(std::string_view name) {
   const ResetOnExit reset(row);
   bind_text(row, 1, name);
   fail(step_sql(row) ? 8002 : 2289, name);
-}
-
-bool Sequences::take_outdated() {
-  return std::exchange(outdated_, false);
 }
 
 }  // namespace oci8

@@ -31,10 +31,6 @@ class Sequences {
   /// Forgets the values drawn so far, for a new session.
   void forget() { drawn_.clear(); }
 
-  /// True once after a draw that failed because the query around it reads from a state that
-  /// another session has changed since: the query succeeds when it starts again.
-  bool take_outdated();
-
  private:
   sqlite3_stmt* finder();
   void advance(std::string_view name, long long value);
@@ -43,7 +39,6 @@ class Sequences {
   std::map<std::string, long long, std::less<>> drawn_;
   SqliteStatementOwner find_;
   SqliteStatementOwner advance_;
-  bool outdated_ = false;
 };
 
 }  // namespace oci8

@@ -402,6 +402,11 @@ void SqliteSession::Change::keep() {
   kept_ = true;
 }
 
+void SqliteSession::Change::commit() {
+  check(session_.db(), session_.run(Control::Commit));
+  keep();
+}
+
 SqliteSession::Whole::Whole(SqliteSession& session) : session_(session) {
   check(session.db(), session.run(Control::Step));
 }

@@ -96,10 +96,6 @@ class SqliteSession {
 
   /// Stops the operation that runs, if one does. Any thread.
   void interrupt() noexcept;
-  /// From now on the lock timeout runs.
-  void start_waiting() { wait_until_ = Clock::now() + lock_timeout_; }
-  /// Waits a moment for a lock. False when the lock timeout is over or the operation is to stop.
-  bool pause();
   // Relaxed: the flag carries no data, and a look that misses it is followed by another.
   bool stopping() const { return state_.load(std::memory_order_relaxed) == RunState::Stopping; }
 
@@ -137,6 +133,8 @@ class SqliteSession {
     }
     /// Leaves the change to the transaction.
     void keep();
+    /// Commits a transaction that this change has begun and that the client knows nothing of.
+    void commit();
     /// SQLite gave up the whole transaction, with changes that were made before this one.
     bool lost_transaction() const { return !first_ && !session_.in_transaction(); }
 
@@ -180,6 +178,8 @@ class SqliteSession {
   void forget_savepoints();
   void stop_listening() { state_.store(RunState::Idle, std::memory_order_release); }
   int run(Control control);
+  void start_waiting() { wait_until_ = Clock::now() + lock_timeout_; }
+  bool pause();
   bool may_wait() const { return !stopping() && Clock::now() < wait_until_; }
   bool await_turn();
   int begin_in_turn();

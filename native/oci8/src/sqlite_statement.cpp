@@ -17,9 +17,6 @@ namespace {
 constexpr ub2 kUpdate = 6;
 constexpr ub2 kDelete = 7;
 
-// A query that draws from a sequence is started again this often when other sessions get ahead.
-constexpr int kDrawAttempts = 20;
-
 constexpr std::string_view kForeignKeys = "SELECT \"from\" FROM pragma_foreign_key_list(?1)";
 
 // Without a copy: the caller keeps the bytes in place for the run. Empty values are NULL, as they
@@ -258,21 +255,11 @@ std::optional<bool> SqliteStatement::first_step() {
   return result == SQLITE_ROW;
 }
 
-// A query that draws from a sequence starts again where another session has drawn in between.
 bool SqliteStatement::start_query() {
-  for (int attempt = 1;; ++attempt) {
-    try {
-      if (const std::optional<bool> row = first_step()) return *row;
-      sqlite3_reset(now_.statement.get());
-      translate_again();
-    } catch (const Failure&) {
-      sqlite3_reset(now_.statement.get());
-      // Inside a transaction the query would read the same old state again.
-      const bool again = session_->sequences().take_outdated() && !session_->in_transaction();
-      if (!again || attempt == kDrawAttempts) throw;
-      // As it would under a query that began before.
-      session_->read_out();
-    }
+  for (;;) {
+    if (const std::optional<bool> row = first_step()) return *row;
+    sqlite3_reset(now_.statement.get());
+    translate_again();
   }
 }
 
@@ -313,23 +300,35 @@ void SqliteStatement::read_out() {
   session_->leave(*this);
 }
 
+// Under the lock, because SQLite refuses a draw where another session has written since the query
+// began; and all rows at once, because the lock cannot be held until they are fetched.
+void SqliteStatement::draw_rows() {
+  if (row_stands_) read_out();
+  if (session_->stopping()) fail(1013);
+}
+
 bool SqliteStatement::step_query() {
   if (at_end_) return false;
   if (rows_ != nullptr) return step_kept();
   const SqliteSession::Operation running(*session_);
+  const bool first = !row_stands_;
+  const bool draws = first && now_.translation.draws;
   // Before the first row only, and where no transaction holds the lock already.
-  const bool locks = now_.translation.locks && !row_stands_ && !session_->in_transaction();
-  std::optional<SqliteSession::Change> lock;
+  const bool begins = first && !session_->in_transaction();
+  std::optional<SqliteSession::Change> change;
   try {
-    if (locks) lock.emplace(*session_, !now_.translation.nowait);
-    const bool first = !row_stands_;
+    if (draws || (begins && now_.translation.locks)) {
+      change.emplace(*session_, !now_.translation.nowait);
+    }
     row_stands_ = first ? start_query() : next_row();
-    if (first && row_stands_) session_->enter(*this);
+    if (draws) draw_rows();
+    if (draws && begins && !now_.translation.locks) change->commit();
+    if (first && row_stands_ && !draws) session_->enter(*this);
   } catch (...) {
     reset();
     throw;
   }
-  if (lock) lock->keep();
+  if (change) change->keep();
   if (row_stands_) return true;
   // Given back at once: an open query keeps its view of the database, and with it this session
   // from changing what others have changed since.

@@ -57,6 +57,7 @@ class SqliteStatement final : public Statement, private OpenQuery {
   bool step_kept();
   void read_out() override;
   bool start_query();
+  void draw_rows();
   bool next_row();
   void run_change();
   void run_define();
