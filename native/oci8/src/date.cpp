@@ -13,10 +13,12 @@ namespace {
 
 constexpr int kMinYear = -4712;
 constexpr int kMaxYear = 9999;
+// 1 March 4712 BC.
+constexpr long long kFirstMarch = 60;
 constexpr long long kSecondsPerDay = 86400;
 // 15 October 1582, the first day of the Gregorian calendar, follows 4 October of the Julian one.
 constexpr long long kFirstGregorianDay = 2299161;
-// The days between 1 March 4801 BC, where the counting formulas start, and Julian day 0.
+// The days between 1 March of the year -4800, where the counting formulas start, and Julian day 0.
 constexpr long long kGregorianShift = 32045;
 constexpr long long kJulianShift = 32083;
 
@@ -26,27 +28,23 @@ bool is_gregorian(int year, int month, int day) {
   return year * 10000LL + month * 100LL + day >= 15821015;
 }
 
-// There is no year 0: 1 BC comes before 1 AD.
-int astronomical_year(int year) {
-  return year < 0 ? year + 1 : year;
-}
-
+// As the server counts: with a year 0 of 366 days, which no date is in, and without a leap day in
+// 4712 BC, so that day 1 is its first one.
 // Years begin in March here, so that the leap day is the last one.
 long long julian_day(int year, int month, int day) {
   // 1 for January and February, which count as months 10 and 11 of the year before.
   const long long shift = (14 - month) / 12;
-  const long long y = astronomical_year(year) + 4800 - shift;
+  const long long y = year + 4800LL - shift;
   const long long m = month + 12 * shift - 3;
   const long long days = day + (153 * m + 2) / 5 + 365 * y + y / 4;
   if (is_gregorian(year, month, day)) return days - y / 100 + y / 400 - kGregorianShift;
-  return days - kJulianShift;
+  return days - kJulianShift + (year == kMinYear && shift == 1 ? 1 : 0);
 }
 
 DateFields fields_of_day(long long julian) {
-  // The inverse of the formula above, with the same epoch in 4801 BC. 146097 days are four
-  // centuries of the Gregorian calendar, 1461 are four years of either one, 153 days are five
-  // months from March on.
-  long long c = julian + kJulianShift - 1;
+  // The inverse of the formula above, with the same epoch. 146097 days are four centuries of the
+  // Gregorian calendar, 1461 are four years of either one, 153 days are five months from March on.
+  long long c = julian + kJulianShift - (julian < kFirstMarch ? 2 : 1);
   long long centuries = 0;
   if (julian >= kFirstGregorianDay) {
     const long long a = julian + kGregorianShift - 1;
@@ -60,7 +58,6 @@ DateFields fields_of_day(long long julian) {
   fields.day = static_cast<int>(day_of_year - (153 * m + 2) / 5 + 1);
   fields.month = static_cast<int>(m + 3 - 12 * (m / 10));
   fields.year = static_cast<int>(100 * centuries + years - 4800 + m / 10);
-  if (fields.year <= 0) --fields.year;
   return fields;
 }
 
@@ -84,10 +81,10 @@ int field_error(const DateFields& fields) {
 
 int days_in_month(int year, int month) {
   static constexpr int kDays[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
-  const int y = astronomical_year(year);
   // The rule of centuries begins with the Gregorian calendar; before it every fourth year had a
-  // leap day, 1 BC (year 0 of the formula) among them.
-  const bool leap = y % 4 == 0 && (year < 1582 || y % 100 != 0 || y % 400 == 0);
+  // leap day, but for the first one of all.
+  const bool leap =
+      year % 4 == 0 && year != kMinYear && (year < 1582 || year % 100 != 0 || year % 400 == 0);
   return month == 2 && leap ? 29 : kDays[month - 1];
 }
 

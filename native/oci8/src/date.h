@@ -40,7 +40,8 @@ int days_in_month(int year, int month);
 /// Days since 1 January 4712 BC as the server counts them (Julian day number) and back, with the
 /// time of day as a fraction; the result is rounded to whole seconds.
 double date_to_days(const DateFields& fields);
-/// ORA-01841 for a day outside of 4712 BC to 9999.
+/// ORA-01841 for a day outside of 4712 BC to 9999. A day of the year 0, which is counted, comes
+/// back as such, and is refused when it is packed.
 DateFields days_to_date(double days);
 
 /// TO_CHAR and TO_DATE for a format model (YYYY YY RR MM MON MONTH DD DDD D DY DAY HH HH12 HH24 MI
