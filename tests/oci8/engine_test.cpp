@@ -431,11 +431,18 @@ TEST_F(EngineTest, AStatementGoesOnAfterValuesThatDoNotFit) {
 
 TEST_F(EngineTest, EngineErrorsHaveTheirNumbers) {
   const ConnectionPtr one = connect_with_table();
-  query(*one, "CREATE TABLE P(ID NUMBER PRIMARY KEY)");
-  query(*one,
-        "CREATE TABLE C(ID NUMBER REFERENCES P(ID), N NUMBER NOT NULL, K NUMBER CHECK (K > 0))");
-  query(*one, "INSERT INTO P VALUES (1)");
-  query(*one, "INSERT INTO C VALUES (1, 1, 1)");
+  run(*one, "CREATE TABLE P(ID NUMBER PRIMARY KEY)");
+  run(*one,
+      "CREATE TABLE C(ID NUMBER REFERENCES P(ID), N NUMBER NOT NULL, K NUMBER CHECK (K > 0))");
+  run(*one,
+      "CREATE SEQUENCE S INCREMENT BY -1 START WITH -9223372036854775808 MAXVALUE 0 "
+      "MINVALUE -9223372036854775808");
+  run(*one, "INSERT INTO P VALUES (-9223372036854775808)");
+  EXPECT_EQ(query(*one, "SELECT S.NEXTVAL FROM P WHERE ID = -9223372036854775808"),
+            "-9223372036854775808");
+  run(*one, "DELETE FROM P");
+  run(*one, "INSERT INTO P VALUES (1)");
+  run(*one, "INSERT INTO C VALUES (1, 1, 1)");
   for (const auto& [sql, expected] : cases(R"(
     INSERT INTO P VALUES (1) -> 1 P.ID | INSERT INTO C VALUES (1, NULL, 1) -> 1400 "C"."N"
     UPDATE C SET N = NULL -> 1407 "C"."N" | INSERT INTO C VALUES (1, 1, 0) -> 2290 check

@@ -124,8 +124,9 @@ long long sequence_number(Tokens& tokens) {
   if (read == NumberParse::Invalid) tokens.fail_here(1722);
   tokens.skip();
   const bool fits = read == NumberParse::Ok && value.is_integer;
-  const long long magnitude = fits ? value.integer : std::numeric_limits<long long>::max();
-  return negative ? -magnitude : magnitude;
+  using Limits = std::numeric_limits<long long>;
+  if (!fits) return negative ? Limits::min() : Limits::max();
+  return negative ? -value.integer : value.integer;
 }
 
 // CACHE and ORDER say how the server draws numbers, which a database in one file does anyhow.

@@ -4,6 +4,7 @@
 #include "dialect_expression.h"
 
 #include <algorithm>
+#include <limits>
 
 #include "dialect_query.h"
 #include "dialect_types.h"
@@ -16,6 +17,7 @@ namespace {
 // double.
 // 2^53 is a little more than this.
 constexpr double kExactBound = 9e15;
+constexpr std::string_view kLeastDigits = "9223372036854775808";
 
 Fragment either(Context& context, Scope& scope);
 
@@ -93,8 +95,7 @@ Fragment multiply(const Fragment& left, const Fragment& right) {
 
 // A negative literal stays a literal: positions, limits and defaults look for one.
 Fragment negate(const Fragment& value, ub4 offset) {
-  // The least 64-bit integer never comes here as a magnitude: number_literal refuses a literal
-  // beyond 63 bits.
+  // The least 64-bit integer never comes here: as a literal it has its sign already.
   if (value.integer) {
     Fragment result = fragment(std::to_string(-*value.integer), offset);
     result.type = value.type;
@@ -466,12 +467,22 @@ Fragment value_only(Fragment value) {
   return value;
 }
 
+// The one integer whose digits need their sign to fit.
+Fragment least_integer(Tokens& tokens, ub4 offset) {
+  tokens.skip();
+  Fragment result = fragment(std::to_string(std::numeric_limits<long long>::min()), offset);
+  result.type = number_type();
+  result.nullable = false;
+  return result;
+}
+
 // Signs nest, so each one counts as a level.
 Fragment factor(Context& context, Scope& scope) {
   const Nesting nesting(context);
   const ub4 offset = context.tokens.offset();
   if (context.tokens.accept_symbol("+")) return numeric(value_only(factor(context, scope)));
   if (context.tokens.accept_symbol("-")) {
+    if (context.tokens.spelling() == kLeastDigits) return least_integer(context.tokens, offset);
     return negate(value_only(factor(context, scope)), offset);
   }
   return settle(scope, primary(context, scope));
