@@ -448,6 +448,7 @@ TEST_F(EngineTest, EngineErrorsHaveTheirNumbers) {
     UPDATE C SET N = NULL -> 1407 "C"."N" | INSERT INTO C VALUES (1, 1, 0) -> 2290 check
     INSERT INTO C VALUES (2, 1, 1) -> 2291 parent | UPDATE C SET ID = 2 -> 2291 parent
     DELETE FROM P -> 2292 child | UPDATE P SET ID = 2 -> 2292 child | DROP TABLE P -> 2449 foreign
+    SELECT S.NEXTVAL FROM DUAL -> 8004 S.NEXTVAL goes below MINVALUE and
     DELETE FROM DUAL -> 1031 privileges | DROP VIEW USER_TABLES -> 1031 privileges)")) {
     const Failure raised = failure([&, text = sql] { query(*one, text); });
     EXPECT_EQ(raised.code, std::stoi(expected)) << sql << ": " << raised.text;

@@ -205,7 +205,7 @@ constexpr Message kMessages[] = {
     {6512, "at %s"},
     {6550, "%s"},
     {8002, "sequence %s.CURRVAL is not yet defined in this session"},
-    {8004, "sequence %s.NEXTVAL exceeds MAXVALUE and cannot be instantiated"},
+    {8004, "sequence %s and cannot be instantiated"},
     {8177, "can't serialize access for this transaction"},
     {12154, "TNS:could not resolve service name"},
     {12705, "invalid or unknown NLS parameter value specified"},

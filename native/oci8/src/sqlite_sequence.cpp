@@ -53,7 +53,11 @@ long long Sequences::next(std::string_view name) {
   const ResetOnExit reset(row);
   bind_text(row, 1, name);
   if (!step_sql(row)) fail(2289);
-  if (sqlite3_column_type(row, 0) == SQLITE_NULL) fail(8004, name);
+  if (sqlite3_column_type(row, 0) == SQLITE_NULL) {
+    const bool up = sqlite3_column_int64(row, 1) > 0;
+    const std::string_view past = up ? ".NEXTVAL exceeds MAXVALUE" : ".NEXTVAL goes below MINVALUE";
+    fail(8004, std::string(name).append(past));
+  }
   const long long value = sqlite3_column_int64(row, 0);
   advance(name, value);
   // Looked up by the view: a name is copied for the first draw only.
