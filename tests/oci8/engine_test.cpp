@@ -156,7 +156,7 @@ Failure interrupted(Connection& connection, std::string_view sql) {
 
 TEST_F(EngineTest, InterruptStopsWhatRunsOrWaitsAndUndoesItAlone) {
   const ConnectionPtr one = connect_with_table(1024);
-  run(*one, "CREATE SEQUENCE S");
+  query(*one, "CREATE SEQUENCE S");
   one->interrupt();
   EXPECT_EQ(query(*one, "SELECT MAX(A) FROM T"), "1024") << "without an operation it hit the next";
   const std::string endless =
@@ -238,7 +238,7 @@ TEST_F(EngineTest, ALostTransactionIsToldByTheNextCommit) {
       code = code_of("INSERT INTO T VALUES (" + std::to_string(a) + ", 'to the end')");
     }
     EXPECT_EQ(code, 1653);
-    if (expected == "54") run(*other, "LOCK TABLE T IN SHARE MODE");
+    if (expected == "54") query(*other, "LOCK TABLE T IN SHARE MODE");
     EXPECT_EQ(code_of(sql), std::stoi(expected)) << sql;
     other->rollback();
     EXPECT_EQ(code_of("UPDATE T SET B = 'later'"), 0);
@@ -431,18 +431,18 @@ TEST_F(EngineTest, AStatementGoesOnAfterValuesThatDoNotFit) {
 
 TEST_F(EngineTest, EngineErrorsHaveTheirNumbers) {
   const ConnectionPtr one = connect_with_table();
-  run(*one, "CREATE TABLE P(ID NUMBER PRIMARY KEY)");
-  run(*one,
-      "CREATE TABLE C(ID NUMBER REFERENCES P(ID), N NUMBER NOT NULL, K NUMBER CHECK (K > 0))");
-  run(*one,
-      "CREATE SEQUENCE S INCREMENT BY -1 START WITH -9223372036854775808 MAXVALUE 0 "
-      "MINVALUE -9223372036854775808");
-  run(*one, "INSERT INTO P VALUES (-9223372036854775808)");
+  query(*one, "CREATE TABLE P(ID NUMBER PRIMARY KEY)");
+  query(*one,
+        "CREATE TABLE C(ID NUMBER REFERENCES P(ID), N NUMBER NOT NULL, K NUMBER CHECK (K > 0))");
+  query(*one,
+        "CREATE SEQUENCE S INCREMENT BY -1 START WITH -9223372036854775808 MAXVALUE 0 "
+        "MINVALUE -9223372036854775808");
+  query(*one, "INSERT INTO P VALUES (-9223372036854775808)");
   EXPECT_EQ(query(*one, "SELECT S.NEXTVAL FROM P WHERE ID = -9223372036854775808"),
             "-9223372036854775808");
-  run(*one, "DELETE FROM P");
-  run(*one, "INSERT INTO P VALUES (1)");
-  run(*one, "INSERT INTO C VALUES (1, 1, 1)");
+  query(*one, "DELETE FROM P");
+  query(*one, "INSERT INTO P VALUES (1)");
+  query(*one, "INSERT INTO C VALUES (1, 1, 1)");
   for (const auto& [sql, expected] : cases(R"(
     INSERT INTO P VALUES (1) -> 1 P.ID | INSERT INTO C VALUES (1, NULL, 1) -> 1400 "C"."N"
     UPDATE C SET N = NULL -> 1407 "C"."N" | INSERT INTO C VALUES (1, 1, 0) -> 2290 check
@@ -473,7 +473,7 @@ TEST_F(EngineTest, SequencesCountForAllSessions) {
 
   const ConnectionPtr other = connect();
   for (const char* before : {"COMMIT", "UPDATE T SET B = 'y'"}) {
-    run(*one, before);
+    query(*one, before);
     const Prepared drawing(*one, "SELECT S.NEXTVAL FROM T");
     ASSERT_TRUE(drawing->step());
     const std::string next = std::to_string(drawing->column(0).integer + 1);
