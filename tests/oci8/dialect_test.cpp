@@ -97,15 +97,16 @@ class DialectTest : public testing::Test {
     }
   }
 
-  // Rows as "a,b/c,d"; an error as its code and offset: "942@14".
+  // Rows as "a,b/c,d"; an error as its code and offset: "942@14". What is bound is a date where it
+  // has the size of one, a number behind #, else text.
   std::string run(std::string_view source, std::string_view bound = "10") {
     std::string rows;
     const Failure raised = failure([&] {
       const Prepared prepared(*db_, source);
       const auto kind = bound.size() == kDateSize ? Value::Kind::Bytes : Value::Kind::Text;
-      for (ub4 i = 1; i <= prepared.source.placeholders.size(); ++i) {
-        prepared->bind(i, words(bound, kind));
-      }
+      const bool integer = bound.starts_with('#');
+      const Value value = integer ? number(bound[1] - '0') : words(bound, kind);
+      for (ub4 i = 1; i <= prepared.source.placeholders.size(); ++i) prepared->bind(i, value);
       while (prepared->step()) rows += (rows.empty() ? "" : "/") + row(*prepared.statement);
     });
     return raised.code == 0 ? rows
@@ -161,6 +162,7 @@ TEST_F(DialectTest, OperatorsMeanWhatTheyMeanOnTheServer) {
 // Only a run tells what is bound: 1 January 2000, 10 o'clock, or the text 10.
 TEST_F(DialectTest, APlaceholderInASumIsADateOrANumber) {
   expect(R"(
+    SELECT ename FROM (SELECT hired, :1 x, ename FROM emp) WHERE x = :2 AND x > hired -> SMITH
     SELECT empno FROM emp WHERE hired < :1 + 1 -> 1
     SELECT empno FROM emp WHERE TRUNC(hired) = TRUNC(:1) + 399 -> 2
     SELECT empno FROM emp WHERE hired BETWEEN TRUNC(:1) - 15 AND :2 + 0.99999 -> 1
@@ -180,6 +182,7 @@ TEST_F(DialectTest, APlaceholderInASumIsADateOrANumber) {
     INSERT INTO emp (empno, sal) VALUES (8, :1 + 1) -> 932@-1
     SELECT empno FROM emp WHERE sal < TRUNC(:1) -> 932@-1
     SELECT empno FROM emp WHERE photo = :1 + 1 -> 932@36
+    SELECT TO_CHAR(TRUNC(x) + (y - x), 'HH24') FROM (SELECT :1 x, :2 + 1 y FROM dual) -> 00
     SELECT hired + (:1 - 1) FROM emp WHERE empno = 1 -> 975@-1)",
          std::string_view("\x78\x64\1\1\x0b\1\1", kDateSize));
   expect(R"(
@@ -190,6 +193,12 @@ TEST_F(DialectTest, APlaceholderInASumIsADateOrANumber) {
     SELECT :1 + 1 FROM dual UNION SELECT sal FROM emp WHERE empno = 1 -> 11/800
     INSERT INTO emp (empno, hired) VALUES (9, :1 + 1) -> 932@-1
     INSERT INTO emp (empno, sal) VALUES (:1 - 1, :2 * 1e6) -> 1438@-1)");
+  expect(R"(
+    SELECT * FROM (SELECT :1 x, NULL n FROM dual) WHERE x = :2 AND x = '5' AND n IS NULL -> 5,-
+    SELECT x FROM (SELECT x FROM (SELECT :1 x FROM dual)) WHERE x BETWEEN :2 AND :3 -> 5
+    SELECT e.empno FROM (SELECT ev.*, :1 p FROM emp ev) e WHERE e.p = :2 AND e.empno < 3 -> 1/2
+    SELECT x FROM (SELECT :1 x FROM dual) JOIN (SELECT :2 x FROM dual) USING (x) -> 5)",
+         "#5");
 }
 
 TEST_F(DialectTest, RowsAreNumberedBeforeTheyAreSortedOrGrouped) {
@@ -208,6 +217,13 @@ TEST_F(DialectTest, RowsAreNumberedBeforeTheyAreSortedOrGrouped) {
     SELECT empno FROM emp WHERE ROWNUM BETWEEN 2 AND 3 ->
     SELECT empno FROM emp WHERE ROWNUM BETWEEN :1 - 9 AND sal -> 3001@54
     SELECT empno FROM emp WHERE ROWNUM BETWEEN NULL AND 3 ->
+    SELECT empno FROM emp WHERE ROWNUM IN (2 / 2, '2', 7) -> 1/2
+    SELECT empno FROM emp WHERE ROWNUM IN (2, 3) -> | SELECT empno FROM emp WHERE ROWNUM != 3 -> 1/2
+    SELECT empno FROM emp WHERE ROWNUM <> 2.5 AND NOT ROWNUM > 2 -> 1/2
+    SELECT MAX(empno) FROM emp WHERE ROWNUM IN (1, 2) AND NOT (3 = ROWNUM) -> 2
+    SELECT empno FROM emp WHERE NOT ROWNUM <> 1 -> 1 | SELECT 1 FROM emp WHERE ROWNUM <> NULL ->
+    SELECT empno FROM emp WHERE ROWNUM <> 1 -> | SELECT empno FROM emp WHERE ROWNUM IN (sal) -> 3001@39
+    SELECT empno FROM emp WHERE MOD(ROWNUM, 2) = 0 -> 3001@32
     SELECT e, r FROM (SELECT a.*, ROWNUM r FROM (SELECT empno e FROM emp ORDER BY e DESC) a WHERE
       ROWNUM <= 2) WHERE r > 1 -> 2,2
     SELECT COUNT(ROWNUM), SUM(CASE WHEN ROWNUM < 3 THEN 1 END), MAX(ROWNUM + sal * 0) FROM
@@ -216,6 +232,11 @@ TEST_F(DialectTest, RowsAreNumberedBeforeTheyAreSortedOrGrouped) {
       ROWNUM < 4 GROUP BY e.deptno ORDER BY MAX(ROWNUM) -> 10,2,2/-,3,1
     SELECT deptno, MAX(ROWNUM) m FROM emp WHERE ROWNUM < 4 GROUP BY deptno ORDER BY m -> 10,2/-,3
     SELECT empno FROM emp WHERE ROWID = (SELECT ROWID FROM emp WHERE ename = 'FORD') -> 3
+    UPDATE emp e SET sal = 10 * ROWNUM, ename = (SELECT e.ename || COUNT(*) FROM emp WHERE sal < 99),
+      deptno = CASE WHEN ROWNUM < 2 THEN 20 ELSE deptno END WHERE e.empno > 1 AND ROWNUM < 3 ->
+    SELECT empno, sal, ename, deptno FROM emp -> 1,800,SMITH,10/2,10,ALLEN0,20/3,20,FORD0,-
+    UPDATE emp SET sal = ROWNUM WHERE MOD(ROWNUM, 2) = 1 -> 3001@38 | UPDATE emp SET sal = ROWNUM ->
+    SELECT sal FROM emp -> 1/2/3
     DELETE FROM emp e WHERE ROWNUM <= 1 AND e.empno > 1 -> | SELECT empno FROM emp -> 1/3)");
 }
 
@@ -287,6 +308,13 @@ TEST_F(DialectTest, ChangesStoreWhatTheColumnDeclares) {
     CREATE OR REPLACE VIEW v (a, b) AS SELECT ename || 'x', sal FROM emp ->
     SELECT b FROM v WHERE a = 'FORDx' AND b = '3000' -> 3000
     CREATE OR REPLACE VIEW v AS SELECT * FROM v -> 1731@42 | CREATE TABLE c AS SELECT * FROM emp ->
+    CREATE TABLE n (a NUMBER NOT NULL, b NUMBER NOT NULL PRIMARY KEY, c NUMBER) ->
+    CREATE TABLE n1 AS SELECT v.*, a + 0 d FROM (SELECT * FROM n) v ->
+    CREATE TABLE n2 AS SELECT e.empno, n.a FROM emp e, n WHERE e.empno = n.a(+) ->
+    SELECT table_name || column_name FROM user_tab_columns WHERE nullable = 'N' AND table_name LIKE
+      'N_' -> N1A
+    CREATE TABLE n4 AS SELECT 1 FROM dual -> 998@26 | CREATE VIEW n4 AS SELECT a, SUM(a) FROM n -> 937@25
+    CREATE VIEW n4 AS SELECT a, a + 1 FROM n -> 998@28 | CREATE TABLE n4 AS SELECT '' f FROM n -> 1723@37
     RENAME c TO c2 -> | TRUNCATE TABLE c2 -> | SELECT COUNT(*) FROM c2 -> 0
     CREATE INDEX i ON emp (UPPER(ename) DESC, ename) -> | COMMENT ON COLUMN emp.sal IS 'a month' ->
     ALTER SESSION SET NLS_DATE_FORMAT = 'DD-MON-YY' ->
@@ -316,7 +344,14 @@ TEST_F(DialectTest, DataDictionaryShowsTheUsersObjectsOnly) {
     SELECT TABLE_NAME FROM USER_TABLES -> DEPT/EMP | SELECT VIEW_NAME FROM USER_VIEWS ->
     SELECT OWNER FROM ALL_TABLES WHERE TABLE_NAME = 'EMP' -> SCOTT
     SELECT COLUMN_NAME, DATA_LENGTH FROM USER_TAB_COLUMNS WHERE TABLE_NAME = 'DEPT' ORDER BY
-      COLUMN_ID -> DEPTNO,22/DNAME,10/LOC,8)");
+      COLUMN_ID -> DEPTNO,22/DNAME,10/LOC,8
+    CREATE VIEW v (X, Y) AS SELECT sal + 1, 'ä' /*/ one */ FROM emp /*system*/ -- end ->
+    SELECT TEXT FROM USER_VIEWS -> SELECT sal + 1, 'ä' /*/ one */ FROM emp /*system*/ -- end
+    SELECT TEXT_LENGTH FROM USER_VIEWS -> 57 | SELECT X FROM v WHERE ROWNUM < 2 -> 801
+    CREATE INDEX i ON emp (ename, sal) -> | ALTER INDEX i REBUILD ONLINE TABLESPACE x ->
+    SELECT INDEX_NAME, COLUMN_NAME, COLUMN_POSITION FROM USER_IND_COLUMNS -> I,ENAME,1/I,SAL,2
+    ALTER INDEX x REBUILD -> 1418@-1 | ANALYZE TABLE emp ESTIMATE STATISTICS SAMPLE 5 PERCENT ->
+    ANALYZE TABLE x COMPUTE STATISTICS -> 942@14)");
 }
 
 TEST_F(DialectTest, ErrorsNameTheirPlace) {
@@ -370,6 +405,30 @@ TEST_F(DialectTest, ErrorsNameTheirPlace) {
   EXPECT_EQ(run(std::string_view("SELECT 'a\0b' FROM dual", 22)), "911@7");
   EXPECT_EQ(run(deep), "923@5018");
   EXPECT_EQ(run(closed), "3001@47");
+}
+
+// As programs make statements: nothing that is long only is refused.
+TEST_F(DialectTest, ListsOfOperandsAndConditionsMayBeLong) {
+  const auto chain = [](const std::string& begin, std::string_view part, int times) {
+    std::string text = begin;
+    while (times-- > 0) text += part;
+    return text;
+  };
+  const std::string from = " FROM emp", dual = " FROM dual";
+  EXPECT_EQ(run(chain("SELECT SUM(sal", " + .1 - .1 + 1", 300) + ")" + from), "6300.56");
+  EXPECT_EQ(run(chain("SELECT 1", " + 1 - empno", 700) + from + " WHERE empno = 2"), "-699");
+  EXPECT_EQ(run(chain("SELECT TO_CHAR(hired", " + 1 - :1 / 20", 200) + ", 'YYYY-MM-DD')" + from),
+            "2000-03-26/2001-05-14/-");
+  EXPECT_EQ(run(chain("SELECT hired", " + 1", 99) + " - hired + .5" + from), "99.5/99.5/-");
+  const std::string key = chain("deptno + .5", " + deptno", 30);
+  EXPECT_EQ(run("SELECT 1.5 + " + key + " + 1, COUNT(*)" + from + " GROUP BY 1.5 + " + key),
+            "-,1/313,2");
+  EXPECT_EQ(run(chain("SELECT 1", " + .5", 70) + " + 'x'" + dual), "1722@-1");
+  EXPECT_EQ(run(chain("SELECT 1", " + 1", 50000) + dual).substr(0, 5), "3001@");
+  EXPECT_EQ(run(chain("UPDATE emp SET sal = sal", " + .01", 500) + " WHERE empno = 1"), "");
+  EXPECT_EQ(run("SELECT empno, sal FROM emp WHERE sal = 805" + chain("", " OR empno = 3", 3000)),
+            "1,805/3,3000");
+  EXPECT_EQ(run(chain("SELECT empno FROM emp WHERE sal > 0", " AND empno <> 2", 3000)), "1/3");
 }
 
 TEST_F(DialectTest, DescribesSelectLists) {

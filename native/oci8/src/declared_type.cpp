@@ -44,6 +44,8 @@ constexpr sb1 kNoScale = -127;
 // From here on a FLOAT's binary digits are more than the 15 decimal ones of a double.
 constexpr sb2 kBinaryDigitsOfAny = 50;
 constexpr std::string_view kNotNull = " NOT NULL";
+constexpr std::string_view kViewText = "/*query ";
+constexpr char kTextBreak = 31;  // keeps apart what would end or begin a comment
 
 // The engine's schema is a file that anybody may have written to: nothing in it is taken on trust.
 bool read_integer(std::string_view& from, int& value) {
@@ -174,6 +176,29 @@ std::string view_heading(const std::string& name, const std::vector<ColumnInfo>&
     if (!column.nullable) types += kNotNull;
   }
   return "CREATE VIEW " + quote_name(name) + "(" + names + ") /* " + types + " */ AS ";
+}
+
+// In a comment, which the engine keeps, too. Nothing in it may end it, or begin one such as tells
+// the system's own views. A comment of the text may hold a zero byte, where the engine would stop.
+std::string view_text(std::string_view typed) {
+  std::string kept(kViewText);
+  for (const char c : typed) {
+    const bool mark = (c == '/' && kept.back() == '*') || (c == '*' && kept.back() == '/');
+    if (mark) kept += kTextBreak;
+    if (c != '\0') kept += c;
+  }
+  return kept + "*/ ";
+}
+
+std::string view_text_sql() {
+  const std::string mark = "' AS " + std::string(kViewText) + "'";
+  const std::string start = "instr(sql," + mark + ")+length(" + mark + ")";
+  const std::string broken = "char(" + std::to_string(kTextBreak) + ")";
+  std::string text = "substr(sql," + start + ")";
+  text = "substr(" + text + ",1,instr(" + text + ",'*/')-1)";
+  text = "replace(" + text + ",'/'||" + broken + "||'*','/*')";
+  text = "replace(" + text + ",'*'||" + broken + "||'/','*/')";
+  return "iif(instr(sql," + mark + ")," + text + ",sql)";
 }
 
 // All or nothing: columns are touched only when the whole heading could be read.

@@ -34,6 +34,13 @@ std::string quote_name(std::string_view name);
 /// expressions of a view: a comment that it keeps with the definition carries them.
 std::string view_heading(const std::string& name, const std::vector<ColumnInfo>& columns);
 
+/// What goes between a view's heading and its translated query: a comment that keeps the query as
+/// it was typed.
+std::string view_text(std::string_view typed);
+/// The engine's expression for that text, of the column `sql` of the engine's schema; all of it for
+/// a view that has none.
+std::string view_text_sql();
+
 /// Reads names and types back from a view's definition as the engine's schema keeps it; false
 /// for a text that does not begin with a view_heading.
 bool read_view(std::string_view create_text, std::vector<ColumnInfo>& columns);

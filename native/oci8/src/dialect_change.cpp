@@ -13,6 +13,8 @@
 namespace oci8 {
 namespace {
 
+constexpr std::string_view kNumbered = "\"OCI8$N\"";
+
 // The table that a statement changes. Its columns decide how each value is stored.
 struct Target {
   std::string name;
@@ -158,6 +160,16 @@ void add_where(Context& context, Scope& scope, Fragment& sql) {
   sql.add(" WHERE go_on() AND ").add(whole).add(" LIMIT " + limit + ")");
 }
 
+// For an UPDATE that stores ROWNUM: the rows that the WHERE clause lets pass, with their numbers,
+// as a table to join with.
+void add_numbered_rows(Context& context, Scope& scope, Fragment& sql) {
+  const std::string name = scope.sources.front().name, rowid = scope.sources.front().rowid;
+  sql.add(" FROM (SELECT " + rowid + " AS \"r\", row_number() OVER () AS \"n\" FROM ");
+  sql.add(quote_name(context.object) + " AS " + quote_name(name));
+  add_where(context, scope, sql);
+  sql.add(") AS ").add(kNumbered).add(" WHERE " + rowid + " = ").add(kNumbered).add(".\"r\"");
+}
+
 // a = (SELECT ...), b = (SELECT ...). The engine runs a query that does not depend on the row once
 // for all rows, and each needs a large value of its own: it is made outside of the query.
 Fragment assign_each(const Columns& columns, const Query& inner,
@@ -256,10 +268,18 @@ Fragment update_statement(Context& context) {
   tokens.expect_word("SET", 971);
   std::string separator = " SET ";
   Columns assigned;
+  scope.select_list = true;
+  scope.row_number = std::string(kNumbered) + ".\"n\"";
   do {
     sql.add(separator).add(assignment(context, scope, target, assigned));
     separator = ", ";
   } while (tokens.accept_symbol(","));
+  scope.select_list = false;
+  scope.row_number.clear();
+  if (scope.row_number_used) {
+    add_numbered_rows(context, scope, sql);
+    return sql;
+  }
   // Its queries must see no row changed yet: of a join, the engine makes all new values first.
   if (context.queries > 0) sql.add(" FROM (SELECT 1)");
   add_where(context, scope, sql);

@@ -3,6 +3,7 @@
 // compare by kind before value, and whether a side is a row, a query or ROWNUM, which need forms of
 // their own. All of them come back as fragments that are marked as conditions.
 #include <algorithm>
+#include <optional>
 #include <utility>
 
 #include "dialect_expression.h"
@@ -53,6 +54,24 @@ Operator mirrored(Operator operation) {
   }
 }
 
+// The operator that holds where this one does not.
+Operator opposite(Operator operation) {
+  switch (operation) {
+    case Operator::Equal:
+      return Operator::NotEqual;
+    case Operator::NotEqual:
+      return Operator::Equal;
+    case Operator::Less:
+      return Operator::GreaterEqual;
+    case Operator::LessEqual:
+      return Operator::Greater;
+    case Operator::Greater:
+      return Operator::LessEqual;
+    default:
+      return Operator::Less;
+  }
+}
+
 // Conditions are no values on the server: the mark keeps a comparison out of select lists and
 // values out of WHERE, which the engine would both accept.
 Fragment as_condition(Fragment result, int entries = 0) {
@@ -71,6 +90,17 @@ Fragment single(Fragment value) {
   return value;
 }
 
+// Members may be rows; who asked for the list knows whether they must be.
+std::vector<Fragment> value_list(Context& context, Scope& scope) {
+  std::vector<Fragment> values;
+  context.tokens.expect_symbol("(", 906);
+  do {
+    values.push_back(operand(context, scope));
+  } while (context.tokens.accept_symbol(","));
+  context.tokens.expect_symbol(")", 907);
+  return values;
+}
+
 // --- ROWNUM --------------------------------------------------------------------------------------
 
 // Rows are numbered as they pass, so ROWNUM can only bound how many do: a condition that row
@@ -78,10 +108,13 @@ Fragment single(Fragment value) {
 // A bound is an expression of the client's and may be NULL: a comparison with NULL lets no row
 // pass, hence the coalesce to 0. Fractions count as the comparison would: ROWNUM < 2.5 passes two
 // rows, which ceil(2.5) - 1 gives, too.
-std::string row_limit(Operator operation, const Fragment& bound) {
+std::string row_limit(Operator operation, const std::string& number) {
   static const std::string kAll = "9223372036854775807";
-  const std::string number = "ora_number(" + bound.sql + ")";
   switch (operation) {
+    case Operator::NotEqual:
+      return "CASE WHEN " + number + " < 1 OR " + number + " <> CAST(" + number +
+             " AS INTEGER) THEN " + kAll + " ELSE coalesce(CAST(" + number +
+             " AS INTEGER)-1,0) END";
     case Operator::Less:
       return "coalesce(max(0,CAST(ceil(" + number + ") AS INTEGER)-1),0)";
     case Operator::LessEqual:
@@ -90,21 +123,37 @@ std::string row_limit(Operator operation, const Fragment& bound) {
       return "(" + number + " IS 1)";
     case Operator::Greater:
       return "CASE WHEN " + number + " < 1 THEN " + kAll + " ELSE 0 END";
-    case Operator::GreaterEqual:
-      return "CASE WHEN " + number + " <= 1 THEN " + kAll + " ELSE 0 END";
     default:
-      fail_at(3001, bound);
+      return "CASE WHEN " + number + " <= 1 THEN " + kAll + " ELSE 0 END";
   }
 }
 
 // A bound that reads a column would be different for each row, which a limit cannot be.
-Fragment row_bound(Operator operation, const Fragment& bound) {
+std::string row_bound_number(const Fragment& bound) {
   if (bound.sources != 0 || !bound.row.empty() || bound.condition) fail_at(3001, bound);
+  return "ora_number(" + bound.sql + ")";
+}
+
+Fragment row_bound(Operator operation, const Fragment& bound) {
   Fragment result = fragment("1", bound.offset);
   // The condition itself says nothing any more; the limit is written at the end of the query
   // (take_limit).
-  result.limit = row_limit(operation, bound);
+  const std::string number = row_bound_number(bound);
+  result.limit = row_limit(operation, number);
+  result.other_limit = row_limit(opposite(operation), number);
   return as_condition(std::move(result));
+}
+
+// Rows pass as long as their number is in the list: up to the first number that is not.
+Fragment row_list(const std::vector<Fragment>& numbers) {
+  Fragment result = fragment("1", numbers.front().offset);
+  std::string list;
+  for (const Fragment& number : numbers) {
+    list += (list.empty() ? "" : ",") + row_bound_number(number);
+  }
+  result.limit = R"((WITH RECURSIVE "OCI8$N"(n) AS (SELECT 1 UNION ALL SELECT n + 1 FROM "OCI8$N")";
+  result.limit += " WHERE n IN (" + list + R"()) SELECT max(n) - 1 FROM "OCI8$N"))";
+  return as_condition(std::move(result), 12);
 }
 
 // Two bounds in one: the lesser limit holds.
@@ -113,7 +162,23 @@ Fragment row_bounds_between(Context& context, Scope& scope) {
   context.tokens.expect_word("AND");
   const Fragment high = row_bound(Operator::LessEqual, operand(context, scope));
   result.limit = "min(" + result.limit + "," + high.limit + ")";
+  result.other_limit.clear();
   return result;
+}
+
+// ROWNUM as a side of a condition. As a value of the select list it goes through operand(), as does
+// what cannot be a limit.
+std::optional<Fragment> row_condition(Context& context, Scope& scope) {
+  Tokens& tokens = context.tokens;
+  if (!tokens.is_word("ROWNUM") || scope.select_list) return std::nullopt;
+  const Operator operation = operator_at(tokens, 1);
+  const bool between = tokens.is_word("BETWEEN", 1);
+  const bool listed = tokens.is_word("IN", 1) && !tokens.is_word("SELECT", 3);
+  if (operation == Operator::None && !between && !listed) return std::nullopt;
+  tokens.skip(2);
+  if (between) return row_bounds_between(context, scope);
+  if (listed) return row_list(value_list(context, scope));
+  return row_bound(operation, operand(context, scope));
 }
 
 // --- Two sides -----------------------------------------------------------------------------------
@@ -191,17 +256,6 @@ Query parenthesized_query(Context& context, Scope& scope) {
   context.tokens.expect_symbol(")", 907);
   inner.sql.sources |= std::exchange(scope.correlated, std::uint64_t{0});
   return inner;
-}
-
-// Members may be rows; who asked for the list knows whether they must be.
-std::vector<Fragment> value_list(Context& context, Scope& scope) {
-  std::vector<Fragment> values;
-  context.tokens.expect_symbol("(", 906);
-  do {
-    values.push_back(operand(context, scope));
-  } while (context.tokens.accept_symbol(","));
-  context.tokens.expect_symbol(")", 907);
-  return values;
 }
 
 // (a,b) IN ((1,2),(3,4)): the engine knows no list of rows there, but a table of them.
@@ -357,13 +411,7 @@ Fragment exists(Context& context, Scope& scope) {
 Fragment comparison(Context& context, Scope& scope) {
   Tokens& tokens = context.tokens;
   if (tokens.is_word("EXISTS")) return exists(context, scope);
-  if (tokens.is_word("ROWNUM") && !scope.select_list) {
-    const Operator of_rownum = operator_at(tokens, 1);
-    const bool between = tokens.is_word("BETWEEN", 1);
-    if (between || of_rownum != Operator::None) tokens.skip(2);
-    if (between) return row_bounds_between(context, scope);
-    if (of_rownum != Operator::None) return row_bound(of_rownum, operand(context, scope));
-  }
+  if (std::optional<Fragment> limit = row_condition(context, scope)) return std::move(*limit);
   Fragment left = operand(context, scope);
   // A condition in parentheses: it is whole, and no operator can follow that would take it as a
   // value.

@@ -83,8 +83,10 @@ Fragment create_view(Context& context, bool replace) {
   const std::vector<std::string> names = listed_names(tokens);
   tokens.expect_word("AS");
   const ub4 offset = tokens.offset();
+  const std::string text = view_text(tokens.rest());
   Query inner = query(context, nullptr, Naming::Names);
   if (!context.sequences.empty()) fail(2287, {}, static_cast<int>(offset));
+  if (names.empty() && inner.unnamed >= 0) fail(998, {}, inner.unnamed);
   if (!names.empty() && names.size() != inner.columns.size()) tokens.fail_here(1730);
   for (size_t i = 0; i < names.size(); ++i) inner.columns[i].name = names[i];
   // Two columns of one name could never be told apart by those who select from the view. Select
@@ -102,7 +104,7 @@ Fragment create_view(Context& context, bool replace) {
   }
   Fragment sql = fragment("", 0);
   if (replace) sql.add("DROP VIEW IF EXISTS " + quote_name(name) + ";\n");
-  return sql.add(view_heading(name, inner.columns)).add(inner.sql);
+  return sql.add(view_heading(name, inner.columns)).add(text).add(inner.sql);
 }
 
 // --- Sequences -----------------------------------------------------------------------------------
@@ -221,7 +223,22 @@ Fragment drop(Context& context) {
   tokens.fail_here(tokens.kind() == TokenKind::Word ? 3001 : 950);
 }
 
+// Indexes are always whole here: the statement is checked and does nothing.
+Fragment alter_index(Context& context) {
+  const ub4 offset = context.tokens.offset();
+  const std::string name = object(context, 953);
+  context.tokens.expect_word("REBUILD", 3001);
+  context.tokens.accept_word("ONLINE");
+  skip_storage(context.tokens);
+  return fragment(
+      "SELECT ora_raise(1418) WHERE NOT EXISTS (SELECT 1 FROM sqlite_schema WHERE"
+      " type = 'index' AND name = " +
+          quote_text(name) + ")",
+      offset);
+}
+
 Fragment alter(Context& context) {
+  if (context.tokens.accept_word("INDEX")) return alter_index(context);
   context.tokens.expect_word("TABLE", 3001);
   return alter_table(context, existing_table(context));
 }
@@ -262,6 +279,21 @@ Fragment comment(Context& context) {
   tokens.expect_word("IS");
   if (tokens.kind() != TokenKind::String) tokens.fail_here(1780);
   tokens.skip();
+  return fragment("", 0);
+}
+
+// Statistics are kept nowhere either: the engine plans without.
+Fragment analyze(Context& context) {
+  Tokens& tokens = context.tokens;
+  tokens.expect_word("TABLE", 3001);
+  existing_table(context);
+  const bool estimate = tokens.accept_word("ESTIMATE");
+  if (!estimate && !tokens.accept_word("COMPUTE")) tokens.expect_word("DELETE", 3001);
+  tokens.expect_word("STATISTICS");
+  if (estimate && tokens.accept_word("SAMPLE")) {
+    tokens.integer(std::numeric_limits<int>::max(), 905);
+    if (!tokens.accept_word("PERCENT")) tokens.expect_word("ROWS");
+  }
   return fragment("", 0);
 }
 
@@ -333,6 +365,7 @@ Fragment define_statement(Context& context) {
   if (tokens.accept_word("RENAME")) return rename(context);
   if (tokens.accept_word("TRUNCATE")) return truncate(context);
   if (tokens.accept_word("COMMENT")) return comment(context);
+  if (tokens.accept_word("ANALYZE")) return analyze(context);
   tokens.fail_here(3001);
 }
 

@@ -18,10 +18,14 @@ namespace {
 // 2^53 is a little more than this.
 constexpr double kExactBound = 9e15;
 constexpr std::string_view kLeastDigits = "9223372036854775808";
+constexpr int kMaxOperands = 60;  // with the operators between them, what a function takes
+// Conditions side by side: a list hangs as deep in the engine's tree as it is long, and the tree
+// may be 1,000 deep.
+constexpr size_t kMaxListed = 100;
 
 Fragment either(Context& context, Scope& scope);
 
-Fragment numeric(const Fragment& value) {
+Fragment numeric(Fragment value) {
   // What a placeholder holds is seen at run time only: it may be a date beside a number of days.
   if (may_be_date_or_number(value)) return value;
   return coerce(value, ValueClass::Number);
@@ -65,20 +69,59 @@ StaticType sum_type(const Fragment& left, const Fragment& right, bool add) {
   return date ? date_type() : number_type();
 }
 
-// The engine's own operator serves where integers stay far from its limits; all else goes through
-// functions, which keep decimals exact and know dates.
-Fragment add_or_subtract(const Fragment& left, const Fragment& right, bool add) {
+// One more operand in a parenthesis or call of its own: each one inside of another would fill the
+// engine's parser stack at some thirty operands, and generated statements have more.
+Fragment append(Fragment sum, std::string_view operation, Fragment right) {
+  sum.sql.pop_back();
+  deepen(right, 5);
+  sum.add(operation).add(right).add(")");
+  ++sum.operands;
+  return sum;
+}
+
+// The engine's own operator serves where integers stay far from its limits.
+Fragment sum_of_integers(Fragment left, const Fragment& right, bool add) {
+  const std::string_view operation = add ? " + " : " - ";
+  const StaticType type = integer_type(left.type.bound + right.type.bound);
+  Fragment result;
+  if (left.operands > 0 && left.sql.starts_with('(')) {
+    result = append(std::move(left), operation, right);
+  } else {
+    result = infix(left, operation, right);
+    result.operands = 2;
+  }
+  result.type = type;
+  return result;
+}
+
+// All else goes through functions, which keep decimals exact and know dates: through one of two
+// operands, or one of many.
+Fragment sum_of_values(Fragment left, const Fragment& right, bool add) {
+  const StaticType type = sum_type(left, right, add);
+  Fragment result;
+  if (left.operands > 0 && left.operands < kMaxOperands && left.sql.starts_with("ora_sum(")) {
+    result = append(std::move(left), add ? ",'+'," : ",'-',", right);
+  } else {
+    const Fragment operation = fragment(add ? "'+'" : "'-'", right.offset);
+    result = left.operands > 0 ? call("ora_sum", {left, operation, right}, left.offset)
+                               : call(add ? "ora_add" : "ora_sub", {left, right}, left.offset);
+    result.operands = 2;
+  }
+  result.type = type;
+  return result;
+}
+
+Fragment add_or_subtract(Fragment left, const Fragment& right, bool add) {
   const double bound = left.type.bound + right.type.bound;
-  if (left.type.bound > 0 && right.type.bound > 0 && bound < kExactBound) {
-    Fragment result = infix(left, add ? " + " : " - ", right);
-    result.type = integer_type(bound);
-    return result;
+  const bool integers = left.type.bound > 0 && right.type.bound > 0 && bound < kExactBound;
+  if (integers && left.operands < kMaxOperands) {
+    return sum_of_integers(std::move(left), right, add);
   }
   const bool left_date = left.type.value_class() == ValueClass::Date;
   const bool right_date = right.type.value_class() == ValueClass::Date;
   if (left_date && right_date && add) fail(975, {}, static_cast<int>(left.offset));
-  return operate(add ? "ora_add" : "ora_sub", left_date ? left : numeric(left),
-                 right_date ? right : numeric(right), sum_type(left, right, add));
+  return sum_of_values(left_date ? std::move(left) : numeric(std::move(left)),
+                       right_date ? right : numeric(right), add);
 }
 
 // Two factors without digits behind the point stay with the engine as long as their product is
@@ -313,8 +356,9 @@ Fragment column_reference(Context& context, Scope& scope) {
 
 // As a value ROWNUM counts what passes, which a window over everything does. In a WHERE clause it
 // would have to count rows that the very condition lets through: only bounds work there.
-Fragment row_number(Context& context, const Scope& scope) {
+Fragment row_number(Context& context, Scope& scope) {
   const bool numbered = !scope.row_number.empty();
+  scope.row_number_used = true;
   if (!scope.select_list && !numbered) context.tokens.fail_here(3001);
   Fragment result = fragment(numbered ? scope.row_number : std::string("row_number() OVER ()"),
                              context.tokens.offset());
@@ -519,7 +563,7 @@ Fragment sum(Context& context, Scope& scope) {
     const bool plus = tokens.is_symbol("+");
     tokens.skip();
     const Fragment right = value_only(product(context, scope));
-    left = settle(scope, add_or_subtract(left, right, plus));
+    left = settle(scope, add_or_subtract(std::move(left), right, plus));
   }
   return left;
 }
@@ -539,7 +583,11 @@ Fragment negation(Context& context, Scope& scope) {
   const Nesting nesting(context);
   const ub4 offset = context.tokens.offset();
   if (!context.tokens.accept_word("NOT")) return comparison(context, scope);
-  const Fragment inner = condition_only(negation(context, scope), context.tokens);
+  Fragment inner = condition_only(negation(context, scope), context.tokens);
+  if (!inner.other_limit.empty()) {
+    std::swap(inner.limit, inner.other_limit);
+    return inner;
+  }
   require_plain(inner);
   Fragment result = fragment("(NOT ", offset);
   result.add(inner).add(")");
@@ -607,9 +655,16 @@ std::vector<Fragment> conjuncts(Context& context, Scope& scope) {
   return only;
 }
 
-Fragment join_conditions(const std::vector<Fragment>& parts, std::string_view operation) {
+Fragment join_conditions(std::span<const Fragment> parts, std::string_view operation) {
   if (parts.empty()) return fragment("1", 0);
   if (parts.size() == 1) return parts.front();
+  if (parts.size() > kMaxListed) {
+    std::vector<Fragment> lists;
+    for (; !parts.empty(); parts = parts.subspan(std::min(kMaxListed, parts.size()))) {
+      lists.push_back(join_conditions(parts.first(std::min(kMaxListed, parts.size())), operation));
+    }
+    return join_conditions(lists, operation);
+  }
   Fragment whole = fragment("(", parts.front().offset);
   for (size_t i = 0; i < parts.size(); ++i) {
     if (i > 0) whole.add(operation);

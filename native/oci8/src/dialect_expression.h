@@ -6,6 +6,7 @@
 #ifndef OCI8_DIALECT_EXPRESSION_H
 #define OCI8_DIALECT_EXPRESSION_H
 
+#include <span>
 #include <string>
 #include <vector>
 
@@ -21,7 +22,7 @@ Fragment condition(Context& context, Scope& scope);
 /// hold ROWNUM bounds and outer-join marks.
 std::vector<Fragment> conjuncts(Context& context, Scope& scope);
 /// (a AND b AND ...); "1" for none.
-Fragment join_conditions(const std::vector<Fragment>& parts, std::string_view operation);
+Fragment join_conditions(std::span<const Fragment> parts, std::string_view operation);
 
 /// Reads `name(...)` from behind the opening parenthesis.
 Fragment function_call(Context& context, Scope& scope, const std::string& name, ub4 offset);

@@ -57,6 +57,7 @@ struct Fragment {
   ub4 offset = 0;  // where it begins in the source
   bool condition = false;  // true or false, not a value
   bool nullable = true;
+  bool not_null = false;  // a column that is declared so, which no join made nullable
   bool null = false;  // the literal NULL (or '')
   std::optional<std::string> text;  // a string literal's value
   std::optional<long long> integer;  // an integer literal's value
@@ -66,9 +67,11 @@ struct Fragment {
   int bare = -1;  // source offset of a column of this query outside group functions
   std::uint64_t sources = 0;  // tables of this query that it reads, as bits
   int weight = 1;  // how deep the engine's parser has to stack it
+  int operands = 0;  // of the sum that this is, as add_or_subtract wrote it
 
   // Conditions that are part of a top-level AND list only:
   std::string limit;  // ROWNUM bound, as the engine's row limit
+  std::string other_limit;  // of the bound's negation
   std::uint64_t outer = 0;  // tables that carry the outer-join mark, as bits
 
   bool plain() const { return limit.empty() && outer == 0; }

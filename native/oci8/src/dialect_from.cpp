@@ -24,7 +24,10 @@ bool at_join_word(const Tokens& tokens) {
 // The join may put a row of NULLs in the place of these tables' rows.
 void make_nullable(Scope& scope, size_t from, size_t to) {
   for (size_t i = from; i < to; ++i) {
-    for (ScopeColumn& column : scope.sources[i].columns) column.info.nullable = true;
+    for (ScopeColumn& column : scope.sources[i].columns) {
+      column.info.nullable = true;
+      column.info.not_null = false;
+    }
   }
 }
 
@@ -93,7 +96,13 @@ class FromReader {
     if (inner.ordered && !inner.limited) result.add(" LIMIT -1");
     result.add(")").add(add_source(alias, std::move(inner.columns), offset));
     deepen(result, 6);
-    scope_.sources.back().rowid.clear();
+    Source& source = scope_.sources.back();
+    source.rowid.clear();
+    // A literal NULL is described with one byte, and is text as any column without a value.
+    for (size_t i = 0; i < inner.types.size(); ++i) {
+      const StaticType& type = inner.types[i];
+      source.columns[i].given = type.open || (type.code == 0 && source.columns[i].info.size > 1);
+    }
     return result;
   }
 
@@ -204,9 +213,9 @@ class FromReader {
       ScopeColumn* const right = find(name, middle, end());
       if (left == nullptr || right == nullptr) continue;
       Fragment left_value = fragment(left->sql, offset);
-      left_value.type = type_of(left->info);
+      left_value.type = left->type();
       Fragment right_value = fragment(right->sql, offset);
-      right_value.type = type_of(right->info);
+      right_value.type = right->type();
       make_comparable({&left_value, &right_value});
       equal.push_back(infix(left_value, " = ", right_value));
       right->merged = true;

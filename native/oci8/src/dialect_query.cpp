@@ -253,8 +253,9 @@ class Block {
     for (const ScopeColumn& column : source.columns) {
       if (column.merged) continue;
       Fragment value = fragment(column.sql, offset);
-      value.type = type_of(column.info);
+      value.type = column.type();
       value.nullable = column.info.nullable;
+      value.not_null = column.info.not_null;
       const bool key = std::ranges::find(scope_.group_keys, column.sql) != scope_.group_keys.end();
       if (!key) value.bare = static_cast<int>(offset);
       items_.push_back({std::move(value), column.info.name});
@@ -268,25 +269,26 @@ class Block {
     Item result;
     context_.item = first;
     result.value = expression(context_, scope_);
-    result.name = implied_name(first);
+    bool named = false;
+    result.name = implied_name(first, named);
     const bool announced = tokens().accept_word("AS");
-    if (announced || tokens().at_name()) result.name = tokens().name(923);
+    if (announced || tokens().at_name()) {
+      result.name = tokens().name(923);
+    } else if (!named && unnamed_ < 0) {
+      unnamed_ = static_cast<int>(result.value.offset);
+    }
     return result;
   }
 
   // A column is called by its name without qualifiers, an expression by its text.
-  std::string implied_name(size_t first) {
+  std::string implied_name(size_t first, bool& named) {
     const size_t last = tokens().position();
     tokens().seek(first);
     while (tokens().position() + 1 < last && tokens().is_symbol(".", 1)) tokens().skip(2);
     const size_t at = tokens().position();
     const bool single = at + 1 == last;
-    std::string name;
-    if (single && tokens().at_name()) {
-      name = tokens().name(904);
-    } else {
-      name = tokens().text_of(single ? at : first, last);
-    }
+    named = single && tokens().at_name();
+    std::string name = named ? tokens().name(904) : tokens().text_of(single ? at : first, last);
     tokens().seek(last);
     return name;
   }
@@ -372,6 +374,7 @@ class Block {
       // a placeholder.
       if (type.code == 0) type.size = item.value.null ? 1 : 4000;
       result.columns.push_back(describe(type, std::move(item.name), item.value.nullable));
+      result.columns.back().not_null = item.value.not_null;
       result.types.push_back(item.value.type);
     }
   }
@@ -392,6 +395,7 @@ class Block {
     if (having_) sql.add(" HAVING ").add(*having_);
     if (ordered) sql.add(" ORDER BY ").add(order_);
     if (!limit_.empty()) sql.add(" LIMIT " + limit_);
+    result.unnamed = unnamed_;
     result.ordered = ordered;
     result.limited = !limit_.empty();
     // A group function without GROUP BY makes one row, also of no rows.
@@ -419,6 +423,7 @@ class Block {
   Fragment groups_;
   std::optional<Fragment> having_;
   std::vector<Item> items_;
+  int unnamed_ = -1;
   Fragment order_;
 };
 

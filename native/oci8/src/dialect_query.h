@@ -22,6 +22,7 @@ struct Query {
   Fragment sql;
   std::vector<ColumnInfo> columns;
   std::vector<StaticType> types;
+  int unnamed = -1;  // source offset of an expression among them that was given no name
   bool lockable = false;  // its rows are those of its tables: no groups, no DISTINCT, no UNION
   bool one_row = false;  // never more than one row: groups without GROUP BY
   bool ordered = false;  // ends in ORDER BY

@@ -62,6 +62,14 @@ void note_use(Scope& innermost, Scope& found, size_t source, Fragment& use) {
 
 }  // namespace
 
+// A sum with a placeholder is open; what is given without one has no type at all.
+StaticType ScopeColumn::type() const {
+  StaticType type = type_of(info);
+  if (!given) return type;
+  if (type.code == SQLT_CHR) return {};
+  return open_type(type.code == SQLT_DAT);
+}
+
 Nesting::Nesting(Context& context) : context_(context) {
   if (context.depth >= kMaxNesting) context.tokens.fail_here(3001);
   ++context.depth;
@@ -87,8 +95,9 @@ std::optional<Fragment> find_column(Scope& scope, const std::string& table,
     const std::optional<Match> match = find_in(*at, table, column, offset);
     if (!match) continue;
     Fragment use = fragment(match->column->sql, offset);
-    use.type = type_of(match->column->info);
+    use.type = match->column->type();
     use.nullable = match->column->info.nullable;
+    use.not_null = match->column->info.not_null;
     note_use(scope, *at, match->source, use);
     return use;
   }

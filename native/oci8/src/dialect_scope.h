@@ -60,6 +60,9 @@ struct ScopeColumn {
   ColumnInfo info;
   std::string sql;  // how engine SQL names it
   bool merged = false;  // stands for the same column of a table before it (JOIN ... USING)
+  bool given = false;  // of an inline view, and what it holds is known at run time only
+
+  StaticType type() const;
 };
 
 /// A table, view or inline view of a FROM clause.
@@ -82,6 +85,7 @@ struct Scope {
   std::uint64_t correlated = 0;  // tables that queries inside read, as bits
   bool select_list = false;  // ROWNUM numbers rows here
   std::string row_number;  // how engine SQL names ROWNUM; empty where rows have no number yet
+  bool row_number_used = false;
   bool aggregates = false;  // group functions may stand here
   bool in_aggregate = false;
   bool grouped = false;  // holds group functions, or has a GROUP BY

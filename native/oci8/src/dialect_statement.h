@@ -14,7 +14,7 @@ Fragment insert_statement(Context& context);
 Fragment update_statement(Context& context);
 Fragment delete_statement(Context& context);
 
-/// CREATE, DROP, ALTER, RENAME, TRUNCATE, COMMENT: engine statements separated by ";\n".
+/// CREATE, DROP, ALTER, RENAME, TRUNCATE, COMMENT, ANALYZE: engine statements separated by ";\n".
 Fragment define_statement(Context& context);
 /// CREATE TABLE, ALTER TABLE from behind the name.
 Fragment create_table(Context& context, const std::string& name);

@@ -307,6 +307,7 @@ class TableReader {
   Fragment create_from_query() {
     const Query inner = query(context_, nullptr, Naming::Positions);
     // Without a list all names are the query's.
+    if (definitions_.empty() && inner.unnamed >= 0) fail(998, {}, inner.unnamed);
     if (definitions_.empty()) definitions_.resize(inner.columns.size());
     if (definitions_.size() != inner.columns.size()) tokens().fail_here(1730);
     std::vector<Fragment> values;
@@ -314,8 +315,10 @@ class TableReader {
       ColumnInfo& column = definitions_[i].column;
       if (!column.name.empty() && definitions_[i].typed) tokens().fail_here(1773);
       std::string name = column.name.empty() ? inner.columns[i].name : column.name;
-      const bool nullable = column.nullable;
-      // The type comes from the query, name and NOT NULL from the list.
+      // A column of the literal NULL.
+      if (inner.types[i].code == 0 && inner.columns[i].size == 1) tokens().fail_here(1723);
+      const bool nullable = column.nullable && !inner.columns[i].not_null;
+      // The type comes from the query, the name from the list, NOT NULL from either.
       column = inner.columns[i];
       column.name = std::move(name);
       column.nullable = nullable;

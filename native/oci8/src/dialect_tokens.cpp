@@ -163,6 +163,11 @@ ub4 Tokens::variable(std::string_view name) const {
          static_cast<ub4>(found - sql_.variables.begin()) + 1;
 }
 
+std::string_view Tokens::rest() const {
+  const std::string_view text = std::string_view(sql_.text).substr(offset());
+  return text.substr(0, text.find_last_not_of(" \t\r\n") + 1);
+}
+
 std::string Tokens::text_of(size_t first, size_t last) const {
   std::string result;
   for (size_t i = first; i < last; ++i) {

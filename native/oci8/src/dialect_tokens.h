@@ -57,6 +57,8 @@ class Tokens {
   /// The tokens from `first` up to `last` without blanks, in upper case but for literals and
   /// quoted names: how the server names a select-list expression.
   std::string text_of(size_t first, size_t last) const;
+  /// All that was typed from the current token on, comments included.
+  std::string_view rest() const;
   /// Skips to behind the parenthesis that closes the one before the current token.
   void skip_parenthesis();
 

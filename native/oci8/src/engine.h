@@ -27,6 +27,7 @@ struct ColumnInfo {
   sb1 scale = 0;  // NUMBER: -127 without declared precision, and for FLOAT
   bool nullable = true;
   bool in_row = false;  // a LONG that cannot take large values
+  bool not_null = false;  // a table's, declared so and not by its primary key; copies have it, too
 };
 
 /// The name of a large value: one that the database keeps in chunks outside of its row. A copy

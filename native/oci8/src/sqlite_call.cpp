@@ -118,21 +118,8 @@ void Call::give_argument_like(int index, int model) {
   }
 }
 
-// Binary noise goes here: .1 + .2 is .3, and equal to it. What needs all 15 digits is a value
-// without end, most likely: it keeps what the double knows beyond them, so that 1 / 3 * 3 is 1, and
-// eight hours are 8 from the difference of their dates on.
 void Call::give_real(double value) {
-  if (std::trunc(value) == value && std::abs(value) < kExactIntegers) {
-    return give_integer(static_cast<long long>(value));
-  }
-  const Number computed{false, 0, value};
-  const Decimal decimal = decimal_of(computed);
-  Number result;
-  if (!std::isfinite(value) || !number_of(decimal, result)) fail(1426);
-  const bool meant = decimal.size <= kMeantDigits ||
-                     (decimal.size < std::numeric_limits<double>::digits10 &&
-                      std::abs(result.as_real() - value) <= kNoise * std::abs(value));
-  give_number(meant ? result : computed);
+  give_number(computed_number(value));
 }
 
 void Call::give_number(const Number& value) {
@@ -192,6 +179,23 @@ void TextResult::give(Call& call, size_t size) {
   if (size == 0) return;
   // SQLite owns the memory from here on, also where it refuses the text as too long.
   sqlite3_result_text64(call.context(), memory_.release(), size, sqlite3_free, SQLITE_UTF8);
+}
+
+// Binary noise goes here: .1 + .2 is .3, and equal to it. What needs all 15 digits is a value
+// without end, most likely: it keeps what the double knows beyond them, so that 1 / 3 * 3 is 1, and
+// eight hours are 8 from the difference of their dates on.
+Number computed_number(double value) {
+  if (std::trunc(value) == value && std::abs(value) < kExactIntegers) {
+    return {true, static_cast<long long>(value), 0};
+  }
+  const Number computed{false, 0, value};
+  const Decimal decimal = decimal_of(computed);
+  Number result;
+  if (!std::isfinite(value) || !number_of(decimal, result)) fail(1426);
+  const bool meant = decimal.size <= kMeantDigits ||
+                     (decimal.size < std::numeric_limits<double>::digits10 &&
+                      std::abs(result.as_real() - value) <= kNoise * std::abs(value));
+  return meant ? result : computed;
 }
 
 // An odd number of digits has a zero before them, as on the server.

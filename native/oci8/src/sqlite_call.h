@@ -63,8 +63,7 @@ class Call {
   /// arguments do: text or number, everything else as it is.
   void give_argument_like(int index, int model);
   void give_integer(long long value) { sqlite3_result_int64(context_, value); }
-  /// A computed value: the decimal that is meant where that has few digits, as INTEGER where it is
-  /// integral, and the double otherwise. Raises ORA-01426 for one outside of the server's range.
+  /// A computed_number.
   void give_real(double value);
   void give_number(const Number& value);
   void give_text(std::string_view value);
@@ -107,6 +106,10 @@ class TextResult {
   };
   std::unique_ptr<char, Free> memory_;
 };
+
+/// A computed value: the decimal that is meant where that has few digits, as INTEGER where it is
+/// integral, and the double otherwise. Raises ORA-01426 for one outside of the server's range.
+Number computed_number(double value);
 
 /// Raises ORA-01465 for anything but hexadecimal digits; an odd first digit stands alone.
 std::string hex_to_bytes(std::string_view text);

@@ -96,7 +96,8 @@ std::vector<SystemView> table_views() {
       {"USER_TABLES", {text_column("TABLE_NAME")}, "SELECT name" + objects + "AND type = 'table'"},
       {"USER_VIEWS",
        {text_column("VIEW_NAME"), number_column("TEXT_LENGTH"), {"TEXT", SQLT_LNG, 0}},
-       "SELECT name, length(sql), sql" + objects + "AND type = 'view'"},
+       "SELECT name, length(text), text FROM (SELECT name, " + view_text_sql() + " AS text" +
+           objects + "AND type = 'view')"},
       {"USER_INDEXES",
        {text_column("INDEX_NAME"), text_column("TABLE_NAME"), text_column("UNIQUENESS", 9)},
        "SELECT name, tbl_name, iif(sql LIKE 'CREATE UNIQUE%', 'UNIQUE', 'NONUNIQUE')" + objects +
@@ -124,6 +125,16 @@ SystemView column_view() {
           kVisible + ") m, pragma_table_info(m.name) c"};
 }
 
+// Of an expression the engine has no name.
+SystemView index_column_view() {
+  return {"USER_IND_COLUMNS",
+          {text_column("INDEX_NAME"), text_column("TABLE_NAME"), text_column("COLUMN_NAME", 4000),
+           number_column("COLUMN_POSITION")},
+          std::string("SELECT m.name, m.tbl_name, c.name, c.seqno + 1 FROM (SELECT name, tbl_name"
+                      " FROM sqlite_schema WHERE type = 'index' AND") +
+              kVisible + ") m, pragma_index_info(m.name) c"};
+}
+
 // Values are drawn one by one, and in order: there is no cache that sessions could lose.
 SystemView sequence_view() {
   return {"USER_SEQUENCES",
@@ -146,6 +157,7 @@ SystemView all_view(const SystemView& own) {
 std::vector<SystemView> system_views() {
   std::vector<SystemView> views = table_views();
   views.push_back(column_view());
+  views.push_back(index_column_view());
   views.push_back(sequence_view());
   for (size_t i = 0, count = views.size(); i < count; ++i) views.push_back(all_view(views[i]));
   return views;

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <limits>
 #include <new>
+#include <optional>
 
 #include "accounts.h"
 #include "decimal.h"
@@ -32,20 +33,6 @@ constexpr int kMaxScale = 127;
 
 // --- Operators -----------------------------------------------------------------------------------
 
-// Date plus days; whole seconds are added, so that no fraction is lost in the days' large number.
-void add_days(Call& call, int date, int days, int sign) {
-  const double seconds = std::round(call.real(days) * kSecondsPerDay) * sign;
-  const double start = std::round(date_to_days(call.date(date)) * kSecondsPerDay);
-  call.give_date(days_to_date((start + seconds) / kSecondsPerDay));
-}
-
-// Both are whole seconds, so that the difference is exact before it is divided.
-void subtract_dates(Call& call) {
-  const double left = std::round(date_to_days(call.date(0)) * kSecondsPerDay);
-  const double right = std::round(date_to_days(call.date(1)) * kSecondsPerDay);
-  call.give_real((left - right) / kSecondsPerDay);
-}
-
 // The checked operations tell an overflow instead of wrapping.
 using Checked = bool (*)(long long, long long, long long*);
 using Real = double (*)(double, double);
@@ -55,22 +42,18 @@ using Align = bool (*)(Scaled&, Scaled&, int&);
 
 // Integers and decimals stay exact as long as 64 bits hold their digits: doubles would show, where
 // most digits cancel, what they have behind their decimals. Everything else goes on as a double.
-void calculate(Call& call, Align align, Checked checked, Real real) {
-  const Number left = call.number(0), right = call.number(1);
+Number calculate(const Number& left, const Number& right, Align align, Checked checked, Real real) {
   Scaled first, second, exact;
   if (left.is_integer && right.is_integer) {
-    if (!checked(left.integer, right.integer, &exact.digits)) {
-      return call.give_integer(exact.digits);
-    }
+    if (!checked(left.integer, right.integer, &exact.digits)) return {true, exact.digits, 0};
   } else if (scaled_of(left, first) && scaled_of(right, second) &&
              align(first, second, exact.places) &&
              !checked(first.digits, second.digits, &exact.digits)) {
     Number result;
     const Decimal decimal = decimal_of(exact);
-    if (number_of(decimal, result)) return call.give_number(result);
-    return call.give_real(real_of(decimal));
+    return number_of(decimal, result) ? result : computed_number(real_of(decimal));
   }
-  call.give_real(real(left.as_real(), right.as_real()));
+  return computed_number(real(left.as_real(), right.as_real()));
 }
 
 // What does not fit in one unit differs too much in size to cancel.
@@ -88,35 +71,89 @@ bool align_product(Scaled& left, Scaled& right, int& places) {
   return true;
 }
 
-// Days may stand on either side of a date, but two dates have no sum.
-void ora_add(Call& call) {
-  if (call.any_null()) return;
-  const bool left = call.is_date(0), right = call.is_date(1);
-  if (left && right) fail(975);
-  if (left || right) return add_days(call, left ? 0 : 1, left ? 1 : 0, 1);
-  calculate(
-      call, align_sum,
-      [](long long a, long long b, long long* out) { return __builtin_add_overflow(a, b, out); },
-      [](double a, double b) { return a + b; });
+// An operand of a sum, or what it comes to.
+struct Term {
+  std::optional<DateFields> date;
+  Number number;
+};
+
+Term term(const Call& call, int index) {
+  if (call.is_date(index)) return {call.date(index), {}};
+  return {std::nullopt, call.number(index)};
 }
 
-// A date can only be taken from a date: from a number it is refused by Call::number.
+void give_term(Call& call, const Term& result) {
+  if (result.date) return call.give_date(*result.date);
+  call.give_number(result.number);
+}
+
+// Date plus days; whole seconds are added, so that no fraction is lost in the days' large number.
+Term add_days(const DateFields& date, double days) {
+  const double start = std::round(date_to_days(date) * kSecondsPerDay);
+  const double end = start + std::round(days * kSecondsPerDay);
+  const DateFields result = days_to_date(end / kSecondsPerDay);
+  // Checked on the way, too: a sum may not leave the calendar and come back.
+  pack_date(result);
+  return {result, {}};
+}
+
+// Both are whole seconds, so that the difference is exact before it is divided.
+Number subtract_dates(const DateFields& left, const DateFields& right) {
+  const double start = std::round(date_to_days(right) * kSecondsPerDay);
+  const double end = std::round(date_to_days(left) * kSecondsPerDay);
+  return computed_number((end - start) / kSecondsPerDay);
+}
+
+// Days may stand on either side of a date, but two dates have no sum.
+Term add(const Term& left, const Term& right) {
+  if (left.date && right.date) fail(975);
+  if (left.date) return add_days(*left.date, right.number.as_real());
+  if (right.date) return add_days(*right.date, left.number.as_real());
+  const auto checked = [](long long a, long long b, long long* out) {
+    return __builtin_add_overflow(a, b, out);
+  };
+  const auto real = [](double a, double b) { return a + b; };
+  return {std::nullopt, calculate(left.number, right.number, align_sum, checked, real)};
+}
+
+// A date can only be taken from a date.
+Term subtract(const Term& left, const Term& right) {
+  if (left.date && right.date) return {std::nullopt, subtract_dates(*left.date, *right.date)};
+  if (left.date) return add_days(*left.date, -right.number.as_real());
+  if (right.date) fail(932);
+  const auto checked = [](long long a, long long b, long long* out) {
+    return __builtin_sub_overflow(a, b, out);
+  };
+  const auto real = [](double a, double b) { return a - b; };
+  return {std::nullopt, calculate(left.number, right.number, align_sum, checked, real)};
+}
+
+void ora_add(Call& call) {
+  if (!call.any_null()) give_term(call, add(term(call, 0), term(call, 1)));
+}
+
 void ora_sub(Call& call) {
-  if (call.any_null()) return;
-  if (call.is_date(0) && call.is_date(1)) return subtract_dates(call);
-  if (call.is_date(0)) return add_days(call, 0, 1, -1);
-  calculate(
-      call, align_sum,
-      [](long long a, long long b, long long* out) { return __builtin_sub_overflow(a, b, out); },
-      [](double a, double b) { return a - b; });
+  if (!call.any_null()) give_term(call, subtract(term(call, 0), term(call, 1)));
+}
+
+// What the two operators give one after the other, for a sum of many operands with the operators
+// between them as text. NULL ends it as it comes: before, an operand may be an error.
+void ora_sum(Call& call) {
+  if (call.is_null(0)) return;
+  Term sum = term(call, 0);
+  for (int i = 2; i < call.count(); i += 2) {
+    if (call.is_null(i)) return;
+    sum = (call.bytes(i - 1) == "-" ? subtract : add)(sum, term(call, i));
+  }
+  give_term(call, sum);
 }
 
 void ora_mul(Call& call) {
   if (call.any_null()) return;
-  calculate(
-      call, align_product,
+  call.give_number(calculate(
+      call.number(0), call.number(1), align_product,
       [](long long a, long long b, long long* out) { return __builtin_mul_overflow(a, b, out); },
-      [](double a, double b) { return a * b; });
+      [](double a, double b) { return a * b; }));
 }
 
 void divide(Call& call, const Number& left, const Number& right) {
@@ -318,6 +355,7 @@ void uid(Call& call) {
 
 constexpr SqlFunction kOperators[] = {{"ora_add", 2, run_call<ora_add>},
                                       {"ora_sub", 2, run_call<ora_sub>},
+                                      {"ora_sum", -1, run_call<ora_sum>},
                                       {"ora_mul", 2, run_call<ora_mul>},
                                       {"ora_div", 2, run_call<ora_div>},
                                       {"sum", 1, run_call<add_row>, finish_calls<sum>},

@@ -10,7 +10,7 @@ namespace oci8 {
 namespace {
 
 constexpr std::string_view kTable =
-    "SELECT name, type, \"notnull\" OR pk FROM pragma_table_info(?1)";
+    "SELECT name, type, \"notnull\" OR pk, \"notnull\" AND NOT pk FROM pragma_table_info(?1)";
 // SQLite takes names that differ in case only for the same, here as everywhere.
 constexpr std::string_view kView =
     "SELECT sql FROM sqlite_schema WHERE type = 'view' AND name = ?1 COLLATE NOCASE";
@@ -98,6 +98,7 @@ std::optional<std::vector<ColumnInfo>> SqliteSchema::columns_of(std::string_view
     column.name = column_text(row, 0);
     read_column_type(column_text(row, 1), column);
     column.nullable = sqlite3_column_int(row, 2) == 0;
+    column.not_null = sqlite3_column_int(row, 3) != 0;
   }
   // The pragma has no error for a table that is not there, and no table is without columns.
   if (columns.empty()) return std::nullopt;
