@@ -3,6 +3,7 @@ package trevalon.db.oci;
 import java.sql.SQLException;
 import java.sql.SQLFeatureNotSupportedException;
 import java.util.ArrayList;
+import java.util.Collections;
 import java.util.List;
 
 /**
@@ -19,6 +20,9 @@ final class BindList {
 
     private final OciCursor cursor;
     private final List<BindVariable> variables = new ArrayList<>();
+
+    /** Whether the execution that comes, or runs, has cursor variables: nearly none has. */
+    private boolean cursors;
 
     BindList(OciCursor cursor) {
         this.cursor = cursor;
@@ -37,8 +41,10 @@ final class BindList {
 
     /** Fails, before anything is bound, where an execution would find nothing to read. */
     void requireValues(boolean query) throws SQLException {
+        cursors = false;
         for (BindVariable variable : variables) {
             variable.requireValue();
+            cursors |= variable.rows() != null;
             if (query && variable.isStream()) {
                 // Only the execution of a statement without rows releases what a stream holds.
                 throw new SQLFeatureNotSupportedException("A stream as value in a query");
@@ -64,10 +70,8 @@ final class BindList {
 
     /** Notes for the cursor variables that a call begins or ends which opens their queries. */
     void setExecuting(boolean on) {
-        for (BindVariable variable : variables) {
-            if (variable.rows() != null) {
-                variable.rows().setExecuting(on);
-            }
+        for (OciStatement statement : results()) {
+            statement.setExecuting(on);
         }
     }
 
@@ -80,11 +84,22 @@ final class BindList {
 
     /** Makes the queries that the execution has opened ready for reading. */
     void takeResults() throws SQLException {
+        for (OciStatement statement : results()) {
+            statement.takeResult();
+        }
+    }
+
+    private List<OciStatement> results() {
+        if (!cursors) {
+            return Collections.emptyList();
+        }
+        List<OciStatement> statements = new ArrayList<>();
         for (BindVariable variable : variables) {
             if (variable.rows() != null) {
-                variable.rows().takeResult();
+                statements.add(variable.rows());
             }
         }
+        return statements;
     }
 
     /** Frees the variables; the cursor that they were bound to must be closed by then. */

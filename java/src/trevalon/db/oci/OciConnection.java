@@ -150,7 +150,7 @@ public final class OciConnection implements AutoCloseable {
         if (nested > 0) {
             nested--;
         } else {
-            user.set(null);
+            user.lazySet(null);
         }
     }
 
