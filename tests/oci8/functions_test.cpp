@@ -235,7 +235,7 @@ TEST_F(Functions, NumberModels) {
     to_char(-5, '99PR') -> ' <5>' | to_char(1234, '$9,999') -> ' $1,234'
     to_char(0, 'B99') -> '   ' | to_char(1234, '9.99EEEE') -> ' 1.23E+03'
     to_char('12', '999') -> '  12' | to_char(5, '9X') -> ORA-01481
-    to_char(255, 'XXX') -> '  FF' | to_char(254.6, 'FM0xxx') -> '00ff' | to_char(256, 'XX') -> '###'
+    to_char(255, 'XXXX') -> '   FF' | to_char(254.6, 'FM0xxx') -> '00ff' | to_char(256, 'XX') -> '###'
     to_char(-1, 'FMXX') -> '###' | to_char(1e30, 'X') -> '##' | to_char(1, 'X0') -> ORA-01481
     to_char(1999, 'RN') -> '        MCMXCIX' | to_char(3888, 'rn') -> 'mmmdccclxxxviii'
     to_char(4, 'FMRN') -> 'IV' | to_char(4000, 'FMRN') -> '###############'
