@@ -12,6 +12,7 @@
 #include <thread>
 
 #include "engine_fixture.h"
+#include "sqlite_functions.h"
 #include "sqlite_statement.h"
 
 namespace oci8 {
@@ -244,6 +245,33 @@ TEST_F(EngineTest, ALostTransactionIsToldByTheNextCommit) {
     EXPECT_EQ(code_of("UPDATE T SET B = 'later'"), 0);
     EXPECT_EQ(failure([&] { session->commit(); }).code, 2091) << sql;
   }
+}
+
+// The functions of an earlier version gave another value where the row was written.
+TEST_F(EngineTest, IndexesOfEarlierFunctionsAreMadeAnew) {
+  const ConnectionPtr one = connect_with_table();
+  query(*one, "CREATE TABLE M(A NUMBER, B NUMBER)");
+  query(*one, "CREATE INDEX I ON M(A * B)");
+  const auto earlier = [this](const char* sql) {
+    const auto raw = open_file(database_, SQLITE_OPEN_READWRITE);
+    const std::string user;
+    register_functions(raw.get(), &user);
+    const auto multiply = [](sqlite3_context* call, int, sqlite3_value**) {
+      sqlite3_result_int(call, 7);
+    };
+    sqlite3_create_function(raw.get(), "ora_mul", 2, SQLITE_UTF8 | SQLITE_DETERMINISTIC, nullptr,
+                            multiply, nullptr, nullptr);
+    execute_sql(raw.get(), sql);
+  };
+  earlier("INSERT INTO M VALUES (1.5, 2.5); PRAGMA user_version = 0");
+  EXPECT_EQ(query(*one, "SELECT A FROM M WHERE A * B = 3.75"), "") << "not what is to be mended";
+  const SqliteSession later(database_);
+  EXPECT_EQ(query(*one, "SELECT A FROM M WHERE A * B = 3.75"), "1.5");
+  earlier("INSERT INTO M VALUES (1, 2)");
+  const SqliteSession same(database_);
+  EXPECT_EQ(query(*one, "SELECT A FROM M WHERE A * B = 2"), "") << "made anew once";
+  query(*one, "ALTER INDEX I REBUILD");
+  EXPECT_EQ(query(*one, "SELECT A FROM M WHERE A * B = 2"), "1");
 }
 
 TEST_F(EngineTest, OpenQueriesOutliveTheirConnection) {

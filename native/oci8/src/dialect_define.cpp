@@ -223,7 +223,6 @@ Fragment drop(Context& context) {
   tokens.fail_here(tokens.kind() == TokenKind::Word ? 3001 : 950);
 }
 
-// Indexes are always whole here: the statement is checked and does nothing.
 Fragment alter_index(Context& context) {
   const ub4 offset = context.tokens.offset();
   const std::string name = object(context, 953);
@@ -233,7 +232,7 @@ Fragment alter_index(Context& context) {
   return fragment(
       "SELECT ora_raise(1418) WHERE NOT EXISTS (SELECT 1 FROM sqlite_schema WHERE"
       " type = 'index' AND name = " +
-          quote_text(name) + ")",
+          quote_text(name) + "); REINDEX " + quote_name(name),
       offset);
 }
 

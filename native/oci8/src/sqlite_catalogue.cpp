@@ -218,7 +218,29 @@ void create_system_objects(sqlite3* db) {
   for (const SystemView& view : system_views()) {
     execute_sql(db, view_heading(view.name, view.columns) + kSystemMark + view.query);
   }
+  note_function_version(db);
   execute_sql(db, "COMMIT");
+}
+
+int function_version(sqlite3* db) {
+  const SqliteStatementOwner row = prepare_sql(db, "PRAGMA user_version");
+  step_sql(row.get());
+  return sqlite3_column_int(row.get(), 0);
+}
+
+void note_function_version(sqlite3* db) {
+  execute_sql(db, "PRAGMA user_version = " + std::to_string(kFunctionVersion));
+}
+
+std::vector<std::string> expression_indexes(sqlite3* db) {
+  // That is how an index shows an expression among its columns.
+  const SqliteStatementOwner row =
+      prepare_sql(db,
+                  "SELECT DISTINCT s.name FROM sqlite_schema s, pragma_index_xinfo(s.name) x"
+                  " WHERE s.type = 'index' AND x.cid = -2");
+  std::vector<std::string> names;
+  while (step_sql(row.get())) names.emplace_back(column_text(row.get(), 0));
+  return names;
 }
 
 bool has_system_objects(sqlite3* db) {

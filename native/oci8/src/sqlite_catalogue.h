@@ -7,13 +7,27 @@
 
 #include <sqlite3.h>
 
+#include <string>
+#include <vector>
+
 namespace oci8 {
+
+/// Goes up with every change of what a SQL function gives. A file keeps the number of the functions
+/// that its indexes on expressions were made with.
+inline constexpr int kFunctionVersion = 1;
 
 /// Makes all of them in an empty database, in one transaction.
 void create_system_objects(sqlite3* db);
 
 /// Whether `db` was made by create_system_objects.
 bool has_system_objects(sqlite3* db);
+
+/// The number that the file keeps, 0 for one of an earlier version.
+int function_version(sqlite3* db);
+void note_function_version(sqlite3* db);
+
+/// The names of all indexes that have an expression among their columns.
+std::vector<std::string> expression_indexes(sqlite3* db);
 
 /// Refuses all further statements that would change or drop a system object (ORA-01031).
 void protect_system_objects(sqlite3* db);

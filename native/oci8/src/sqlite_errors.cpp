@@ -81,6 +81,7 @@ constexpr Row kRows[] = {
     {SQLITE_ERROR, "too many columns", 1792, Detail::None},
     {SQLITE_ERROR, "too many terms in ", 3001, Detail::Line},
     {SQLITE_ERROR, "Expression tree is too large", 3001, Detail::Line},
+    {SQLITE_ERROR, "may not be altered", 3001, Detail::Line},
     {SQLITE_ERROR, "parser stack overflow", 3001, Detail::Line},
     {SQLITE_ERROR, "integer overflow", 1426, Detail::None},
     {SQLITE_ERROR, "near \",\"", 936, Detail::None},

@@ -93,6 +93,7 @@ SqliteSession::SqliteSession(const std::string& path)
       lock_timeout_(lock_timeout()) {
   register_all();
   prepare_controls();
+  renew_indexes();
 }
 
 SqliteSession::~SqliteSession() {
@@ -116,6 +117,25 @@ void SqliteSession::register_all() {
 void SqliteSession::prepare_controls() {
   static_assert(std::size(kControls) == std::tuple_size_v<decltype(controls_)>);
   for (size_t i = 0; i < controls_.size(); ++i) controls_[i] = prepare_sql(db(), kControls[i]);
+}
+
+// Indexes on expressions hold what the functions gave when rows were written, and rows that they
+// would give otherwise now could neither be found nor deleted.
+void SqliteSession::renew_indexes() {
+  if (sqlite3_db_filename(db(), "main")[0] == '\0' || function_version(db()) >= kFunctionVersion) {
+    return;
+  }
+  const std::vector<std::string> names = expression_indexes(db());
+  if (names.empty()) return;
+  try {
+    Change change(*this);
+    for (const std::string& name : names) execute_sql(db(), "REINDEX " + quote_name(name));
+    note_function_version(db());
+    change.commit();
+  } catch (const Failure& raised) {
+    // Rows that are equal now and were not: such an index can only stay as it is.
+    if (raised.code != 1) throw;
+  }
 }
 
 void SqliteSession::log_in(std::string user) {
@@ -266,8 +286,8 @@ void SqliteSession::read_out_before_undo() noexcept {
 // transaction ends, and look at all with every page that is written.
 void SqliteSession::set_savepoint(const std::string& name) {
   if (!in_transaction()) {
-    std::erase(early_savepoints_, name);
-    early_savepoints_.push_back(name);
+    std::erase_if(early_savepoints_, [&](const auto& early) { return early.name == name; });
+    early_savepoints_.push_back({name, lost_});
     return;
   }
   const std::string quoted = quote_name(name);
@@ -280,7 +300,7 @@ void SqliteSession::set_savepoint(const std::string& name) {
 // What was set within the transaction hides an earlier one of its name.
 void SqliteSession::return_to_savepoint(const std::string& name) {
   newest_savepoint_.clear();
-  const auto early = std::ranges::find(early_savepoints_, name);
+  const auto early = std::ranges::find(early_savepoints_, name, &EarlySavepoint::name);
   try {
     execute_sql(db(), "ROLLBACK TO " + quote_name(name));
     newest_savepoint_ = name;
@@ -288,6 +308,8 @@ void SqliteSession::return_to_savepoint(const std::string& name) {
   } catch (const Failure& raised) {
     if (raised.code != 1086 || early == early_savepoints_.end()) throw;
   }
+  // What was lost after the savepoint is what the client has taken back with this.
+  lost_ = lost_at_mark_ = early->lost;
   early_savepoints_.erase(early + 1, early_savepoints_.end());
   if (!in_transaction()) return;
   check(db(), run(Control::Rollback));

@@ -173,8 +173,15 @@ class SqliteSession {
     ReturnStep
   };
 
+  /// The client's, set before the transaction began.
+  struct EarlySavepoint {
+    std::string name;
+    bool lost;  // lost_ at that time
+  };
+
   void read_out_before_undo() noexcept;
   void note_mark();
+  void renew_indexes();
   void forget_savepoints();
   void stop_listening() { state_.store(RunState::Idle, std::memory_order_release); }
   int run(Control control);
@@ -205,8 +212,7 @@ class SqliteSession {
   int transaction_schema_ = 0;
   bool in_control_ = false;
   bool gentle_ = false;  // a stop must not cost the transaction
-  std::vector<std::string> early_savepoints_;  // the client's, set before the transaction began
-  std::vector<std::string> early_at_mark_;
+  std::vector<EarlySavepoint> early_savepoints_, early_at_mark_;
   std::string newest_savepoint_;  // of those in the transaction, where no other is behind it
   WriteQueue::Place* place_ = nullptr;  // of a transaction that begins: its timeout runs already
   bool lost_ = false;  // changes are gone that the client has not been told to repeat

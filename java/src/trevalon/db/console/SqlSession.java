@@ -42,7 +42,7 @@ final class SqlSession {
                     + "  EXECUTE :name := ...   runs one statement of PL/SQL\n"
                     + "  PRINT [name]           the value of a variable, or the rows of its query\n"
                     + "  PROMPT text            prints the text\n"
-                    + "  COMMIT, ROLLBACK       ends the transaction; leaving commits, a failed\n"
+                    + "  COMMIT; ROLLBACK;      ends the transaction; leaving commits, a failed\n"
                     + "                         script rolls back\n"
                     + "  SET AUTOCOMMIT ON|OFF  lets each statement commit by itself\n"
                     + "  EXIT [ROLLBACK], QUIT  leaves\n"

@@ -12,10 +12,9 @@ import java.util.Set;
  * Cuts lines of input into statements: each ends at a semicolon, or at a line with only a slash. A
  * block of PL/SQL holds semicolons of its own, and so ends at the slash alone.
  *
- * <p>Commands of the console, and COMMIT and ROLLBACK alone, are one line each, and are recognised
- * at the start of a statement only. Quotes and comments are followed from line to line, as a
- * semicolon inside of them ends nothing. What was cut is otherwise not looked at: mistakes are the
- * server's to find.
+ * <p>Commands of the console are one line each and are recognised at the start of a statement only.
+ * Quotes and comments are followed from line to line, as a semicolon inside of them ends nothing.
+ * What was cut is otherwise not looked at: mistakes are the server's to find.
  */
 final class StatementReader {
     /** Commands of the console itself; they take one line and need no semicolon. */
@@ -28,9 +27,6 @@ final class StatementReader {
     /** Kinds of objects whose definition is a block of its own, with semicolons inside. */
     private static final Set<String> STORED_CODE =
             new HashSet<>(Arrays.asList("FUNCTION", "PROCEDURE", "TRIGGER", "PACKAGE", "TYPE"));
-
-    /** COMMIT WORK and its semicolon, and what shows that more follows. */
-    private static final int COMMIT_TOKENS = 4;
 
     /** CREATE OR REPLACE and the kind of object: what decides about a block. */
     private static final int DECIDING_TOKENS = 4;
@@ -96,9 +92,9 @@ final class StatementReader {
                 startStatement();
                 continue;
             }
-            Statement whole = hasCode || state != State.CODE ? null : lineAlone(line);
-            if (whole != null) {
-                return whole;
+            String command = hasCode || state != State.CODE ? null : command(line);
+            if (command != null) {
+                return new Statement(command, lineNumber, true);
             }
             int end = scan(line);
             if (end >= 0) {
@@ -153,27 +149,18 @@ final class StatementReader {
         return line;
     }
 
-    /** What is complete with its line, without comments before it; null for any other line. */
-    private Statement lineAlone(String line) {
-        List<SqlToken> tokens = SqlToken.scan(line, COMMIT_TOKENS);
-        if (tokens.isEmpty()) {
+    /**
+     * The command that a line holds, without comments before it and the semicolon that it may have;
+     * null for any other line.
+     */
+    private static String command(String line) {
+        List<SqlToken> tokens = SqlToken.scan(line, Integer.MAX_VALUE);
+        if (tokens.isEmpty() || !isCommand(tokens)) {
             return null;
         }
-        boolean command = isCommand(tokens);
-        if (!command && !endsTransaction(tokens)) {
-            return null;
-        }
-        String text = line.substring(tokens.get(0).start).trim();
-        String bare = text.endsWith(";") ? text.substring(0, text.length() - 1).trim() : text;
-        return new Statement(bare, lineNumber, command);
-    }
-
-    /** COMMIT or ROLLBACK, and no other statement that begins with it. */
-    private static boolean endsTransaction(List<SqlToken> tokens) {
-        boolean semicolon = tokens.get(tokens.size() - 1).is(";");
-        int words = tokens.size() - (semicolon ? 1 : 0);
-        return (tokens.get(0).is("COMMIT") || tokens.get(0).is("ROLLBACK"))
-                && (words == 1 || words == 2 && tokens.get(1).is("WORK"));
+        SqlToken last = tokens.get(tokens.size() - 1);
+        int end = last.is(";") ? last.start : line.length();
+        return line.substring(tokens.get(0).start, end).trim();
     }
 
     private static boolean isCommand(List<SqlToken> tokens) {

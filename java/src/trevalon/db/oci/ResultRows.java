@@ -153,24 +153,32 @@ final class ResultRows {
     }
 
     boolean next() throws OciException {
-        if (cursor.hasBlobColumn()) {
-            columns.forEach(SelectColumn::dropValue);
+        boolean fetches = row + 1 >= rowsInArray && !lastArray;
+        if (fetches) {
+            fetch();
+        } else {
+            leaveRow();
+            row++;
         }
-        row++;
         if (row < rowsInArray) {
             return true;
         }
-        if (lastArray) {
-            rowsInArray = 0;
-            return false;
+        rowsInArray = 0;
+        return false;
+    }
+
+    /** The LONG values of the row are no longer read. */
+    private void leaveRow() {
+        if (cursor.hasBlobColumn()) {
+            columns.forEach(SelectColumn::dropValue);
         }
-        fetch();
-        return rowsInArray > 0;
     }
 
     private void fetch() throws OciException {
+        // First of all: a refused call leaves the row as it is.
         connection.enter();
         try {
+            leaveRow();
             row = 0;
             if (arrayRows < mostRows) {
                 defineArrays(mostRows);

@@ -61,8 +61,8 @@ public final class ConsoleCases {
             {"select 1\ndesc\n;", "select 1\ndesc"},
             {"exec :x := 'a;b';\nset autocommit on;\nset role none;",
                 "exec :x := 'a;b'", "set autocommit on", "set role none"},
-            {"commit\nrollback work -- c\ncommit ; a\n;rollback to\na;",
-                "commit", "rollback work -- c", "commit", "a", "rollback to\na"},
+            {"exit; -- x\ncommit; /* y */\nrollback\nto a;",
+                "exit", "commit", "rollback\nto a"},
             {"/* c */ load t from f\n/* */ exit;\n\"exit\";", "load t from f", "exit", "\"exit\""},
         };
         for (String[] input : inputs) {

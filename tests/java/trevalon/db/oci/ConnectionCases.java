@@ -131,6 +131,9 @@ public final class ConnectionCases {
         query.execute("SELECT c FROM met");
         yes(query.next(), "a row");
         OciLob lob = query.getLob(1);
+        OciStatement longs = connection.createStatement();
+        longs.execute("SELECT v FROM met");
+        yes(longs.next(), "a row with a LONG");
         OciStatement insert = connection.createStatement();
         insert.prepare("INSERT INTO met VALUES (NULL, :1)");
         TestRun.Case[] calls = {
@@ -140,6 +143,7 @@ public final class ConnectionCases {
             () -> connection.setAutoCommit(true),
             () -> connection.createStatement(),
             () -> query.next(),
+            () -> longs.next(),
             () -> query.prepare("SELECT 1 FROM DUAL"),
             query::execute,
             query::close,
@@ -171,7 +175,8 @@ public final class ConnectionCases {
         insert.setAsciiStream(1, stream);
         insert.execute();
         same("x", lob.substring(0, 9), "the LOB afterwards");
-        same("zzzzzzzzzzzzz", value(connection, "SELECT v FROM met WHERE c IS NULL"), "the value");
+        same("y", longs.getString(1), "the LONG of the row that stands");
+        same("zzzzzzzzzzzzzz", value(connection, "SELECT v FROM met WHERE c IS NULL"), "the value");
     }
 
     private static void breakCall(OciConnection connection, OciStatement unused) throws Exception {
