@@ -112,10 +112,14 @@ bool may_lend(JNIEnv* env, cdadata& cda);
 void lend(cdadata& cda, const lent_record& what);
 /// True for a LONG column on the chain that has ended since, or lent its buffers anew elsewhere.
 bool has_ended(const cdadata& cda, const void* record);
+/// Whether chunks of the streams that are bound may still be asked for. After an execution none
+/// are, and their columns are Java's again.
+enum class Streams { ToCome, Done };
+
 /// False after raising InternalError: a column that OCI would touch has ended, or has changed its
 /// buffers or its stream, since it was bound or defined; or a cursor that is bound has ended, is
 /// closed, or is executing itself.
-bool lent_records_stand(JNIEnv* env, const cdadata& cda);
+bool lent_records_stand(JNIEnv* env, const cdadata& cda, Streams streams);
 /// Before an execution that brings so many rows of a query, or of anything else repeats it so many
 /// times: is_idle, room in all columns and binds, and lent_records_stand. A refusal empties the
 /// insert chain, as an execution would.

@@ -131,7 +131,7 @@ bool pull_chunk(JNIEnv* env, const colctx& ctx, jint& bytes_read) {
   }
   TRACE("    bytes_read", "=", bytes_read);
   // What Java did meanwhile may have taken away what the statement is about to read.
-  if (!lent_records_stand(env, *ctx.cda)) return false;
+  if (!lent_records_stand(env, *ctx.cda, Streams::ToCome)) return false;
   if (ctx.col == nullptr) {
     TV_ThrowInternalError(env, "the streamed column was bound to another cursor");
     return false;

@@ -119,7 +119,8 @@ JNIEXPORT jboolean JNICALL Java_trevalon_db_oci_OciCursor_bindSelectItem(JNIEnv*
 namespace {
 
 bool may_fetch(JNIEnv* env, const cdadata& cda, jint rows) {
-  return is_idle(env, cda) && rows_have_room(env, cda, rows) && lent_records_stand(env, cda);
+  return is_idle(env, cda) && rows_have_room(env, cda, rows) &&
+         lent_records_stand(env, cda, Streams::Done);
 }
 
 sword fetch_rows(const cdadata& cda, ub4 rows) {

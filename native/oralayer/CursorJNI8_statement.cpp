@@ -138,10 +138,10 @@ bool stream_stands(const lent_record& lent) {
          first_indicator(col) == lent.indicator;
 }
 
-bool record_stands(JNIEnv* env, const lent_record& lent) {
+bool record_stands(JNIEnv* env, const lent_record& lent, Streams streams) {
   if (lent.what == Lent::Cursor) return cursor_stands(env, lent);
   const bool same = lent.version == record_version(lent.record);
-  if (same && (lent.piecelen == 0 || stream_stands(lent))) {
+  if (same && (lent.piecelen == 0 || streams == Streams::Done || stream_stands(lent))) {
     return lent.what == Lent::Buffers || locator_stands(env, lent);
   }
   TV_ThrowInternalError(env, "a column of the statement has ended or changed since it was bound");
@@ -185,11 +185,11 @@ bool has_ended(const cdadata& cda, const void* record) {
   return false;
 }
 
-bool lent_records_stand(JNIEnv* env, const cdadata& cda) {
+bool lent_records_stand(JNIEnv* env, const cdadata& cda, Streams streams) {
   const statement_memory* memory = memory_of(cda);
   if (memory == nullptr) return true;
   for (const lent_record* lent = memory->lent; lent != nullptr; lent = lent->next) {
-    if (lent->how != Lend::Chain && !record_stands(env, *lent)) return false;
+    if (lent->how != Lend::Chain && !record_stands(env, *lent, streams)) return false;
   }
   return true;
 }
@@ -204,7 +204,7 @@ bool may_execute(JNIEnv* env, cdadata& cda, jint rows) {
   if (!is_idle(env, cda)) return false;
   PendingException pending(env);
   const bool room = rows_have_room(env, cda, rows) && binds_have_room(env, cda, rows);
-  if (room && lent_records_stand(env, cda)) return true;
+  if (room && lent_records_stand(env, cda, Streams::ToCome)) return true;
   pending.set_aside();
   clean_longinsert_chain(env, &cda);
   return false;

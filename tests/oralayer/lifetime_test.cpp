@@ -82,6 +82,14 @@ TEST_F(Lifetime, OnlyBindsInForceHoldAnExecutionBack) {
   COLUMN(native_1finalize)(env, half_bound);
   EXPECT_NE(executed(third), "") << "its indicator is gone, and OCI knows the bind";
   CURSOR(close)(env, third);
+  CURSOR(open)(env, third, connection);
+  const jobject read = new_stream(1);
+  CURSOR(bindVariableByPosition)(env, third, read);
+  COLUMN(setValueWithStream)(env, read, 10, 99, 1, JNI_FALSE);
+  CURSOR(fetch)(env, third);
+  EXPECT_EQ(raised(), "") << "an execution has read the stream";
+  EXPECT_NE(executed(third), "") << "and the next one would";
+  CURSOR(close)(env, third);
 }
 
 TEST_F(Lifetime, OnlyAQueryBringsMoreRowsThanItsBindsHaveValues) {
