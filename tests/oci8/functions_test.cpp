@@ -64,6 +64,7 @@ TEST_F(Functions, OperatorsCalculateAsTheServerDoes) {
     ora_sub(D[2024-03-01 16:00], D[2024-03-01 08:00]) = ora_div(8, 24) -> 1
     ora_mul(419390.71, 3188.131) = 1337072523.66301 -> 1
     ora_mul(12345678.9, 12345.67) = 152415677625.363 -> 1
+    ora_mul(1e-120, 1e-20) -> 0 | ora_div(1e-100, 3e60) -> 0
     ora_mul(sqrt(2), sqrt(2)) = 2 -> 1 | ora_mul(1.5e100, 1.23456789012345e100) -> ORA-01426
     ora_add(D[2024-03-01 06:00], D[2024-02-28]) -> ORA-00975
     ora_mul(D[2024-03-01 06:00], 2) -> ORA-00932 | ora_add(D[9999-12-31], 1) -> ORA-01841
@@ -220,7 +221,8 @@ TEST_F(Functions, DateFunctions) {
     @round(D[2024-07-01], 'YYYY') -> '2025-01-01 00:00'
     @round(D[2024-08-15 17:30], 'HH24') -> '2024-08-15 18:00'
     trunc(D[2024-08-15 17:45], 'XX') -> ORA-01898
-    length(to_char(sysdate(), 'YYYYMMDDHH24MISS')) -> 14)");
+    length(to_char(sysdate(), 'YYYYMMDDHH24MISS')) -> 14
+    to_char(sysdate(), rpad('JSP', 300, 'JSP')) -> ORA-01801)");
 }
 
 TEST_F(Functions, NumberModels) {

@@ -7,9 +7,12 @@
 
 #include "date.h"
 #include "date_model.h"
+#include "error.h"
 
 namespace oci8 {
 namespace {
+
+constexpr size_t kMostText = 4000;
 
 // In small letters, up to the greatest day number.
 void append_words(std::string& out, int value) {
@@ -250,6 +253,8 @@ std::string DateWriter::write(std::string_view format) {
     } else if (next.ordinal) {
       ordinal(next.spelling);
     }
+    // Spelled out a model's text grows far beyond what a VARCHAR2 holds.
+    if (out_.size() > kMostText) fail(1801);
   }
   return std::move(out_);
 }

@@ -36,7 +36,7 @@ bool read_decimal(std::string_view text, Decimal& out);
 /// The decimal that the number stands for: an integer's digits, or a double's shortest decimal, cut
 /// to 15 digits.
 Decimal decimal_of(const Number& value);
-/// False for a value that no Number keeps exactly.
+/// False for a value that no Number keeps exactly. What is below the server's range is 0.
 bool number_of(const Decimal& decimal, Number& out);
 /// The same of the nearest double where the digits cannot be kept: false only for a value outside
 /// of the server's range.

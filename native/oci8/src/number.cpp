@@ -301,6 +301,10 @@ Decimal decimal_of(const Number& value) {
 }
 
 bool number_of(const Decimal& decimal, Number& out) {
+  if (decimal.size > 0 && decimal.point < kMinPoint) {
+    out = {};
+    return true;
+  }
   if (decimal.size <= decimal.point && decimal.point <= kIntegerDigits &&
       integer_of(decimal, out.integer)) {
     out.is_integer = true;

@@ -192,7 +192,7 @@ Number computed_number(double value) {
   const Decimal decimal = decimal_of(computed);
   Number result;
   if (!std::isfinite(value) || !number_of(decimal, result)) fail(1426);
-  const bool meant = decimal.size <= kMeantDigits ||
+  const bool meant = result.as_real() == 0 || decimal.size <= kMeantDigits ||
                      (decimal.size < std::numeric_limits<double>::digits10 &&
                       std::abs(result.as_real() - value) <= kNoise * std::abs(value));
   return meant ? result : computed;
