@@ -56,6 +56,15 @@ TEST_F(TableSession, WorkIsKeptOrTakenBackAsTheEndSays) {
   }
 }
 
+// A caller who knows how many rows there are fetches no further.
+TEST_F(TableSession, ACursorWhoseRowsAreAllFetchedKeepsNoOldView) {
+  EXPECT_EQ(c.number("select n from t"), 7);
+  Client other(database_);
+  ASSERT_EQ(other.run("update t set n = 2", 1, OCI_COMMIT_ON_SUCCESS), OCI_SUCCESS);
+  c.stmt = c.make<OCIStmt>(OCI_HTYPE_STMT);
+  EXPECT_EQ(c.number("select n from t"), 2);
+}
+
 TEST_F(TableSession, AStatementMovesToAnotherSessionAndOutlivesIt) {
   int found = 0;
   ASSERT_EQ(c.run("select n from t", 0), OCI_SUCCESS);
