@@ -154,13 +154,14 @@ final class StatementReader {
      * null for any other line.
      */
     private static String command(String line) {
-        List<SqlToken> tokens = SqlToken.scan(line, Integer.MAX_VALUE);
-        if (tokens.isEmpty() || !isCommand(tokens)) {
+        List<SqlToken> first = SqlToken.scan(line, 2);
+        if (first.isEmpty() || !isCommand(first)) {
             return null;
         }
+        List<SqlToken> tokens = SqlToken.scan(line, Integer.MAX_VALUE);
         SqlToken last = tokens.get(tokens.size() - 1);
         int end = last.is(";") ? last.start : line.length();
-        return line.substring(tokens.get(0).start, end).trim();
+        return line.substring(first.get(0).start, end).trim();
     }
 
     private static boolean isCommand(List<SqlToken> tokens) {
