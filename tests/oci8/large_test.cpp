@@ -136,6 +136,24 @@ TEST_F(Large, AnOpenQueryGoesOnNamingItsValues) {
   }
 }
 
+// What reads leave open beside a query goes with it: the next ones see what others have written.
+TEST_F(Large, ReadsHoldNoViewBehindTheirQuery) {
+  ASSERT_EQ(run("insert into t (n, b) values (1, :1)", made("before"), true), 0);
+  ASSERT_EQ(run("insert into t (n) values (2)"), 0);
+  db_->commit();
+  const Prepared open(*db_, "select b from t order by n");
+  ASSERT_TRUE(open->step());
+  const LargeName name = open->column(0).large;
+  EXPECT_EQ(content(name), "before");
+  const auto other = open_database(database_);
+  query(*other, "select b from t where n = 1 for update");
+  other->write_large(name, 0, "behind", 6);
+  other->commit();
+  EXPECT_EQ(content(name), "before");
+  open->reset();
+  EXPECT_EQ(content(name), "behind");
+}
+
 // Each step with its error, then the values and chunks that are there behind it.
 TEST_F(Large, ValuesGoWithTheirCells) {
   std::istringstream steps(

@@ -28,6 +28,11 @@ struct FinalizeStatement {
 /// Null for a statement that has not been prepared yet.
 using SqliteStatementOwner = std::unique_ptr<sqlite3_stmt, FinalizeStatement>;
 
+struct CloseBlob {
+  void operator()(sqlite3_blob* blob) const noexcept { sqlite3_blob_close(blob); }
+};
+using SqliteBlobOwner = std::unique_ptr<sqlite3_blob, CloseBlob>;
+
 /// Gives a statement back for its next use when the scope ends, so that none keeps a snapshot.
 class ResetOnExit {
  public:

@@ -67,6 +67,12 @@ class LargeStore {
   size_t read(const LargeName& name, unsigned long long place, void* target, size_t units);
   /// A row that stands: until the caller resets it, all reads are of the same moment.
   sqlite3_stmt* view();
+  /// A query of the session has opened a view of the database, which reads may hold as well; or the
+  /// last one has closed it.
+  void view_opened() noexcept { viewed_ = true; }
+  void view_closed() noexcept;
+  /// Lets go of what reads have left open, before a change.
+  void let_go() noexcept { shown_.reset(); }
   /// ORA-22925 for a value of more units than an ub4 can count.
   void write(const LargeName& name, unsigned long long place, const void* source, size_t units);
   /// A value of its own with the same content, chunk by chunk.
@@ -78,6 +84,8 @@ class LargeStore {
   sqlite3_stmt* prepared(SqliteStatementOwner& owner, std::string_view sql);
   sqlite3_stmt* find(const LargeName& name);
   sqlite3_stmt* chunks(long long id, unsigned long long first, unsigned long long last);
+  bool show(long long place) noexcept;
+  bool read_in_place(long long id, unsigned long long begin, unsigned long long end, char* target);
   void put(long long id, unsigned long long number, const void* data, size_t size);
   void put_units(long long id, LargeName::Unit unit, unsigned long long number, const char* data,
                  size_t size);
@@ -93,6 +101,8 @@ class LargeStore {
   SqliteStatementOwner remove_;
   SqliteStatementOwner chunks_;
   SqliteStatementOwner put_;
+  SqliteBlobOwner shown_;  // the chunk that was read last, while a query is open
+  bool viewed_ = false;
   std::unique_ptr<char[]> scratch_;  // a chunk, from the first that is written in part on
   std::unique_ptr<char[]> narrow_;  // a chunk of characters, from the first one on
 };

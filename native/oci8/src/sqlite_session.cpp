@@ -263,6 +263,16 @@ void SqliteSession::forget_savepoints() {
   early_at_mark_.clear();
 }
 
+void SqliteSession::enter(OpenQuery& query) {
+  open_.push_back(&query);
+  large_.view_opened();
+}
+
+void SqliteSession::leave(const OpenQuery& query) noexcept {
+  std::erase(open_, &query);
+  if (open_.empty()) large_.view_closed();
+}
+
 void SqliteSession::read_out() {
   while (!open_.empty()) {
     open_.back()->read_out();
@@ -405,6 +415,7 @@ SqliteSession::Operation::~Operation() {
 
 SqliteSession::Change::Change(SqliteSession& session, bool wait)
     : session_(session), first_(!session.in_transaction()) {
+  session.large_.let_go();
   if (first_) session.begin(wait);
   session.gentle_ = !first_;
   session.gentle_until_ = Clock::time_point();

@@ -77,8 +77,8 @@ class SqliteSession {
   void rollback();
 
   /// A query reads from the tables from here on.
-  void enter(OpenQuery& query) { open_.push_back(&query); }
-  void leave(const OpenQuery& query) noexcept { std::erase(open_, &query); }
+  void enter(OpenQuery& query);
+  void leave(const OpenQuery& query) noexcept;
   /// Has all open queries read to their end, so that what they give is the state that they began
   /// with: to be called before anything that changes a table. ORA-01013 after a break, which may
   /// end a query, too.
