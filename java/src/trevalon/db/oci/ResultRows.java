@@ -123,21 +123,24 @@ final class ResultRows {
                         ? 1
                         : (int) Math.max(1, Math.min(fetchSize, FETCH_MEMORY / rowBytes));
         defineArrays(Math.min(mostRows, FIRST_ROWS));
-        defined = true;
     }
 
     private void defineArrays(int rows) throws OciException {
+        // Where one fails, the next execution has to define all of them anew.
+        defined = false;
         for (SelectColumn column : columns) {
             connection.check(cursor, cursor.bindSelectItem(column.peer, rows));
         }
         arrayRows = rows;
+        defined = true;
     }
 
-    /** Notes what the last fetch brought; "no more rows" comes with the last, partial array. */
+    /**
+     * Notes what the last fetch brought, before which there was no row; "no more rows" comes with
+     * the last, partial array.
+     */
     void take(boolean failed) throws OciException {
         if (failed && cursor.errorCode() != NO_MORE_ROWS) {
-            rowsInArray = 0;
-            lastArray = true;
             throw connection.failure(cursor);
         }
         if (cursor.hasBlobColumn()) {
@@ -179,7 +182,10 @@ final class ResultRows {
         connection.enter();
         try {
             leaveRow();
+            // Whatever throws from here on leaves no row: the arrays do not hold the old ones.
             row = 0;
+            rowsInArray = 0;
+            lastArray = true;
             if (arrayRows < mostRows) {
                 defineArrays(mostRows);
             }

@@ -216,6 +216,33 @@ public final class QueryCases {
                 yes(query.next(), "row " + n);
             }
         });
+        failedGrowth(query);
+    }
+
+    /** The arrays grow after ten rows; a position that is none of the query's prevents it. */
+    private static void failedGrowth(OciStatement query) throws Exception {
+        // The define takes the one and leaves it to the fetch, and refuses the other.
+        for (int position : new int[] {2, 0}) {
+            query.prepare("SELECT n FROM big WHERE n < 50 ORDER BY n");
+            OciColumn column = query.columns().get(0);
+            query.execute();
+            readRows(query, 10);
+            column.setPosition(position);
+            Class<?> error = throwing(Throwable.class, query::next).getClass();
+            same(position > 0 ? InternalError.class : OciException.class, error, "failure");
+            yes(!query.next(), "a row after the failure");
+            throwing(IllegalStateException.class, () -> query.getInt(1));
+            column.setPosition(1);
+        }
+        query.execute();
+        readRows(query, 50);
+    }
+
+    private static void readRows(OciStatement query, int rows) throws Exception {
+        for (int n = 0; n < rows; n++) {
+            yes(query.next(), "row " + n);
+            same(n, query.getInt(1), "n");
+        }
     }
 
     private static String longText(int id, int length) {
