@@ -51,11 +51,7 @@ public final class OciColumn {
         return OciType.describe(internalType(), length(), precision(), scale());
     }
 
-    /** The kind of stream that feeds this bind variable: a constant of {@link OciCursor}. */
-    int inputStreamType() {
-        return input_stream_type;
-    }
-
+    /** Names the kind of stream that feeds this bind variable: a constant of {@link OciCursor}. */
     void setInputStreamType(int streamType) {
         input_stream_type = streamType;
     }

@@ -360,11 +360,6 @@ public final class OciConnection implements AutoCloseable {
         return Integer.parseInt(text.substring(4, 9));
     }
 
-    /** Oracle's error number and the system's after the last connection call. */
-    int[] errorCodes() {
-        return new int[] {ldaerrcode, oserrcode};
-    }
-
     /** Slots of this connection's pool that are in use. */
     int slotsInUse() {
         return slots.inUse();

@@ -25,7 +25,6 @@ public final class OciCursor {
     /** Characters of a Reader. */
     public static final int CHARACTER_STREAM = 4;
 
-    private final OciConnection connection;
     private final int elem;
     private final Map<Integer, PieceSource> streams = new HashMap<>();
     private int longColumns;
@@ -54,7 +53,6 @@ public final class OciCursor {
      */
     OciCursor(
             OciConnection connection, int elem, int selPieceLength, boolean openNow, String sql) {
-        this.connection = connection;
         this.elem = elem;
         this.selPieceLength = selPieceLength;
         initialize(elem);
@@ -66,10 +64,6 @@ public final class OciCursor {
     /** The slot of the cursor pool that this cursor occupies. */
     int slot() {
         return elem;
-    }
-
-    OciConnection connection() {
-        return connection;
     }
 
     int pieceLength() {
@@ -94,20 +88,6 @@ public final class OciCursor {
     /** The statement's SQL function code as the interface numbers them. */
     int sqlFunctionCode() {
         return sqlfunccode;
-    }
-
-    /** The interface's code of the last call on the statement. */
-    int ociFunctionCode() {
-        return ocifunccode;
-    }
-
-    int osErrorCode() {
-        return oserrcode;
-    }
-
-    /** Always 0: with release 8 no call sets one. */
-    int warningFlags() {
-        return warnflags;
     }
 
     /** Notes how many LONG and LONG RAW columns the select list has. */

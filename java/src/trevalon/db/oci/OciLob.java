@@ -94,11 +94,6 @@ public final class OciLob implements AutoCloseable {
         return connection;
     }
 
-    /** Oracle's error number of the last failure on this locator, 0 for none. */
-    public int errorCode() {
-        return loberrcode;
-    }
-
     /** The value's length in bytes or characters. */
     public long length() throws OciException {
         connection.enter();

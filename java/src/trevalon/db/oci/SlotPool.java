@@ -41,8 +41,4 @@ final class SlotPool {
     synchronized int inUse() {
         return taken.cardinality();
     }
-
-    int size() {
-        return size;
-    }
 }
