@@ -3,6 +3,7 @@ package trevalon.db.console;
 import java.io.BufferedReader;
 import java.io.Closeable;
 import java.io.IOException;
+import java.io.Reader;
 import java.nio.channels.Channels;
 import java.nio.channels.FileChannel;
 import java.nio.charset.CharacterCodingException;
@@ -22,6 +23,7 @@ import java.util.List;
 final class CsvFile implements Closeable {
     /** Leaves the size of the decoder's buffer to the library, see {@code Channels.newReader}. */
     private static final int DEFAULT_BUFFER = -1;
+
     /**
      * Some programs write it before UTF-8 text, where it would be a part of the first column's
      * name.
@@ -42,10 +44,7 @@ final class CsvFile implements Closeable {
     private CsvFile(Path path, FileChannel channel) throws IOException {
         this.path = path;
         this.channel = channel;
-        in =
-                new BufferedReader(
-                        Channels.newReader(
-                                channel, StandardCharsets.UTF_8.newDecoder(), DEFAULT_BUFFER));
+        in = new BufferedReader(text(channel));
         List<String> heading = readRecord();
         if (heading == null) {
             throw new IOException(path + " is empty");
@@ -63,6 +62,11 @@ final class CsvFile implements Closeable {
             channel.close();
             throw e;
         }
+    }
+
+    /** The text of a file, of which bytes that are not UTF-8 are an error. */
+    static Reader text(FileChannel channel) {
+        return Channels.newReader(channel, StandardCharsets.UTF_8.newDecoder(), DEFAULT_BUFFER);
     }
 
     /** The first line of a text without its mark, if any. */

@@ -29,7 +29,7 @@ final class CsvLoader {
      * What a heading may name goes into the statement as it is, so nothing but names is let
      * through.
      */
-    private static final String NAME = "[\\p{L}][\\p{L}\\p{N}_$#]*";
+    private static final String NAME = "\\p{L}" + SqlToken.NAME_CHARACTER + "*";
 
     /** Texts for a LONG or CLOB that are longer go in as streams. */
     private static final int LONGEST_TEXT = 4000;

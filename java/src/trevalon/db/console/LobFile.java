@@ -32,7 +32,6 @@ import trevalon.db.oci.OciType;
 final class LobFile {
     /** As much as one call moves. */
     private static final int PIECE = 32 * 1024;
-    private static final int DEFAULT_BUFFER = -1;
     private static final FileAttribute<?>[] OWNER_ONLY = {
         PosixFilePermissions.asFileAttribute(PosixFilePermissions.fromString("rw-------"))
     };
@@ -233,7 +232,7 @@ final class LobFile {
         // By the file and not by units: how many characters a text has shows at its end only.
         Percent percent = done -> 100 * channel.position() / Math.max(1, channel.size());
         if (lob.isCharacter()) {
-            Reader in = Channels.newReader(channel, UTF_8.newDecoder(), DEFAULT_BUFFER);
+            Reader in = CsvFile.text(channel);
             try (Writer out = lob.writer(0)) {
                 copyText(in, out, percent);
             }

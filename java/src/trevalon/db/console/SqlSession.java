@@ -49,13 +49,13 @@ final class SqlSession {
                     + "Ctrl-C stops the statement that runs, and with it a script.";
 
     /**
-     * A name as SQL has it, with an owner perhaps; it goes into statements as it was typed, so it
-     * must not be able to hold anything else. Possessive, because what can be given back piece by
-     * piece takes stack for each piece.
+     * A part of a name as SQL has it; it goes into statements as it was typed, so it must not be
+     * able to hold anything else. Possessive, because what can be given back piece by piece takes
+     * stack for each piece.
      */
-    private static final String TABLE = "(?:\"[^\"]+\"|[\\p{L}\\p{N}_$#.]++)++";
-    /** One part of such a name. */
-    private static final String PART = "(?:\"[^\"]+\"|[\\p{L}\\p{N}_$#]++)";
+    private static final String PART = "(?:\"[^\"]+\"|" + SqlToken.NAME_CHARACTER + "++)";
+    /** A name, with an owner perhaps. */
+    private static final String TABLE = "(?:" + PART + "|\\.)++";
     /** Groups: table, file in quotes, file without. */
     private static final Pattern LOAD =
             Pattern.compile(

@@ -13,6 +13,9 @@ import java.util.regex.Pattern;
  * literal or name. Unclosed quotes and comments reach to the end of the text.
  */
 final class SqlToken {
+    /** A character of a name: a variable's may begin with any of them, an unquoted name not. */
+    static final String NAME_CHARACTER = "[\\p{L}\\p{N}_$#]";
+
     /**
      * Comments first, since their first characters are symbols too. A doubled quote inside a
      * literal makes two neighbouring literals here, which nobody in this package minds.
@@ -22,8 +25,8 @@ final class SqlToken {
                     "(?<comment>--[^\\n]*+|/\\*.*?(?:\\*/|\\z))"
                             + "|(?<literal>'[^']*+(?:'|\\z))"
                             + "|\"(?<name>[^\"]*+)(?:\"|\\z)"
-                            + "|:(?<variable>[\\p{L}\\p{N}_$#]++)"
-                            + "|(?<word>[\\p{L}_][\\p{L}\\p{N}_$#]*+)"
+                            + "|:(?<variable>" + NAME_CHARACTER + "++)"
+                            + "|(?<word>[\\p{L}_]" + NAME_CHARACTER + "*+)"
                             + "|\\S",
                     Pattern.DOTALL);
 

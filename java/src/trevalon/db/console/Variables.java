@@ -32,7 +32,8 @@ final class Variables {
     /** Groups: name, kind, and the size where one is given. */
     private static final Pattern DECLARATION =
             Pattern.compile(
-                    "([\\p{L}\\p{N}_$#]+)\\s+(NUMBER|DATE|REFCURSOR|CHAR|VARCHAR2?)"
+                    "(" + SqlToken.NAME_CHARACTER + "+)\\s+"
+                            + "(NUMBER|DATE|REFCURSOR|CHAR|VARCHAR2?)"
                             + "\\s*(?:\\(\\s*(\\d{1,5})\\s*\\))?",
                     Pattern.CASE_INSENSITIVE);
     /** The longest VARCHAR2 of a block. */

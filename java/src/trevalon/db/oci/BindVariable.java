@@ -35,7 +35,6 @@ final class BindVariable implements AutoCloseable {
     /** The buffer of a NULL must not be empty: the native side would have nothing to bind. */
     private static final byte[] NO_BYTES = new byte[1];
 
-    private static final int NULL_INDICATOR = -1;
     private static final int NO_FORM = 0;
     private static final int CURSOR = 116;
 
@@ -298,7 +297,7 @@ final class BindVariable implements AutoCloseable {
         // An output keeps the type and size that it was registered with: its buffer was made for
         // them.
         if (outType != NO_FORM && newForm != form) {
-            throw inconsistentTypes();
+            throw OciException.inconsistentTypes();
         }
         if (streamed) {
             column.setValueWithStream(0, 0, OciCursor.BINARY_STREAM, false);
@@ -308,10 +307,6 @@ final class BindVariable implements AutoCloseable {
         rows = null;
         lob = null;
         inputGiven = true;
-    }
-
-    private static OciException inconsistentTypes() {
-        return new OciException(932, "ORA-00932: inconsistent datatypes");
     }
 
     private void formIs(int newForm, int newSize) {
@@ -380,13 +375,13 @@ final class BindVariable implements AutoCloseable {
             throw new IllegalStateException("Variable " + position + " is no output");
         }
         if (types.length > 0 && Arrays.stream(types).noneMatch(t -> t == outType)) {
-            throw inconsistentTypes();
+            throw OciException.inconsistentTypes();
         }
     }
 
     boolean isNull() throws OciException {
         requireOut();
-        return cursor.getIndicator(column, 0) == NULL_INDICATOR;
+        return cursor.isNull(column, 0);
     }
 
     int intValue() throws OciException {

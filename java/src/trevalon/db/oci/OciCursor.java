@@ -100,6 +100,11 @@ public final class OciCursor {
         return longColumns > 0;
     }
 
+    /** Whether the value is NULL that a column or variable has in this element of its arrays. */
+    boolean isNull(OciColumn column, int element) {
+        return getIndicator(column, element) == OciLimits.NULL_INDICATOR;
+    }
+
     /** Names the source of a streamed bind variable; it is read during the next execution. */
     void registerStream(int position, PieceSource source) {
         streams.put(position, source);

@@ -23,6 +23,16 @@ public final class OciException extends SQLException {
         this(code, text, UNKNOWN);
     }
 
+    /** What is asked of a value of another type. */
+    static OciException inconsistentTypes() {
+        return new OciException(932, "ORA-00932: inconsistent datatypes");
+    }
+
+    /** A number that has a fraction, or too many digits for the Java type. */
+    static OciException overflow() {
+        return new OciException(1455, "ORA-01455: converting column overflows integer datatype");
+    }
+
     /** Oracle's error number, for example 942. */
     public int code() {
         return getErrorCode();

@@ -1,9 +1,9 @@
 package trevalon.db.oci;
 
 /**
- * Sizes that the peers and the native side agree on.
+ * Sizes and an indicator that the peers and the native side agree on.
  *
- * <p>A number that is smaller here than there would cut values, or have a native getter refuse its
+ * <p>A size that is smaller here than there would cut values, or have a native getter refuse its
  * array.
  */
 final class OciLimits {
@@ -30,6 +30,9 @@ final class OciLimits {
 
     /** Smallest buffer of a character bind variable, in bytes: its text decides alone. */
     static final int BIND_SIZE = 0;
+
+    /** The indicator of NULL. */
+    static final int NULL_INDICATOR = -1;
 
     private OciLimits() {}
 }

@@ -23,7 +23,6 @@ final class ResultRows {
 
     private static final int NO_MORE_ROWS = 1403;
     private static final int NO_SUCH_POSITION = 24334;
-    private static final int NULL_INDICATOR = -1;
     private static final DateTimeFormatter DATE_TEXT = OciDates.formatter(" HH:mm:ss");
 
     private final OciConnection connection;
@@ -206,10 +205,10 @@ final class ResultRows {
     boolean isNull(int position) {
         SelectColumn column = column(position);
         if (OciType.isLong(column.type)) {
-            return cursor.getIndicator(column.peer, 0) == NULL_INDICATOR
+            return cursor.isNull(column.peer, 0)
                     || (column.value == null && cursor.getLongDataLength(column.peer) == 0);
         }
-        return cursor.getIndicator(column.peer, row) == NULL_INDICATOR;
+        return cursor.isNull(column.peer, row);
     }
 
     String getString(int position) throws SQLException {
@@ -259,7 +258,7 @@ final class ResultRows {
         }
         // Their text would often be digits only, and is no number of theirs.
         if (OciType.isBinary(column(position).type)) {
-            throw new OciException(932, "ORA-00932: inconsistent datatypes");
+            throw OciException.inconsistentTypes();
         }
         String text = getString(position);
         try {
@@ -277,16 +276,14 @@ final class ResultRows {
         try {
             return value == null ? 0 : value.longValueExact();
         } catch (ArithmeticException e) {
-            throw new OciException(
-                    1455, "ORA-01455: converting column overflows integer datatype");
+            throw OciException.overflow();
         }
     }
 
     int getInt(int position) throws SQLException {
         long value = getLong(position);
         if (value != (int) value) {
-            throw new OciException(
-                    1455, "ORA-01455: converting column overflows integer datatype");
+            throw OciException.overflow();
         }
         return (int) value;
     }
@@ -302,7 +299,7 @@ final class ResultRows {
     LocalDateTime getDateTime(int position) throws OciException {
         SelectColumn column = column(position);
         if (column.type != OciType.DATE) {
-            throw new OciException(932, "ORA-00932: inconsistent datatypes");
+            throw OciException.inconsistentTypes();
         }
         // Copies nothing of NULL, so that one call does what the indicator and getDateValue would.
         int length = cursor.getByteValue(column.peer, row, column.buffer());
@@ -335,7 +332,7 @@ final class ResultRows {
     OciLob getLob(int position) throws OciException {
         SelectColumn column = column(position);
         if (!OciType.isLob(column.type)) {
-            throw new OciException(932, "ORA-00932: inconsistent datatypes");
+            throw OciException.inconsistentTypes();
         }
         return isNull(position) ? null : OciLob.ofColumn(connection, column.peer, column.type);
     }
@@ -353,7 +350,7 @@ final class ResultRows {
     private LongStream longValue(int position) throws OciException {
         SelectColumn column = column(position);
         if (!OciType.isLong(column.type)) {
-            throw new OciException(932, "ORA-00932: inconsistent datatypes");
+            throw OciException.inconsistentTypes();
         }
         if (column.value == null) {
             column.value =
