@@ -52,7 +52,7 @@ final class Variables {
         LocalDateTime moment;
 
         /** The query that a block has opened on a cursor variable. */
-        OciStatement rows;
+        OciStatement cursorStatement;
 
         Variable(String name, String declaration, int type, int size) {
             this.name = name;
@@ -97,8 +97,8 @@ final class Variables {
         String declaration = sized ? kind + "(" + size + ")" : kind;
         Variable old = variables.put(name, new Variable(name, declaration, typeOf(kind), size));
         // The old variable's query would stay open with nobody to read it.
-        if (old != null && old.rows != null) {
-            old.rows.close();
+        if (old != null && old.cursorStatement != null) {
+            old.cursorStatement.close();
         }
     }
 
@@ -163,10 +163,10 @@ final class Variables {
             throws SQLException {
         if (variable.isCursor()) {
             // Kept for the next block: the statement is opened anew at each execution.
-            if (variable.rows == null) {
-                variable.rows = connection.createStatement();
+            if (variable.cursorStatement == null) {
+                variable.cursorStatement = connection.createStatement();
             }
-            statement.setCursor(position, variable.rows);
+            statement.setCursor(position, variable.cursorStatement);
             return;
         }
         if (block) {
@@ -240,14 +240,14 @@ final class Variables {
     }
 
     private void printRows(Variable variable, BooleanSupplier stopped) throws SQLException {
-        if (variable.rows == null || variable.rows.columns().isEmpty()) {
+        if (variable.cursorStatement == null || variable.cursorStatement.columns().isEmpty()) {
             out.println(variable.name + " has no open query.");
             return;
         }
-        try (OciStatement rows = variable.rows) {
+        try (OciStatement query = variable.cursorStatement) {
             // Its rows are used up by this: the next block opens a query on a statement of its own.
-            variable.rows = null;
-            out.println(Feedback.selected(TablePrinter.print(rows, out, stopped)));
+            variable.cursorStatement = null;
+            out.println(Feedback.selected(TablePrinter.print(query, out, stopped)));
         }
     }
 

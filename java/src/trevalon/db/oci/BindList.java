@@ -44,7 +44,7 @@ final class BindList {
         cursors = false;
         for (BindVariable variable : variables) {
             variable.requireValue();
-            cursors |= variable.rows() != null;
+            cursors |= variable.cursorStatement() != null;
             if (query && variable.isStream()) {
                 // Only the execution of a statement without rows releases what a stream holds.
                 throw new SQLFeatureNotSupportedException("A stream as value in a query");
@@ -95,8 +95,8 @@ final class BindList {
         }
         List<OciStatement> statements = new ArrayList<>();
         for (BindVariable variable : variables) {
-            if (variable.rows() != null) {
-                statements.add(variable.rows());
+            if (variable.cursorStatement() != null) {
+                statements.add(variable.cursorStatement());
             }
         }
         return statements;

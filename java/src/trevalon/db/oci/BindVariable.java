@@ -53,8 +53,9 @@ final class BindVariable implements AutoCloseable {
     private PieceSource source;
 
     private boolean streamed;
-    // At most one of source, rows and lob is set; the native record holds every other value.
-    private OciStatement rows;
+    // At most one of source, cursorStatement and lob is set; the native record holds every other
+    // value.
+    private OciStatement cursorStatement;
     private OciLob lob;
 
     /** The registered type of an output, or NO_FORM. */
@@ -271,7 +272,7 @@ final class BindVariable implements AutoCloseable {
     /** A cursor variable: the execution opens a query on the other statement. */
     void setCursor(OciStatement statement) throws SQLException {
         beginValue(CURSOR);
-        rows = statement;
+        cursorStatement = statement;
         formIs(CURSOR, 0);
     }
 
@@ -304,7 +305,7 @@ final class BindVariable implements AutoCloseable {
         }
         source = null;
         streamed = false;
-        rows = null;
+        cursorStatement = null;
         lob = null;
         inputGiven = true;
     }
@@ -341,7 +342,7 @@ final class BindVariable implements AutoCloseable {
      */
     boolean bind(boolean always) throws SQLException {
         if (form == CURSOR) {
-            return rows.bindTo(cursor, position);
+            return cursorStatement.bindTo(cursor, position);
         }
         if (outType != NO_FORM && !inputGiven) {
             layNull(form);
@@ -366,8 +367,8 @@ final class BindVariable implements AutoCloseable {
     }
 
     /** The statement behind a cursor variable, or null. */
-    OciStatement rows() {
-        return rows;
+    OciStatement cursorStatement() {
+        return cursorStatement;
     }
 
     private void requireOut(int... types) throws OciException {

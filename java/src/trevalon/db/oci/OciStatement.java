@@ -76,11 +76,11 @@ public final class OciStatement implements AutoCloseable {
     }
 
     /** Rows that one fetch asks for; takes effect at the next prepare. */
-    public void setFetchSize(int rows) {
-        if (rows < 1) {
-            throw new IllegalArgumentException("Fetch size " + rows);
+    public void setFetchSize(int size) {
+        if (size < 1) {
+            throw new IllegalArgumentException("Fetch size " + size);
         }
-        fetchSize = rows;
+        fetchSize = size;
     }
 
     /**
@@ -333,11 +333,11 @@ public final class OciStatement implements AutoCloseable {
     }
 
     /** Makes another statement the cursor variable of a block, which opens a query on it. */
-    public void setCursor(int position, OciStatement rows) throws SQLException {
-        if (rows == this || rows.connection != connection) {
+    public void setCursor(int position, OciStatement cursorStatement) throws SQLException {
+        if (cursorStatement == this || cursorStatement.connection != connection) {
             throw new IllegalArgumentException("A cursor variable is another statement of mine");
         }
-        variable(position).setCursor(rows);
+        variable(position).setCursor(cursorStatement);
     }
 
     public boolean isOutNull(int position) throws OciException {
