@@ -72,13 +72,10 @@ final class Sample {
         return good;
     }
 
-    /**
-     * The mark is made by the transaction that loads, so half a load does not count as one; nor
-     * does a sample of earlier versions, which is without exhibits.
-     */
+    /** The mark is made by the transaction that loads, so half a load does not count as one. */
     private boolean isLoaded() throws SQLException {
         try (OciStatement query = connection.createStatement()) {
-            query.execute("SELECT s.finished FROM sample_loaded s, exhibit e");
+            query.execute("SELECT finished FROM sample_loaded");
             return query.next();
         } catch (OciException e) {
             if (e.code() == NO_SUCH_TABLE) {
@@ -89,8 +86,7 @@ final class Sample {
     }
 
     private void load() throws IOException, SQLException {
-        // What an interrupted load or an earlier version has left behind: tables commit by
-        // themselves, rows do not.
+        // What an interrupted load has left behind: tables commit by themselves, rows do not.
         for (String table : TABLES) {
             dropIfThere(table);
         }

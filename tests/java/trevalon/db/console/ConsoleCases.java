@@ -312,8 +312,12 @@ public final class ConsoleCases {
     private static void sample() throws Exception {
         new Run("").ends(0, "Loaded 11,323 days", "All checks passed.");
         new Run("").ends(0, "loaded already", "All checks passed.");
-        new Run("UPDATE calendar SET iso_week = 99 WHERE remark IS NOT NULL;", LOGIN).ends(0);
-        new Run("").ends(1, "checksum of the calendar", "WRONG", "CHECKS FAILED");
+        new Run("UPDATE calendar SET iso_week = 99 WHERE remark IS NOT NULL;\nDELETE FROM exhibit;",
+                LOGIN).ends(0);
+        new Run("").ends(1, "checksum of the calendar", "WRONG", "text of exhibit 1: nothing",
+                "CHECKS FAILED");
+        new Run("DROP TABLE exhibit;", LOGIN).ends(0);
+        new Run("").ends(1, "  FROM exhibit\n       *\nERROR at line 2:\nORA-00942", "In tour.sql");
     }
 
     private static Run script(String text) throws Exception {
