@@ -213,8 +213,7 @@ class Reader {
 
   // As the dialect compares names: quoted ones keep their case.
   static std::string name_of(TokenKind kind, std::string_view spelling) {
-    if (kind == TokenKind::Word) return upper(spelling);
-    return std::string(spelling.substr(1, spelling.size() - 2));
+    return kind == TokenKind::Word ? upper(spelling) : unquote(spelling);
   }
 
   // The innermost declaration is the last one.

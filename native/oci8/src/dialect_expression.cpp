@@ -185,20 +185,10 @@ Fragment number_literal(Context& context) {
   return result;
 }
 
-// The characters that a literal stands for.
-std::string literal_value(std::string_view quoted) {
-  std::string value;
-  for (size_t i = 1; i + 1 < quoted.size(); ++i) {
-    value += quoted[i];
-    if (quoted[i] == '\'') ++i;
-  }
-  return value;
-}
-
 // Literals are fixed-length character data on the server: 'a' = 'a ' holds, and DESCRIBE says so.
 Fragment string_literal(Context& context) {
   const ub4 offset = context.tokens.offset();
-  std::string value = literal_value(context.tokens.spelling());
+  std::string value = unquote(context.tokens.spelling());
   if (value.size() > 4000) context.tokens.fail_here(1704);
   context.tokens.skip();
   // The empty string is NULL for the server.

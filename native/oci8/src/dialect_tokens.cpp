@@ -34,7 +34,8 @@ static_assert(std::is_sorted(std::begin(kReserved), std::end(kReserved)));
 
 constexpr size_t kNameSize = 30;
 
-// A doubled quote inside stands for itself.
+}  // namespace
+
 std::string unquote(std::string_view quoted) {
   const char quote = quoted.front();
   std::string result;
@@ -44,8 +45,6 @@ std::string unquote(std::string_view quoted) {
   }
   return result;
 }
-
-}  // namespace
 
 // Words that can name nothing unless quoted: so an alias can stand without AS.
 bool is_reserved(std::string_view word) {

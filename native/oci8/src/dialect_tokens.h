@@ -74,6 +74,9 @@ class Tokens {
 /// Whether the server reserves the word, whatever its case: it names nothing then, unless quoted.
 bool is_reserved(std::string_view word);
 
+/// What a quoted name or a literal stands for: a doubled quote inside is one.
+std::string unquote(std::string_view quoted);
+
 }  // namespace oci8
 
 #endif
