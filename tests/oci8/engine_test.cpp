@@ -473,11 +473,16 @@ TEST_F(EngineTest, EngineErrorsHaveTheirNumbers) {
   query(*one, "DELETE FROM P");
   query(*one, "INSERT INTO P VALUES (1)");
   query(*one, "INSERT INTO C VALUES (1, 1, 1)");
+  query(*one, "CREATE TABLE E(ID NUMBER PRIMARY KEY, BOSS NUMBER REFERENCES E(ID))");
+  query(*one, "INSERT INTO E VALUES (1, 1)");
   for (const auto& [sql, expected] : cases(R"(
     INSERT INTO P VALUES (1) -> 1 P.ID | INSERT INTO C VALUES (1, NULL, 1) -> 1400 "C"."N"
     UPDATE C SET N = NULL -> 1407 "C"."N" | INSERT INTO C VALUES (1, 1, 0) -> 2290 check
     INSERT INTO C VALUES (2, 1, 1) -> 2291 parent | UPDATE C SET ID = 2 -> 2291 parent
     DELETE FROM P -> 2292 child | UPDATE P SET ID = 2 -> 2292 child | DROP TABLE P -> 2449 foreign
+    UPDATE C SET N = (SELECT MAX(ID) FROM P WHERE ID = 1), "ID" = 9 -> 2291 parent
+    UPDATE C SET (N, ID) = (SELECT 1, 9 FROM DUAL) -> 2291 parent
+    UPDATE E SET ID = CASE WHEN BOSS = 1 THEN 7 END -> 2292 child
     SELECT S.NEXTVAL FROM DUAL -> 8004 S.NEXTVAL goes below MINVALUE and
     DELETE FROM DUAL -> 1031 privileges | DROP VIEW USER_TABLES -> 1031 privileges)")) {
     const Failure raised = failure([&, text = sql] { query(*one, text); });

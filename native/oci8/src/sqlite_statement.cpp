@@ -7,7 +7,9 @@
 #include <algorithm>
 #include <limits>
 
+#include "ascii.h"
 #include "declared_type.h"
+#include "dialect_tokens.h"
 #include "sqlite_functions.h"
 
 namespace oci8 {
@@ -30,19 +32,25 @@ int bind_bytes(sqlite3_stmt* statement, int position, const Value& value) {
                              SQLITE_UTF8);
 }
 
-/// The words of an UPDATE that are assigned to: `column =` outside of parentheses, before WHERE.
-/// Compares words without case; that also takes a quoted name for another one that differs in case
-/// only, as the engine does.
+bool is_name(const Tokens& at, const std::string& upper_name) {
+  const bool quoted = at.kind() == TokenKind::QuotedName;
+  return upper(quoted ? unquote(at.spelling()) : at.spelling()) == upper_name;
+}
+
+/// Whether the UPDATE assigns to `column`, alone or in a list (a, b) = ...; names are compared
+/// without case, as the engine does.
 bool assigns(const SqlText& text, std::string_view column) {
-  const auto same = [](char left, char right) { return left == right || (left ^ right) == 0x20; };
-  bool setting = false;
-  for (size_t i = 0; i + 1 < text.tokens.size(); ++i) {
-    std::string_view word = text.spelling(text.tokens[i]);
-    setting = setting || std::ranges::equal(word, std::string_view("SET"), same);
-    if (std::ranges::equal(word, std::string_view("WHERE"), same)) return false;
-    if (text.tokens[i].kind == TokenKind::QuotedName) word = word.substr(1, word.size() - 2);
-    const bool assigned = setting && text.spelling(text.tokens[i + 1]) == "=";
-    if (assigned && std::ranges::equal(word, column, same)) return true;
+  const std::string wanted = upper(column);
+  int depth = 0;
+  bool target = false;  // before an assignment's mark
+  for (Tokens at(text); !at.at_end(); at.skip()) {
+    if (at.is_symbol("(")) ++depth;
+    if (at.is_symbol(")")) --depth;
+    if (depth == 0 && at.is_word("WHERE")) return false;
+    if (depth == 0 && (at.is_word("SET") || at.is_symbol(","))) target = true;
+    if (depth == 0 && at.is_symbol("=")) target = false;
+    // A table's alias may stand before the name.
+    if (target && !at.is_symbol(".", 1) && is_name(at, wanted)) return true;
   }
   return false;
 }
