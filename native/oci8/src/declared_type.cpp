@@ -22,10 +22,6 @@ struct Spelling {
   Arguments arguments;
 };
 
-// What earlier versions declared a LONG as, behind what it is spelled now: the engine turns every
-// number in such a column into text, also that of a large value.
-constexpr std::string_view kLongInRow = "LONG_TEXT";
-
 constexpr Spelling kSpellings[] = {
     {"VARCHAR2", SQLT_CHR, 0, Arguments::Size},
     {"CHAR", SQLT_AFC, 0, Arguments::Size},
@@ -34,7 +30,6 @@ constexpr Spelling kSpellings[] = {
     {"ROWID_TEXT", SQLT_RID, 18, Arguments::None},
     {"DATE_BLOB", SQLT_DAT, 7, Arguments::None},
     {"RAW_BLOB", SQLT_BIN, 0, Arguments::Size},
-    {kLongInRow, SQLT_LNG, 0, Arguments::None},
     {"LONG_RAW_BLOB", SQLT_LBI, 0, Arguments::None},
     {"BLOB_UNICODE", SQLT_CLOB, 86, Arguments::None},
     {"BLOB", SQLT_BLOB, 86, Arguments::None},
@@ -98,7 +93,6 @@ bool take_type(std::string_view& from, ColumnInfo& column) {
     from.remove_prefix(word.size());
     column.type = known.type;
     column.size = known.fixed_size;
-    column.in_row = known.word == kLongInRow;
     column.precision = 0;
     column.scale = 0;
     if (known.arguments == Arguments::Size) return read_size(from, column);

@@ -29,7 +29,7 @@ Fragment stored(Context& context, const Fragment& value, const ColumnInfo& colum
   // here.
   const auto position = static_cast<ub4>(std::stoul(value.sql.substr(1)));
   if (may_be_large(column.type)) {
-    if (!column.in_row) context.large_places.push_back({position, column.type});
+    context.large_places.push_back({position, column.type});
   } else if (context.checks == Checks::ButBound) {
     context.stored_places.push_back({position, column});
     return value;

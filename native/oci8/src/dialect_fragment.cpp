@@ -392,11 +392,9 @@ Fragment store(const Fragment& value, const ColumnInfo& column) {
   // DATE and RAW look alike at run time: only here is known how their text is made.
   const ValueClass from = value.type.value_class();
   const bool as_text = from == ValueClass::Date || from == ValueClass::Raw;
-  if (may_be_large(column.type) && !column.in_row) return store_large(value, column, as_text);
+  if (may_be_large(column.type)) return store_large(value, column, as_text);
   refuse_large(value);
   switch (column.type) {
-    case SQLT_LNG:
-      return wrap("store_long", as_text ? to_text(value) : value, type);
     case SQLT_CHR:
     case SQLT_RID:
       return wrap_sized("store_char", as_text ? to_text(value) : value, type);

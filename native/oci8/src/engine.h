@@ -26,7 +26,6 @@ struct ColumnInfo {
   sb2 precision = 0;  // NUMBER: 0 without declared precision
   sb1 scale = 0;  // NUMBER: -127 without declared precision, and for FLOAT
   bool nullable = true;
-  bool in_row = false;  // a LONG that cannot take large values
   bool not_null = false;  // a table's, declared so and not by its primary key; copies have it, too
 };
 
