@@ -20,7 +20,6 @@ typedef signed short sb2;
 typedef unsigned int ub4;
 typedef signed int sb4;
 typedef signed int sword;
-typedef unsigned int uword;
 typedef int boolean;
 typedef unsigned char text;
 typedef unsigned short utext; /* one UCS-2 unit */
@@ -33,7 +32,6 @@ typedef struct OCISession OCISession;
 typedef struct OCIStmt OCIStmt;
 typedef struct OCIBind OCIBind;
 typedef struct OCIDefine OCIDefine;
-typedef struct OCIParam OCIParam;
 typedef struct OCISnapshot OCISnapshot;
 typedef struct OCILobLocator OCILobLocator;
 
@@ -49,7 +47,6 @@ typedef struct Cda_Def {
 #define OCI_NO_DATA 100
 #define OCI_ERROR (-1)
 #define OCI_INVALID_HANDLE (-2)
-#define OCI_STILL_EXECUTING (-3123)
 #define OCI_CONTINUE (-24200) /* callbacks only */
 
 /* Handle types */
@@ -59,7 +56,6 @@ typedef struct Cda_Def {
 #define OCI_HTYPE_STMT 4
 #define OCI_HTYPE_BIND 5
 #define OCI_HTYPE_DEFINE 6
-#define OCI_HTYPE_DESCRIBE 7
 #define OCI_HTYPE_SERVER 8
 #define OCI_HTYPE_SESSION 9
 

@@ -1,5 +1,6 @@
-// The catalogue holds every code that this library raises, with the server's wording, which
-// programs and people search for. A code that is missing here still reaches the caller as a number.
+// The catalogue holds every code that this library raises, and a few more that clients test for,
+// with the server's wording, which programs and people search for. A code that is missing here
+// still reaches the caller as a number.
 #include "error.h"
 
 #include <algorithm>
@@ -72,12 +73,9 @@ constexpr Message kMessages[] = {
     {1000, "maximum open cursors exceeded"},
     {1001, "invalid cursor"},
     {1002, "fetch out of sequence"},
-    {1003, "no statement parsed"},
     {1006, "bind variable does not exist"},
     {1007, "variable not in select list"},
     {1008, "not all variables bound"},
-    {1009, "missing mandatory parameter"},
-    {1010, "invalid OCI operation"},
     {1012, "not logged on"},
     {1013, "user requested cancel of current operation"},
     {1017, "invalid username/password; logon denied"},
@@ -94,7 +92,6 @@ constexpr Message kMessages[] = {
     {1405, "fetched column value is NULL"},
     {1406, "fetched column value was truncated"},
     {1407, "cannot update (%s) to NULL"},
-    {1408, "such column list already indexed"},
     {1410, "invalid ROWID"},
     {1416, "two tables cannot be outer-joined to each other"},
     {1418, "specified index does not exist"},
@@ -105,7 +102,6 @@ constexpr Message kMessages[] = {
     {1427, "single-row subquery returns more than one row"},
     {1428, "argument '%s' is out of range"},
     {1430, "column being added already exists in table"},
-    {1435, "user does not exist"},
     {1438, "value larger than specified precision allows for this column"},
     {1455, "converting column overflows integer datatype"},
     {1457, "converting column overflows decimal datatype"},
@@ -133,7 +129,6 @@ constexpr Message kMessages[] = {
     {1740, "missing double quote in identifier"},
     {1742, "comment not terminated properly"},
     {1743, "only pure functions can be indexed"},
-    {1745, "invalid host/bind variable name"},
     {1747, "invalid user.table.column, table.column, or column name"},
     {1756, "quoted string not properly terminated"},
     {1758, "table must be empty to add mandatory (NOT NULL) column"},
@@ -191,7 +186,6 @@ constexpr Message kMessages[] = {
     {3113, "end-of-file on communication channel"},
     {3114, "not connected to ORACLE"},
     {3115, "unsupported network datatype or representation"},
-    {3123, "operation would block"},
     {3127, "no new operations allowed until the active operation ends"},
     {3129, "the next piece to be inserted is required"},
     {3130, "the buffer for the next piece to be fetched is required"},
@@ -201,8 +195,6 @@ constexpr Message kMessages[] = {
     {4006, "START WITH cannot be less than MINVALUE"},
     {4008, "START WITH cannot be more than MAXVALUE"},
     {4030, "out of process memory"},
-    {4031, "unable to allocate %s bytes of shared memory"},
-    {4043, "object %s does not exist"},
     {6502, "PL/SQL: numeric or value error"},
     {6512, "at %s"},
     {6550, "%s"},
@@ -216,12 +208,10 @@ constexpr Message kMessages[] = {
     {22920, "row containing the LOB value is not locked"},
     {22922, "nonexistent LOB value"},
     {22925, "operation would exceed maximum size allowed for a LOB value"},
-    {22990, "LOB locators cannot span transactions"},
     {22993, "specified input amount is greater than actual source amount"},
     {24309, "already connected to a server"},
     {24313, "user already authenticated"},
     {24315, "illegal attribute type"},
-    {24316, "illegal handle type"},
     {24324, "service handle not initialized"},
     {24327, "need explicit attach before authenticating a user"},
     {24328, "illegal attribute value"},
@@ -235,8 +225,6 @@ constexpr Message kMessages[] = {
     {24374, "define not done before fetch or execute and fetch"},
     {24391, "invalid fetch operation"},
     {24801, "illegal parameter value in OCI lob function"},
-    {24804,
-     "Lob read/write functions called while another OCI LOB read/write streaming is in progress"},
 };
 
 constexpr bool by_code(const Message& left, const Message& right) {

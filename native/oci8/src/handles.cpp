@@ -42,9 +42,6 @@ constexpr HandleKind kKinds[] = {
 Environment& as_environment(const void* address) {
   return required<Environment>(address);
 }
-ErrorHandle& as_error(const void* address) {
-  return required<ErrorHandle>(address);
-}
 ServiceContext& as_service(const void* address) {
   return required<ServiceContext>(address);
 }

@@ -134,8 +134,8 @@ class ServerHandle : public Handle {
   /// Any thread.
   bool interrupt() noexcept;
 
-  // Kept and reported. Calls run to their end all the same, which the interface allows: a call
-  // answers OCI_STILL_EXECUTING only when it would have to wait.
+  // Kept and reported. Calls run to their end all the same, which the interface allows: only one
+  // that would have to wait may answer that it is still executing.
   std::atomic<ub1> nonblocking{0};
 
  private:
@@ -179,7 +179,6 @@ struct InvalidHandle {};
 
 // The only ways from the interface's pointers to handles. Raise InvalidHandle.
 Environment& as_environment(const void* address);
-ErrorHandle& as_error(const void* address);
 ServiceContext& as_service(const void* address);
 ServerHandle& as_server(const void* address);
 SessionHandle& as_session(const void* address);

@@ -17,7 +17,7 @@
 //               store_long_raw(v)
 //   functions   to_char to_date to_number nvl nvl2 decode substr instr length (and substrb instrb
 //               lengthb) lpad rpad ltrim rtrim trim replace translate upper lower initcap (and with
-//               nls_) soundex ascii chr concat abs ceil floor mod round trunc sign power sqrt exp
+//               nls_) soundex ascii chr abs ceil floor mod round trunc sign power sqrt exp
 //               ln log bitand sin cos tan asin acos atan atan2 sinh cosh tanh greatest least
 //               add_months months_between last_day next_day hextoraw rawtohex rowidtochar vsize
 //               sysdate() user() uid() ora_pattern(pattern,mark) (of LIKE ... ESCAPE, 1424)

@@ -353,7 +353,6 @@ constexpr SqlFunction kFunctions[] = {{"substr", 2, run_call<substr<Unit::Charac
                                       {"rpad", 2, run_call<rpad>},
                                       {"rpad", 3, run_call<rpad>},
                                       {"trim", 1, run_call<trim>},
-                                      {"trim", 2, run_call<trim>},
                                       {"ltrim", 1, run_call<ltrim>},
                                       {"ltrim", 2, run_call<ltrim>},
                                       {"rtrim", 1, run_call<rtrim>},
