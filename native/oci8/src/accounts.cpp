@@ -30,12 +30,6 @@ constexpr std::string_view kExternalPrefix = "OPS$";
 // What an unknown user's password is compared with, so that the answer takes as long.
 constexpr const char* kNobodySalt = "$6$0000000000000000$";
 
-std::string fold(std::string_view user) {
-  std::string name(user);
-  for (char& c : name) c = upper(c);
-  return name;
-}
-
 bool in_name(char c) {
   return is_letter(c) || is_digit(c) || std::strchr("_$#.-", c) != nullptr;
 }
@@ -49,7 +43,7 @@ std::string checked_name(std::string_view user) {
   for (char c : user) {
     if (c == '\0' || !in_name(c)) fail(911);
   }
-  return fold(user);
+  return upper(user);
 }
 
 // A password's copy with the terminator that crypt_r needs, wiped when it has served.
@@ -200,7 +194,7 @@ std::vector<std::string> list_accounts(sqlite3* db) {
 }
 
 long long account_number(sqlite3* db, std::string_view user) {
-  const std::optional<Account> account = find_account(db, fold(user));
+  const std::optional<Account> account = find_account(db, upper(user));
   return account ? account->number : 0;
 }
 
@@ -208,7 +202,7 @@ long long account_number(sqlite3* db, std::string_view user) {
 std::string check_password(sqlite3* db, std::string_view user, std::string_view password) {
   // Folded only, not checked as a new name is: whatever no account can be called is simply unknown,
   // with the one answer that does not tell why.
-  std::string name = fold(user);
+  std::string name = upper(user);
   const std::optional<Account> account = find_account(db, name);
   const bool known = account && !account->hash.empty();
   const std::string hashed = hash(password, known ? account->hash.c_str() : kNobodySalt);
@@ -218,7 +212,7 @@ std::string check_password(sqlite3* db, std::string_view user, std::string_view 
 
 std::string check_external(sqlite3* db) {
   const std::string user = system_user();
-  std::string name = fold(std::string(kExternalPrefix) + user);
+  std::string name = upper(std::string(kExternalPrefix) + user);
   if (user.empty() || !find_account(db, name)) fail(1017);
   return name;
 }

@@ -19,6 +19,11 @@ inline bool is_letter(char c) {
   return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
 }
 
+/// As isspace has it in the C locale.
+inline bool is_blank(char c) {
+  return c == ' ' || (c >= '\t' && c <= '\r');
+}
+
 /// A printable mark; a blank is none.
 inline bool is_punctuation(char c) {
   return c > ' ' && c < 0x7f && !is_digit(c) && !is_letter(c);
@@ -37,6 +42,12 @@ inline std::string upper(std::string_view text) {
 
 inline char lower(char c) {
   return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
+inline std::string lower(std::string_view text) {
+  std::string result(text);
+  for (char& c : result) c = lower(c);
+  return result;
 }
 
 /// Case-blind.

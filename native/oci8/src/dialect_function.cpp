@@ -116,15 +116,6 @@ constexpr size_t kAnyText = 4000;
 // A date format's result: element names spelled out, as in "MONTH" or "YEAR".
 constexpr size_t kFormattedSize = 75;
 
-// Registered in lower case, after the engine's habit.
-std::string engine_name(std::string_view name) {
-  std::string result(name);
-  for (char& c : result) {
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-  }
-  return result;
-}
-
 // Conversions that the functions do themselves are left to them: only what they cannot tell apart
 // at run time is decided here.
 Fragment argument_of_class(const Fragment& argument, char wanted) {
@@ -424,7 +415,8 @@ Fragment known_function(const std::string& name, std::vector<Fragment> arguments
   const bool unified = known->result == Result::Common || known->result == Result::Second;
   const StaticType type = unified ? unify_from(arguments, known->result == Result::Second ? 1 : 0)
                                   : result_type(known->result, arguments);
-  Fragment result = call(engine_name(name), arguments, offset);
+  // Registered in lower case, after the engine's habit.
+  Fragment result = call(lower(name), arguments, offset);
   result.type = type;
   return result;
 }

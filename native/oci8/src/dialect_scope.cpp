@@ -2,6 +2,7 @@
 // what is written around a name depends on its type, and the errors need its place.
 #include "dialect_scope.h"
 
+#include "ascii.h"
 #include "declared_type.h"
 
 namespace oci8 {
@@ -12,19 +13,10 @@ namespace {
 // The limit has to hold on the stack of whatever thread calls, a Java thread's among them.
 constexpr int kMaxNesting = 120;
 
-// In the engine's view of case: a quoted lower-case name would reach the same table.
-bool starts_like(std::string_view name, std::string_view prefix) {
-  if (name.size() < prefix.size()) return false;
-  for (size_t i = 0; i < prefix.size(); ++i) {
-    const char c = name[i];
-    if ((c >= 'a' && c <= 'z' ? c - 'a' + 'A' : c) != prefix[i]) return false;
-  }
-  return true;
-}
-
-// The engine's names are case-blind, also where ours are quoted.
+// The engine's names are case-blind, also where ours are quoted: a quoted lower-case name would
+// reach the same table.
 bool is_hidden(std::string_view name) {
-  return starts_like(name, "OCI8$") || starts_like(name, "SQLITE_");
+  return starts_with(name, "OCI8$") || starts_with(name, "SQLITE_");
 }
 
 struct Match {

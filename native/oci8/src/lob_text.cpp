@@ -5,6 +5,8 @@
 
 #include <algorithm>
 
+#include "utf8.h"
+
 namespace oci8 {
 namespace {
 
@@ -18,10 +20,6 @@ bool is_high(unsigned unit) {
 
 bool is_low(unsigned unit) {
   return unit >= 0xdc00 && unit <= 0xdfff;
-}
-
-bool is_continuation(ub1 byte) {
-  return (byte & 0xc0) == 0x80;
 }
 
 ub1 to_ascii(unsigned unit) {
@@ -165,7 +163,7 @@ Converted TextDecoder::decode(LobForm form, const ub1* bytes, size_t size, bool 
       if (read == size || sink.written == room) break;
     }
     // A character that breaks off is told from the one that begins in its place.
-    if (missing_ > 0 && !is_continuation(bytes[read])) {
+    if (missing_ > 0 && !is_continuation(static_cast<char>(bytes[read]))) {
       if (!sink.put(kReplacement)) return {read, sink.written, true};
       missing_ = 0;
     }

@@ -216,7 +216,7 @@ std::string format_roman(int value, bool fill, bool small) {
   for (const Sign& sign : kSigns) {
     for (; value >= sign.value; value -= sign.value) text += sign.digits;
   }
-  if (small) std::ranges::transform(text, text.begin(), [](char c) { return lower(c); });
+  if (small) text = lower(text);
   if (fill) text.insert(0, kRomanWidth - text.size(), ' ');
   return text;
 }

@@ -12,10 +12,6 @@
 namespace oci8 {
 namespace {
 
-bool is_blank(char c) {
-  return c == ' ' || (c >= '\t' && c <= '\r');
-}
-
 // Bytes from 0x80 are parts of letters in whatever character set the database has.
 bool is_name_letter(char c) {
   return is_letter(c) || static_cast<unsigned char>(c) >= 0x80;

@@ -34,19 +34,14 @@ size_t length_in(Unit unit, std::string_view text) {
   return unit == Unit::Byte ? text.size() : count_characters(text);
 }
 
-// Of a character of several bytes, every byte but the first.
-bool continues(char c) {
-  return (static_cast<unsigned char>(c) & 0xc0) == 0x80;
-}
-
 // Blanks stand for the bytes of characters that are cut through.
 std::string bytes_from(std::string_view text, size_t first, size_t count) {
   std::string part(text.substr(std::min(first, text.size()), count));
-  for (size_t i = 0; i < part.size() && continues(part[i]); ++i) part[i] = ' ';
+  for (size_t i = 0; i < part.size() && is_continuation(part[i]); ++i) part[i] = ' ';
   const size_t end = first + part.size();
-  bool cut = end < text.size() && continues(text[end]);
+  bool cut = end < text.size() && is_continuation(text[end]);
   for (size_t i = part.size(); cut && i-- > 0;) {
-    cut = continues(part[i]);
+    cut = is_continuation(part[i]);
     part[i] = ' ';
   }
   return part;
@@ -149,7 +144,7 @@ void rpad(Call& call) {
 // Backwards, to the byte that begins the character.
 std::string_view last_character(std::string_view text) {
   size_t at = text.size() - 1;
-  while (at > 0 && continues(text[at])) --at;
+  while (at > 0 && is_continuation(text[at])) --at;
   return text.substr(at);
 }
 

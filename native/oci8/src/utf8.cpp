@@ -23,10 +23,6 @@ constexpr CaseRange kCaseRanges[] = {
     {0x388, 0x38a, 1, 37}, {0x38c, 0x38c, 1, 64}, {0x38e, 0x38f, 1, 63}, {0x391, 0x3a1, 1, 32},
     {0x3a3, 0x3ab, 1, 32}, {0x400, 0x40f, 1, 80}, {0x410, 0x42f, 1, 32}};
 
-bool is_continuation(char c) {
-  return (static_cast<unsigned char>(c) & 0xc0) == 0x80;
-}
-
 bool in_range(const CaseRange& range, unsigned code) {
   return code >= range.first && code <= range.last && (code - range.first) % range.step == 0;
 }

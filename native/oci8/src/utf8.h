@@ -11,6 +11,11 @@
 
 namespace oci8 {
 
+/// Of a character of several bytes, every byte but the first.
+inline bool is_continuation(char c) {
+  return (static_cast<unsigned char>(c) & 0xc0) == 0x80;
+}
+
 /// The number of characters, a continuation byte at the very beginning included.
 size_t count_characters(std::string_view text);
 
