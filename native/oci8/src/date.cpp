@@ -15,7 +15,6 @@ constexpr int kMinYear = -4712;
 constexpr int kMaxYear = 9999;
 // 1 March 4712 BC.
 constexpr long long kFirstMarch = 60;
-constexpr long long kSecondsPerDay = 86400;
 // 15 October 1582, the first day of the Gregorian calendar, follows 4 October of the Julian one.
 constexpr long long kFirstGregorianDay = 2299161;
 // The days between 1 March of the year -4800, where the counting formulas start, and Julian day 0.
@@ -128,9 +127,8 @@ bool valid_date(const ub1* bytes) {
 }
 
 double date_to_days(const DateFields& fields) {
-  const int seconds = (fields.hour * 60 + fields.minute) * 60 + fields.second;
   return static_cast<double>(julian_day(fields.year, fields.month, fields.day)) +
-         static_cast<double>(seconds) / kSecondsPerDay;
+         static_cast<double>(second_of_day(fields)) / kSecondsPerDay;
 }
 
 DateFields days_to_date(double days) {

@@ -14,6 +14,7 @@
 namespace oci8 {
 
 inline constexpr size_t kDateSize = 7;
+inline constexpr int kSecondsPerDay = 86400;
 inline constexpr std::string_view kDefaultDateFormat = "DD-MON-YY";
 
 /// Century+100, year in century+100, month, day, hour+1, minute+1, second+1. Dates after 1 BC
@@ -36,6 +37,10 @@ bool valid_date(const ub1* bytes);
 
 /// Days of a month (from 1) of a year that is not 0.
 int days_in_month(int year, int month);
+
+inline int second_of_day(const DateFields& fields) {
+  return (fields.hour * 60 + fields.minute) * 60 + fields.second;
+}
 
 /// Days since 1 January 4712 BC as the server counts them (Julian day number) and back, with the
 /// time of day as a fraction; the result is rounded to whole seconds.

@@ -8,11 +8,10 @@
 #include "date.h"
 #include "date_model.h"
 #include "error.h"
+#include "type_limits.h"
 
 namespace oci8 {
 namespace {
-
-constexpr size_t kMostText = 4000;
 
 // In small letters, up to the greatest day number.
 void append_words(std::string& out, int value) {
@@ -189,7 +188,7 @@ void DateWriter::time_item(const DateItem& item) {
     case DateElement::Second:
       return number(fields_.second, 2);
     case DateElement::SecondOfDay:
-      return number((fields_.hour * 60 + fields_.minute) * 60 + fields_.second, 5);
+      return number(second_of_day(fields_), 5);
     default:
       return either(item.spelling, fields_.hour >= 12 ? "PM" : "AM");
   }
@@ -254,7 +253,7 @@ std::string DateWriter::write(std::string_view format) {
       ordinal(next.spelling);
     }
     // Spelled out a model's text grows far beyond what a VARCHAR2 holds.
-    if (out_.size() > kMostText) fail(1801);
+    if (out_.size() > kMaxText) fail(1801);
   }
   return std::move(out_);
 }

@@ -12,7 +12,6 @@
 namespace oci8 {
 namespace {
 
-constexpr int kSecondsPerDay = 86400;
 // 31 December 9999.
 constexpr int kMaxJulian = 5373484;
 constexpr int kAbsent = -1;

@@ -4,6 +4,7 @@
 #include "declared_type.h"
 
 #include <charconv>
+#include <utility>
 
 namespace oci8 {
 namespace {
@@ -35,7 +36,6 @@ constexpr Spelling kSpellings[] = {
     {"BLOB", SQLT_BLOB, 86, Arguments::None},
 };
 
-constexpr sb1 kNoScale = -127;
 // From here on a FLOAT's binary digits are more than the 15 decimal ones of a double.
 constexpr sb2 kBinaryDigitsOfAny = 50;
 constexpr std::string_view kNotNull = " NOT NULL";
@@ -60,7 +60,7 @@ bool take(std::string_view& from, std::string_view mark) {
 bool read_size(std::string_view& from, ColumnInfo& column) {
   int size = 0;
   if (!take(from, "(") || !read_integer(from, size) || !take(from, ")")) return false;
-  if (size < 1 || size > 4000) return false;
+  if (size < 1 || std::cmp_greater(size, kMaxText)) return false;
   column.size = static_cast<ub2>(size);
   return true;
 }

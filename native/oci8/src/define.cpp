@@ -16,10 +16,8 @@ namespace oci8 {
 namespace {
 
 // ORA-01405: a NULL was fetched and no indicator could say so. ORA-01406: cut, and the call fails.
-// ORA-24345: cut, and the call succeeds with info.
 constexpr int kNullFetched = 1405;
 constexpr int kCut = 1406;
-constexpr int kCutWithInfo = 24345;
 
 // --- Text: how a value reads, and how its text stands in the element ---------------------------
 // A shape knows the room that it leaves for the text, completes the element behind the text, and

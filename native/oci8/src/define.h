@@ -14,6 +14,9 @@ namespace oci8 {
 
 class StatementHandle;
 
+/// ORA-24345: a value was cut, and the call succeeds with info.
+inline constexpr int kCutWithInfo = 24345;
+
 /// What a conversion did. The value was cut when `full` is greater than `length`.
 struct Placed {
   size_t length = 0;  // bytes written, without a terminator
@@ -47,8 +50,8 @@ struct HostVariable {
   ub2* codes = nullptr;
   Converter convert = nullptr;  // chosen when the type of what is stored is known
 
-  /// Stores a value as element `row`. Returns 0, or the Oracle code that the call reports: 24345
-  /// for a value that was cut and has that in its return code.
+  /// Stores a value as element `row`. Returns 0, or the Oracle code that the call reports:
+  /// kCutWithInfo for a value that was cut and has that in its return code.
   int store(const Value& value, size_t row) const noexcept;
 };
 

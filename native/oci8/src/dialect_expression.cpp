@@ -189,7 +189,7 @@ Fragment number_literal(Context& context) {
 Fragment string_literal(Context& context) {
   const ub4 offset = context.tokens.offset();
   std::string value = unquote(context.tokens.spelling());
-  if (value.size() > 4000) context.tokens.fail_here(1704);
+  if (value.size() > kMaxText) context.tokens.fail_here(1704);
   context.tokens.skip();
   // The empty string is NULL for the server.
   if (value.empty()) return null_literal(offset);

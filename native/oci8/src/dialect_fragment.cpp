@@ -11,9 +11,6 @@
 namespace oci8 {
 namespace {
 
-// The scale that the server reports for a NUMBER without one, and for FLOAT.
-constexpr sb1 kNoScale = -127;
-constexpr size_t kMaxText = 4000;
 constexpr size_t kNumberText = 40;
 constexpr size_t kDateText = 9;  // DD-MON-YY
 // SQLite's parser holds 100 symbols; what stands around the select list takes some of them.

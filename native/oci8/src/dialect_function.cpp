@@ -112,7 +112,6 @@ static_assert(std::ranges::is_sorted(kFunctions, {}, &Function::name));
 
 // Sizes are bytes, counts in arguments are characters of at most this many bytes.
 constexpr size_t kCharacterBytes = 4;
-constexpr size_t kAnyText = 4000;
 // A date format's result: element names spelled out, as in "MONTH" or "YEAR".
 constexpr size_t kFormattedSize = 75;
 
@@ -144,14 +143,14 @@ Fragment argument_of_class(const Fragment& argument, char wanted) {
 StaticType sized_by(const std::vector<Fragment>& arguments, size_t index, size_t otherwise,
                     size_t unit = kCharacterBytes) {
   if (index >= arguments.size() || !arguments[index].integer) return text_type(otherwise);
-  const long long count = std::clamp<long long>(*arguments[index].integer, 0, kAnyText);
+  const long long count = std::clamp<long long>(*arguments[index].integer, 0, kMaxText);
   return text_type(static_cast<size_t>(count) * unit);
 }
 
 // Without a format the default text of the value; with a literal one its elements bound the size.
 StaticType formatted_type(const std::vector<Fragment>& arguments) {
   if (arguments.size() < 2) return text_type(text_size(arguments.front().type));
-  if (!arguments[1].text) return text_type(kAnyText);
+  if (!arguments[1].text) return text_type(kMaxText);
   const std::string& model = *arguments[1].text;
   // No others grow like these: a letter for the seven digits of a day number, and numbers in words.
   const auto days = std::ranges::count_if(model, [](char c) { return c == 'J' || c == 'j'; });
@@ -185,7 +184,7 @@ StaticType result_type(Result result, std::vector<Fragment>& arguments) {
       }
       return text_type(first);
     case Result::TextBySize:
-      return sized_by(arguments, 1, kAnyText);
+      return sized_by(arguments, 1, kMaxText);
     case Result::Part:
     case Result::PartOfBytes: {
       const size_t unit = result == Result::Part ? kCharacterBytes : 1;
@@ -205,7 +204,7 @@ StaticType result_type(Result result, std::vector<Fragment>& arguments) {
     case Result::Raw:
       return {SQLT_BIN, static_cast<ub2>(std::clamp<size_t>((first + 1) / 2, 1, 2000)), 0, 0, 0};
     default:
-      return text_type(kAnyText);
+      return text_type(kMaxText);
   }
 }
 

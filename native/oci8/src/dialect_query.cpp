@@ -372,7 +372,7 @@ class Block {
       StaticType type = item.value.type;
       // A column without a type is described as character data: one byte for NULL, the longest for
       // a placeholder.
-      if (type.code == 0) type.size = item.value.null ? 1 : 4000;
+      if (type.code == 0) type.size = item.value.null ? 1 : kMaxText;
       result.columns.push_back(describe(type, std::move(item.name), item.value.nullable));
       result.columns.back().not_null = item.value.not_null;
       result.types.push_back(item.value.type);

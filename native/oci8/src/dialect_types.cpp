@@ -6,7 +6,6 @@
 namespace oci8 {
 namespace {
 
-constexpr sb1 kNoScale = -127;
 constexpr sb2 kFloatPrecision = 126;  // binary digits
 constexpr int kMaxPrecision = 38;
 
@@ -36,7 +35,7 @@ ColumnInfo sized(Tokens& tokens, ub2 type, long long limit) {
 
 // CHAR alone is CHAR(1), and CHARACTER VARYING the long way to say VARCHAR2.
 ColumnInfo character(Tokens& tokens) {
-  if (tokens.accept_word("VARYING")) return sized(tokens, SQLT_CHR, 4000);
+  if (tokens.accept_word("VARYING")) return sized(tokens, SQLT_CHR, kMaxText);
   if (tokens.is_symbol("(")) return sized(tokens, SQLT_AFC, 2000);
   return plain(SQLT_AFC, 1);
 }
@@ -85,8 +84,8 @@ struct TypeWord {
 };
 
 constexpr TypeWord kTypes[] = {
-    {"VARCHAR2", [](Tokens& tokens) { return sized(tokens, SQLT_CHR, 4000); }},
-    {"VARCHAR", [](Tokens& tokens) { return sized(tokens, SQLT_CHR, 4000); }},
+    {"VARCHAR2", [](Tokens& tokens) { return sized(tokens, SQLT_CHR, kMaxText); }},
+    {"VARCHAR", [](Tokens& tokens) { return sized(tokens, SQLT_CHR, kMaxText); }},
     {"CHAR", character},
     {"CHARACTER", character},
     {"NUMBER", [](Tokens& tokens) { return decimal(tokens, kNoScale); }},

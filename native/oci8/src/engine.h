@@ -15,6 +15,7 @@
 
 #include "oci.h"
 #include "sql_text.h"
+#include "type_limits.h"
 
 namespace oci8 {
 
@@ -24,7 +25,7 @@ struct ColumnInfo {
   ub2 type = SQLT_CHR;  // internal type: 1, 2, 8, 11, 12, 23, 24, 96, 112, 113
   ub2 size = 0;  // OCI_ATTR_DATA_SIZE: bytes; NUMBER 22, DATE 7, ROWID 18, LONG 0
   sb2 precision = 0;  // NUMBER: 0 without declared precision
-  sb1 scale = 0;  // NUMBER: -127 without declared precision, and for FLOAT
+  sb1 scale = 0;  // NUMBER: kNoScale without declared precision, and for FLOAT
   bool nullable = true;
   bool not_null = false;  // a table's, declared so and not by its primary key; copies have it, too
 };

@@ -11,9 +11,6 @@
 namespace oci8 {
 namespace {
 
-constexpr int kNoDataFound = 1403;
-constexpr int kCutWithInfo = 24345;
-
 Value given_value(const LargeName& name) {
   Value value;
   value.kind = Value::Kind::Large;
@@ -189,7 +186,7 @@ sword StatementHandle::execute(Attachment& attachment, ub4 iterations, bool comm
     return iterations > 0 ? fetch_on(iterations, record) : OCI_SUCCESS;
   }
   if (commit) attachment.connection->commit();
-  return information == 0 ? OCI_SUCCESS : note(record, OCI_SUCCESS_WITH_INFO, information);
+  return told(record, information);
 }
 
 // Each iteration takes effect by itself, with its own element of each variable; after a failure the

@@ -13,13 +13,7 @@ namespace oci8 {
 namespace {
 
 constexpr int kFetchOutOfSequence = 1002;
-constexpr int kNoDataFound = 1403;
 constexpr int kPieceBufferRequired = 3130;
-constexpr int kCutWithInfo = 24345;
-
-sword told(int information, ErrorRecord& record) {
-  return information == 0 ? OCI_SUCCESS : note(record, OCI_SUCCESS_WITH_INFO, information);
-}
 
 }  // namespace
 
@@ -119,7 +113,7 @@ sword StatementHandle::fetch_rows(ub4 rows, ErrorRecord& record) {
   }
   // Prefetch 0 is the caller's way to say that nothing beyond the asked rows may be read.
   if (prefetch_rows > 0) look_ahead();
-  return told(information, record);
+  return told(record, information);
 }
 
 // The first error of the row, or else the code of a column that was cut, or 0.
@@ -174,7 +168,7 @@ sword StatementHandle::begin_pieces(size_t define, ErrorRecord& record) {
   // The buffer of the column before is the caller's again, and forgotten.
   piece_ = PieceState();
   while (define < defines_.size() && !defines_[define]->in_pieces) ++define;
-  if (define == defines_.size()) return told(row_information_, record);
+  if (define == defines_.size()) return told(record, row_information_);
   const Value value = run_->column(defines_[define]->position - 1);
   piece_.null = value.kind == Value::Kind::Null;
   // A text column of the engine may hold a number in some row, of which there are no bytes to hand

@@ -10,10 +10,18 @@
 
 namespace oci8 {
 
+/// ORA-01403, which goes with OCI_NO_DATA.
+inline constexpr int kNoDataFound = 1403;
+
 /// Records `code`, which goes with a status that is no error.
 inline sword note(ErrorRecord& record, sword status, int code) noexcept {
   record.set(code);
   return status;
+}
+
+/// The status of a success, with info where `information` is a code and not 0.
+inline sword told(ErrorRecord& record, int information) noexcept {
+  return information == 0 ? OCI_SUCCESS : note(record, OCI_SUCCESS_WITH_INFO, information);
 }
 
 /// Runs `body` (status by return, errors by raising) with its diagnostic in `record`.

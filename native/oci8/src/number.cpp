@@ -13,6 +13,7 @@
 
 #include "ascii.h"
 #include "decimal.h"
+#include "type_limits.h"
 
 namespace oci8 {
 namespace {
@@ -28,8 +29,6 @@ constexpr int kMaxPoint = 126;
 constexpr int kMinPoint = -129;
 // Far outside that range, and far inside an int.
 constexpr int kExponentLimit = 100000;
-// Scale of a FLOAT column, whose precision counts binary digits.
-constexpr int kFloatScale = -127;
 
 // Places of amounts and the like, which are tried before the search for a double's digits.
 constexpr int kShortPlaces = 4;
@@ -387,7 +386,7 @@ void round_decimal(Decimal& decimal, int scale, Rounding rounding) {
 // them; every other column refuses what is too large for it.
 bool fit_decimal(Decimal& decimal, int precision, int scale) {
   if (precision == 0) return true;
-  if (scale == kFloatScale) {
+  if (scale == kNoScale) {
     const int digits = (precision * 30103 + 99999) / 100000;
     round_decimal(decimal, digits - decimal.point, Rounding::HalfAwayFromZero);
     return true;

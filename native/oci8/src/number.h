@@ -48,8 +48,8 @@ bool fits_as_it_is(const Number& value, int precision, int scale);
 
 /// The nearest value with `scale` digits behind the point (negative: before it), half away from
 /// zero. False where |value| needs more than `precision` digits then (ORA-01438).
-/// A scale of -127 stands for FLOAT, whose precision is binary: it only rounds. A precision of 0
-/// sets no limit.
+/// A scale of kNoScale stands for FLOAT, whose precision is binary: it only rounds. A precision of
+/// 0 sets no limit.
 bool fit_number(Number& value, int precision, int scale);
 
 }  // namespace oci8

@@ -26,8 +26,6 @@ constexpr std::pair<ub2, const char*> kTypeNames[] = {
     {SQLT_CLOB, "CLOB"},    {SQLT_BLOB, "BLOB"},
 };
 
-constexpr sb1 kNoScale = -127;
-
 const char* type_name(const ColumnInfo& column) {
   // A binary precision without a scale is how FLOAT is declared.
   if (column.type == SQLT_NUM && column.precision > 0 && column.scale == kNoScale) return "FLOAT";

@@ -17,15 +17,12 @@
 #include "number_sum.h"
 #include "sqlite_call.h"
 #include "sqlite_errors.h"
+#include "type_limits.h"
 #include "utf8.h"
 
 namespace oci8 {
 namespace {
 
-// The longest character value of an expression, in bytes.
-// An expression's text must fit a VARCHAR2, whatever it is used for.
-constexpr size_t kMaxText = 4000;
-constexpr double kSecondsPerDay = 86400;
 // What a declaration can say: binary digits of FLOAT included.
 constexpr int kMaxPrecision = 126;
 constexpr int kMinScale = -127;

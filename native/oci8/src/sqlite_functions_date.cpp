@@ -51,7 +51,6 @@ constexpr int kMiddleOfMonth = 16;
 constexpr int kMaxMonths = 12 * 20000;
 // The server counts every month as 31 days here, whatever its length.
 constexpr double kDaysAMonth = 31;
-constexpr double kSecondsPerDay = 86400;
 
 // Whole names only: a model here is one element.
 Unit unit_of(std::string_view model) {
@@ -140,7 +139,7 @@ double half_unit(Unit unit) {
     case Unit::Hour:
       return 0.5 / 24;
     case Unit::Minute:
-      return 30 / kSecondsPerDay;
+      return 30.0 / kSecondsPerDay;
     default:
       return 3.5;
   }
@@ -168,10 +167,6 @@ DateFields rounding_month(const DateFields& fields, Unit unit) {
 void add_months(Call& call) {
   if (call.any_null()) return;
   call.give_date(plus_months(call.date(0), call.integer(1)));
-}
-
-double second_of_day(const DateFields& fields) {
-  return (fields.hour * 60 + fields.minute) * 60 + fields.second;
 }
 
 // Whole months where both are the same day or the last of their months; else the rest counts in

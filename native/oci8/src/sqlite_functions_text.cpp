@@ -8,13 +8,11 @@
 #include "decimal.h"
 #include "error.h"
 #include "sqlite_call.h"
+#include "type_limits.h"
 #include "utf8.h"
 
 namespace oci8 {
 namespace {
-
-// The longest character value of an expression, in bytes.
-constexpr size_t kMaxText = 4000;
 
 // The optional argument `index`, or `otherwise`.
 // SQLite checks the number of arguments against the table below: a missing one is optional.

@@ -18,9 +18,7 @@ constexpr std::string_view kView =
 constexpr std::string_view kVersion = "PRAGMA schema_version";
 constexpr std::string_view kJournal = "PRAGMA journal_mode";
 
-constexpr ub2 kLongestVarchar = 4000;
 constexpr ub2 kNumberSize = 22;
-constexpr sb1 kNoScale = -127;
 
 // Prepared when first used, and kept: the dialect asks for every table of every statement.
 sqlite3_stmt* prepared(sqlite3* db, SqliteStatementOwner& owner, std::string_view sql) {
@@ -66,7 +64,7 @@ void read_column_type(std::string_view spelling, ColumnInfo& column) {
                     mentions(spelling, "TEXT") || spelling.empty();
   if (text && !mentions(spelling, "INT")) {
     column.type = SQLT_CHR;
-    column.size = kLongestVarchar;
+    column.size = kMaxText;
   } else if (mentions(spelling, "BLOB")) {
     column.type = SQLT_LBI;
     column.size = 0;
