@@ -69,7 +69,7 @@ class Reader {
     try {
       skip_labels();
       // Only in what the tokenizer takes for a block each name has one position.
-      if (block_.type != OCI_STMT_BEGIN && block_.type != OCI_STMT_DECLARE) unexpected();
+      if (!block_.is_block()) unexpected();
       read_block();
       if (!tokens_.at_end()) unexpected();
     } catch (const Failure& failure) {

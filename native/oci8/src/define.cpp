@@ -161,7 +161,7 @@ template <class Float>
 Placed to_float(const Value& value, ub1* target, size_t) {
   Number number;
   if (const int code = read_number(value, number)) return {0, 0, code};
-  const double wide = number.is_integer ? static_cast<double>(number.integer) : number.real;
+  const double wide = number.as_real();
   if (wide > std::numeric_limits<Float>::max() || wide < std::numeric_limits<Float>::lowest()) {
     return {0, 0, 1457};
   }

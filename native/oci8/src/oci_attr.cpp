@@ -83,6 +83,13 @@ void get_service(const ServiceContext& service, ub4 attribute, const Target& tar
   fail(kIllegalAttribute);
 }
 
+/// On kinds that have no attributes, a bad handle is still told from a bad attribute.
+[[noreturn]] void refuse(const void* handle, ub4 type) {
+  const HandleKind* kind = find_kind(type);
+  if (kind == nullptr || kind->find(handle) == nullptr) throw InvalidHandle();
+  fail(kIllegalAttribute);
+}
+
 /// Of everything but statements.
 void get_attribute(const void* handle, ub4 type, ub4 attribute, const Target& target) {
   switch (type) {
@@ -96,11 +103,7 @@ void get_attribute(const void* handle, ub4 type, ub4 attribute, const Target& ta
       return target.put<ub1>(server.nonblocking);
     }
     default:
-      // Nothing to read on the other kinds, but a bad handle is still told from a bad attribute.
-      if (const HandleKind* kind = find_kind(type); kind == nullptr || !kind->find(handle)) {
-        throw InvalidHandle();
-      }
-      fail(kIllegalAttribute);
+      refuse(handle, type);
   }
 }
 
@@ -150,10 +153,7 @@ void set_attribute(void* handle, ub4 type, ub4 attribute, void* value, ub4 size)
     case OCI_HTYPE_STMT:
       return set_statement(as_statement(handle), attribute, value);
     default:
-      if (const HandleKind* kind = find_kind(type); kind == nullptr || !kind->find(handle)) {
-        throw InvalidHandle();
-      }
-      fail(kIllegalAttribute);
+      refuse(handle, type);
   }
 }
 

@@ -245,7 +245,7 @@ bool is_program_source(const SqlText& sql) {
 // Clients bind by position, and count differently in SQL and in blocks.
 void collect_placeholders(SqlText& sql) {
   if (is_program_source(sql)) return;
-  const bool block = sql.type == OCI_STMT_BEGIN || sql.type == OCI_STMT_DECLARE;
+  const bool block = sql.is_block();
   // In a block only, where the second occurrence of a name is the same variable.
   std::set<std::string> seen;
   for (const Token& token : sql.tokens) {

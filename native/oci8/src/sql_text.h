@@ -46,6 +46,9 @@ struct SqlText {
   // stand for values. These are bound behind the placeholders. Left empty by tokenize().
   std::vector<std::string> variables;
 
+  /// A PL/SQL block, not a statement of SQL.
+  bool is_block() const { return type == OCI_STMT_BEGIN || type == OCI_STMT_DECLARE; }
+
   /// The token's bytes in `text`; good as long as this object stays where it is.
   std::string_view spelling(const Token& token) const {
     return std::string_view(text).substr(token.offset, token.size);

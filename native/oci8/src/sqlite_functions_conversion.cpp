@@ -52,8 +52,7 @@ int compare_numbers(const Number& left, const Number& right) {
   if (left.is_integer && right.is_integer) {
     return (left.integer > right.integer) - (left.integer < right.integer);
   }
-  const double a = left.is_integer ? static_cast<double>(left.integer) : left.real;
-  const double b = right.is_integer ? static_cast<double>(right.integer) : right.real;
+  const double a = left.as_real(), b = right.as_real();
   return (a > b) - (a < b);
 }
 

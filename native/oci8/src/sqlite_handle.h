@@ -58,6 +58,13 @@ SqliteStatementOwner prepare_sql(sqlite3* db, std::string_view sql,
                                  const ErrorContext& context = {},
                                  std::string_view* rest = nullptr);
 
+/// The statement in `owner`, prepared when it is first asked for and kept: for what runs with every
+/// statement, row or part of a value.
+inline sqlite3_stmt* prepared(sqlite3* db, SqliteStatementOwner& owner, std::string_view sql) {
+  if (owner == nullptr) owner = prepare_sql(db, sql);
+  return owner.get();
+}
+
 /// Runs all statements of `sql` one after another, each prepared when the one before it is done;
 /// rows that they return are passed over.
 void execute_sql(sqlite3* db, std::string_view sql, const ErrorContext& context = {});

@@ -163,17 +163,11 @@ void LargeStore::create_tables(sqlite3* db) {
   execute_sql(db, kTables);
 }
 
-// Prepared when first used, and kept: a value is read and written in many small parts.
-sqlite3_stmt* LargeStore::prepared(SqliteStatementOwner& owner, std::string_view sql) {
-  if (owner == nullptr) owner = prepare_sql(db_, sql);
-  return owner.get();
-}
-
 /// The value's row, for the caller to reset: until then chunks are read as of the same moment.
 sqlite3_stmt* LargeStore::find(const LargeName& name) {
   if (name.id == 0) fail(22275);
   if (name.id < 0 || name.id >= kLastId) fail(22922);
-  sqlite3_stmt* row = prepared(find_, kFind);
+  sqlite3_stmt* row = prepared(db_, find_, kFind);
   // Also behind a failed step: a statement that was not reset takes no binds any more.
   ResetOnExit reset(row);
   bind_integer(row, 1, name.id);
@@ -184,7 +178,7 @@ sqlite3_stmt* LargeStore::find(const LargeName& name) {
 
 // Both ends are included. The rows are for the caller to reset, like find()'s.
 sqlite3_stmt* LargeStore::chunks(long long id, unsigned long long first, unsigned long long last) {
-  sqlite3_stmt* rows = prepared(chunks_, kChunks);
+  sqlite3_stmt* rows = prepared(db_, chunks_, kChunks);
   bind_integer(rows, 1, place_of(id, first));
   bind_integer(rows, 2, place_of(id, last));
   return rows;
@@ -194,7 +188,7 @@ LargeName LargeStore::create(Unit unit) {
   LargeName made;
   made.unit = unit;
   sqlite3_randomness(sizeof made.stamp, &made.stamp);
-  sqlite3_stmt* row = prepared(create_, kCreate);
+  sqlite3_stmt* row = prepared(db_, create_, kCreate);
   const ResetOnExit reset(row);
   bind_integer(row, 1, made.stamp);
   bind_integer(row, 2, static_cast<long long>(unit));
@@ -204,7 +198,7 @@ LargeName LargeStore::create(Unit unit) {
 }
 
 LargeName LargeStore::name_of(long long id, Unit unit) {
-  sqlite3_stmt* row = prepared(find_, kFind);
+  sqlite3_stmt* row = prepared(db_, find_, kFind);
   const ResetOnExit reset(row);
   bind_integer(row, 1, id);
   bind_integer(row, 2, static_cast<long long>(unit));
@@ -289,13 +283,13 @@ void LargeStore::view_closed() noexcept {
 
 // Without a row there is no value to read either.
 sqlite3_stmt* LargeStore::view() {
-  ResetOnExit row(prepared(view_, kView));
+  ResetOnExit row(prepared(db_, view_, kView));
   step_sql(view_.get());
   return row.release();
 }
 
 void LargeStore::put(long long id, unsigned long long number, const void* data, size_t size) {
-  sqlite3_stmt* row = prepared(put_, kPut);
+  sqlite3_stmt* row = prepared(db_, put_, kPut);
   const ResetOnExit reset(row);
   bind_integer(row, 1, place_of(id, number));
   check(db_, sqlite3_bind_blob64(row, 2, data, size, SQLITE_STATIC));
@@ -341,7 +335,7 @@ void LargeStore::put_part(long long id, Unit unit, unsigned long long at, const 
 }
 
 void LargeStore::resize(long long id, unsigned long long units) {
-  sqlite3_stmt* row = prepared(resize_, kResize);
+  sqlite3_stmt* row = prepared(db_, resize_, kResize);
   const ResetOnExit reset(row);
   bind_integer(row, 1, id);
   bind_integer(row, 2, static_cast<long long>(units));
@@ -392,7 +386,7 @@ void LargeStore::remove(const LargeName& name) {
     sqlite3_stmt* found = find(name);
     sqlite3_reset(found);
   }
-  sqlite3_stmt* row = prepared(remove_, kRemove);
+  sqlite3_stmt* row = prepared(db_, remove_, kRemove);
   const ResetOnExit reset(row);
   bind_integer(row, 1, name.id);
   step_sql(row);

@@ -65,7 +65,7 @@ class LargeStore {
   /// the end. ORA-22275 for the empty name, ORA-22922 for a value that is gone, as all that take a
   /// name.
   size_t read(const LargeName& name, unsigned long long place, void* target, size_t units);
-  /// A row that stands: until the caller resets it, all reads are of the same moment.
+  /// Returns a statement that stands on a row: all reads see one moment until the caller resets it.
   sqlite3_stmt* view();
   /// A query of the session has opened a view of the database, which reads may hold as well; or the
   /// last one has closed it.
@@ -81,7 +81,6 @@ class LargeStore {
   void remove(const LargeName& name);
 
  private:
-  sqlite3_stmt* prepared(SqliteStatementOwner& owner, std::string_view sql);
   sqlite3_stmt* find(const LargeName& name);
   sqlite3_stmt* chunks(long long id, unsigned long long first, unsigned long long last);
   bool show(long long place) noexcept;

@@ -20,12 +20,6 @@ constexpr std::string_view kJournal = "PRAGMA journal_mode";
 
 constexpr ub2 kNumberSize = 22;
 
-// Prepared when first used, and kept: the dialect asks for every table of every statement.
-sqlite3_stmt* prepared(sqlite3* db, SqliteStatementOwner& owner, std::string_view sql) {
-  if (owner == nullptr) owner = prepare_sql(db, sql);
-  return owner.get();
-}
-
 // Without regard to case, as SQLite looks at types. `word` is in upper case.
 bool mentions(std::string_view spelling, std::string_view word) {
   // Good for letters only, which is all that the words consist of.

@@ -42,14 +42,8 @@ void Sequences::register_functions() {
                this);
 }
 
-// Prepared once a session: a sequence may be drawn from for every row of a load.
-sqlite3_stmt* Sequences::finder() {
-  if (find_ == nullptr) find_ = prepare_sql(session_.db(), kFind);
-  return find_.get();
-}
-
 long long Sequences::next(std::string_view name) {
-  sqlite3_stmt* row = finder();
+  sqlite3_stmt* row = prepared(session_.db(), find_, kFind);
   const ResetOnExit reset(row);
   bind_text(row, 1, name);
   if (!step_sql(row)) fail(2289);
@@ -71,16 +65,16 @@ long long Sequences::next(std::string_view name) {
 
 // In the transaction that everything that draws runs in: the lock is there.
 void Sequences::advance(std::string_view name, long long value) {
-  if (advance_ == nullptr) advance_ = prepare_sql(session_.db(), kAdvance);
-  const ResetOnExit reset(advance_.get());
+  sqlite3_stmt* change = prepared(session_.db(), advance_, kAdvance);
+  const ResetOnExit reset(change);
   const std::optional<long long> after = value_after(find_.get(), value);
-  bind_text(advance_.get(), 1, name);
+  bind_text(change, 1, name);
   if (after) {
-    check(session_.db(), sqlite3_bind_int64(advance_.get(), 2, *after));
+    check(session_.db(), sqlite3_bind_int64(change, 2, *after));
   } else {
-    check(session_.db(), sqlite3_bind_null(advance_.get(), 2));
+    check(session_.db(), sqlite3_bind_null(change, 2));
   }
-  step_sql(advance_.get());
+  step_sql(change);
 }
 
 // The value is the session's own, also when the sequence has been dropped since; the database is
@@ -88,7 +82,7 @@ void Sequences::advance(std::string_view name, long long value) {
 long long Sequences::current(std::string_view name) {
   const auto drawn = drawn_.find(name);
   if (drawn != drawn_.end()) return drawn->second;
-  sqlite3_stmt* row = finder();
+  sqlite3_stmt* row = prepared(session_.db(), find_, kFind);
   const ResetOnExit reset(row);
   bind_text(row, 1, name);
   fail(step_sql(row) ? 8002 : 2289, name);

@@ -32,7 +32,6 @@ class Sequences {
   void forget() { drawn_.clear(); }
 
  private:
-  sqlite3_stmt* finder();
   void advance(std::string_view name, long long value);
 
   SqliteSession& session_;

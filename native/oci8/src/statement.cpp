@@ -71,7 +71,7 @@ void StatementHandle::enter(Attachment& attachment) {
   drop_run();
   std::unique_ptr<Statement> run;
   std::unique_ptr<Block> block;
-  if (text.type == OCI_STMT_BEGIN || text.type == OCI_STMT_DECLARE) {
+  if (text.is_block()) {
     uses_ = find_uses(text);
     block = std::make_unique<Block>(text, *attachment.connection);
   } else {
