@@ -3,7 +3,6 @@
 #include "block.h"
 
 #include <algorithm>
-#include <iterator>
 #include <utility>
 
 #include "block_code.h"

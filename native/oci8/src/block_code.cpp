@@ -3,7 +3,6 @@
 #include "block_code.h"
 
 #include <algorithm>
-#include <array>
 #include <map>
 #include <utility>
 

@@ -49,10 +49,9 @@ double date_to_days(const DateFields& fields);
 /// back as such, and is refused when it is packed.
 DateFields days_to_date(double days);
 
-/// TO_CHAR and TO_DATE for a format model (YYYY YY RR MM MON MONTH DD DDD D DY DAY HH HH12 HH24 MI
-/// SS SSSSS AM PM Q WW CC J IYYY IW, TH and SP behind a number, FM, FX, punctuation, "quoted
-/// text"). Raise ORA-01821 for an unknown model element, ORA-01861, 01830, 01840, 01843, 01847,
-/// 01858 and their siblings for text that does not match.
+/// TO_CHAR and TO_DATE for a format model (its elements are listed in date_model.cpp). Raise
+/// ORA-01821 for an unknown model element, ORA-01861, 01830, 01840, 01843, 01847, 01858 and their
+/// siblings for text that does not match.
 std::string format_date(const DateFields& fields, std::string_view format);
 DateFields parse_date(std::string_view text, std::string_view format);
 

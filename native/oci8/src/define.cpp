@@ -5,8 +5,6 @@
 #include <algorithm>
 #include <cstring>
 #include <limits>
-#include <string_view>
-#include <type_traits>
 
 #include "date.h"
 #include "locator.h"

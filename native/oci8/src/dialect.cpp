@@ -6,7 +6,6 @@
 #include "dialect.h"
 
 #include <algorithm>
-#include <array>
 
 #include "declared_type.h"
 #include "dialect_statement.h"

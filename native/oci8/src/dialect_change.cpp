@@ -5,7 +5,6 @@
 // thing, that every row gets one of its own, and get it from functions that make one each time they
 // are called.
 #include <algorithm>
-#include <utility>
 
 #include "declared_type.h"
 #include "dialect_statement.h"

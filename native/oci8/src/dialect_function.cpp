@@ -112,7 +112,7 @@ static_assert(std::ranges::is_sorted(kFunctions, {}, &Function::name));
 
 // Sizes are bytes, counts in arguments are characters of at most this many bytes.
 constexpr size_t kCharacterBytes = 4;
-// A date format's result: element names spelled out, as in "MONTH" or "YEAR".
+// A date format's result: element names spelled out, as in "MONTH".
 constexpr size_t kFormattedSize = 75;
 
 // Conversions that the functions do themselves are left to them: only what they cannot tell apart

@@ -49,9 +49,9 @@ std::string direction(Tokens& tokens, bool nullable) {
 // One SELECT ... FROM ... WHERE ... GROUP BY ... HAVING, with ORDER BY where it stands alone.
 // Reading jumps about in the tokens: FROM, WHERE, GROUP BY and HAVING first, then back to the
 // select list, then on to the ORDER BY. The state between these steps is the block's members.
-class Block {
+class SelectBlock {
  public:
-  Block(Context& context, Scope* outer, Naming naming)
+  SelectBlock(Context& context, Scope* outer, Naming naming)
       : context_(context), scope_(outer), naming_(naming) {}
 
   // FROM and WHERE are read before the select list, because its names mean columns of the tables;
@@ -442,7 +442,7 @@ void make_table(Query& inner) {
 
 Query term(Context& context, Scope* outer, Naming naming, bool with_order) {
   Tokens& tokens = context.tokens;
-  if (!tokens.is_symbol("(")) return Block(context, outer, naming).read(with_order);
+  if (!tokens.is_symbol("(")) return SelectBlock(context, outer, naming).read(with_order);
   tokens.skip();
   Query inner = query(context, outer, naming);
   tokens.expect_symbol(")", 907);

@@ -345,7 +345,7 @@ class TableReader {
     do {
       // The engine cannot add a constraint to a table that is there.
       if (at_table_constraint()) tokens().fail_here(3001);
-      if (tokens().at_name() && column_of_table(unquoted_name()) != nullptr) {
+      if (tokens().at_name() && column_of_table(peek_name()) != nullptr) {
         tokens().fail_here(1430);
       }
       sql.add(sql.sql.empty() ? "" : ";\n").add(added(definition()));
@@ -355,7 +355,7 @@ class TableReader {
   }
 
   // The name that comes next, which stays where it is.
-  std::string unquoted_name() {
+  std::string peek_name() {
     const size_t at = tokens().position();
     std::string name = tokens().name(904);
     tokens().seek(at);

@@ -132,8 +132,8 @@ int StatementHandle::store_row(size_t row) {
 // date is so long, and a LOB is left to its locator.
 Value StatementHandle::begin_of_long(const DefineHandle& define, const Value& value) {
   const ub2 type = columns()[define.position - 1].type;
-  const bool whole = type != SQLT_LNG && type != SQLT_LBI;
-  if (whole || !arrives_in_pieces(define.type)) return value;
+  const bool is_lob = type != SQLT_LNG && type != SQLT_LBI;
+  if (is_lob || !arrives_in_pieces(define.type)) return value;
   Value begin;
   begin.kind = type == SQLT_LNG ? Value::Kind::Text : Value::Kind::Bytes;
   const unsigned long long size = attachment_->connection->large_size(value.large);

@@ -42,8 +42,8 @@ NumberParse parse_number(std::string_view text, Number& out);
 size_t number_to_text(long long value, char* out);
 size_t number_to_text(double value, char* out);
 
-/// Whether fit_number leaves the value as it is; no, too, where that shows only in its digits.
-/// `precision` is not 0 here.
+/// True only where fit_number surely leaves the value unchanged; may be false for a value that
+/// fits. `precision` must not be 0.
 bool fits_as_it_is(const Number& value, int precision, int scale);
 
 /// The nearest value with `scale` digits behind the point (negative: before it), half away from

@@ -181,7 +181,7 @@ void TextResult::give(Call& call, size_t size) {
   sqlite3_result_text64(call.context(), memory_.release(), size, sqlite3_free, SQLITE_UTF8);
 }
 
-// Binary noise goes here: .1 + .2 is .3, and equal to it. What needs all 15 digits is a value
+// Binary noise is removed here: .1 + .2 is .3, and equal to it. What needs all 15 digits is a value
 // without end, most likely: it keeps what the double knows beyond them, so that 1 / 3 * 3 is 1, and
 // eight hours are 8 from the difference of their dates on.
 Number computed_number(double value) {

@@ -7,14 +7,16 @@
 // reports an error text "ORA-NNNNN: ..." as the catalogue of error.h writes it.
 //
 //   operators   ora_add(a,b) ora_sub(a,b) ora_mul(a,b) ora_div(a,b) (numbers, and dates with days),
-//               ora_concat(a,b,...), ora_text(v) (implicit conversion to character data),
-//               ora_number(v) (to NUMBER, ORA-01722), ora_date(v) (to DATE, default format)
+//               ora_sum(a,operator,b,...) (a chain of the first two), ora_concat(a,b,...),
+//               ora_text(v) (implicit conversion to character data), ora_number(v) (to NUMBER,
+//               ORA-01722), ora_date(v) (to DATE, default format), ora_date_or_number(v) (text to
+//               the one that it reads as)
 //   groups      sum avg (of decimals; the engine's own add doubles)
-//   storing     store_number(v,precision,scale) (1438; precision 0: any), store_char(v,bytes)
-//               (1401), store_fixed_char(v,bytes) (padded with blanks), ora_cut(v,bytes) (text, for
-//               a cast), store_date(v),
-//               store_raw(v,bytes) (text is read as hexadecimal, 1465), store_long(v),
-//               store_long_raw(v)
+//   storing     store_number(v,precision,scale) (1438; precision 0: any), store_given_number(v)
+//               (any, a client's double bit for bit), store_char(v,bytes) (1401),
+//               store_fixed_char(v,bytes) (padded with blanks), ora_cut(v,bytes) (text, for a
+//               cast), store_date(v), store_raw(v,bytes) (text is read as hexadecimal, 1465),
+//               store_long(v), store_long_raw(v)
 //   functions   to_char to_date to_number nvl nvl2 decode substr instr length (and substrb instrb
 //               lengthb) lpad rpad ltrim rtrim trim replace translate upper lower initcap (and with
 //               nls_) soundex ascii chr abs ceil floor mod round trunc sign power sqrt exp

@@ -1,6 +1,5 @@
 // TO_CHAR, TO_DATE and TO_NUMBER, and the functions that choose among their arguments. What is
 // chosen is given in the type of the column that was described, see Call::give_argument_like.
-#include <algorithm>
 
 #include "error.h"
 #include "number_format.h"

@@ -2,8 +2,6 @@
 // passes over the missing year 0. Days are counted as Julian day numbers (date.h), which pass over
 // the ten days that the calendar's change left out.
 #include <algorithm>
-#include <cmath>
-#include <cstdlib>
 
 #include "date_model.h"
 #include "error.h"

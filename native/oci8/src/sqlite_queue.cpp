@@ -2,7 +2,6 @@
 // competes as SQLite has it, with pauses of changing length (SqliteSession::pause).
 #include "sqlite_queue.h"
 
-#include <algorithm>
 #include <map>
 
 namespace oci8 {

@@ -43,8 +43,7 @@ constexpr int kProgressSteps = 1000;
 // How long a change may take to notice by itself that it is to stop; see must_stop.
 constexpr milliseconds kGentleTime{300};
 
-// Names that a client gives to none of its savepoints by accident.
-// In the order of the enumeration Control.
+// In the order of enum Control. The names are ones that no client chooses by accident.
 constexpr const char* kControls[] = {"BEGIN IMMEDIATE",
                                      "COMMIT",
                                      "ROLLBACK",

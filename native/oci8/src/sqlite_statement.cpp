@@ -130,7 +130,7 @@ void SqliteStatement::bind(ub4 position, const Value& value) {
     large_[position - 1] = {value.large, value.given};
   }
   bind_value(position, value);
-  // Last: a copy right behind the writes would wait for them.
+  // Stored last: a copy made right after its fields were written stalls on those writes.
   bound_[position - 1] = value;
 }
 
@@ -461,7 +461,8 @@ Value SqliteStatement::row_value(ub4 index) {
   }
   value.size = static_cast<size_t>(sqlite3_value_bytes(held));
   // Empty text and bytes are NULL for the server. One variable is returned everywhere, so that it
-  // is filled in the caller's place: a copy right behind the writes would wait for them.
+  // is filled in the caller's place: a copy made right after its fields were written stalls on
+  // those writes.
   if (value.size == 0) value = Value();
   // Bytes without an address: SQLite had no memory to bring them into place.
   if (value.data == nullptr && value.size > 0) throw std::bad_alloc();
