@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 
 #include "oralayer8.h"
 
@@ -32,6 +33,16 @@ enum class Lent : ub1 {
   Cursor  // the statement handle of another cursor
 };
 
+/// What a column says of its stream: what the callback asks Java for, and the indicator that OCI
+/// reads after the last chunk.
+struct stream_state {
+  ub4 piecelen;
+  sword colpos;
+  sb2 indicator;
+
+  bool operator==(const stream_state&) const = default;
+};
+
 /// A record that OCI reads and writes whenever the statement runs, or that the cursor's chain of
 /// LONG columns names.
 struct lent_record {
@@ -42,8 +53,7 @@ struct lent_record {
   sb4 rows;  // that its arrays have room for
   Lent what;
   lent_record* next;
-  ub4 piecelen = 0;  // of a stream, when it was bound; 0: none
-  sb2 indicator = 0;  // of a stream, likewise
+  std::optional<stream_state> stream = {};  // of a streamed bind, for the execution
 };
 
 /// What belongs to an open statement and to no record, kept in the statement handle's user memory.
@@ -69,6 +79,10 @@ void unlink_column(colctx& ctx);
 /// A column's first indicator; without rows that of a value.
 inline sb2 first_indicator(const columndata& col) {
   return col.indpvect != nullptr ? col.indpvect[0] : sb2{0};
+}
+
+inline stream_state stream_of(const columndata& col) {
+  return {col.piecelen, col.colpos, first_indicator(col)};
 }
 
 /// After the statement handle was made: nothing is defined or bound.
@@ -112,14 +126,15 @@ bool may_lend(JNIEnv* env, cdadata& cda);
 void lend(cdadata& cda, const lent_record& what);
 /// True for a LONG column on the chain that has ended since, or lent its buffers anew elsewhere.
 bool has_ended(const cdadata& cda, const void* record);
-/// Whether chunks of the streams that are bound may still be asked for. After an execution none
-/// are, and their columns are Java's again.
-enum class Streams { ToCome, Done };
 
-/// False after raising InternalError: a column that OCI would touch has ended, or has changed its
-/// buffers or its stream, since it was bound or defined; or a cursor that is bound has ended, is
-/// closed, or is executing itself.
-bool lent_records_stand(JNIEnv* env, const cdadata& cda, Streams streams);
+/// Whether OCI reads what is bound: an execution does. A fetch does not, and the columns are Java's
+/// again.
+enum class Binds { Read, Spent };
+
+/// False after raising InternalError: a column that OCI would touch has ended, has changed its
+/// buffers since it was bound or defined, or its stream since the execution began; or a cursor that
+/// is bound has ended, is closed, or is executing itself.
+bool lent_records_stand(JNIEnv* env, const cdadata& cda, Binds binds);
 /// Before an execution that brings so many rows of a query, or of anything else repeats it so many
 /// times: is_idle, room in all columns and binds, and lent_records_stand. A refusal empties the
 /// insert chain, as an execution would.

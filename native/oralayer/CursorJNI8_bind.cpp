@@ -5,6 +5,7 @@
 #include <limits>
 #include <new>
 
+#include "ColumnJNI8.h"
 #include "CursorJNI8.h"
 #include "oralayer8.h"
 #include "records.h"
@@ -41,28 +42,29 @@ void unpin(JNIEnv* env, colctx& ctx) {
   ctx.buf = nullptr;
 }
 
-// Ends the context's part in an execution, whatever became of it.
-void retire(JNIEnv* env, colctx& ctx, int colpos) {
+// Ends the context's part in an execution, whatever became of it. A context that holds no chunk
+// stays its column's, spent, until the next bind or the statement's end.
+void retire(JNIEnv* env, colctx& ctx) {
   if (ctx.buf != nullptr) {
-    TRACE("+++ exec  - UNPIN ctx->buf from ctx->jbytes +++  col:", colpos);
+    TRACE("+++ exec  - UNPIN ctx->buf from ctx->jbytes +++  col:");
     TRACE_BYTES("+++  first 10 bytes ctx->buf ", reinterpret_cast<text*>(ctx.buf),
                 std::min<jsize>(10, env->GetArrayLength(ctx.jbytes)));
     unpin(env, ctx);
     TRACE("+++ exec  - DELETE col->ctx");
+    unlink_column(ctx);
   }
   if (ctx.jbytes != nullptr) env->DeleteLocalRef(ctx.jbytes);
   ctx.jbytes = nullptr;
   ctx.env = nullptr;
   ctx.cda = nullptr;
-  unlink_column(ctx);
 }
 
-// Also those whose column has left them since, for its end or for another cursor.
+// Including contexts whose column has ended, or was bound to another cursor.
 void retire_all(JNIEnv* env, const cdadata& cda) {
   const statement_memory* memory = memory_of(cda);
   if (memory == nullptr) return;
   for (stream_context* ctx = memory->contexts; ctx != nullptr; ctx = ctx->next) {
-    if (ctx->cda != nullptr) retire(env, *ctx, static_cast<int>(ctx->position));
+    if (ctx->cda != nullptr) retire(env, *ctx);
   }
 }
 
@@ -76,7 +78,7 @@ void clean_longinsert_chain(JNIEnv* env, cdadata* cd) {
     if (col != nullptr) {
       TRACE("---------- got columndata for col: ", "=", col->colpos);
       // A column that was bound on another cursor since streams for that one.
-      if (col->ctx != nullptr && col->ctx->cda == cd) retire(env, *col->ctx, col->colpos);
+      if (col->ctx != nullptr && col->ctx->cda == cd) retire(env, *col->ctx);
     }
     TRACE("+++ exec  - DELETE and DEQUEUE longcol_node from INSERT CHAIN");
     delete node;
@@ -102,7 +104,7 @@ namespace {
 bool has_array(JNIEnv* env, colctx& ctx) {
   if (ctx.jbytes != nullptr) {
     if (ctx.buf != nullptr) {
-      TRACE("+++ UNPIN ctx->buf from ctx->jbytes +++  col:", ctx.col->colpos);
+      TRACE("+++ UNPIN ctx->buf from ctx->jbytes +++  col:", "=", ctx.col->colpos);
       unpin(env, ctx);
     }
     return true;
@@ -131,7 +133,7 @@ bool pull_chunk(JNIEnv* env, const colctx& ctx, jint& bytes_read) {
   }
   TRACE("    bytes_read", "=", bytes_read);
   // What Java did meanwhile may have taken away what the statement is about to read.
-  if (!lent_records_stand(env, *ctx.cda, Streams::ToCome)) return false;
+  if (!lent_records_stand(env, *ctx.cda, Binds::Read)) return false;
   if (ctx.col == nullptr) {
     TV_ThrowInternalError(env, "the streamed column was bound to another cursor");
     return false;
@@ -143,7 +145,7 @@ bool pull_chunk(JNIEnv* env, const colctx& ctx, jint& bytes_read) {
 
 // Pins what the array holds, for OCI to read until the next chunk is due. False after raising.
 bool pin_chunk(JNIEnv* env, colctx& ctx) {
-  TRACE("+++ PIN buffer from ctx->jbytes +++  col:", ctx.col->colpos);
+  TRACE("+++ PIN buffer from ctx->jbytes +++  col:");
   ctx.buf = env->GetByteArrayElements(ctx.jbytes, nullptr);
   if (ctx.buf != nullptr) return true;
   TV_ThrowOutOfMemoryError(env, "Out of memory");
@@ -153,7 +155,7 @@ bool pin_chunk(JNIEnv* env, colctx& ctx) {
 }  // namespace
 
 sb4 icbfp(void* ictxp, OCIBind*, ub4, ub4, void** bufpp, ub4* alenp, ub1* piecep, void**) {
-  TRACE("*** ICBFP *** ", int{*piecep}, " ", pieceName(*piecep));
+  TRACE("*** ICBFP *** ", *piecep, " ", pieceName(*piecep));
   colctx& ctx = *static_cast<colctx*>(ictxp);
   // Spent, or its column is gone: the statement is executed again, but not bound again.
   if (ctx.cda == nullptr || ctx.col == nullptr) return OCI_ERROR;
@@ -165,7 +167,7 @@ sb4 icbfp(void* ictxp, OCIBind*, ub4, ub4, void** bufpp, ub4* alenp, ub1* piecep
     *piecep = OCI_LAST_PIECE;
     TRACE("    OCI_LAST_PIECE");
     TRACE(pieceName(*piecep));
-    TRACE("   NOTE: OCI_LAST_PIECE==3.   piecep value=", int{*piecep});
+    TRACE("   NOTE: OCI_LAST_PIECE==3.   piecep value=", *piecep);
   }
   if (!pin_chunk(env, ctx)) return OCI_ERROR;
   TRACE("  buf_len", "=", bytes_read);
@@ -241,13 +243,14 @@ bool types_agree(JNIEnv* env, const columndata& col) {
 // Makes sure that OCI may read and write buflen bytes where it is told to. An empty value has given
 // its buffer back, so it gets one of zero bytes here. False after raising.
 bool buffer_holds(JNIEnv* env, columndata& col) {
+  // A locator lies in the record itself.
+  if (!is_lob(col) && !has_value_row(env, col)) return false;
   const bool in_bytes = is_byte_type(col.internal_dbtype);
   if (col.buflen >= 0 && in_bytes && col.byte_capacity() == 0) {
     col.allocByteArray(std::max<sb4>(col.buflen, 1));
   }
-  const bool holds = col.buflen >= 0 &&
-                     (!in_bytes || col.byte_capacity() >= static_cast<std::size_t>(col.buflen)) &&
-                     col.vectsize > 0;
+  const bool holds =
+      col.buflen >= 0 && (!in_bytes || col.byte_capacity() >= static_cast<std::size_t>(col.buflen));
   if (!holds) TV_ThrowInternalError(env, "the bind value is longer than its buffer");
   return holds;
 }
@@ -271,10 +274,10 @@ sword bind_value(cdadata& cda, columndata& col, OCIBind** bindp, ub2* lengths, u
   const sword retvali = OCIBindByPos(cda.stmthp, bindp, cda.errhp, position, col.bufptr, col.buflen,
                                      static_cast<ub2>(col.external_dbtype), col.indpvect, lengths,
                                      nullptr, 0, nullptr, mode);
-  const Lent what = is_lob(col) ? Lent::Locator : Lent::Buffers;
-  keep_bind(cda,
-            {&col, 0, Lend::Bind, position, 1, what, nullptr, col.piecelen, first_indicator(col)},
-            retvali);
+  lent_record bind = {&col, 0, Lend::Bind, position, 1, Lent::Buffers, nullptr};
+  if (is_lob(col)) bind.what = Lent::Locator;
+  if (col.piecelen != 0) bind.stream = stream_of(col);
+  keep_bind(cda, bind, retvali);
   return retvali;
 }
 
@@ -289,7 +292,10 @@ colctx* start_stream(JNIEnv* env, jobject obj, cdadata& cda, columndata& col) {
     TV_ThrowOutOfMemoryError(env, "Out of memory");
     return nullptr;
   }
-  forget_streamed_column(col);
+  // Bound again on the same cursor, the column stays on its earlier nodes too. A column that loses
+  // its context to this one goes from the chain: nothing would lead from its end to the nodes.
+  const bool again = col.ctx != nullptr && col.ctx->cda == &cda;
+  again ? unlink_column(*col.ctx) : forget_streamed_column(col);
   if (ctx->col != nullptr) forget_streamed_column(*ctx->col);
   ctx->env = env;
   ctx->col = &col;

@@ -26,12 +26,20 @@ bool is_long(const columndata& col) {
 sword define(const cdadata& cda, columndata& col, const char* banner, void* value, sb4 value_size,
              ub4 mode) {
   OCIDefine* defnp = nullptr;  // OCI allocates it; it belongs to the statement
-  TRACE(banner);
-  TRACE("    colpos=", col.colpos);
-  TRACE("    value=", value);
-  TRACE("    value_size=", value_size);
-  TRACE("    external_dbtype=", col.external_dbtype);
-  TRACE("    mode=", mode);
+  if (trace_on()) {
+    trace_line(banner);
+    trace_line("    stmthp=", cda.stmthp);
+    trace_line("    defnp=", defnp);
+    trace_line("    errhp=", cda.errhp);
+    trace_line("    colpos=", col.colpos);
+    trace_line("    value=", value);
+    trace_line("    value_size=", value_size);
+    trace_line("    external_dbtype=", col.external_dbtype);
+    trace_line("    indpvect=", col.indpvect);
+    trace_line("    retlenvect=", col.retlenvect);
+    trace_line("    retcodevect=", col.retcodevect);
+    trace_line("    mode=", mode);
+  }
   return OCIDefineByPos(cda.stmthp, &defnp, cda.errhp, static_cast<ub4>(col.colpos), value,
                         value_size, static_cast<ub2>(col.external_dbtype), col.indpvect,
                         col.retlenvect, col.retcodevect, mode);
@@ -120,7 +128,7 @@ namespace {
 
 bool may_fetch(JNIEnv* env, const cdadata& cda, jint rows) {
   return is_idle(env, cda) && rows_have_room(env, cda, rows) &&
-         lent_records_stand(env, cda, Streams::Done);
+         lent_records_stand(env, cda, Binds::Spent);
 }
 
 sword fetch_rows(const cdadata& cda, ub4 rows) {
@@ -210,7 +218,8 @@ Step fetch_piece(LongRow& row, void* defnp, ub1 piece) {
     return Step::Done;
   }
   // Without the offer nothing was written.
-  if (row.retvali == OCI_SUCCESS) ldn->buf_size = static_cast<sb4>(std::min(ret_len, room));
+  const bool taken = row.retvali == OCI_SUCCESS || row.retvali == OCI_SUCCESS_WITH_INFO;
+  if (taken) ldn->buf_size = static_cast<sb4>(std::min(ret_len, room));
   trace_piece(row, piece, ret_len);
   return row.fetchstat == OCI_NEED_DATA ? Step::Go : Step::Done;
 }

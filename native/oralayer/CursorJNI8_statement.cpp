@@ -99,7 +99,7 @@ bool binds_have_room(JNIEnv* env, const cdadata& cda, jint iterations) {
 // A NULL needs no LOB object. The locator of one that has ended is forgotten, because OCI would
 // write to it where the statement assigns a value.
 bool bound_locator_stands(JNIEnv* env, columndata& col) {
-  if (col.indpvect[0] != -1) return borrowed_locator_stands(env, col);
+  if (first_indicator(col) != -1) return borrowed_locator_stands(env, col);
   if (!lender_stands(&col)) {
     col.lobloc = nullptr;
     note_lender(&col, nullptr);
@@ -130,22 +130,33 @@ bool cursor_stands(JNIEnv* env, const lent_record& lent) {
   return false;
 }
 
-// Each chunk is asked for by what the column says, and OCI reads its indicator after the last one:
-// a value set meanwhile would end the stream early, or make NULL of it.
-bool stream_stands(const lent_record& lent) {
-  const auto& col = *static_cast<const columndata*>(lent.record);
-  return col.piecelen == lent.piecelen && static_cast<ub4>(col.colpos) == lent.position &&
-         first_indicator(col) == lent.indicator;
+bool same_record(const lent_record& lent) {
+  return lent.version == record_version(lent.record);
 }
 
-bool record_stands(JNIEnv* env, const lent_record& lent, Streams streams) {
+// What a value that is set while the statement runs would change: the stream would end early, or
+// NULL be made of it.
+bool stream_stands(const lent_record& lent) {
+  return !lent.stream || *lent.stream == stream_of(*static_cast<const columndata*>(lent.record));
+}
+
+bool record_stands(JNIEnv* env, const lent_record& lent) {
   if (lent.what == Lent::Cursor) return cursor_stands(env, lent);
-  const bool same = lent.version == record_version(lent.record);
-  if (same && (lent.piecelen == 0 || streams == Streams::Done || stream_stands(lent))) {
+  if (same_record(lent) && stream_stands(lent)) {
     return lent.what == Lent::Buffers || locator_stands(env, lent);
   }
   TV_ThrowInternalError(env, "a column of the statement has ended or changed since it was bound");
   return false;
+}
+
+// An execution pulls each stream as its column describes it by then, not as at the bind.
+void renew_streams(const cdadata& cda) {
+  const statement_memory* memory = memory_of(cda);
+  if (memory == nullptr) return;
+  for (lent_record* lent = memory->lent; lent != nullptr; lent = lent->next) {
+    if (!lent->stream || !same_record(*lent)) continue;
+    lent->stream = stream_of(*static_cast<const columndata*>(lent->record));
+  }
 }
 
 }  // namespace
@@ -185,11 +196,12 @@ bool has_ended(const cdadata& cda, const void* record) {
   return false;
 }
 
-bool lent_records_stand(JNIEnv* env, const cdadata& cda, Streams streams) {
+bool lent_records_stand(JNIEnv* env, const cdadata& cda, Binds binds) {
   const statement_memory* memory = memory_of(cda);
   if (memory == nullptr) return true;
   for (const lent_record* lent = memory->lent; lent != nullptr; lent = lent->next) {
-    if (lent->how != Lend::Chain && !record_stands(env, *lent, streams)) return false;
+    if (lent->how == Lend::Chain || (lent->how == Lend::Bind && binds == Binds::Spent)) continue;
+    if (!record_stands(env, *lent)) return false;
   }
   return true;
 }
@@ -204,12 +216,15 @@ bool may_execute(JNIEnv* env, cdadata& cda, jint rows) {
   if (!is_idle(env, cda)) return false;
   PendingException pending(env);
   const bool room = rows_have_room(env, cda, rows) && binds_have_room(env, cda, rows);
-  if (room && lent_records_stand(env, cda, Streams::ToCome)) return true;
+  renew_streams(cda);
+  if (room && lent_records_stand(env, cda, Binds::Read)) return true;
   pending.set_aside();
   clean_longinsert_chain(env, &cda);
   return false;
 }
 
+// The columns on the chain may have ended, and a fetch of the next select list would walk them
+// first. The count goes with them: a fetch asks the chain for as many columns.
 void drop_defines_and_binds(JNIEnv* env, cdadata& cda) {
   if (cda.li_tail != nullptr) clean_longinsert_chain(env, &cda);
   if (cda.lc_tail != nullptr) {

@@ -101,12 +101,14 @@ JNIEXPORT jint JNICALL Java_trevalon_db_oci_OciCursor_getByteValue(JNIEnv* env, 
   TRACE("*** CursorJNI.getByteValue ***");
   if (!argument_given(env, HByteBuf, "result buffer is null")) return 0;
   const columndata* col = row_column(env, obj, colobj, recnum);
-  if (col == nullptr || is_null(*col, recnum)) return 0;
+  // An element of no bytes has no buffer either.
+  if (col == nullptr || is_null(*col, recnum) || col->buflen == 0) return 0;
   const Element element = element_of(*col, recnum);
   if (!has_element(env, element)) return 0;
 
   std::size_t length = element.size;
   if (col->buflen <= kLongestRetlen) {
+    // Never beyond the element, whatever the client library has returned.
     length = std::min<std::size_t>(length, col->retlenvect[recnum]);
   }
   PinnedBytes bytes(env, HByteBuf, Pin::CopyBack);

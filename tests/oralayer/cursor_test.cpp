@@ -146,11 +146,14 @@ TEST_F(Cursor, ParseDescribesAQueryOnce) {
   EXPECT_EQ(calls(), plus_cursor_codes({"OCIStmtPrepare(stmt1,err1,SELECT 1,1,0)",
                                         "OCIAttrGet(stmt1,4,-,24,err1)",
                                         "OCIStmtExecute(svc1,stmt1,err1,0,0,-,-,16)"}));
-  cda_of(cursor)->long_count = 2;
+  CURSOR(bindSelectItem)(env, cursor, new_column(1, SQLT_LNG), 1);
+  calls();
+  EXPECT_EQ(cda_of(cursor)->long_count, 1);
   EXPECT_EQ(parse(std::string("SELECT 2\0 cut", 13)), JNI_FALSE);
   EXPECT_EQ(calls(), plus_cursor_codes({"OCIStmtPrepare(stmt1,err1,SELECT 2,1,0)",
                                         "OCIAttrGet(stmt1,4,-,24,err1)"}));
-  EXPECT_EQ(cda_of(cursor)->long_count, 2);
+  EXPECT_EQ(cda_of(cursor)->long_count, 0) << "as the chain: the define is gone";
+  EXPECT_EQ(cda_of(cursor)->lc_tail, nullptr);
 }
 
 TEST_F(Cursor, ParseThatDescribesNothing) {
@@ -247,7 +250,10 @@ TEST_F(Cursor, DefineByKindOfColumn) {
     const char* const banner = is_long             ? "*** OCIDefineByPos for LONG, LONGRAW  ***"
                                : where == kLocator ? "*** OCIDefineByPos for BLOB, CLOB, NCLOB ***"
                                                    : "*** OCIDefineByPos ***";
-    expect_trace({"*** bindSelectItem ***\n", banner, "    retvali=0\n"},
+    expect_trace({"*** bindSelectItem ***\n", banner,
+                  "\n    stmthp=", "\n    defnp=", "\n    errhp=", "\n    colpos=2",
+                  "\n    value=", "\n    value_size=", "\n    external_dbtype=", "\n    indpvect=",
+                  "\n    retlenvect=", "\n    retcodevect=", "\n    mode=", "\n    retvali=0\n"},
                  [&] { EXPECT_FALSE(CURSOR(bindSelectItem)(env, cursor, column, 3)); });
     const char* value = where == kNothing ? "-," : "+,";
     EXPECT_EQ(calls(),

@@ -209,6 +209,14 @@ TEST_F(Fetch, EndsOfThePieceLoop) {
   }
 }
 
+TEST_F(Fetch, AnOfferThatIsTakenWithInformationCounts) {
+  const jobject cursor = long_cursor(1);
+  state().reply("OCIStmtSetPieceInfo", OCI_SUCCESS_WITH_INFO, 24345);
+  EXPECT_EQ(fetch_row(cursor, {{0, OCI_ONE_PIECE, "ab", kDone}}), JNI_TRUE);
+  EXPECT_EQ(value_of(longs[0]), "ab|");
+  CURSOR(close)(env, cursor);
+}
+
 TEST_F(Fetch, ChainShorterThanTheRequests) {
   jobject cursor = long_cursor(1);
   cda_of(cursor)->long_count = 2;
@@ -271,7 +279,7 @@ TEST_F(Values, TextFitsOrIsRefusedAndBytesAreCut) {
   const std::string raw(100, 'r'), dots(40, '.');
   const jobject texts = fetched({"a", "bb", "ccc", ""}, 31);
   const jobject bins = fetched({std::string("\0\1\2", 3), raw, "null"}, 100, SQLT_BIN);
-  const jobject just_below = fetched({"x"}, 65535, SQLT_BIN);
+  const jobject just_below = fetched({"x"}, 65535, SQLT_BIN), empty = fetched({""}, 0, SQLT_BIN);
   column_of(texts)->indpvect[1] = column_of(bins)->indpvect[2] = -1;
   const std::tuple<Getter, jobject, jint, std::string, std::string, const char*> cases[] = {
       {CURSOR(getStringValue), texts, 2, "..........", "3 ccc.......", ""},
@@ -284,6 +292,7 @@ TEST_F(Values, TextFitsOrIsRefusedAndBytesAreCut) {
       {CURSOR(getByteValue), bins, 1, dots, "40 " + raw.substr(0, 40), ""},
       {CURSOR(getByteValue), bins, 0, "....", std::string("3 \0\1\2.", 6), ""},
       {CURSOR(getByteValue), bins, 2, "....", "0 ....", ""},
+      {CURSOR(getByteValue), empty, 0, "..", "0 ..", ""},
       {CURSOR(getByteValue), just_below, 0, "..", "1 x.", ""}};
   for (const auto& [getter, column, row, room, expected, error] : cases) {
     EXPECT_EQ(filled(getter, column, row, room), expected);

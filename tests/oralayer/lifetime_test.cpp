@@ -10,6 +10,7 @@ class Lifetime : public JvmTest {
   void SetUp() override {
     JvmTest::SetUp();
     state().stmt_type = OCI_STMT_INSERT;
+    table.copy.CallIntMethodV = [](JNIEnv*, jobject, jmethodID, va_list) -> jint { return 0; };
   }
 
   static jobject string(int position, const char* value) {
@@ -23,6 +24,8 @@ class Lifetime : public JvmTest {
     CURSOR(exec)(env, cursor);
     return raised();
   }
+
+  JniTable table;  // streams are empty
 };
 
 TEST_F(Lifetime, ChainsForgetColumnsThatEnded) {
@@ -35,6 +38,7 @@ TEST_F(Lifetime, ChainsForgetColumnsThatEnded) {
                  : CURSOR(bindSelectItem)(env, cursor, column, 1);
       };
       const jobject column = streamed ? new_stream(1) : new_column(1, SQLT_LNG, 1);
+      attach(column);
       attach(column);
       // Another column at its position, or another statement: OCI knows it no longer, the chain
       // did.
@@ -86,10 +90,34 @@ TEST_F(Lifetime, OnlyBindsInForceHoldAnExecutionBack) {
   const jobject read = new_stream(1);
   CURSOR(bindVariableByPosition)(env, third, read);
   COLUMN(setValueWithStream)(env, read, 10, 99, 1, JNI_FALSE);
-  CURSOR(fetch)(env, third);
-  EXPECT_EQ(raised(), "") << "an execution has read the stream";
-  EXPECT_NE(executed(third), "") << "and the next one would";
+  EXPECT_EQ(executed(third), "") << "a stream is what its column says by then";
   CURSOR(close)(env, third);
+
+  const jobject rowless = new_stream(1);  // a locator by its type, and without an indicator
+  COLUMN(setDbType)(env, rowless, SQLT_CLOB);
+  CURSOR(bindSelectItem)(env, other, rowless, 0);
+  CURSOR(parse)(env, cursor, bytes("INSERT"), JNI_FALSE);
+  CURSOR(bindVariableByPosition)(env, cursor, rowless);
+  EXPECT_EQ(executed(cursor), "");
+  CURSOR(close)(env, cursor);
+}
+
+TEST_F(Lifetime, AFetchReadsNoBinds) {
+  const jobject cursor = new_cursor(), value = string(1, "x");
+  state().stmt_type = OCI_STMT_SELECT;
+  CURSOR(parse)(env, cursor, bytes("SELECT"), JNI_FALSE);
+  CURSOR(bindVariableByPosition)(env, cursor, value);
+  CURSOR(execAndFetch)(env, cursor, 1);
+  for (const bool ended : {false, true}) {
+    ended ? COLUMN(native_1finalize)(env, value)
+          : COLUMN(setValueWithString)(env, value, bytes(std::string(99, 'y')), JNI_FALSE);
+    calls();
+    CURSOR(fetch)(env, cursor);
+    CURSOR(arrayFetch)(env, cursor, 1);
+    EXPECT_EQ(raised(), "");
+    EXPECT_THAT(calls(), testing::IsSupersetOf({HasSubstr("Fetch"), HasSubstr("Fetch")}));
+  }
+  EXPECT_NE(executed(cursor), "") << "an execution reads them";
 }
 
 TEST_F(Lifetime, OnlyAQueryBringsMoreRowsThanItsBindsHaveValues) {
@@ -167,7 +195,6 @@ TEST_F(Lifetime, JavaCannotTakeARunningStatementApart) {
       CURSOR(bindVariableByPosition)(env, meddler.cursor, meddler.column);
       CURSOR(bindVariableByPosition)(env, meddler.cursor, new_stream(2));
       CURSOR(bindCursorByPosition)(env, meddler.other, meddler.cursor, 3);
-      JniTable table;
       table.copy.CallIntMethodV = [](JNIEnv*, jobject, jmethodID, va_list) -> jint {
         if (meddler.calls_before-- == 0) kDeeds[meddler.deed]();
         return 0;

@@ -451,7 +451,8 @@ sword OCIStmtSetPieceInfo(void* hndlp, ub4 type, OCIError* errhp, const void* bu
                           ub1 piece, const void* indp, ub2* rcodep) {
   const sword status = called("OCIStmtSetPieceInfo", hndlp, type, name(errhp), *alenp, int{piece},
                               given(indp), given(rcodep));
-  if (status != OCI_SUCCESS || state().pieces.empty()) return status;
+  const bool taken = status == OCI_SUCCESS || status == OCI_SUCCESS_WITH_INFO;
+  if (!taken || state().pieces.empty()) return status;
   // The interface may write all the room that it is told of: let that show.
   offered = {const_cast<void*>(bufp), alenp};
   std::memset(offered.buffer, 0xEE, *alenp);
