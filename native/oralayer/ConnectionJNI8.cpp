@@ -55,17 +55,19 @@ JNIEXPORT jint JNICALL Java_trevalon_db_oci_OciConnection_native_1getError(JNIEn
 
 namespace {
 
-std::mutex initialisation;
+// A class may call native_initialize from its static initialiser, while it is resolved.
+std::recursive_mutex initialisation;
 
 // Runs once per process, whichever thread comes first; a failed run is repeated by the next call.
 // An exception of the NLS setup does not stop it: it is set aside for the end of the native method.
 bool initialise_once(JNIEnv* env, jobject obj, jbyteArray nls_lang, bool debug,
                      PendingException& pending) {
   if (inited.load(std::memory_order_acquire) != 0) return true;
-  std::lock_guard<std::mutex> lock(initialisation);
+  const std::lock_guard lock(initialisation);
   if (inited.load(std::memory_order_relaxed) != 0) return true;
   if (debug) oci_debug.store(1, std::memory_order_relaxed);
   if (tv_init_fid(env, obj) != 0) return false;
+  if (inited.load(std::memory_order_relaxed) != 0) return true;
   tv_init_nls(env, obj, nls_lang);
   pending.set_aside();
   OCIInitialize(OCI_THREADED, nullptr, nullptr, nullptr, nullptr);
@@ -280,7 +282,6 @@ jint copy_to_array(JNIEnv* env, jbyteArray to, const char* from, std::size_t siz
   if (!pinned(env, bytes)) return 0;
   if (static_cast<std::size_t>(bytes.length()) < size) {
     bytes.discard();
-    bytes.release();
     TV_ThrowInternalError(env, too_long);
     return 0;
   }
@@ -370,7 +371,6 @@ JNIEXPORT jboolean JNICALL Java_trevalon_db_oci_OciConnection_native_1describePa
   if (session_record(env, obj, "LDA not set") == nullptr) return JNI_FALSE;
   PinnedBytes name(env, HNameBuf, Pin::ReadOnly);
   if (!pinned(env, name)) return JNI_FALSE;
-  TRACE_BYTES("procedure", name.data(), name.length());
   name.release();
   TRACE("*** ODESSP ***");
   assignLdaCodes(env, obj);

@@ -146,8 +146,11 @@ int tv_init_fid(JNIEnv* env, jobject obj) {
       row.raise(env, row.message);
       return -1;
     }
+    // A static initialiser that has run meanwhile may have called native_initialize.
+    if (inited.load(std::memory_order_relaxed) != 0) break;
   }
   for (jclass* cached : kClasses) {
+    if (env->GetObjectRefType(*cached) == JNIGlobalRefType) continue;
     *cached = static_cast<jclass>(env->NewGlobalRef(*cached));
     if (*cached == nullptr) {
       TV_ThrowInternalError(env, "!NewGlobalRef");

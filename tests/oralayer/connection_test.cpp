@@ -8,7 +8,16 @@ namespace {
 
 class Connection : public JvmTest {
  protected:
-  Connection() { ldapool[0].authp = nullptr; }
+  // The records' handles stay; what earlier cases left in them does not.
+  Connection() {
+    for (ldapool_holder* pool : {&ldapool, &xaldapool}) {
+      for (int i = 0; i < pool->get_pool_size(); ++i) {
+        ldadata& session = (*pool)[i];
+        session.authp = session.usrhp = nullptr;
+        session.status = session.autocommit = 0;
+      }
+    }
+  }
 
   static jboolean login(jobject object, const std::string& user = "scott",
                         const std::string& password = "tiger", const std::string& server = "db") {
@@ -100,6 +109,27 @@ TEST_F(Connection, TwoFirstInitializeCallsInitializeOnce) {
   }
 }
 
+TEST_F(Connection, AClassMayInitialiseWhileItIsResolved) {
+  forget_initialisation();
+  connection = allocate("OciConnection");
+  static jobject of_class;
+  of_class = allocate("OciConnection");
+  JniTable table;
+  table.copy.GetStaticFieldID = [](JNIEnv* e, jclass c, const char* name, const char* sig) {
+    if (const jobject object = std::exchange(of_class, nullptr)) {
+      CONNECTION(native_1initialize)(e, object, 2, nullptr, JNI_FALSE);
+      EXPECT_EQ(session_of(object), &ldapool[2]);
+    }
+    return JniTable::real->GetStaticFieldID(e, c, name, sig);
+  };
+  CONNECTION(native_1initialize)(env, connection, 1, nullptr, JNI_FALSE);
+  EXPECT_THAT(calls(), ElementsAre("OCIInitialize(1,-)"));
+  EXPECT_EQ(session_of(connection), &ldapool[1]);
+  for (const jclass cached : {OciConnectionClass, OciColumnClass, OciCursorClass, OciLobClass}) {
+    EXPECT_EQ(env->GetObjectRefType(cached), JNIGlobalRefType);
+  }
+}
+
 TEST_F(Connection, AnElementOutsideThePoolIsRefused) {
   connection = new_connection(1);
   const int size = ldapool.get_pool_size();
@@ -148,9 +178,16 @@ TEST_F(Connection, ClientTexts) {
        {CONNECTION(native_1get_1nls_1lang), 0, ".........", "NLS_LANG"},
        {CONNECTION(native_1get_1nls_1nchar), 10, "CHAR567890", ""},
        {CONNECTION(native_1get_1nls_1nchar), 0, ".........", "NLS_NCHAR"}};
+  static bool pending_at_release;
+  JniTable table;
+  table.copy.ReleaseByteArrayElements = [](JNIEnv* e, jbyteArray array, jbyte* pin, jint mode) {
+    pending_at_release = e->ExceptionCheck();
+    JniTable::real->ReleaseByteArrayElements(e, array, pin, mode);
+  };
   for (const auto& [query, result, text, setting] : cases) {
     const jbyteArray array = bytes(std::string(text.size(), '.'));
     EXPECT_EQ(query(env, connection, array), result) << text;
+    EXPECT_EQ(pending_at_release, *setting != '\0');
     const std::string error = std::string("java.lang.InternalError: ") + setting;
     EXPECT_EQ(raised(), *setting ? error + " setting is too long" : "");
     EXPECT_EQ(contents(array), text);
