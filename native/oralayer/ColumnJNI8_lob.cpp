@@ -11,10 +11,12 @@ namespace {
 
 constexpr jint kKeepTypes = -999;
 
-// The LOB record behind a setter's argument; null after raising.
-lobdata* value_lob(JNIEnv* env, jobject lobobj) {
+// The LOB record behind a setter's argument, for a column that has room for its indicator; null
+// after raising.
+lobdata* value_lob(JNIEnv* env, const columndata& col, jobject lobobj) {
   if (!argument_given(env, lobobj, "Lob is null")) return nullptr;
-  return lob_record(env, lobobj, "Lob is null");
+  lobdata* lob = lob_record(env, lobobj, "Lob is null");
+  return lob != nullptr && has_value_row(env, col) ? lob : nullptr;
 }
 
 // From here on the column has what `lob` holds, or nothing. A locator of the column's own is freed:
@@ -23,12 +25,6 @@ void borrow_locator(columndata& col, const lobdata* lob) {
   if (!has_lender(&col)) free_locator(col.lobloc);
   col.lobloc = lob != nullptr ? lob->lobloc : nullptr;
   note_lender(&col, lob);
-}
-
-columndata* value_column(JNIEnv* env, jobject obj) {
-  columndata* col = column_record(env, obj, "Column is null");
-  if (col == nullptr || has_value_row(env, *col)) return col;
-  return nullptr;
 }
 
 // A define of the column would fetch into the locator of the LOB object: it must be renewed.
@@ -43,9 +39,9 @@ void set_lob(columndata& col, const lobdata& lob, bool null) {
 // no locator.
 void set_value_with(JNIEnv* env, jobject obj, jobject lobobj, jint type, jboolean setnull) {
   if (!env_and_object(env, obj)) return;
-  columndata* col = value_column(env, obj);
+  columndata* col = column_record(env, obj, "Column is null");
   if (col == nullptr) return;
-  const lobdata* lob = value_lob(env, lobobj);
+  const lobdata* lob = value_lob(env, *col, lobobj);
   if (lob == nullptr) return;
   set_types(*col, type);
   if (setnull == JNI_FALSE) {
@@ -92,10 +88,10 @@ JNIEXPORT void JNICALL Java_trevalon_db_oci_OciColumn_setValueWithLob(JNIEnv* en
                                                                       jobject lobobj, jint type,
                                                                       jboolean setnull) {
   if (!env_and_object(env, obj)) return;
-  columndata* col = value_column(env, obj);
+  columndata* col = column_record(env, obj, "Column is null");
   if (col == nullptr) return;
   set_types(*col, type);
-  const lobdata* lob = value_lob(env, lobobj);
+  const lobdata* lob = value_lob(env, *col, lobobj);
   if (lob != nullptr) set_lob(*col, *lob, setnull != JNI_FALSE);
 }
 

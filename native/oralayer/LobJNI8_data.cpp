@@ -122,7 +122,6 @@ sword read_characters(const LobCall& call, ub4 offset, utext* buffer, ub4 capaci
   const sword status =
       OCILobRead(call.ld->svchp, call.ld->errhp, call.lob->lobloc, &amount, offset, buffer, bytes,
                  nullptr, nullptr, OCI_UCS2ID, static_cast<ub1>(form));
-  TRACE("RETURN LEN ", amount);
   return status;
 }
 
@@ -227,6 +226,7 @@ JNIEXPORT jstring JNICALL Java_trevalon_db_oci_OciLob_getLobUCS2Buf(JNIEnv* env,
     TV_ThrowSQLException(env, "Error Reading Lob in getLobUCS2Buf");
     return nullptr;
   }
+  TRACE("RETURN LEN ", amount);
   const ub4 read = std::min(amount, units);
   dump_read(buffer.get(), read);
   return env->NewString(buffer.get(), static_cast<jsize>(read));
@@ -254,6 +254,7 @@ JNIEXPORT jlong JNICALL Java_trevalon_db_oci_OciLob_getLobUCS2CharBuf(JNIEnv* en
   ub4 amount = 0;
   const sword status =
       read_characters(call, low32(offset), buffer.data(), units, charSetForm, amount);
+  TRACE("RETURN LEN ", amount);
   dump_read(buffer.data(), std::min(amount, units));
   buffer.release();
   return lob_result(env, obj, connobj, status) == kCallOk ? jlong{amount} : kFailed;
