@@ -11,6 +11,15 @@
 #include "trace.h"
 #include "trevalon_db_oci_OciConnection.h"
 
+namespace {
+
+// The connection's record, or null after raising.
+ldadata* session_of(JNIEnv* env, jobject obj) {
+  return env_and_object(env, obj) ? session_record(env, obj, "LDA not set") : nullptr;
+}
+
+}  // namespace
+
 // --- Error state ---------------------------------------------------------------------------------
 
 sb4 oracle_error(OCIError* errhp) {
@@ -20,8 +29,7 @@ sb4 oracle_error(OCIError* errhp) {
 }
 
 void assignLdaCodes(JNIEnv* env, jobject obj) {
-  if (!env_and_object(env, obj)) return;
-  ldadata* ld = session_record(env, obj, "LDA not set");
+  ldadata* ld = session_of(env, obj);
   if (ld == nullptr) return;
   TRACE("LD->STATUS", "=", ld->status);
   const sb4 code = oracle_error(ld->errhp);
@@ -154,8 +162,7 @@ JNIEXPORT jboolean JNICALL Java_trevalon_db_oci_OciConnection_native_1loginnoblo
 
 JNIEXPORT jboolean JNICALL Java_trevalon_db_oci_OciConnection_native_1logout(JNIEnv* env,
                                                                              jobject obj) {
-  if (!env_and_object(env, obj)) return kCallOk;
-  ldadata* ld = session_record(env, obj, "LDA not set");
+  ldadata* ld = session_of(env, obj);
   if (ld == nullptr) return kCallOk;
   ld->logoff(env->GetBooleanField(obj, isXAID) != JNI_FALSE);
   assignLdaCodes(env, obj);
@@ -183,10 +190,6 @@ JNIEXPORT jint JNICALL Java_trevalon_db_oci_OciConnection_cda_1pool_1size(JNIEnv
 // --- Transactions and call control ---------------------------------------------------------------
 
 namespace {
-
-ldadata* session_of(JNIEnv* env, jobject obj) {
-  return env_and_object(env, obj) ? session_record(env, obj, "LDA not set") : nullptr;
-}
 
 jboolean set_nonblocking(JNIEnv* env, jobject obj, ub1 mode) {
   ldadata* ld = session_of(env, obj);

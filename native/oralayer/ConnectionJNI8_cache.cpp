@@ -1,7 +1,5 @@
 // The member cache: every Java class, field and method that the library uses.
 
-#include <cstddef>
-
 #include "exceptions.h"
 #include "member_cache.h"
 #include "trace.h"

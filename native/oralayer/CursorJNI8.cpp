@@ -375,26 +375,16 @@ JNIEXPORT jboolean JNICALL Java_trevalon_db_oci_OciCursor_describe(JNIEnv* env, 
   return call_result(retvali);
 }
 
-namespace {
-
-// The column's internal type for the two predicates, or -1 after raising.
-sb2 described_type(JNIEnv* env, jobject obj, jobject colobj) {
-  const columndata* col = cursor_and_column(env, obj, colobj).col;
-  return col == nullptr ? sb2{-1} : col->internal_dbtype;
-}
-
-}  // namespace
-
 JNIEXPORT jboolean JNICALL Java_trevalon_db_oci_OciCursor_isBlobColumn(JNIEnv* env, jobject obj,
                                                                        jobject colobj) {
-  const sb2 type = described_type(env, obj, colobj);
-  return type == SQLT_LNG || type == SQLT_LBI ? JNI_TRUE : JNI_FALSE;
+  const columndata* col = cursor_and_column(env, obj, colobj).col;
+  return col != nullptr && is_long(*col) ? JNI_TRUE : JNI_FALSE;
 }
 
 JNIEXPORT jboolean JNICALL Java_trevalon_db_oci_OciCursor_isOCI8ILOBColumn(JNIEnv* env, jobject obj,
                                                                            jobject colobj) {
-  const sb2 type = described_type(env, obj, colobj);
-  return type == SQLT_CLOB || type == SQLT_BLOB ? JNI_TRUE : JNI_FALSE;
+  const columndata* col = cursor_and_column(env, obj, colobj).col;
+  return col != nullptr && is_lob(*col) ? JNI_TRUE : JNI_FALSE;
 }
 
 JNIEXPORT jboolean JNICALL Java_trevalon_db_oci_OciCursor_oopt(JNIEnv* env, jobject obj, jint) {

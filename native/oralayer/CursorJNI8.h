@@ -20,14 +20,15 @@ struct stream_context : colctx {
   stream_context* next;
 };
 
-enum class Lend : ub1 {
+/// How OCI knows a record, or the cursor.
+enum class LentAs : ub1 {
   Bind,  // at a position
   Define,  // at a position
   Chain  // a LONG column on the cursor's chain, wherever it is defined by now
 };
 
 /// What of a record OCI has the address of.
-enum class Lent : ub1 {
+enum class LentPart : ub1 {
   Buffers,
   Locator,  // a column's LOB locator, in the place of its buffer
   Cursor  // the statement handle of another cursor
@@ -48,10 +49,10 @@ struct stream_state {
 struct lent_record {
   void* record;
   std::uint32_t version;  // of the record when it was lent
-  Lend how;
+  LentAs as;
   ub4 position;
   sb4 rows;  // that its arrays have room for
-  Lent what;
+  LentPart part;
   lent_record* next;
   std::optional<stream_state> stream = {};  // of a streamed bind, for the execution
 };

@@ -199,14 +199,6 @@ sword execute_statement(JNIEnv* env, cdadata& cda, ub4 iterations, ub4 mode) {
 
 // --- Binding -------------------------------------------------------------------------------------
 
-namespace {
-
-bool is_integer_number(const columndata& col) {
-  return col.prec != 0 && col.scale == 0;
-}
-
-}  // namespace
-
 ub1* bindParamData(columndata* col) {
   TRACE("*** bindParamData ***");
   if (is_byte_type(col->internal_dbtype)) return col->byte_arr;
@@ -216,8 +208,8 @@ ub1* bindParamData(columndata* col) {
     case SQLT_FLT:
       return reinterpret_cast<ub1*>(col->double_arr);
     case SQLT_NUM:
-      return is_integer_number(*col) ? reinterpret_cast<ub1*>(col->long_arr)
-                                     : reinterpret_cast<ub1*>(col->double_arr);
+      return is_integer(col->prec, col->scale) ? reinterpret_cast<ub1*>(col->long_arr)
+                                               : reinterpret_cast<ub1*>(col->double_arr);
     case SQLT_CLOB:
     case SQLT_BLOB:
       TRACE("========= support8:bindParamData, returning &col->lobloc", "=", &col->lobloc);
@@ -274,8 +266,8 @@ sword bind_value(cdadata& cda, columndata& col, OCIBind** bindp, ub2* lengths, u
   const sword retvali = OCIBindByPos(cda.stmthp, bindp, cda.errhp, position, col.bufptr, col.buflen,
                                      static_cast<ub2>(col.external_dbtype), col.indpvect, lengths,
                                      nullptr, 0, nullptr, mode);
-  lent_record bind = {&col, 0, Lend::Bind, position, 1, Lent::Buffers, nullptr};
-  if (is_lob(col)) bind.what = Lent::Locator;
+  lent_record bind = {&col, 0, LentAs::Bind, position, 1, LentPart::Buffers, nullptr};
+  if (is_lob(col)) bind.part = LentPart::Locator;
   if (col.piecelen != 0) bind.stream = stream_of(col);
   keep_bind(cda, bind, retvali);
   return retvali;
@@ -392,6 +384,6 @@ JNIEXPORT jboolean JNICALL Java_trevalon_db_oci_OciCursor_bindCursorByPosition(J
                    kHandleSize, SQLT_RSET, nullptr, nullptr, nullptr, 0, nullptr, OCI_DEFAULT);
   assignCdaCodes(env, obj);
   const auto position = static_cast<ub4>(colpos);
-  keep_bind(*cda, {other, 0, Lend::Bind, position, 1, Lent::Cursor, nullptr}, retvali);
+  keep_bind(*cda, {other, 0, LentAs::Bind, position, 1, LentPart::Cursor, nullptr}, retvali);
   return call_result(retvali);
 }

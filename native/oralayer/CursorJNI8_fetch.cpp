@@ -19,10 +19,6 @@ namespace {
 
 constexpr sb4 kLongestLong = 0x7FFFFFFF;  // no limit on a value that is fetched in pieces
 
-bool is_long(const columndata& col) {
-  return col.internal_dbtype == SQLT_LNG || col.internal_dbtype == SQLT_LBI;
-}
-
 sword define(const cdadata& cda, columndata& col, const char* banner, void* value, sb4 value_size,
              ub4 mode) {
   OCIDefine* defnp = nullptr;  // OCI allocates it; it belongs to the statement
@@ -53,7 +49,7 @@ bool define_long(JNIEnv* env, cdadata& cda, columndata& col, sword& retvali) {
     TV_ThrowOutOfMemoryError(env, "Out of memory");
     return false;
   }
-  lend(cda, {&col, 0, Lend::Chain, 0, 0, Lent::Buffers, nullptr});
+  lend(cda, {&col, 0, LentAs::Chain, 0, 0, LentPart::Buffers, nullptr});
   if (!may_lend(env, cda)) return false;
   retvali = define(cda, col, "*** OCIDefineByPos for LONG, LONGRAW  ***", nullptr, kLongestLong,
                    OCI_DYNAMIC_FETCH);
@@ -78,8 +74,8 @@ bool define_column(JNIEnv* env, cdadata& cda, columndata& col, jint fetchsize, s
   }
   if (retvali != OCI_SUCCESS) return true;
   const auto position = static_cast<ub4>(col.colpos);
-  const Lent what = is_lob(col) ? Lent::Locator : Lent::Buffers;
-  lend(cda, {&col, 0, Lend::Define, position, rows, what, nullptr});
+  const LentPart part = is_lob(col) ? LentPart::Locator : LentPart::Buffers;
+  lend(cda, {&col, 0, LentAs::Define, position, rows, part, nullptr});
   return true;
 }
 

@@ -73,14 +73,14 @@ sb4 defined_rows(const cdadata& cda) {
   const statement_memory* memory = memory_of(cda);
   if (memory == nullptr) return rows;
   for (const lent_record* lent = memory->lent; lent != nullptr; lent = lent->next) {
-    if (lent->how == Lend::Define) rows = std::min(rows, lent->rows);
+    if (lent->as == LentAs::Define) rows = std::min(rows, lent->rows);
   }
   return rows;
 }
 
 bool replaces(const lent_record& what, const lent_record& former) {
-  if (what.how != former.how) return false;
-  return what.how == Lend::Chain ? what.record == former.record : what.position == former.position;
+  if (what.as != former.as) return false;
+  return what.as == LentAs::Chain ? what.record == former.record : what.position == former.position;
 }
 
 // A query that OCI runs repeats nothing: its rows go to the defines.
@@ -88,7 +88,7 @@ bool binds_have_room(JNIEnv* env, const cdadata& cda, jint iterations) {
   const statement_memory* memory = memory_of(cda);
   if (memory == nullptr || memory->type == OCI_STMT_SELECT || iterations <= 1) return true;
   for (const lent_record* lent = memory->lent; lent != nullptr; lent = lent->next) {
-    if (lent->how == Lend::Bind && lent->rows < iterations) {
+    if (lent->as == LentAs::Bind && lent->rows < iterations) {
       TV_ThrowInternalError(env, "a bind variable has one value, not one for each execution");
       return false;
     }
@@ -116,8 +116,8 @@ bool defined_locator_stands(JNIEnv* env, const columndata& col) {
 
 bool locator_stands(JNIEnv* env, const lent_record& lent) {
   auto& col = *static_cast<columndata*>(lent.record);
-  return lent.how == Lend::Define ? defined_locator_stands(env, col)
-                                  : bound_locator_stands(env, col);
+  return lent.as == LentAs::Define ? defined_locator_stands(env, col)
+                                   : bound_locator_stands(env, col);
 }
 
 // The record stays, also where it is closed and opened again: OCI finds the handle through it.
@@ -141,9 +141,9 @@ bool stream_stands(const lent_record& lent) {
 }
 
 bool record_stands(JNIEnv* env, const lent_record& lent) {
-  if (lent.what == Lent::Cursor) return cursor_stands(env, lent);
+  if (lent.part == LentPart::Cursor) return cursor_stands(env, lent);
   if (same_record(lent) && stream_stands(lent)) {
-    return lent.what == Lent::Buffers || locator_stands(env, lent);
+    return lent.part == LentPart::Buffers || locator_stands(env, lent);
   }
   TV_ThrowInternalError(env, "a column of the statement has ended or changed since it was bound");
   return false;
@@ -189,7 +189,7 @@ bool has_ended(const cdadata& cda, const void* record) {
   const statement_memory* memory = memory_of(cda);
   if (memory == nullptr) return false;
   for (const lent_record* lent = memory->lent; lent != nullptr; lent = lent->next) {
-    if (lent->how == Lend::Chain && lent->record == record) {
+    if (lent->as == LentAs::Chain && lent->record == record) {
       return lent->version != record_version(record);
     }
   }
@@ -200,7 +200,7 @@ bool lent_records_stand(JNIEnv* env, const cdadata& cda, Binds binds) {
   const statement_memory* memory = memory_of(cda);
   if (memory == nullptr) return true;
   for (const lent_record* lent = memory->lent; lent != nullptr; lent = lent->next) {
-    if (lent->how == Lend::Chain || (lent->how == Lend::Bind && binds == Binds::Spent)) continue;
+    if (lent->as == LentAs::Chain || (lent->as == LentAs::Bind && binds == Binds::Spent)) continue;
     if (!record_stands(env, *lent)) return false;
   }
   return true;
@@ -240,7 +240,7 @@ void drop_defines_of_cursors(JNIEnv* env, const cdadata& cda) {
   if (memory == nullptr) return;
   if (memory->type != OCI_STMT_BEGIN && memory->type != OCI_STMT_DECLARE) return;
   for (const lent_record* lent = memory->lent; lent != nullptr; lent = lent->next) {
-    if (lent->what != Lent::Cursor || lent->version != record_version(lent->record)) continue;
+    if (lent->part != LentPart::Cursor || lent->version != record_version(lent->record)) continue;
     drop_defines_and_binds(env, *static_cast<cdadata*>(lent->record));
   }
 }

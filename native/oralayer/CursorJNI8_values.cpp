@@ -15,16 +15,11 @@ namespace {
 constexpr sb2 kNullIndicator = -1;
 constexpr sword kLongestRetlen = 65535;  // what an element of retlenvect can say
 
-// Checks of every getter that has no array: the column's record, or null after raising.
-columndata* value_column(JNIEnv* env, jobject obj, jobject colobj) {
+// The record of a column whose fetch arrays hold the row; null after raising.
+columndata* row_column(JNIEnv* env, jobject obj, jobject colobj, jint recnum) {
   if (!env_and_object(env, obj)) return nullptr;
   if (!argument_given(env, colobj, "COL is null")) return nullptr;
-  return column_record(env, colobj, "COLDATA is null");
-}
-
-// The same for a row of the fetch arrays, which must hold that row.
-columndata* row_column(JNIEnv* env, jobject obj, jobject colobj, jint recnum) {
-  columndata* col = value_column(env, obj, colobj);
+  columndata* col = column_record(env, colobj, "COLDATA is null");
   if (col == nullptr) return nullptr;
   if (recnum >= 0 && recnum < col->vectsize) return col;
   TV_ThrowIndexOutOfBounds(env, "recnum is outside the fetch arrays");

@@ -4,8 +4,6 @@
 
 #include <jni.h>
 
-#include <cstddef>
-
 #include "oci.h"
 
 /// What becomes of a pinned array's contents when it is released.

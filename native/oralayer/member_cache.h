@@ -6,6 +6,8 @@
 
 #include <atomic>
 
+// Some are resolved only, so that a class that lacks them is refused when the library is
+// initialised.
 extern jclass OciConnectionClass, OciColumnClass, OciCursorClass, OciSchemaClass, OciLobClass;
 
 extern jfieldID logondata32iD, logondata64iD, ldaerrcodeiD, oserrcodeiDconn, isXAID;

@@ -24,9 +24,9 @@ struct LongdataBufPool;
 void* allocate_low(std::size_t size) noexcept;
 void release_low(void* record) noexcept;
 
-/// Tells a record from what its place held before, or will hold, and from itself with other
-/// buffers: changes when the record is made, touched and destroyed. Any address; 0 for one that is
-/// not the arena's.
+/// A number that changes whenever the record at this address is made, touched or destroyed: a saved
+/// one tells whether it is still the same record with the same buffers. 0 for an address outside
+/// the arena.
 std::uint32_t record_version(const void* record) noexcept;
 /// To be called when a record changes the buffers that it lends.
 void touch_record(void* record) noexcept;
@@ -122,9 +122,12 @@ void tv_init_nls(JNIEnv* env, jobject obj, jbyteArray HNlsLangBuf);
 
 inline constexpr int kColumnNameSize = 128;  // bytes, without the terminating zero
 inline constexpr int DATE_LENGTH = 7;  // bytes of Oracle's internal DATE
+inline constexpr int kRowidTextSize = 24;  // bytes of a row id as text
+inline constexpr int kLabelTextSize = 20;  // bytes of a security label as text
 
-/// The streaming state of one LONG bind variable: made by the bind, used by the insert callback,
-/// released after the execution or at close.
+/// The streaming state of one LONG bind variable: filled by the bind, used by the insert callback,
+/// spent after the execution. The statement's memory owns it and uses it again for the next bind of
+/// the placeholder.
 struct colctx {
   JNIEnv* env;
   columndata* col;
@@ -166,7 +169,7 @@ struct columndata {
   double* double_arr;
   int min_bind_size;
   int boundinsert;
-  colctx* ctx;  // the cursor's (clean_longinsert_chain releases it)
+  colctx* ctx;  // the cursor's, of the last streamed bind; it ends with the statement's text
   longdata_node* longbuf_head;  // newest piece of the current LONG value
   longdata_node* longbuf_tail;  // oldest; the cursor's close releases the chain
   OCILobLocator* lobloc;  // own, or borrowed from the OciLob whose record is noted as lender
@@ -197,6 +200,11 @@ struct columndata {
 /// True for a column whose values are LOB locators.
 inline bool is_lob(const columndata& col) {
   return col.internal_dbtype == SQLT_CLOB || col.internal_dbtype == SQLT_BLOB;
+}
+
+/// True for a column that is fetched in pieces.
+inline bool is_long(const columndata& col) {
+  return col.internal_dbtype == SQLT_LNG || col.internal_dbtype == SQLT_LBI;
 }
 
 /// Ends the process with "PROCESS OUT OF MEMORY (which)" on standard output and exit status 1.
@@ -297,7 +305,8 @@ struct cdadata {
 /// The cursor object's selPieceLength: bytes of one LONG piece. 0 after raising "JNIEnv".
 std::int32_t longBufferSize(JNIEnv* env, jobject obj);
 
-/// Releases the streaming state of the cursor's LONG bind variables and empties the insert chain.
+/// After an execution, or for one that will not be: unpins the chunks of the cursor's LONG bind
+/// variables, spends their contexts and empties the insert chain.
 void clean_longinsert_chain(JNIEnv* env, cdadata* cd);
 
 /// For a column that ends, or that is bound elsewhere: no context and no insert chain names it.
@@ -351,16 +360,29 @@ sb4 oracle_error(OCIError* errhp);
 //
 // Codes, precision and scale count with their low 16 bits, signed. Lengths are in bytes.
 
+/// True for a NUMBER that is exchanged as an integer. One without declared precision has precision
+/// 0 and counts as floating-point.
+bool is_integer(int prec, int scale);
+
+/// Bytes of a select-list column's element in its buffer; -1 for a LOB, or where an sb4 has no room
+/// for them.
 sword getSelectLength(int internaltype, int prec, int scale, sb4 length);
+/// The type that a select-list column is fetched as; 0 for an unknown one.
 sword int2extSelectOciType(int internal_type, int prec, int scale);
+/// Bytes of a bind variable's value, with the terminator of a text; 0 for an unknown type.
 sword getParamLength(int internaltype, int prec, int scale, sb4 length, ub4 piecelen);
+/// The type that a bind variable or column reports to Java; 0 for an unknown one.
 sword int2extOciType(int internal_type, int prec, int scale);
+/// The name of an internal type. A constant text.
 const char* typeName(int type);
 
 /// True for the types whose values are laid into a column's byte buffer, bound or fetched.
 bool is_byte_type(sb2 type);
 
+/// Makes a select-list column's fetch arrays and data buffer for `fetchsize` rows. Ends the process
+/// when memory is exhausted.
 void allocSelectData(columndata* col, sb4 long_buf_size, int fetchsize);
+/// The buffer that a define of the column fills; null where it has none (LOB, unknown type).
 ub1* bindSelectData(columndata* col);
 
 #endif

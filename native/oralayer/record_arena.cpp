@@ -2,10 +2,11 @@
 //
 // On a 64-bit host the heap lies far above that, so address space is reserved at low addresses in
 // regions of a few megabytes, as needed, and cut into blocks by size. Blocks go back to a list of
-// their size and are used again; regions are kept. Nothing outside this file knows of it.
+// their size and are used again; regions are kept.
 //
-// A block's header is never reused for anything else, so the version in it can be read by whoever
-// remembers a record, also after that record's end.
+// The header in front of each block also carries the record's version and what it borrows
+// (record_version, note_lender). It is never reused for anything else, so the version in it can
+// be read by whoever remembers a record, also after that record's end.
 
 #include <sys/mman.h>
 

@@ -196,17 +196,14 @@ void LongdataBufPool::releaseBuf(longdata_node* buffer, LongdataBufPool* pool) {
 
 // --- Types of bind variables and columns ---------------------------------------------------------
 
-namespace {
-
-// A NUMBER without declared precision has precision 0 and counts as floating-point.
 bool is_integer(int prec, int scale) {
   return static_cast<sb2>(prec) != 0 && static_cast<sb2>(scale) == 0;
 }
 
+namespace {
+
 constexpr sword kIntSize = sizeof(sb4);  // an element of long_arr
 constexpr sword kFloatSize = sizeof(double);  // an element of double_arr
-constexpr sword kRowidTextSize = 24;
-constexpr sword kLabelTextSize = 20;
 // What callers are told of a locator's size. The interface reads a pointer of its own width there.
 constexpr sword kLocatorSize = 4;
 

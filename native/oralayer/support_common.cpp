@@ -2,9 +2,10 @@
 // select-list data.
 
 #include <algorithm>
-#include <cctype>
+#include <atomic>
 #include <cinttypes>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <limits>
 #include <new>
@@ -256,11 +257,11 @@ sword getSelectLength(int internaltype, int, int, sb4 length) {
       return length;
     case SQLT_RID:
     case SQLT_RDD:
-      TRACE("    getSelectLength: rowid type", "=", 24);
-      return 24;
+      TRACE("    getSelectLength: rowid type", "=", kRowidTextSize);
+      return kRowidTextSize;
     case SQLT_LAB:
-      TRACE("    getSelectLength: mlslabel type", "=", 20);
-      return 20;
+      TRACE("    getSelectLength: mlslabel type", "=", kLabelTextSize);
+      return kLabelTextSize;
     case SQLT_DAT:
       TRACE("date type", "=", DATE_LENGTH);
       return DATE_LENGTH;

@@ -105,7 +105,7 @@ inline void trace_pointer(const char* label, const void* value) {
   }
 }
 
-/// A dump as part of a statement that has already asked for the switch.
+/// Dumps bytes if the trace is on; evaluates its arguments only then.
 #define TRACE_BYTES(msg, buf, len)                   \
   do {                                               \
     if (trace_on()) dump_bytes((msg), (buf), (len)); \
