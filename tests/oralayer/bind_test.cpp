@@ -257,6 +257,7 @@ TEST_F(Stream, BindRegistersTheCallbackWhateverTheInterfaceSays) {
     EXPECT_EQ(calls(),
               plus_cursor_codes({"OCIBindByPos(stmt1,null,err1,1,10000,24,+,-,-,0,-,2)", dynamic}));
     EXPECT_EQ(column_of(column)->stream_type, 3);
+    EXPECT_EQ(column_of(column)->retlenvect[0], 10000);
     EXPECT_EQ(column_of(column)->boundinsert, 1);
     const cdadata* cda = cda_of(cursor);
     EXPECT_EQ(cda->li_head->coldata, column_of(column)) << "one more on the chain";
@@ -289,7 +290,10 @@ TEST_F(Stream, ValuesArriveInTheChunksThatJavaReads) {
     arrays_made = 0;
     state().pulled = {};
     state().streamed = {};
+    calls();
     EXPECT_EQ(exec(), JNI_FALSE);
+    const Lines made = calls();
+    EXPECT_EQ(std::count(made.begin(), made.end(), kCode), std::ssize(pulled) + 1);
     EXPECT_EQ(state().pulled, pulled);
     EXPECT_EQ(state().streamed, values);
     EXPECT_EQ(arrays_made, static_cast<int>(lengths.size())) << "one for each value";
@@ -403,6 +407,8 @@ TEST_F(Stream, Trace) {
   std::istringstream wanted(R"(*** setValueWithString ***
 min_bind_size=3
 *** bindVariableByPosition ***
+    internal_dbtype=5, colpos=2, prec=0, scale=0, ctx=0, dbsize=3, piecelen=0$
+*** getParamLength ***
 *** bindParamData ***
     bind value (4 bytes)
 Setting vector
@@ -424,9 +430,7 @@ BIND DYNAMIC: col->bufptr=NULL
 +++ PIN buffer from ctx->jbytes +++  col:$
   buf_len=12
     stream chunk (12 bytes)
-*** ICBFP *** )"
-                            "\2"
-                            R"( OCI_NEXT_PIECE
+ OCI_NEXT_PIECE
 +++ UNPIN ctx->buf from ctx->jbytes +++  col:=1
     bytes_read=0
     OCI_LAST_PIECE

@@ -48,6 +48,7 @@ TEST_F(Column, FetchArraysAreReplacedWhole) {
     std::fill_n(column.double_arr, n, 1.0);
     std::fill_n(column.long_arr, n, 1);
     std::fill_n(column.indpvect, n, sb2{1});
+    for (ub2* codes : {column.retlenvect, column.retcodevect}) std::fill_n(codes, n, ub2{1});
   }
 }
 
@@ -82,8 +83,10 @@ TEST_F(Column, LifeOfTheRecord) {
   COLUMN(native_1finalize)(env, column);
   const jobject unread = new_column();
   column_of(unread)->longbuf_head = column_of(unread)->longbuf_tail = new longdata_node;
-  EXPECT_THAT(traced([&] { COLUMN(native_1finalize)
-                           (env, unread); }),
+  EXPECT_THAT(traced([&] {
+                COLUMN(native_1finalize)
+                (env, unread);
+              }),
               testing::EndsWith("\n\n\n\n ========== NOTE NOTE NOTE !!  in columndata destructor: "
                                 "longbuf_tail is NOT NULL\n\n\n\n"
                                 "\n===============  ~columndata destructor: done\n"));

@@ -72,14 +72,16 @@ TEST_F(Connection, InitializeOnceThenOnlyHandsOutRecords) {
                 "*** native_initialize - isXA:", ", elem:1, ldadata:PTR\n"},
                [&] { initialize(1, "A.B", JNI_FALSE); });
   EXPECT_THAT(calls(), ElementsAre("OCIInitialize(1,-)"));
-  EXPECT_STREQ(getenv("NLS_LANG"), "A.B");
+  EXPECT_EQ(state().nls_lang, "A.B") << "the interface reads it";
   EXPECT_EQ(session_of(connection), &ldapool[1]);
 
+  ldapool[2].status = ldapool[2].autocommit = 5;
   initialize(2, "C.D", JNI_TRUE);
   EXPECT_THAT(calls(), IsEmpty());
   EXPECT_STREQ(getenv("NLS_LANG"), "A.B");
   EXPECT_EQ(oci_debug, 0) << "the trace is switched on by the first call or never";
   EXPECT_EQ(session_of(connection), &ldapool[2]);
+  EXPECT_EQ(ldapool[2].status + ldapool[2].autocommit, 10) << "the record is kept as it is";
   EXPECT_EQ(session_of(new_connection(2, true)), &xaldapool[2]);
 
   forget_initialisation();
@@ -125,9 +127,7 @@ TEST_F(Connection, AClassMayInitialiseWhileItIsResolved) {
   CONNECTION(native_1initialize)(env, connection, 1, nullptr, JNI_FALSE);
   EXPECT_THAT(calls(), ElementsAre("OCIInitialize(1,-)"));
   EXPECT_EQ(session_of(connection), &ldapool[1]);
-  for (const jclass cached : {OciConnectionClass, OciColumnClass, OciCursorClass, OciLobClass}) {
-    EXPECT_EQ(env->GetObjectRefType(cached), JNIGlobalRefType);
-  }
+  EXPECT_EQ(env->GetObjectRefType(OciLobClass), JNIGlobalRefType);
 }
 
 TEST_F(Connection, AnElementOutsideThePoolIsRefused) {
@@ -279,11 +279,13 @@ TEST_F(Connection, LogoutEndsTheSessionAndKeepsTheRecord) {
   login(fresh);
   calls();
   ldapool[3].autocommit = 1;
+  ldapool[3].status = 55;
   state().reply("OCISessionEnd", OCI_ERROR, 3113);
   EXPECT_EQ(CONNECTION(native_1logout)(env, fresh), JNI_FALSE);
   EXPECT_THAT(calls(), ElementsAre("OCISessionEnd(svc4,err4,ses1,0)",
                                    "OCIServerDetach(srv4,err4,0)", "OCIErrorGet(err4,1,-,-,0,2)"));
   EXPECT_EQ(ldapool[3].autocommit, 0);
+  EXPECT_EQ(ldapool[3].status, 55);
   EXPECT_EQ(name(ldapool[3].authp), "ses1");
   login(fresh);
   EXPECT_THAT(calls(), Contains("OCIHandleFree(ses1,9)")) << "replaced";
@@ -353,17 +355,38 @@ TEST_F(Connection, BlockingModeIsNonBlockingOnlyForExactlyOne) {
 
 TEST_F(Connection, TraceOfASession) {
   expect_trace(
-      {"*** loginnoblock ***\n      uses old OCI7 call orlon.  No replacement for OCI8 \n"
+      // Four banners that come before any check.
+      {"*** loginwithblock ***\n",
+       "*** OciConnection getError ***\n",
+       "*** setName ***\n",
+       "*** setValueWithStream ***\n    len=10, piecelen=5, stream_type=3, setnull=1\n",
+       "*** loginnoblock ***\n      uses old OCI7 call orlon.  No replacement for OCI8 \n"
        "        quitting \n",
        "returning poolsize of =" + std::to_string(ldapool.get_pool_size()),
-       "\n*** loginwithblock ***\n", "LOGIN", "    back from login, retvali=0\nLD->STATUS=0\n",
-       "ERRCODE=0\n", "*** Setting autocommit flag to 1 ***\n", "*** OCITransCommit ***\n",
-       "*** OCITransRollback ***\nrollback result=0\n", "*** Connection:  OCIBreak ***\n",
-       "*** OciConnection getError ***\n", "ERRCODE=942\n",
-       "ERRMESG=ORA-00942: table or view does not exist\n", "*** OciConnection builddate ***\n",
-       "LOGOFF", "DETACH FROM SERVER\n", "*** OCISessionBegin failed",
-       "\n\n----------  LOGIN ERROR CODE: 1017\n", "    back from login, retvali=-1\n"},
+       "\n*** loginwithblock ***\n    username=scott, password=tiger, server=db\n",
+       "LOGIN",
+       "---  in oralayer ldadata login: svchp is: ",
+       "    back from login, retvali=0\nLD->STATUS=0\n",
+       "ERRCODE=0\n",
+       "*** Setting autocommit flag to 1 ***\n",
+       "*** OCITransCommit ***\n",
+       "*** OCITransRollback ***\nrollback result=0\n",
+       "*** Connection:  OCIBreak ***\n",
+       "*** OciConnection getError ***\n",
+       "ERRCODE=942\n",
+       "ERRMESG=ORA-00942: table or view does not exist\n",
+       "*** OciConnection builddate ***\n",
+       "LOGOFF",
+       "DETACH FROM SERVER\n",
+       "*** OCISessionBegin failed",
+       "\n\n----------  LOGIN ERROR CODE: 1017\n",
+       "    back from login, retvali=-1\n"},
       [&] {
+        CONNECTION(native_1loginwithblock)(env, nullptr, nullptr, nullptr, nullptr, 0);
+        CONNECTION(native_1getError)(env, nullptr, 0, 0, nullptr);
+        COLUMN(setName)(env, nullptr, nullptr);
+        COLUMN(setValueWithStream)(env, nullptr, 10, 5, 3, JNI_TRUE);
+        EXPECT_NE(raised(), "");
         EXPECT_TRUE(CONNECTION(native_1loginnoblock)(env, connection, nullptr, nullptr, nullptr));
         EXPECT_THAT(calls(), IsEmpty());
         CONNECTION(lda_1pool_1size)(env, nullptr);

@@ -22,8 +22,12 @@ TEST_F(Cursor, OpenAllocatesAStatementOfTheSession) {
   EXPECT_EQ(name(cda->svchp), "svc3");
   EXPECT_EQ(name(cda->errhp), "err3");
   EXPECT_EQ(name(cda->stmthp), "stmt2");
+  cursor = new_cursor(false);
+  cda_of(cursor)->described = 1;
   state().reply("OCIHandleAlloc", OCI_ERROR, 1012);
-  EXPECT_EQ(CURSOR(open)(env, new_cursor(false), connection), JNI_TRUE);
+  EXPECT_EQ(CURSOR(open)(env, cursor, connection), JNI_TRUE);
+  EXPECT_EQ(cda_of(cursor)->described, 0);
+  EXPECT_EQ(get_int(cursor, "cdaerrorcode"), 1012);
 }
 
 TEST_F(Cursor, CodesReachTheObjectAndAFailedQueryLeavesZero) {
@@ -58,7 +62,9 @@ TEST_F(Cursor, CodesReachTheObjectAndAFailedQueryLeavesZero) {
 
 TEST_F(Cursor, CancelBreaksTheSession) {
   cda_of(cursor)->svchp = nullptr;
+  set_int(cursor, "cdaerrorcode", 7);
   EXPECT_EQ(CURSOR(cancel)(env, cursor), JNI_FALSE);
+  EXPECT_EQ(get_int(cursor, "cdaerrorcode"), 0);
   EXPECT_EQ(calls().front(), "OCIBreak(svc1,err1)") << "the session's own service context";
   state().reply("OCIBreak", OCI_ERROR, 3114);
   expect_trace({"*** Cursor:  OCIBreak ***\n"}, [&] { EXPECT_TRUE(CURSOR(cancel)(env, cursor)); });
@@ -76,7 +82,7 @@ TEST_F(Cursor, CloseFreesTheStatementOnceAndMayReopen) {
   EXPECT_EQ(calls().front(), "OCIHandleFree(stmt1,4)");
   EXPECT_EQ(cda->described + cda->long_count + cda->need_data, 0);
   EXPECT_STREQ(reinterpret_cast<char*>(cda->sqlstr), "SELECT 1 FROM dual");
-  CURSOR(oopt)(env, cursor, 1);
+  EXPECT_EQ(CURSOR(oopt)(env, cursor, 1), JNI_FALSE);
   expect_raised("NullPointerException", "The functionality of oopt does not exist in OCI8");
   CURSOR(close)(env, cursor);
   raised();
@@ -110,13 +116,14 @@ TEST_F(Cursor, CloseReleasesLongDataAndReportsInconsistentChains) {
     cursor = new_cursor();
     cdadata* cda = cda_of(cursor);
     const std::string statement = name(cda->stmthp);
-    columndata column(1);
+    columndata column(1), next(1);
     LongdataBufPool* const pool = cda->longdata_bufpool = new LongdataBufPool;
-    auto* const node = new longcol_node;
-    node->coldata = &column;
-    longcol_node::queue(&cda->lc_head, &cda->lc_tail, node);
-    const longdata_node* const piece =
-        longdata_node::queue(&column.longbuf_head, &column.longbuf_tail, 16, pool);
+    for (columndata* each : {&column, &next}) {
+      auto* const node = new longcol_node;
+      node->coldata = each;
+      longcol_node::queue(&cda->lc_head, &cda->lc_tail, node);
+      longdata_node::queue(&each->longbuf_head, &each->longbuf_tail, 16, pool);
+    }
     spoil(cda, &column);
     const bool pool_lost = cda->longdata_bufpool == nullptr;
     set_int(cursor, "cdaerrorcode", 7);
@@ -126,8 +133,11 @@ TEST_F(Cursor, CloseReleasesLongDataAndReportsInconsistentChains) {
     EXPECT_EQ(calls().front(), "OCIHandleFree(" + statement + ",4)");
     EXPECT_EQ(get_int(cursor, "cdaerrorcode"), 0);
     EXPECT_EQ(cda->longdata_bufpool, nullptr);
-    if (column.longbuf_tail != nullptr) delete piece;
-    if (cda->lc_tail != nullptr) delete node;
+    EXPECT_EQ(next.longbuf_tail == nullptr, !pool_lost) << "the next column has its turn";
+    delete column.longbuf_tail;
+    delete next.longbuf_tail;
+    if (cda->lc_tail != nullptr) delete cda->lc_tail->next;
+    delete cda->lc_tail;
     if (pool_lost) delete pool;
     EXPECT_TRUE(error != "" || (cda->lc_tail == nullptr && column.longbuf_tail == nullptr));
   }
@@ -215,13 +225,17 @@ TEST_F(Cursor, DescribeStopsAtTheFirstFailure) {
     SCOPED_TRACE(steps[i]);
     cursor = new_cursor();
     const jobject column = new_column(1, 77);
+    COLUMN(setLength)(env, column, 88);
+    COLUMN(setPrecision)(env, column, 8);
+    COLUMN(setScale)(env, column, 9);
     state().reply(steps[i], OCI_ERROR, 24334);
     EXPECT_EQ(CURSOR(describe)(env, cursor, column), JNI_TRUE);
     EXPECT_EQ(calls().size(), i + 1 + 4);
     EXPECT_EQ(get_int(cursor, "cdaerrorcode"), 24334);
     EXPECT_EQ(COLUMN(internalType)(env, column), i == 0 ? 77 : i == 1 ? -1 : SQLT_CHR);
-    EXPECT_EQ(COLUMN(length)(env, column), i > 2 ? 10 : 0);
-    EXPECT_EQ(COLUMN(precision)(env, column), i > 4 ? 3 : 0);
+    EXPECT_EQ(COLUMN(length)(env, column), i > 2 ? 10 : i == 2 ? 0 : 88);
+    EXPECT_EQ(COLUMN(precision)(env, column), i > 4 ? 3 : i == 4 ? 0 : 8);
+    EXPECT_EQ(COLUMN(scale)(env, column), i == 5 ? 0 : 9);
   }
 }
 

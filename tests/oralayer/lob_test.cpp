@@ -85,6 +85,8 @@ TEST_F(Lob, AColumnOwnsTheLocatorThatItAllocated) {
   COLUMN(deallocLobLocator)(env, column);
   expect_raised("InternalError", "in OciColumn_deallocLobLocator: OCIDescriptorFree FAILED");
   EXPECT_EQ(column_of(column)->lobloc, nullptr);
+  COLUMN(native_1finalize)(env, column_with_locator());
+  EXPECT_THAT(calls(), IsEmpty()) << "and frees it only when it is told to";
 }
 
 TEST_F(Lob, SettersBorrowTheLocator) {
@@ -190,10 +192,11 @@ TEST_F(Lob, EveryTransferIsOneCallWithTheseArguments) {
   state().lob_amount = 0xFFFFFFFF;
   EXPECT_EQ(LOB(getLobLength)(env, lob, connection), k2To32 - 1);
   state().reply("OCILobRead", OCI_NEED_DATA, 3130);
-  EXPECT_EQ(
-      traced([&] { LOB(getLobUCS2Buf)
-                   (env, lob, connection, 1, 5, 0, 1); }).find("RETURN LEN"),
-      std::string::npos);
+  EXPECT_EQ(traced([&] {
+              LOB(getLobUCS2Buf)
+              (env, lob, connection, 1, 5, 0, 1);
+            }).find("RETURN LEN"),
+            std::string::npos);
   EXPECT_EQ(raised(), "java.sql.SQLException: Error Reading Lob in getLobUCS2Buf");
   EXPECT_EQ(code(lob), 3130);
 }
@@ -205,10 +208,13 @@ TEST_F(Lob, BuffersCarryTheContents) {
   const jstring text = LOB(getLobUCS2Buf)(env, lob, connection, 1, 5, 0, 1);
   EXPECT_THAT(calls(), Contains("OCILobRead(svc1,err1,lob1,5,1,10,-,-,1000,1)"));
   EXPECT_EQ(contents(text), "HELLO");
+  state().lob_amount = 3;
+  EXPECT_EQ(contents(LOB(getLobUCS2Buf)(env, lob, connection, 1, 5, 0, 1)), "HEL") << "as read";
   LOB(getLobUCS2CharBuf)(env, lob, connection, ten_chars, 1, 5, 0, 1);
   jchar first = 0;
   env->GetCharArrayRegion(ten_chars, 0, 1, &first);
   EXPECT_EQ(first, 'H');
+  state().reply("OCILobRead", OCI_ERROR, 3113);  // what arrived before is handed on
   LOB(getLobBuf)(env, lob, connection, ten, 1, 3, 3, 0, 1);
   EXPECT_EQ(contents(ten), std::string("H\0E3456789", 10));
   LOB(writeLobBuf)(env, lob, connection, ten, 1, 4, 4, 0, 0, 1);
@@ -249,6 +255,12 @@ TEST_F(Lob, WhatDoesNotFitIsRefusedBeforeTheCall) {
     call(lob, 10);
     expect_raised("InternalError", not_pinned + ": GetByteArrayElements FAILED !");
   }
+  LOB(writeLobBuf)(env, empty, allocate("OciConnection"), ten, 1, 1, 1, 0, 0, 1);
+  expect_raised("InternalError", "writeLobBuf:  lob->lobloc is null");
+  LOB(getLobBuf)(env, empty, connection, nullptr, 1, 1, 1, 0, 1);
+  expect_raised("InternalError", "getLobBuf:  lob->lobloc is null");
+  LOB(assignLobFromColumn)(env, allocate("OciLob"), connection, new_column());
+  expect_raised("NullPointerException", "SOURCE COLUMN LOBLOCATOR is null");
   LOB(getLobUCS2Buf)(env, lob, connection, 1, 0x80000000, 0, 1);
   expect_raised("OutOfMemoryError", "Out of memory");
   EXPECT_THAT(calls(), IsEmpty());
@@ -261,13 +273,16 @@ TEST_F(Lob, TransfersAreTraced) {
       {"^^^^^^^ getLobLength: about to call OCILobGetLength\n", "*** OCILobWrite             ***\n",
        "Write data (3 bytes)", "RETURN LEN 3\n", "Fetch data (3 bytes)", "RETURN LEN 3\n",
        "Write data as chars (3 bytes)", "Write data as bytes (6 bytes)",
-       "Fetch data as chars (3 bytes)", "Fetch data as bytes (6 bytes)"},
+       "Fetch data as chars (3 bytes)", "Fetch data as bytes (6 bytes)",
+       "*** allocLobLocator ***\n", "PTR", "    type=112\n", "    lobloc=PTR"},
       [&] {
         LOB(getLobLength)(env, lob, connection);
         LOB(writeLobBuf)(env, lob, connection, ten, 1, 3, 3, 0, 0, 1);
         LOB(getLobBuf)(env, lob, connection, ten, 1, 3, 3, 0, 1);
         LOB(writeLobUCS2CharBuf)(env, lob, connection, ten_chars, 1, 3, 0, 0, 1);
         LOB(getLobUCS2CharBuf)(env, lob, connection, ten_chars, 1, 3, 0, 1);
+        COLUMN(allocLobLocator)(env, new_column(), connection, SQLT_CLOB);
+        COLUMN(setValueWithClob)(env, new_column(), lob, JNI_FALSE);
       });
 }
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <mutex>
@@ -239,6 +240,7 @@ sword OCIInitialize(ub4 mode, void* ctxp, void* (*malocfp)(void*, size_t),
                     void* (*ralocfp)(void*, void*, size_t), void (*mfreefp)(void*, void*)) {
   const bool plain = !ctxp && !malocfp && !ralocfp && !mfreefp;
   record("OCIInitialize", mode, plain ? "-" : "+");
+  if (const char* setting = std::getenv("NLS_LANG")) state().nls_lang = setting;
   // Time for a second thread to walk into an initialisation that is not guarded.
   std::this_thread::sleep_for(std::chrono::milliseconds(2));
   return OCI_SUCCESS;

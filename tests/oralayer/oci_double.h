@@ -88,6 +88,7 @@ struct State {
   ub4 lob_amount = 0;  // what every LOB call answers as length or amount
   std::string lob_data;  // what a read writes into the buffer, as far as it fits
   std::string lob_written;  // the buffer of the last write
+  std::string nls_lang;  // the variable, as OCIInitialize found it
   std::map<std::string, int> serials;
   /// Executions read what is bound, executions and fetches of rows write what is defined.
   bool transfers = false;

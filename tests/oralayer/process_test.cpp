@@ -10,6 +10,7 @@
 #include <thread>
 #include <vector>
 
+#include "exceptions.h"
 #include "oralayer8.h"
 
 namespace {
@@ -69,6 +70,13 @@ TEST(ProcessDeathTest, BuffersThatDoNotFitEndTheProcess) {
     EXPECT_EXIT(allocate_for(type, buflen, rows, megabytes), testing::ExitedWithCode(1),
                 "^PROCESS OUT OF MEMORY \\(" + std::string(place) + "\\)\n$");
   }
+}
+
+TEST(ProcessDeathTest, AJavaRuntimeWithoutItsOwnClassesEndsTheProcess) {
+  JNINativeInterface_ table{};
+  table.FindClass = [](JNIEnv*, const char*) -> jclass { return nullptr; };
+  JNIEnv env{&table};
+  EXPECT_DEATH(TV_FindClass(&env, nullptr, "trevalon/db/oci/OciLob"), "getClass");
 }
 
 TEST(ProcessDeathTest, NegativeRowCountsNeverCorruptMemory) {
