@@ -154,6 +154,8 @@ TEST_F(DialectTest, OperatorsMeanWhatTheyMeanOnTheServer) {
     SELECT CASE deptno WHEN 10 THEN 'ten' ELSE 'none' END FROM emp -> ten/ten/none
     SELECT DECODE(deptno, NULL, 'none', 10, ename) FROM emp -> SMITH/ALLEN/none
     SELECT DECODE(empno, 1, 'one', 1/(empno-1)) FROM emp WHERE empno < 3 -> one/1
+    SELECT DECODE(deptno, 9, 1/0, :1, 0, NULL, 1, 1/(deptno-10)) FROM emp -> 0/0/1
+    SELECT DECODE(deptno+1, 9, 1/0, :1+1, 0, NULL, 1, 1/(deptno-10)) FROM emp -> 0/0/1
     SELECT TRIM(LEADING '0' FROM '007'), TRIM('  x ') FROM dual -> 7,x
     SELECT hired - 1 - hired, NVL(deptno, '7') FROM emp WHERE empno = 2 -> -1,10
     SELECT user, USER FROM scott.dual -> SCOTT,SCOTT)");

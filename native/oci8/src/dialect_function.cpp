@@ -294,14 +294,42 @@ Fragment trim(Context& context, Scope& scope, ub4 offset) {
   return known_function("RTRIM", {std::move(left), characters}, offset);
 }
 
-// Only what a search may match is evaluated by the server; the engine's CASE does so, too, but
-// finds no NULL, which DECODE does.
-Fragment lazy_decode(const std::vector<Fragment>& arguments, ub4 offset) {
+// Whether the value can be made again for each comparison with it, at no cost, and whatever it is
+// compared with is of its class.
+bool is_typed_column(const Fragment& value) {
+  return value.weight == 1 && value.sql.starts_with('"') &&
+         value.type.value_class() != ValueClass::Unknown;
+}
+
+// The number of the search that finds the first argument, by a function.
+Fragment found_search(const std::vector<Fragment>& arguments, ub4 offset) {
+  std::vector<Fragment> searches = {arguments.front()};
+  for (size_t i = 1; i + 1 < arguments.size(); i += 2) {
+    searches.push_back(arguments[i]);
+    searches.push_back(fragment(std::to_string(i), offset));
+  }
+  // A call has the engine's limit on arguments; a CASE has none.
+  if (searches.size() > kAny) fail(939, {}, static_cast<int>(offset));
+  return call("decode", searches, offset);
+}
+
+// Only the result that is chosen is evaluated by the server; the engine's CASE does so, too, but
+// finds no NULL, which DECODE does. Where one may be searched, a column is compared by IS, and for
+// any other value a function searches.
+Fragment lazy_decode(const std::vector<Fragment>& arguments, bool finds_null, ub4 offset) {
+  const Fragment& first = arguments.front();
+  const bool compares = finds_null && is_typed_column(first);
+  const bool numbers = finds_null && !compares;
   Fragment result = fragment("CASE ", offset);
-  result.add(arguments.front());
+  if (!compares) result.add(numbers ? found_search(arguments, offset) : first);
+  // Of the five entries that wait at a test or result, one waits already here.
+  result.weight -= 4;
   size_t i = 1;
   for (; i + 1 < arguments.size(); i += 2) {
-    result.add(" WHEN ").add(arguments[i]).add(" THEN ").add(arguments[i + 1]);
+    const Fragment test = compares  ? infix(first, " IS ", arguments[i])
+                          : numbers ? fragment(std::to_string(i), offset)
+                                    : arguments[i];
+    result.add(" WHEN ").add(test).add(" THEN ").add(arguments[i + 1]);
   }
   if (i < arguments.size()) result.add(" ELSE ").add(arguments[i]);
   result.add(" END");
@@ -326,9 +354,7 @@ Fragment decode(std::vector<Fragment> arguments, ub4 offset) {
     for (Fragment* result : results) *result = coerce(*result, ValueClass::Text);
   }
   const StaticType type = unify(results);
-  // A call has the engine's limit on arguments; a CASE has none.
-  if (finds_null && arguments.size() > kAny) fail(939, {}, static_cast<int>(offset));
-  Fragment result = finds_null ? call("decode", arguments, offset) : lazy_decode(arguments, offset);
+  Fragment result = lazy_decode(arguments, finds_null, offset);
   result.type = type;
   return result;
 }
