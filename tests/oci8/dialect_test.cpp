@@ -156,6 +156,10 @@ TEST_F(DialectTest, OperatorsMeanWhatTheyMeanOnTheServer) {
     SELECT DECODE(empno, 1, 'one', 1/(empno-1)) FROM emp WHERE empno < 3 -> one/1
     SELECT DECODE(deptno, 9, 1/0, :1, 0, NULL, 1, 1/(deptno-10)) FROM emp -> 0/0/1
     SELECT DECODE(deptno+1, 9, 1/0, :1+1, 0, NULL, 1, 1/(deptno-10)) FROM emp -> 0/0/1
+    SELECT deptno FROM dept WHERE loc NOT IN ('DALLAS', dname) ->
+    SELECT deptno FROM dept WHERE loc IN (dname, 'DALLAS') AND loc BETWEEN TRIM('D') AND
+      'DALLAS' AND CASE loc WHEN dname THEN 1 WHEN 'DALLAS' THEN 2 END = 2 -> 10
+    SELECT deptno FROM dept WHERE loc NOT BETWEEN TRIM('D') AND 'DALLAS' ->
     SELECT TRIM(LEADING '0' FROM '007'), TRIM('  x ') FROM dual -> 7,x
     SELECT hired - 1 - hired, NVL(deptno, '7') FROM emp WHERE empno = 2 -> -1,10
     SELECT user, USER FROM scott.dual -> SCOTT,SCOTT)");

@@ -280,8 +280,16 @@ Fragment rows_in_list(Fragment left_side, std::vector<Fragment> rows, bool negat
 }
 
 // All members and the left side are converted to one class together: with single conversions the
-// left side would have to be written once per member.
+// left side would have to be written once per member. Members that are blank-padded and members
+// that are not make two lists.
 Fragment in_list(Fragment left, std::vector<Fragment> values, bool negated) {
+  if (pads_some(left, values)) {
+    const auto padded = [](const Fragment& value) { return value.type.code == SQLT_AFC; };
+    const auto others = std::stable_partition(values.begin(), values.end(), padded);
+    const Fragment lists[] = {in_list(left, {values.begin(), others}, negated),
+                              in_list(left, {others, values.end()}, negated)};
+    return join_conditions(lists, negated ? " AND " : " OR ");
+  }
   if (!left.row.empty()) return rows_in_list(std::move(left), std::move(values), negated);
   std::vector<Fragment*> compared = {&left};
   for (Fragment& value : values) {
@@ -359,11 +367,18 @@ Fragment binary(Context& context, Scope& scope, Fragment left, Operator operatio
 
 // --- The other forms -----------------------------------------------------------------------------
 
-// The three values need one class: a text bound beside a NUMBER column is a number.
+// The three values need one class: a text bound beside a NUMBER column is a number. Where only one
+// of the bounds is blank-padded, there are two comparisons.
 Fragment between(Context& context, Scope& scope, Fragment left, bool negated) {
   Fragment low = single(operand(context, scope));
   context.tokens.expect_word("AND");
   Fragment high = single(operand(context, scope));
+  if (pads_some(left, {low, high})) {
+    const Fragment pairs[] = {
+        compare_values(left, negated ? Operator::Less : Operator::GreaterEqual, low),
+        compare_values(left, negated ? Operator::Greater : Operator::LessEqual, high)};
+    return join_conditions(pairs, negated ? " OR " : " AND ");
+  }
   make_comparable({&left, &low, &high});
   Fragment result = fragment("(", left.offset);
   result.add(left).add(negated ? " NOT BETWEEN " : " BETWEEN ").add(low).add(" AND ").add(high);

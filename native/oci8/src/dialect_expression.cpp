@@ -383,16 +383,28 @@ CaseParts case_parts(Context& context, Scope& scope, bool simple) {
   return parts;
 }
 
+// A simple CASE's tests as those of a searched one.
+void test_one_by_one(const Fragment& operand, std::vector<Fragment>& tests) {
+  for (Fragment& test : tests) {
+    Fragment left = operand;
+    make_comparable({&left, &test});
+    test = infix(left, " = ", test);
+  }
+}
+
 // All results take the class of the first, as the column that they make has one type.
 // A simple CASE compares its operand with each test, so that all of them are made comparable
-// together; a searched CASE has whole conditions and nothing to convert.
+// together, or else one by one; a searched CASE has whole conditions and nothing to convert.
 Fragment case_expression(Context& context, Scope& scope) {
   const ub4 offset = context.tokens.offset();
   context.tokens.skip();
   const bool simple = !context.tokens.is_word("WHEN");
   Fragment operand = simple ? expression(context, scope) : fragment("", offset);
   CaseParts parts = case_parts(context, scope, simple);
-  if (simple) {
+  if (pads_some(operand, parts.tests)) {
+    test_one_by_one(operand, parts.tests);
+    operand = fragment("", offset);
+  } else if (simple) {
     std::vector<Fragment*> compared = {&operand};
     for (Fragment& test : parts.tests) compared.push_back(&test);
     make_comparable(compared);

@@ -381,6 +381,17 @@ void make_comparable(const std::vector<Fragment*>& values) {
   }
 }
 
+// NULL leaves the padding of others as it is.
+bool pads_some(const Fragment& left, const std::vector<Fragment>& values) {
+  if (!is_fixed(left.type)) return false;
+  bool fixed = false, varying = false;
+  for (const Fragment& value : values) {
+    fixed = fixed || is_fixed(value.type);
+    varying = varying || !(value.null || is_fixed(value.type));
+  }
+  return fixed && varying;
+}
+
 // The one way into a typed column: INSERT, UPDATE, CREATE TABLE AS, DEFAULT and CAST end here.
 Fragment store(const Fragment& value, const ColumnInfo& column) {
   if (value.null) return value;

@@ -103,6 +103,9 @@ std::string quote_text(std::string_view value);
 Fragment coerce(const Fragment& value, ValueClass target);
 /// Makes values comparable by one class; blank-pads where all are fixed-length character data.
 void make_comparable(const std::vector<Fragment*>& values);
+/// Whether `left` is blank-padded for some of the values and not for others: then each of them has
+/// to be made comparable on its own.
+bool pads_some(const Fragment& left, const std::vector<Fragment>& values);
 /// Whether only a run tells if the value is a date or a number.
 bool may_be_date_or_number(const Fragment& value);
 /// Whether the fragment is a placeholder and nothing else.
