@@ -160,6 +160,9 @@ TEST_F(DialectTest, OperatorsMeanWhatTheyMeanOnTheServer) {
     SELECT deptno FROM dept WHERE loc IN (dname, 'DALLAS') AND loc BETWEEN TRIM('D') AND
       'DALLAS' AND CASE loc WHEN dname THEN 1 WHEN 'DALLAS' THEN 2 END = 2 -> 10
     SELECT deptno FROM dept WHERE loc NOT BETWEEN TRIM('D') AND 'DALLAS' ->
+    SELECT empno FROM emp WHERE (empno, ename) = (SELECT empno, ename FROM emp) -> 1427@-1
+    SELECT empno FROM emp WHERE (empno, ename) <> (SELECT '1', ename FROM emp WHERE
+      empno = 1) -> 2/3
     SELECT TRIM(LEADING '0' FROM '007'), TRIM('  x ') FROM dual -> 7,x
     SELECT hired - 1 - hired, NVL(deptno, '7') FROM emp WHERE empno = 2 -> -1,10
     SELECT user, USER FROM scott.dual -> SCOTT,SCOTT)");
@@ -244,6 +247,31 @@ TEST_F(DialectTest, RowsAreNumberedBeforeTheyAreSortedOrGrouped) {
     UPDATE emp SET sal = ROWNUM WHERE MOD(ROWNUM, 2) = 1 -> 3001@38 | UPDATE emp SET sal = ROWNUM ->
     SELECT sal FROM emp -> 1/2/3
     DELETE FROM emp e WHERE ROWNUM <= 1 AND e.empno > 1 -> | SELECT empno FROM emp -> 1/3)");
+}
+
+// Whatever the engine finds by them, and whenever: what a statement changes it does not see.
+TEST_F(DialectTest, IndexesChangeNoResult) {
+  expect(R"(
+    CREATE TABLE o (id NUMBER(4), up NUMBER(4), code VARCHAR2(2)) ->
+    INSERT INTO o SELECT 1, NULL, '7' FROM dual UNION ALL SELECT 2, 1, 'A' FROM dual UNION ALL
+      SELECT 3, 2, 'A' FROM dual UNION ALL SELECT 4, 9, '8' FROM dual UNION ALL
+      SELECT 5, 4, 'A' FROM dual -> | CREATE TABLE p AS SELECT * FROM o -> | COMMIT ->)");
+  for (const char* index : {"COMMIT", "CREATE UNIQUE INDEX i1 ON o (id)",
+                            "CREATE INDEX i2 ON o (up DESC)", "CREATE INDEX i3 ON o (code, id)"}) {
+    EXPECT_EQ(run(index), "") << index;
+    expect(R"(
+      SELECT id FROM p WHERE id IN (SELECT up FROM o) -> 1/2/4
+      SELECT id FROM p WHERE id NOT IN (SELECT up FROM o) ->
+      SELECT id FROM p WHERE NOT (id IN (SELECT up FROM o)) OR id <> ALL (SELECT up FROM o) ->
+      SELECT id FROM p WHERE (id, code) IN (SELECT id, code FROM o) -> 1/2/3/4/5
+      SELECT id FROM p WHERE (up, code) NOT IN (SELECT id, code FROM o) -> 2/4/5
+      DELETE FROM o WHERE up NOT IN (SELECT id FROM o) -> | SELECT id FROM o -> 1/2/3/5 | ROLLBACK ->
+      DELETE o WHERE id = 1 OR up <> ALL (SELECT id FROM o) -> | SELECT id FROM o -> 2/3/5
+      ROLLBACK -> | DELETE o WHERE id = 1 OR 4 = (SELECT COUNT(*) FROM o) ->
+      DELETE o d WHERE (up, 'A') NOT IN (SELECT id, 'A' FROM o) -> | SELECT id FROM o -> 3/5
+      ROLLBACK -> | UPDATE o SET id = id + 10 WHERE up IN (SELECT id FROM o) ->
+      SELECT id, up FROM o ORDER BY up -> 12,1/13,2/15,4/4,9/1,- | ROLLBACK ->)");
+  }
 }
 
 TEST_F(DialectTest, QueriesCombineTables) {

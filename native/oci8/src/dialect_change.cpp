@@ -138,12 +138,15 @@ Fragment insert_values(Context& context, const Columns& columns) {
 
 // A WHERE clause; with a row limit, which the engine has for queries only, as a query of rows. It
 // begins with the function at which a break stops the statement without the transaction.
-void add_where(Context& context, Scope& scope, Fragment& sql) {
+void add_where(Context& context, Scope& scope, Fragment& sql, bool finds_first = false) {
   sql.add(" WHERE go_on()");
   if (!context.tokens.accept_word("WHERE")) return;
   scope.sequences = false;
   std::vector<Fragment> parts = conjuncts(context, scope);
-  const std::string limit = take_limit(parts);
+  std::string limit = take_limit(parts);
+  // A DELETE takes away each row that it finds before it looks for the next one, which its queries
+  // must not see: it finds them all first.
+  if (limit.empty() && finds_first && context.queries > 0) limit = "-1";
   for (const Fragment& part : parts) {
     if (part.outer != 0) fail(1719, {}, static_cast<int>(part.offset));
   }
@@ -279,10 +282,11 @@ Fragment update_statement(Context& context) {
     add_numbered_rows(context, scope, sql);
     return sql;
   }
+  Fragment where;
+  add_where(context, scope, where);
   // Its queries must see no row changed yet: of a join, the engine makes all new values first.
   if (context.queries > 0) sql.add(" FROM (SELECT 1)");
-  add_where(context, scope, sql);
-  return sql;
+  return sql.add(where);
 }
 
 // FROM may be missing.
@@ -293,7 +297,7 @@ Fragment delete_statement(Context& context) {
   Fragment sql = fragment("DELETE FROM ", 0);
   target_table(context, scope, sql, true);
   // Without a condition the engine empties the table at once, with no look at its rows.
-  if (context.tokens.is_word("WHERE")) add_where(context, scope, sql);
+  if (context.tokens.is_word("WHERE")) add_where(context, scope, sql, true);
   return sql;
 }
 

@@ -227,6 +227,24 @@ Fragment row_of(const std::vector<Fragment>& values) {
   return call("", values, values.front().offset);
 }
 
+// How a query stands behind IN or NOT IN: with its columns converted, or as it is.
+Fragment query_list(const Query& inner, const std::vector<Fragment>& columns, bool converted) {
+  // Only then the query is wrapped in another one: a plain query of one column stays open to the
+  // engine's own plans for IN.
+  if (converted) return select_from(inner, columns);
+  Fragment result = inner.sql;
+  // An index that has the columns in another order would be searched with their affinities mixed
+  // up. With a limit, also one that cuts nothing, the engine makes a list of its own.
+  if (columns.size() > 1 && !inner.limited) result.add(" LIMIT -1");
+  return result;
+}
+
+// How a query stands behind = or <>: the engine alone would take the first of several rows.
+Fragment query_row(const Query& inner, std::vector<Fragment> columns) {
+  for (Fragment& column : columns) column = call("ora_single", {column}, column.offset);
+  return select_from(inner, columns);
+}
+
 // left = (SELECT ...) and left IN (SELECT ...): the columns are converted inside the query.
 Fragment compare_to_query(Fragment left_side, std::string_view operation, const Query& inner) {
   std::vector<Fragment> left = members(std::move(left_side));
@@ -239,13 +257,12 @@ Fragment compare_to_query(Fragment left_side, std::string_view operation, const 
     const std::string plain = right.back().sql;
     if (left[i].condition || !left[i].row.empty()) fail_at(920, left[i]);
     make_comparable({&left[i], &right.back()});
-    // Only then the query is wrapped in another one: a plain query stays open to the engine's own
-    // plans for IN.
     converted = converted || right.back().sql != plain;
   }
   Fragment result = fragment("(", left.front().offset);
   result.add(row_of(left)).add(operation).add("(");
-  result.add(converted ? select_from(inner, right) : inner.sql).add("))");
+  const bool listed = operation.ends_with(" IN ");
+  result.add(listed ? query_list(inner, right, converted) : query_row(inner, right)).add("))");
   return as_condition(std::move(result), 6);
 }
 

@@ -52,8 +52,9 @@ Fragment create_index(Context& context, bool unique) {
     const Fragment key = expression(context, scope);
     refuse_large(key);
     sql.add(separator).add(key);
-    if (tokens.accept_word("DESC")) sql.add(" DESC");
-    tokens.accept_word("ASC");
+    // In a descending index the engine overlooks a NULL when it searches for NOT IN. It reads an
+    // ascending one from either end.
+    if (!tokens.accept_word("DESC")) tokens.accept_word("ASC");
     separator = ", ";
   } while (tokens.accept_symbol(","));
   tokens.expect_symbol(")", 907);
