@@ -63,6 +63,7 @@ TEST(Date, IsWrittenByModel) {
     dy Dy DY|day| -> fri Fri FRI|friday   |
     HH:MI AM|hh12 p.m. -> 03:04 PM|03 p.m.
     "Year: "YYYY "Q"Q -> Year: 1999 Q1 | DDD D WW W IW CC J SSSSS -> 064 6 10 1 09 20 2451243 54249
+    SCC,FMSCC ->  20,20
     Y,YYY fmy,yyy, DD -> 1,999 1,999, 5
     DDth fmDDTH|ddth|Dth|DDDth -> 05TH 5TH|5th|6th|64TH | Y,YYYTH -> 1,999TH | MISSth -> 0409TH
     JSP -> TWO MILLION FOUR HUNDRED FIFTY-ONE THOUSAND TWO HUNDRED FORTY-THREE
@@ -75,6 +76,7 @@ TEST(Date, IsWrittenByModel) {
             "2020 020 20 0 53 03rd 003RD");
   EXPECT_EQ(outcome([&] { return DateFields{2021, 1, 12, 0, 0, 0}; }, "IYYYTH DDTH"),
             "2021ST 12TH");
+  EXPECT_EQ(outcome([&] { return DateFields{-144, 1, 1, 0, 0, 0}; }, "SYYYY SCC"), "-0144 -02");
 }
 
 TEST(Date, IsReadByModel) {

@@ -63,6 +63,7 @@ class DateWriter {
   void number(int value, int width);
   void ordinal(std::string_view spelling);
   void name(std::string_view name, std::string_view spelling, int width);
+  void sign();
   void year_item(const DateItem& item);
   void day_item(const DateItem& item);
   void time_item(const DateItem& item);
@@ -119,15 +120,20 @@ void DateWriter::either(std::string_view spelling, std::string_view pair) {
   }
 }
 
-// The year as its last digits; the era is an element of its own, and only SYYYY has a sign.
+// SYYYY and SCC always take a place for the sign, blank after 1 BC, unless FM has taken the blanks
+// away.
+void DateWriter::sign() {
+  if (fields_.year < 0 || fill_) out_ += fields_.year < 0 ? '-' : ' ';
+}
+
+// The year as its last digits; the era is an element of its own, and only SYYYY and SCC have a
+// sign.
 void DateWriter::year_item(const DateItem& item) {
   const bool iso = item.element >= DateElement::IsoYear4 && item.element <= DateElement::IsoYear1;
   const int year = std::abs(iso ? iso_year(fields_) : fields_.year);
   switch (item.element) {
     case DateElement::SignedYear:
-      // SYYYY always takes a place for the sign, blank after 1 BC, unless FM has taken the blanks
-      // away.
-      if (fields_.year < 0 || fill_) out_ += fields_.year < 0 ? '-' : ' ';
+      sign();
       return number(year, 4);
     case DateElement::YearComma:
       // Behind the comma stand three digits, also where FM takes zeros away.
@@ -145,6 +151,9 @@ void DateWriter::year_item(const DateItem& item) {
     case DateElement::Year1:
     case DateElement::IsoYear1:
       return number(year % 10, 1);
+    case DateElement::SignedCentury:
+      sign();
+      [[fallthrough]];
     case DateElement::Century:
       // The century of a year ends with the year that is divisible by 100: 2000 is in the 20th.
       return number((year + 99) / 100, 2);

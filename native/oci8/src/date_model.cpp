@@ -33,8 +33,9 @@ constexpr ElementName kElements[] = {
     {"B.C.", DateElement::Era},         {"AD", DateElement::Era},
     {"BC", DateElement::Era},           {"Q", DateElement::Quarter},
     {"WW", DateElement::WeekOfYear},    {"W", DateElement::WeekOfMonth},
-    {"CC", DateElement::Century},       {"J", DateElement::Julian},
-    {"FM", DateElement::Fill},          {"FX", DateElement::Exact},
+    {"CC", DateElement::Century},       {"SCC", DateElement::SignedCentury},
+    {"J", DateElement::Julian},         {"FM", DateElement::Fill},
+    {"FX", DateElement::Exact},
 };
 
 bool is_name(DateElement element) {

@@ -47,6 +47,7 @@ enum class DateElement : ub1 {
   WeekOfYear,
   WeekOfMonth,
   Century,
+  SignedCentury,
   Julian,
   Fill,  // FM
   Exact,  // FX
