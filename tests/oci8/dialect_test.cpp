@@ -316,7 +316,12 @@ TEST_F(DialectTest, QueriesCombineTables) {
     SELECT empno FROM emp WHERE sal < 999999999999999.99 AND sal > 1600.5600000000000001 -> 3
     SELECT CAST(3.14159265358979323846 AS NUMBER(5,4)) FROM dual -> 3.1416
     SELECT dname FROM dept d WHERE EXISTS (SELECT 1 FROM emp WHERE deptno = d.deptno) FOR UPDATE
-      OF dname NOWAIT -> SALES)");
+      OF dname NOWAIT -> SALES
+    CREATE INDEX i ON emp (deptno, UPPER(ename)) ->
+    SELECT d.deptno, e.empno FROM dept d RIGHT JOIN emp e ON d.deptno = e.deptno WHERE
+      UPPER(e.ename) = 'FORD' -> -,3
+    SELECT UPPER(e.ename), e.empno FROM dual u JOIN dept d ON d.loc > u.dummy FULL JOIN emp e ON
+      d.deptno = e.deptno WHERE NVL(UPPER(e.ename), 'FORD') = 'FORD' -> FORD,3)");
   expect(R"(
     SELECT empno FROM emp WHERE sal > :1 AND :1 * 2 < 3201.13 -> 2/3 | CREATE TABLE n (a NUMBER) ->
     INSERT INTO n VALUES (:1) -> 1438@-1)",
