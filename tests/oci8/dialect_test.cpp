@@ -299,6 +299,12 @@ TEST_F(DialectTest, QueriesCombineTables) {
     SELECT (SELECT dname FROM dept d WHERE d.deptno = e.deptno) FROM emp e -> SALES/SALES/-
     SELECT (SELECT dname FROM dept) FROM dual -> 1427@-1
     SELECT deptno+1, SUM(sal) FROM emp GROUP BY deptno+1 HAVING COUNT(*) > 1 -> 11,2400.56
+    SELECT (SELECT MAX(e.sal) FROM dual) FROM emp e -> 800/1600.56/3000
+    SELECT d.deptno, (SELECT COUNT(d.deptno) FROM emp e WHERE e.deptno = d.deptno) FROM
+      dept d -> 10,2/20,0
+    SELECT dname FROM dept d WHERE EXISTS (SELECT 1 FROM emp e WHERE e.deptno = d.deptno HAVING
+      SUM(DISTINCT d.deptno) = COUNT(d.deptno) * 5) -> SALES
+    SELECT COUNT(*) FROM (SELECT d.*, e.* FROM dept d, emp e) -> 6
     SELECT 'x' FROM emp HAVING COUNT(*) > 1 -> x | SELECT 'x' FROM emp HAVING COUNT(*) > 3 ->
     SELECT 'x', 2 FROM emp WHERE empno > 9 HAVING COUNT(*) = 0 -> x,2
     SELECT (SELECT MAX(ename) FROM emp) FROM emp HAVING 1 = 1 ORDER BY 1 -> SMITH
@@ -364,6 +370,7 @@ TEST_F(DialectTest, ChangesStoreWhatTheColumnDeclares) {
     DROP TABLE k CASCADE CONSTRAINTS -> | TRUNCATE TABLE p -> | DROP TABLE p ->
     UPDATE emp e SET sal = (SELECT sal FROM emp WHERE empno = 4 - e.empno) ->
     SELECT sal FROM emp -> 3000/1600.56/880
+    UPDATE emp SET sal = (SELECT MAX(sal) + 1 FROM dual) -> | SELECT sal FROM emp -> 3001/1601.56/881
     CREATE TABLE u (a NUMBER UNIQUE, b NUMBER, c NUMBER, UNIQUE (b, c)) ->
     CREATE TABLE w (x NUMBER PRIMARY KEY REFERENCES u (a), y NUMBER REFERENCES w (x), FOREIGN KEY
       (x, y) REFERENCES u (c, b)) ->
@@ -414,6 +421,8 @@ TEST_F(DialectTest, ErrorsNameTheirPlace) {
     SELECT UPPER() FROM dual -> 909@7 | SELECT ename, COUNT(*) FROM emp -> 937@7
     SELECT COUNT(*), ROWNUM FROM emp -> 937@17 | SELECT ROWNUM FROM emp GROUP BY deptno -> 979@7
     SELECT DISTINCT deptno FROM emp ORDER BY sal -> 1791@41
+    SELECT * FROM (SELECT d.*, e.* FROM dept d, emp e) -> 918@7
+    INSERT INTO dept SELECT v.* FROM (SELECT 1 a, 2 a, 3 b FROM dual) v -> 918@24
     SELECT MAX(sal) FROM emp FOR UPDATE -> 1786@25 | SELECT DISTINCT sal FROM emp FOR UPDATE -> 1786@29
     SELECT 1 FROM dual UNION SELECT 2 FROM dual FOR UPDATE -> 1786@44
     SELECT sal FROM emp GROUP BY sal FOR UPDATE -> 1786@33

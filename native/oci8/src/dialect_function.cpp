@@ -231,7 +231,13 @@ Fragment aggregate_argument(Context& context, Scope& scope, std::string_view nam
   const bool numeric = name == "SUM" || name == "AVG";
   if (numeric) value = coerce(value, ValueClass::Number);
   refuse_large(value);
-  return value;
+  if (value.sources != 0 || value.integer || scope.outer == nullptr) return value;
+  // The engine would take a group function of outer columns only for one of the query around this
+  // one, and group that: an operand that is NULL reads a column of this query as well.
+  const Fragment own = fragment(scope.sources.front().columns.front().sql, value.offset);
+  Fragment both = call("coalesce", {value, call("nullif", {own, own}, value.offset)}, value.offset);
+  both.type = value.type;
+  return both;
 }
 
 // The greatest of a column is a value of the column, a sum is not.

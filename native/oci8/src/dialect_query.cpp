@@ -5,6 +5,7 @@
 #include "dialect_query.h"
 
 #include <algorithm>
+#include <set>
 #include <utility>
 
 #include "declared_type.h"
@@ -209,8 +210,9 @@ class SelectBlock {
   void read_list(size_t from) {
     scope_.select_list = true;
     do {
+      const ub4 offset = tokens().offset();
       if (tokens().accept_symbol("*")) {
-        for (const Source& source : scope_.sources) add_columns(source, tokens().offset());
+        for (const Source& source : scope_.sources) add_columns(source, offset);
       } else if (!table_star()) {
         items_.push_back(read_item());
       }
@@ -248,9 +250,12 @@ class SelectBlock {
     fail(942, {}, static_cast<int>(offset));
   }
 
-  // A merged column of a USING join appears once.
+  // A merged column of a USING join appears once. Of two columns of one name, which an inline view
+  // may have, the engine would give the first one twice.
   void add_columns(const Source& source, ub4 offset) {
+    std::set<std::string_view> names;
     for (const ScopeColumn& column : source.columns) {
+      if (!names.insert(column.info.name).second) fail(918, {}, static_cast<int>(offset));
       if (column.merged) continue;
       Fragment value = fragment(column.sql, offset);
       value.type = column.type();
