@@ -165,7 +165,8 @@ TEST_F(DialectTest, OperatorsMeanWhatTheyMeanOnTheServer) {
       empno = 1) -> 2/3
     SELECT TRIM(LEADING '0' FROM '007'), TRIM('  x ') FROM dual -> 7,x
     SELECT hired - 1 - hired, NVL(deptno, '7') FROM emp WHERE empno = 2 -> -1,10
-    SELECT user, USER FROM scott.dual -> SCOTT,SCOTT)");
+    SELECT user, USER FROM scott.dual -> SCOTT,SCOTT
+    SELECT MOD(+7,3), TO_CHAR(+sal) FROM emp WHERE MOD(+empno, 2) = +0 -> 1,1600.56)");
 }
 
 // Only a run tells what is bound: 1 January 2000, 10 o'clock, or the text 10.
@@ -299,6 +300,15 @@ TEST_F(DialectTest, QueriesCombineTables) {
     SELECT (SELECT dname FROM dept d WHERE d.deptno = e.deptno) FROM emp e -> SALES/SALES/-
     SELECT (SELECT dname FROM dept) FROM dual -> 1427@-1
     SELECT deptno+1, SUM(sal) FROM emp GROUP BY deptno+1 HAVING COUNT(*) > 1 -> 11,2400.56
+    SELECT -sal, COUNT(*) FROM emp GROUP BY -sal ORDER BY 1 -> -3000,1/-1600.56,1/-800,1
+    SELECT - -empno, -(empno + 1), +dname FROM emp, (SELECT '7' dname FROM dual) GROUP BY
+      - -empno, -(empno + 1), +dname HAVING - -empno < 2 -> 1,-2,7
+    SELECT deptno, COUNT(*) FROM emp HAVING COUNT(*) > 1 GROUP BY deptno -> 10,2
+    SELECT 9 FROM emp HAVING deptno > (SELECT MAX(1) FROM dept GROUP BY 1) GROUP BY deptno UNION
+      SELECT deptno FROM dept HAVING deptno > 10 GROUP BY deptno ORDER BY 1 -> 9/20
+    SELECT deptno FROM emp HAVING COUNT(*) > 0 x GROUP BY deptno -> 933@43
+    SELECT empno FROM emp ORDER BY 0-empno, 1 -> 3/2/1
+    SELECT empno FROM emp ORDER BY 2*(empno-2)*(empno-2) DESC, 1 -> 1/3/2
     SELECT (SELECT MAX(e.sal) FROM dual) FROM emp e -> 800/1600.56/3000
     SELECT d.deptno, (SELECT COUNT(d.deptno) FROM emp e WHERE e.deptno = d.deptno) FROM
       dept d -> 10,2/20,0

@@ -259,9 +259,15 @@ Fragment sequence_value(Context& context, const Scope& scope, const std::string&
   return result;
 }
 
+// Whether (+) stands `ahead`.
+bool at_outer_mark(const Tokens& tokens, size_t ahead) {
+  return tokens.is_symbol("(", ahead) && tokens.is_symbol("+", ahead + 1) &&
+         tokens.is_symbol(")", ahead + 2);
+}
+
 void outer_mark(Context& context, Fragment& column) {
   Tokens& tokens = context.tokens;
-  if (!tokens.is_symbol("(") || !tokens.is_symbol("+", 1) || !tokens.is_symbol(")", 2)) return;
+  if (!at_outer_mark(tokens, 0)) return;
   // A column of a query around this one is constant here, with no bit: its mark says nothing.
   column.outer = column.sources;
   tokens.skip(3);
@@ -326,7 +332,7 @@ Fragment column_reference(Context& context, Scope& scope) {
     return *rowid;
   }
   if (before.parts == 0 && tokens.kind() == TokenKind::Word && tokens.is_symbol("(", 1) &&
-      !tokens.is_symbol("+", 2)) {
+      !at_outer_mark(tokens, 1)) {
     std::string name = tokens.name(904);
     tokens.skip();
     return function_call(context, scope, name, offset);
@@ -526,10 +532,12 @@ Fragment least_integer(Tokens& tokens, ub4 offset) {
 Fragment factor(Context& context, Scope& scope) {
   const Nesting nesting(context);
   const ub4 offset = context.tokens.offset();
-  if (context.tokens.accept_symbol("+")) return numeric(value_only(factor(context, scope)));
+  if (context.tokens.accept_symbol("+")) {
+    return settle(scope, numeric(value_only(factor(context, scope))));
+  }
   if (context.tokens.accept_symbol("-")) {
     if (context.tokens.spelling() == kLeastDigits) return least_integer(context.tokens, offset);
-    return negate(value_only(factor(context, scope)), offset);
+    return settle(scope, negate(value_only(factor(context, scope)), offset));
   }
   return settle(scope, primary(context, scope));
 }

@@ -119,15 +119,39 @@ class SelectBlock {
 
   // Keys are kept as engine SQL: an expression of the select list is the key when it is written
   // the same.
+  // HAVING may stand in front of GROUP BY, too, but needs its keys.
   void read_grouping() {
+    const size_t having = tokens().position();
+    const bool having_first = tokens().is_word("HAVING");
+    if (having_first) find_groups();
+    const size_t groups = tokens().position();
     if (tokens().accept_word("GROUP")) read_groups();
-    if (tokens().accept_word("HAVING")) {
-      scope_.aggregates = true;
-      scope_.grouped = true;
-      having_ = condition(context_, scope_);
-      check_grouping(*having_);
-    }
+    const size_t behind = tokens().position();
+    if (having_first) tokens().seek(having);
+    if (tokens().accept_word("HAVING")) read_having();
     scope_.aggregates = true;
+    if (!having_first || groups == behind) return;
+    if (tokens().position() != groups) tokens().fail_here(933);
+    tokens().seek(behind);
+  }
+
+  // From a HAVING to the GROUP BY behind it, or to the end of the block.
+  void find_groups() {
+    while (!tokens().at_end() && !tokens().is_word("GROUP") && !tokens().is_word("ORDER") &&
+           !tokens().is_symbol(")") && !at_set_operator(tokens())) {
+      if (tokens().accept_symbol("(")) {
+        tokens().skip_parenthesis();
+      } else {
+        tokens().skip();
+      }
+    }
+  }
+
+  void read_having() {
+    scope_.aggregates = true;
+    scope_.grouped = true;
+    having_ = condition(context_, scope_);
+    check_grouping(*having_);
   }
 
   void read_groups() {
@@ -334,16 +358,17 @@ class SelectBlock {
 
   // A position in the select list, or the alias of one of its items.
   std::optional<size_t> ordered_item() {
+    const bool ends = tokens().is_symbol(",", 1) || tokens().is_word("ASC", 1) ||
+                      tokens().is_word("DESC", 1) || tokens().is_word("NULLS", 1) ||
+                      tokens().is_word("FOR", 1) || tokens().spelling(1).empty() ||
+                      tokens().is_symbol(")", 1);
+    if (!ends) return std::nullopt;
     if (tokens().kind() == TokenKind::Number) {
       const long long position = tokens().integer(static_cast<long long>(items_.size()), 1785);
       if (position < 1) tokens().fail_here(1785);
       return static_cast<size_t>(position) - 1;
     }
-    const bool ends = tokens().is_symbol(",", 1) || tokens().is_word("ASC", 1) ||
-                      tokens().is_word("DESC", 1) || tokens().is_word("NULLS", 1) ||
-                      tokens().is_word("FOR", 1) || tokens().spelling(1).empty() ||
-                      tokens().is_symbol(")", 1);
-    if (!tokens().at_name() || !ends) return std::nullopt;
+    if (!tokens().at_name()) return std::nullopt;
     const size_t first = tokens().position();
     const std::string name = tokens().name(904);
     const auto found = std::ranges::find(items_, name, &Item::name);
