@@ -381,6 +381,10 @@ TEST_F(DialectTest, ChangesStoreWhatTheColumnDeclares) {
     UPDATE emp e SET sal = (SELECT sal FROM emp WHERE empno = 4 - e.empno) ->
     SELECT sal FROM emp -> 3000/1600.56/880
     UPDATE emp SET sal = (SELECT MAX(sal) + 1 FROM dual) -> | SELECT sal FROM emp -> 3001/1601.56/881
+    CREATE INDEX i2 ON emp (TO_DATE(TO_CHAR(hired, 'RRDDD'), 'RRDDD')) ->
+    CREATE INDEX i3 ON emp (NVL(TO_DATE(ename, 'YYYY HH24:MI'), hired)) -> 1743@28
+    CREATE OR REPLACE VIEW emp AS SELECT 1 x FROM dual -> 955@-1
+    LOCK TABLE emp IN SHARE ROW EXCLUSIVE MODE -> | LOCK TABLE emp IN SHARED MODE -> 1737@18
     CREATE TABLE u (a NUMBER UNIQUE, b NUMBER, c NUMBER, UNIQUE (b, c)) ->
     CREATE TABLE w (x NUMBER PRIMARY KEY REFERENCES u (a), y NUMBER REFERENCES w (x), FOREIGN KEY
       (x, y) REFERENCES u (c, b)) ->
@@ -433,6 +437,8 @@ TEST_F(DialectTest, ErrorsNameTheirPlace) {
     SELECT DISTINCT deptno FROM emp ORDER BY sal -> 1791@41
     SELECT * FROM (SELECT d.*, e.* FROM dept d, emp e) -> 918@7
     INSERT INTO dept SELECT v.* FROM (SELECT 1 a, 2 a, 3 b FROM dual) v -> 918@24
+    SELECT e.sal FROM emp e FOR UPDATE OF sal, e.nope -> 904@43
+    SELECT sal FROM emp FOR UPDATE OF dept.deptno -> 904@34
     SELECT MAX(sal) FROM emp FOR UPDATE -> 1786@25 | SELECT DISTINCT sal FROM emp FOR UPDATE -> 1786@29
     SELECT 1 FROM dual UNION SELECT 2 FROM dual FOR UPDATE -> 1786@44
     SELECT sal FROM emp GROUP BY sal FOR UPDATE -> 1786@33

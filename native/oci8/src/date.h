@@ -54,6 +54,9 @@ DateFields days_to_date(double days);
 /// siblings for text that does not match.
 std::string format_date(const DateFields& fields, std::string_view format);
 DateFields parse_date(std::string_view text, std::string_view format);
+/// Whether the model says which month of which year: TO_DATE takes what is missing from today.
+/// True for one that is none, which every use of it will refuse.
+bool names_month(std::string_view format);
 
 /// The current local date and time, as SYSDATE gives it.
 DateFields current_date();

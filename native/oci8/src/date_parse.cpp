@@ -245,6 +245,14 @@ void DateReader::element(const DateItem& item) {
   }
 }
 
+bool is_year(DateElement element) {
+  return element >= DateElement::SignedYear && element <= DateElement::RoundYear2;
+}
+
+bool is_month(DateElement element) {
+  return element >= DateElement::MonthName && element <= DateElement::DayOfYear;
+}
+
 bool is_time(DateElement element) {
   return element == DateElement::Hour24 || element == DateElement::Hour12 ||
          element == DateElement::Minute || element == DateElement::Second ||
@@ -328,6 +336,21 @@ DateFields DateReader::read() {
 
 DateFields parse_date(std::string_view text, std::string_view format) {
   return DateReader(text, format).read();
+}
+
+bool names_month(std::string_view format) {
+  bool year = false, month = false;
+  try {
+    FormatReader reader(format);
+    for (DateItem item; reader.next(item);) {
+      if (item.element == DateElement::Julian) return true;
+      year = year || is_year(item.element);
+      month = month || is_month(item.element);
+    }
+  } catch (const Failure&) {
+    return true;
+  }
+  return year && month;
 }
 
 }  // namespace oci8

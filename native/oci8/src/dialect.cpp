@@ -6,6 +6,7 @@
 #include "dialect.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "declared_type.h"
 #include "dialect_statement.h"
@@ -49,15 +50,27 @@ Translation finish(Action action, Fragment sql, Context& context) {
   return result;
 }
 
+// A column of a FOR UPDATE OF says which table is locked, but has to be there.
+void locked_column(Context& context, Scope& scope) {
+  Tokens& tokens = context.tokens;
+  const ub4 offset = tokens.offset();
+  std::string table, column = tokens.name(904);
+  while (tokens.accept_symbol(".")) table = std::exchange(column, tokens.name(904));
+  if (!find_column(scope, table, column, offset)) {
+    fail(904, "\"" + column + "\"", static_cast<int>(offset));
+  }
+}
+
 // Rows are not locked one by one here: the lock for writing stands for them all.
-bool for_update(Context& context) {
+bool for_update(Context& context, std::vector<Source> sources) {
   Tokens& tokens = context.tokens;
   if (!tokens.accept_word("FOR")) return false;
   tokens.expect_word("UPDATE");
   if (tokens.accept_word("OF")) {
+    Scope scope(nullptr);
+    scope.sources = std::move(sources);
     do {
-      tokens.name(904);
-      while (tokens.accept_symbol(".")) tokens.name(904);
+      locked_column(context, scope);
     } while (tokens.accept_symbol(","));
   }
   context.nowait = tokens.accept_word("NOWAIT");
@@ -69,7 +82,7 @@ bool for_update(Context& context) {
 Translation select(Context& context) {
   Query whole = query(context, nullptr, Naming::Names);
   if (context.tokens.is_word("FOR") && !whole.lockable) context.tokens.fail_here(1786);
-  const bool locks = for_update(context);
+  const bool locks = for_update(context, std::move(whole.sources));
   context.tokens.expect_end();
   Translation result = finish(Action::Query, std::move(whole.sql), context);
   result.locks = locks;
@@ -133,6 +146,20 @@ Translation savepoint(Context& context) {
   return finish(Action::Control, fragment("SAVEPOINT " + quote_name(context.object), 0), context);
 }
 
+// All modes come to the same here, as the engine has one lock for a whole database.
+void lock_mode(Tokens& tokens) {
+  const bool row = tokens.accept_word("ROW");
+  const bool share = !row && tokens.accept_word("SHARE");
+  if (share && tokens.accept_word("ROW")) {
+    if (!tokens.accept_word("EXCLUSIVE")) tokens.fail_here(1737);
+  } else if (share) {
+    tokens.accept_word("UPDATE");
+  } else if (!tokens.accept_word("EXCLUSIVE") && !(row && tokens.accept_word("SHARE"))) {
+    tokens.fail_here(1737);
+  }
+  tokens.expect_word("MODE", 1737);
+}
+
 // A change of no row: what waits for other writers, and keeps them waiting, as the lock would.
 Translation lock_table(Context& context) {
   Tokens& tokens = context.tokens;
@@ -143,9 +170,7 @@ Translation lock_table(Context& context) {
   // Looked up for its error only: the engine's own message would have no place.
   table_columns(context, name, offset);
   tokens.expect_word("IN");
-  // All modes come to the same here, as the engine has one lock for a whole database.
-  while (!tokens.at_end() && !tokens.is_word("MODE")) tokens.skip();
-  tokens.expect_word("MODE");
+  lock_mode(tokens);
   context.nowait = tokens.accept_word("NOWAIT");
   tokens.expect_end();
   return finish(Action::Change, fragment("DELETE FROM " + quote_name(name) + " WHERE 0", offset),

@@ -74,7 +74,8 @@ std::vector<std::string> listed_names(Tokens& tokens) {
 }
 
 // Types of view columns are settled now, in the heading: later only the view's text is there to
-// ask. REPLACE is two engine statements, and a table of that name makes the first one fail.
+// ask. REPLACE is two engine statements, the first of which would give a table of that name another
+// error.
 Fragment create_view(Context& context, bool replace) {
   Tokens& tokens = context.tokens;
   const std::string name = object(context, 999);
@@ -104,7 +105,11 @@ Fragment create_view(Context& context, bool replace) {
     if (!known) tokens.fail_here(933);
   }
   Fragment sql = fragment("", 0);
-  if (replace) sql.add("DROP VIEW IF EXISTS " + quote_name(name) + ";\n");
+  if (replace) {
+    sql.add("SELECT ora_raise(955) WHERE EXISTS (SELECT 1 FROM sqlite_schema WHERE type = 'table'");
+    sql.add(" AND name = " + quote_text(name) + ");\n");
+    sql.add("DROP VIEW IF EXISTS " + quote_name(name) + ";\n");
+  }
   return sql.add(view_heading(name, inner.columns)).add(text).add(inner.sql);
 }
 

@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "ascii.h"
+#include "date.h"
 #include "dialect_expression.h"
 
 namespace oci8 {
@@ -206,6 +207,13 @@ StaticType result_type(Result result, std::vector<Fragment>& arguments) {
     default:
       return text_type(kMaxText);
   }
+}
+
+// Whether TO_DATE may take the year or the month from today: that is a function of its own, which
+// the engine takes into no index.
+bool depends_on_today(const std::string& name, const std::vector<Fragment>& arguments) {
+  if (name != "TO_DATE" || arguments.size() < 2 || is_placeholder(arguments[1])) return false;
+  return !arguments[1].text || !names_month(*arguments[1].text);
 }
 
 StaticType unify_from(std::vector<Fragment>& arguments, size_t from) {
@@ -447,7 +455,8 @@ Fragment known_function(const std::string& name, std::vector<Fragment> arguments
   const StaticType type = unified ? unify_from(arguments, known->result == Result::Second ? 1 : 0)
                                   : result_type(known->result, arguments);
   // Registered in lower case, after the engine's habit.
-  Fragment result = call(lower(name), arguments, offset);
+  Fragment result =
+      call(depends_on_today(name, arguments) ? "to_date_today" : lower(name), arguments, offset);
   result.type = type;
   return result;
 }

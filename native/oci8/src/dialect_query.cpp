@@ -431,6 +431,7 @@ class SelectBlock {
     // A group function without GROUP BY makes one row, also of no rows.
     result.one_row = scope_.grouped && groups_.sql.empty();
     result.lockable = !distinct_ && !scope_.grouped;
+    result.sources = std::move(scope_.sources);
     result.sql = fragment("", sql.offset);
     result.sql.sql = std::move(sql.sql);
     result.sql.marks = std::move(sql.marks);

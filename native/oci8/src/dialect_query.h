@@ -27,6 +27,7 @@ struct Query {
   bool one_row = false;  // never more than one row: groups without GROUP BY
   bool ordered = false;  // ends in ORDER BY
   bool limited = false;  // ends in a row limit
+  std::vector<Source> sources;  // of its first block, for a FOR UPDATE behind it
 };
 
 /// Reads a query, with its set operations and ORDER BY, up to what cannot belong to it.

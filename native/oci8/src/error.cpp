@@ -126,6 +126,7 @@ constexpr Message kMessages[] = {
     {1730, "invalid number of column names specified"},
     {1731, "circular view definition encountered"},
     {1732, "data manipulation operation not legal on this view"},
+    {1737, "valid modes: [ROW] SHARE, [[SHARE] ROW] EXCLUSIVE, SHARE UPDATE"},
     {1740, "missing double quote in identifier"},
     {1742, "comment not terminated properly"},
     {1743, "only pure functions can be indexed"},

@@ -154,6 +154,8 @@ std::span<const SqlFunction> date_functions();
 std::span<const SqlFunction> conversion_functions();
 /// Today's date and time; the one date function whose result changes.
 void sysdate(Call& call);
+/// TO_DATE, which is another function where its result changes with the day (to_date_today).
+void to_date(Call& call);
 
 }  // namespace oci8
 

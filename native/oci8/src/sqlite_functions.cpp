@@ -372,8 +372,10 @@ constexpr SqlFunction kOperators[] = {{"ora_add", 2, run_call<ora_add>},
                                       {"store_long", 1, run_call<ora_text>},
                                       {"store_long_raw", 1, run_call<store_long_raw>}};
 
-constexpr SqlFunction kSession[] = {
-    {"sysdate", 0, run_call<sysdate>}, {"user", 0, run_call<user>}, {"uid", 0, run_call<uid>}};
+constexpr SqlFunction kSession[] = {{"sysdate", 0, run_call<sysdate>},
+                                    {"to_date_today", 2, run_call<to_date>},
+                                    {"user", 0, run_call<user>},
+                                    {"uid", 0, run_call<uid>}};
 
 // Innocuous: views and CHECK constraints may call them even where the schema is not trusted.
 void add_functions(sqlite3* db, std::span<const SqlFunction> functions, int flags, void* data) {

@@ -22,7 +22,8 @@
 //               nls_) soundex ascii chr abs ceil floor mod round trunc sign power sqrt exp
 //               ln log bitand sin cos tan asin acos atan atan2 sinh cosh tanh greatest least
 //               add_months months_between last_day next_day hextoraw rawtohex rowidtochar vsize
-//               sysdate() user() uid() ora_pattern(pattern,mark) (of LIKE ... ESCAPE, 1424)
+//               sysdate() to_date_today(text,model) user() uid()
+//               ora_pattern(pattern,mark) (of LIKE ... ESCAPE, 1424)
 #ifndef OCI8_SQLITE_FUNCTIONS_H
 #define OCI8_SQLITE_FUNCTIONS_H
 

@@ -6,6 +6,16 @@
 #include "sqlite_call.h"
 
 namespace oci8 {
+
+// A date that is given as one is not read as text: the default format would lose its time.
+void to_date(Call& call) {
+  if (call.any_null()) return;
+  if (call.is_date(0)) return call.give_argument(0);
+  const TextArgument text(call, 0);
+  if (call.count() == 1) return call.give_date(parse_date(text.view(), kDefaultDateFormat));
+  call.give_date(parse_date(text.view(), TextArgument(call, 1).view()));
+}
+
 namespace {
 
 // The type of the value decides which models there are; text with a model is a number.
@@ -18,15 +28,6 @@ void to_char(Call& call) {
   const TextArgument format(call, 1);
   if (call.is_date(0)) return call.give_text(format_date(call.date(0), format.view()));
   call.give_text(format_number(call.number(0), format.view()));
-}
-
-// A date that is given as one is not read as text: the default format would lose its time.
-void to_date(Call& call) {
-  if (call.any_null()) return;
-  if (call.is_date(0)) return call.give_argument(0);
-  const TextArgument text(call, 0);
-  if (call.count() == 1) return call.give_date(parse_date(text.view(), kDefaultDateFormat));
-  call.give_date(parse_date(text.view(), TextArgument(call, 1).view()));
 }
 
 void to_number(Call& call) {
