@@ -251,9 +251,9 @@ public final class OciConnection implements AutoCloseable {
     }
 
     /**
-     * Ends the session with all its statements and LOBs, and then throws the first failure of any;
-     * a second call does nothing. ORA-03127, and nothing has ended, where a stream calls this in the
-     * middle of an execution, or another thread beside one.
+     * Ends the session with all its statements and LOBs, and then throws the first failure of any,
+     * which may be that of its last commit; a second call does nothing. ORA-03127, and nothing has
+     * ended, where a stream calls this in the middle of an execution, or another thread beside one.
      */
     @Override
     public void close() throws OciException {
@@ -276,6 +276,8 @@ public final class OciConnection implements AutoCloseable {
         statements.forEach(statement -> steps.add(statement::close));
         lobs.forEach(lob -> steps.add(lob::close));
         steps.add(columns::clear);
+        // The logout commits as well, but tells nothing.
+        steps.add(() -> check(native_commit()));
         steps.add(this::release);
         takeAll(steps.iterator());
     }

@@ -2,6 +2,7 @@ package trevalon.db.oci;
 
 import static trevalon.db.oci.TestRun.*;
 
+import java.io.File;
 import java.io.IOException;
 import java.io.InputStream;
 import java.util.ArrayDeque;
@@ -21,6 +22,7 @@ public final class ConnectionCases {
         tests.add("autocommit keeps each change until it is switched off",
                 ConnectionCases::autoCommit);
         tests.add("a close comes once, whatever is called after it", () -> closeTwice());
+        tests.add("a close tells of a commit that fails", () -> unkept());
         tests.add("session and cursor slots run out, and come back", () -> slots());
         tests.add("two sessions on two threads do not meet", () -> twoThreads());
         tests.add("a call that meets one of another thread is refused",
@@ -76,6 +78,29 @@ public final class ConnectionCases {
         oracleError(3114, () -> connection.commit());
         oracleError(3114, () -> connection.createStatement());
         throwing(NullPointerException.class, () -> connection.native_commit());
+    }
+
+    private static void unkept() throws Exception {
+        OciConnection connection = connect();
+        execute(connection, "CREATE TABLE unkept (n NUMBER(4))", "INSERT INTO unkept VALUES (1)");
+        limitFiles("0");
+        try {
+            oracleError(2091, connection::close);
+        } finally {
+            limitFiles("unlimited");
+        }
+        connection.close();
+        try (OciConnection next = connect()) {
+            same("0", value(next, "SELECT COUNT(*) FROM unkept"), "what is kept");
+            same(1, next.slotsInUse(), "slots of one session");
+        }
+    }
+
+    /** Bytes that this process may write to any file. */
+    private static void limitFiles(String bytes) throws Exception {
+        String process = new File("/proc/self").getCanonicalFile().getName();
+        String limit = "--fsize=" + bytes + ":";
+        same(0, new ProcessBuilder("prlimit", "--pid", process, limit).start().waitFor(), limit);
     }
 
     private static void slots() throws Exception {
