@@ -146,6 +146,9 @@ public final class OciStatement implements AutoCloseable {
         rows.forget();
         variables.requireValues(rows.isQuery());
         connection.check(cursor, variables.bind());
+        if (rows.isQuery()) {
+            define();
+        }
         setExecuting(true);
         try {
             if (!rows.isQuery()) {
@@ -154,7 +157,6 @@ public final class OciStatement implements AutoCloseable {
                 variables.takeResults();
                 return false;
             }
-            rows.define(fetchSize);
             rows.take(cursor.execAndFetch(rows.arrayRows()));
             return true;
         } catch (IOException e) {
@@ -189,8 +191,18 @@ public final class OciStatement implements AutoCloseable {
     void takeResult() throws SQLException {
         rows.describe();
         if (rows.isQuery()) {
-            rows.define(fetchSize);
+            define();
             rows.await();
+        }
+    }
+
+    /** A failure ends the handle: a LONG that is defined by then would go on its chain again. */
+    private void define() throws SQLException {
+        try {
+            rows.define(fetchSize);
+        } catch (SQLException | RuntimeException | Error e) {
+            reset();
+            throw e;
         }
     }
 

@@ -287,6 +287,11 @@ public final class QueryCases {
         query.next();
         throwing(IOException.class, () -> old.read());
         compareLong(query, 2, last);
+        // The second column cannot be defined: the first one would be so twice.
+        query.prepare("SELECT body, HEXTORAW('00') FROM longs");
+        query.columns().get(1).setLength(0);
+        oracleError(24328, query::execute);
+        oracleError(24337, query::execute);
     }
 
     private static void compareLong(OciStatement query, int column, int id) throws Exception {
