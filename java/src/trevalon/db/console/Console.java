@@ -16,6 +16,7 @@ import java.nio.file.InvalidPathException;
 import java.nio.file.Path;
 import java.nio.file.Paths;
 import java.sql.SQLException;
+import java.util.concurrent.TimeUnit;
 
 import trevalon.db.oci.OciConnection;
 
@@ -35,6 +36,9 @@ public final class Console {
      * same.
      */
     private static final int OUTPUT_BUFFER = 64 * 1024;
+
+    /** What a reader that has stopped reading may cost a program that is told to end. */
+    private static final long LAST_FLUSH_SECONDS = 1;
 
     private static final String USAGE_TEXT =
             "Usage: run                          loads and shows the sample database\n"
@@ -65,6 +69,7 @@ public final class Console {
 
     public static void main(String[] arguments) throws UnsupportedEncodingException {
         Console console = new Console();
+        Runtime.getRuntime().addShutdownHook(new Thread(console::flushAtEnd));
         int exitCode = console.run(arguments);
         // A print stream tells of its failures only when it is asked.
         if (console.out.checkError()) {
@@ -72,6 +77,20 @@ public final class Console {
             exitCode = exitCode == OK ? FAILED : exitCode;
         }
         System.exit(exitCode);
+    }
+
+    /** A signal ends the program as well, while results are in the buffer. */
+    private void flushAtEnd() {
+        Thread flush = new Thread(out::flush);
+        // It stays behind where the output takes nothing.
+        flush.setDaemon(true);
+        flush.start();
+        try {
+            TimeUnit.SECONDS.timedJoin(flush, LAST_FLUSH_SECONDS);
+        } catch (InterruptedException e) {
+            // The program ends now in any case.
+            return;
+        }
     }
 
     private int run(String[] arguments) {

@@ -44,6 +44,7 @@ public final class ConsoleCases {
         tests.add("LOB values are shown short, and move to and from files", () -> lobFiles());
         tests.add("a script from a pipe, and a login that fails", () -> pipeAndLogin());
         tests.add("what is lost at the end is told", () -> lostAtTheEnd());
+        tests.add("a signal ends a script, and not what it has shown", () -> terminated());
         tests.add("the sample loads once, and its checks notice a change", () -> sample());
     }
 
@@ -307,6 +308,15 @@ public final class ConsoleCases {
             new Run(run[0], run[1], run[2], new String[] {LOGIN})
                     .ends(1, Arrays.copyOfRange(run, 3, run.length));
         }
+    }
+
+    /** The script has come as far as its file, and waits for more of its input. */
+    private static void terminated() throws Exception {
+        String ready = System.getenv("OCI8_DATA") + "/ready";
+        String signal = "mkfifo " + ready + ".in; exec 3<>" + ready + ".in; cat >&3; exec <&3;"
+                + " (while kill -0 $$ && ! test -e " + ready + "; do sleep 0.1; done; kill $$) & :";
+        String script = "SELECT 'shown' FROM DUAL;\nGET filed.b INTO '" + ready + "' WHERE n = 2\n";
+        new Run("", signal, script, new String[] {LOGIN}).ends(143, "shown", "3 bytes written.");
     }
 
     private static void sample() throws Exception {
