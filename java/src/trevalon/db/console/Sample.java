@@ -5,9 +5,11 @@ import java.io.IOException;
 import java.io.OutputStream;
 import java.io.PrintStream;
 import java.io.Writer;
+import java.nio.channels.FileChannel;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
+import java.nio.file.StandardOpenOption;
 import java.sql.SQLException;
 import java.time.LocalDateTime;
 
@@ -58,11 +60,7 @@ final class Sample {
 
     /** Loads the sample if it is missing, prints its tables, and checks it; true if all is well. */
     boolean run() throws IOException, SQLException {
-        if (isLoaded()) {
-            out.println("The sample is loaded already.");
-        } else {
-            load();
-        }
+        loadOnce();
         if (!runScript("tour.sql", out)) {
             return false;
         }
@@ -70,6 +68,21 @@ final class Sample {
         boolean good = new SampleChecks(connection, out).run(content.resolve("people.csv"));
         out.println(good ? "All checks passed." : "CHECKS FAILED: the sample is not as expected.");
         return good;
+    }
+
+    /** Of programs that start together one loads: it drops what another has half made. */
+    private void loadOnce() throws IOException, SQLException {
+        Path lock = data.resolve("sample.lock");
+        try (FileChannel channel =
+                FileChannel.open(lock, StandardOpenOption.CREATE, StandardOpenOption.WRITE)) {
+            // Until the channel is closed.
+            channel.lock();
+            if (isLoaded()) {
+                out.println("The sample is loaded already.");
+            } else {
+                load();
+            }
+        }
     }
 
     /** The mark is made by the transaction that loads, so half a load does not count as one. */
