@@ -438,27 +438,43 @@ Fragment exists(Context& context, Scope& scope) {
   return as_condition(std::move(result), 6);
 }
 
+// Behind the left side, which may be all that there is.
+void compare(Context& context, Scope& scope, Fragment& left) {
+  Tokens& tokens = context.tokens;
+  const Operator operation = operator_at(tokens);
+  if (operation != Operator::None) {
+    left = binary(context, scope, std::move(left), operation);
+    return;
+  }
+  if (tokens.accept_word("IS")) {
+    left = is_null(context, single(std::move(left)));
+    return;
+  }
+  const bool negated = tokens.accept_word("NOT");
+  if (tokens.accept_word("IN")) {
+    left = in_operator(context, scope, std::move(left), negated);
+  } else if (tokens.accept_word("BETWEEN")) {
+    left = between(context, scope, single(std::move(left)), negated);
+  } else if (tokens.accept_word("LIKE")) {
+    left = like(context, scope, single(std::move(left)), negated);
+  } else if (negated) {
+    tokens.fail_here(920);
+  }
+}
+
+Fragment two_sides(Context& context, Scope& scope) {
+  Fragment left = operand(context, scope);
+  // A condition in parentheses is whole: no operator can follow that would take it as a value.
+  if (!left.condition) compare(context, scope, left);
+  return left;
+}
+
 }  // namespace
 
 Fragment comparison(Context& context, Scope& scope) {
-  Tokens& tokens = context.tokens;
-  if (tokens.is_word("EXISTS")) return exists(context, scope);
+  if (context.tokens.is_word("EXISTS")) return exists(context, scope);
   if (std::optional<Fragment> limit = row_condition(context, scope)) return std::move(*limit);
-  Fragment left = operand(context, scope);
-  // A condition in parentheses: it is whole, and no operator can follow that would take it as a
-  // value.
-  if (left.condition) return left;
-  const Operator operation = operator_at(tokens);
-  if (operation != Operator::None) return binary(context, scope, std::move(left), operation);
-  if (tokens.accept_word("IS")) return is_null(context, single(std::move(left)));
-  const bool negated = tokens.accept_word("NOT");
-  if (tokens.accept_word("IN")) return in_operator(context, scope, std::move(left), negated);
-  if (tokens.accept_word("BETWEEN")) {
-    return between(context, scope, single(std::move(left)), negated);
-  }
-  if (tokens.accept_word("LIKE")) return like(context, scope, single(std::move(left)), negated);
-  if (negated) tokens.fail_here(920);
-  return left;
+  return two_sides(context, scope);
 }
 
 }  // namespace oci8

@@ -455,26 +455,28 @@ Fragment cast_expression(Context& context, Scope& scope) {
 }
 
 // --- The grammar, from the tightest binding to the loosest ---------------------------------------
+// What a function does with its operands is another one's work: the frames of those that read them
+// are on the stack at every level of a statement.
+
+// Behind the first value in parentheses, which may be the only one. A row's SQL is never written:
+// what understands a row takes its members, and everything else refuses it.
+void row_list(Context& context, Scope& scope, Fragment& first, ub4 offset) {
+  if (!context.tokens.is_symbol(",")) return;
+  Fragment row = fragment("(", offset);
+  row.row.push_back(std::move(first));
+  while (context.tokens.accept_symbol(",")) row.row.push_back(expression(context, scope));
+  first = std::move(row);
+}
 
 // Parentheses are not written again: each operation brings its own, and the engine's parser has
 // room for a limited number of them.
 Fragment parenthesis(Context& context, Scope& scope) {
-  Tokens& tokens = context.tokens;
-  const ub4 offset = tokens.offset();
-  tokens.skip();
-  if (tokens.is_word("SELECT")) return scalar_subquery(context, scope);
-  Fragment first = either(context, scope);
-  if (!tokens.is_symbol(",")) {
-    tokens.expect_symbol(")", 907);
-    return first;
-  }
-  // Its SQL is never written: what understands a row takes its members, and everything else refuses
-  // it.
-  Fragment row = fragment("(", offset);
-  row.row.push_back(std::move(first));
-  while (tokens.accept_symbol(",")) row.row.push_back(expression(context, scope));
-  tokens.expect_symbol(")", 907);
-  return row;
+  const ub4 offset = context.tokens.offset();
+  context.tokens.skip();
+  Fragment value = either(context, scope);
+  row_list(context, scope, value, offset);
+  context.tokens.expect_symbol(")", 907);
+  return value;
 }
 
 // Reserved words that stand for values; all other reserved words end in "missing expression".
@@ -508,7 +510,9 @@ Fragment primary(Context& context, Scope& scope) {
       return column_reference(context, scope);
     default:
       if (!context.tokens.is_symbol("(")) context.tokens.fail_here(936);
-      return parenthesis(context, scope);
+      if (!context.tokens.is_word("SELECT", 1)) return parenthesis(context, scope);
+      context.tokens.skip();
+      return scalar_subquery(context, scope);
   }
 }
 
@@ -528,23 +532,29 @@ Fragment least_integer(Tokens& tokens, ub4 offset) {
   return result;
 }
 
-// Signs nest, so each one counts as a level.
-Fragment factor(Context& context, Scope& scope) {
-  const Nesting nesting(context);
+Fragment factor(Context& context, Scope& scope);
+
+Fragment signed_factor(Context& context, Scope& scope) {
   const ub4 offset = context.tokens.offset();
   if (context.tokens.accept_symbol("+")) {
     return settle(scope, numeric(value_only(factor(context, scope))));
   }
-  if (context.tokens.accept_symbol("-")) {
-    if (context.tokens.spelling() == kLeastDigits) return least_integer(context.tokens, offset);
-    return settle(scope, negate(value_only(factor(context, scope)), offset));
+  context.tokens.skip();
+  if (context.tokens.spelling() == kLeastDigits) return least_integer(context.tokens, offset);
+  return settle(scope, negate(value_only(factor(context, scope)), offset));
+}
+
+// Signs nest, so each one counts as a level.
+Fragment factor(Context& context, Scope& scope) {
+  const Nesting nesting(context);
+  if (context.tokens.is_symbol("+") || context.tokens.is_symbol("-")) {
+    return signed_factor(context, scope);
   }
   return settle(scope, primary(context, scope));
 }
 
 // Division always goes through a function: the engine would cut integers and give NULL for 1/0.
-Fragment product(Context& context, Scope& scope) {
-  Fragment left = factor(context, scope);
+void multiply_or_divide(Context& context, Scope& scope, Fragment& left) {
   while (context.tokens.is_symbol("*") || context.tokens.is_symbol("/")) {
     const bool times = context.tokens.is_symbol("*");
     context.tokens.skip();
@@ -553,13 +563,17 @@ Fragment product(Context& context, Scope& scope) {
     left = settle(scope, times ? multiply(left, right)
                                : operate("ora_div", numeric(left), numeric(right), number_type()));
   }
+}
+
+Fragment product(Context& context, Scope& scope) {
+  Fragment left = factor(context, scope);
+  multiply_or_divide(context, scope, left);
   return left;
 }
 
 // || binds as + and - do. Its operands are gathered, for one call that joins them all.
-Fragment sum(Context& context, Scope& scope) {
+void add_or_join(Context& context, Scope& scope, Fragment& left) {
   Tokens& tokens = context.tokens;
-  Fragment left = product(context, scope);
   while (tokens.is_symbol("+") || tokens.is_symbol("-") || tokens.is_symbol("||")) {
     left = value_only(std::move(left));
     if (tokens.is_symbol("||")) {
@@ -575,6 +589,11 @@ Fragment sum(Context& context, Scope& scope) {
     const Fragment right = value_only(product(context, scope));
     left = settle(scope, add_or_subtract(std::move(left), right, plus));
   }
+}
+
+Fragment sum(Context& context, Scope& scope) {
+  Fragment left = product(context, scope);
+  add_or_join(context, scope, left);
   return left;
 }
 
@@ -589,10 +608,11 @@ void require_plain(const Fragment& part) {
   if (!part.plain()) fail(part.limit.empty() ? 1719 : 3001, {}, static_cast<int>(part.offset));
 }
 
-Fragment negation(Context& context, Scope& scope) {
-  const Nesting nesting(context);
+Fragment negation(Context& context, Scope& scope);
+
+Fragment negated(Context& context, Scope& scope) {
   const ub4 offset = context.tokens.offset();
-  if (!context.tokens.accept_word("NOT")) return comparison(context, scope);
+  context.tokens.skip();
   Fragment inner = condition_only(negation(context, scope), context.tokens);
   if (!inner.other_limit.empty()) {
     std::swap(inner.limit, inner.other_limit);
@@ -606,33 +626,46 @@ Fragment negation(Context& context, Scope& scope) {
   return result;
 }
 
-// A list of two or more is closed in parentheses; a single condition goes up as it came, with its
-// ROWNUM bound or outer-join mark if it has one.
-Fragment both(Context& context, Scope& scope) {
-  Fragment first = negation(context, scope);
-  if (!context.tokens.is_word("AND")) return first;
+Fragment negation(Context& context, Scope& scope) {
+  const Nesting nesting(context);
+  return context.tokens.is_word("NOT") ? negated(context, scope) : comparison(context, scope);
+}
+
+// Behind the first condition of an AND list, which may be no list at all. A list of two or more is
+// closed in parentheses; a single condition goes up as it came, with its ROWNUM bound or outer-join
+// mark if it has one.
+void and_list(Context& context, Scope& scope, Fragment& first) {
+  if (!context.tokens.is_word("AND")) return;
   std::vector<Fragment> parts = {condition_only(std::move(first), context.tokens)};
   while (context.tokens.accept_word("AND")) {
     parts.push_back(condition_only(negation(context, scope), context.tokens));
   }
   for (const Fragment& part : parts) require_plain(part);
-  return join_conditions(parts, " AND ");
+  first = join_conditions(parts, " AND ");
+}
+
+Fragment both(Context& context, Scope& scope) {
+  Fragment first = negation(context, scope);
+  and_list(context, scope, first);
+  return first;
 }
 
 // Behind the first operand of an OR list, which may be no list at all.
-Fragment or_list(Context& context, Scope& scope, Fragment first) {
-  if (!context.tokens.is_word("OR")) return first;
+void or_list(Context& context, Scope& scope, Fragment& first) {
+  if (!context.tokens.is_word("OR")) return;
   std::vector<Fragment> parts = {condition_only(std::move(first), context.tokens)};
   while (context.tokens.accept_word("OR")) {
     parts.push_back(condition_only(both(context, scope), context.tokens));
   }
   for (const Fragment& part : parts) require_plain(part);
-  return join_conditions(parts, " OR ");
+  first = join_conditions(parts, " OR ");
 }
 
 Fragment either(Context& context, Scope& scope) {
   const Nesting nesting(context);
-  return or_list(context, scope, both(context, scope));
+  Fragment first = both(context, scope);
+  or_list(context, scope, first);
+  return first;
 }
 
 }  // namespace
@@ -659,7 +692,8 @@ std::vector<Fragment> conjuncts(Context& context, Scope& scope) {
   } while (context.tokens.accept_word("AND"));
   if (!context.tokens.is_word("OR")) return parts;
   for (const Fragment& part : parts) require_plain(part);
-  Fragment whole = or_list(context, scope, join_conditions(parts, " AND "));
+  Fragment whole = join_conditions(parts, " AND ");
+  or_list(context, scope, whole);
   std::vector<Fragment> only;
   only.push_back(std::move(whole));
   return only;
