@@ -1,6 +1,11 @@
 // The dialect, from statement text to what the engine makes of it.
+#include <pthread.h>
+
+#include <functional>
+
 #include "date.h"
 #include "declared_type.h"
+#include "dialect_scope.h"
 #include "engine_fixture.h"
 
 namespace oci8 {
@@ -77,6 +82,21 @@ TEST(DeclaredType, ReadsBackWhatItSpells) {
 }
 
 // --- Statements on an engine ---------------------------------------------------------------------
+
+// Runs `body` on a thread with a stack of so many bytes.
+void on_stack(size_t bytes, std::function<void()> body) {
+  pthread_attr_t attributes;
+  pthread_attr_init(&attributes);
+  pthread_attr_setstacksize(&attributes, bytes);
+  const auto start = [](void* argument) -> void* {
+    (*static_cast<std::function<void()>*>(argument))();
+    return nullptr;
+  };
+  pthread_t thread;
+  ASSERT_EQ(pthread_create(&thread, &attributes, start, &body), 0);
+  pthread_join(thread, nullptr);
+  pthread_attr_destroy(&attributes);
+}
 
 class DialectTest : public testing::Test {
  protected:
@@ -469,6 +489,42 @@ TEST_F(DialectTest, ErrorsNameTheirPlace) {
   EXPECT_EQ(run(std::string_view("SELECT 'a\0b' FROM dual", 22)), "911@7");
   EXPECT_EQ(run(deep), "923@5018");
   EXPECT_EQ(run(closed), "3001@47");
+}
+
+// Whatever thread calls: 3001 and not the end of the stack. The last number is the deepest nesting
+// that is let through, whose statement the engine reads on the same stack.
+TEST_F(DialectTest, NestsAsDeepAsASmallStackAllows) {
+  struct Shape {
+    std::string begin, open, middle, close;
+    int deepest;
+  };
+  const Shape kShapes[] = {
+      {"SELECT 1 FROM emp WHERE empno IN ", "(SELECT empno FROM emp WHERE empno IN ", "(0)", ")",
+       9},
+      {"UPDATE emp SET sal = ", "(SELECT MAX(sal) FROM emp WHERE sal = ", "1", ")", 8},
+      {"SELECT empno FROM ", "(SELECT empno FROM ", "emp WHERE empno = 0", ")", 12},
+      {"CREATE TABLE t (a DATE, n NUMBER, CHECK ((n = 1) OR ", "(", "n = 2", ")", 39},
+      {"CREATE TABLE t (a DATE, n NUMBER DEFAULT (", "(", "1", ")", 38},
+      {"UPDATE emp SET sal = ", "(", "1", ")", 39},
+      {"SELECT 1 FROM emp WHERE 0 = ", "NVL(sal, ", "1", ")", 15},
+      {"SELECT 1 FROM emp WHERE 0 = ", "CASE WHEN sal = 1 THEN ", "1", " END", 14},
+  };
+  for (const Shape& shape : kShapes) {
+    const auto nested = [&](int depth) {
+      std::string text = shape.begin, end = text.starts_with("CREATE") ? "))" : "";
+      for (int i = 0; i < depth; ++i) {
+        text += shape.open;
+        end.insert(0, shape.close);
+      }
+      return run(text.append(shape.middle).append(end)).substr(0, 5);
+    };
+    std::vector<std::string> results;
+    on_stack(2 * kStackToRead, [&] {
+      for (const int more : {0, 1, 50, 1000}) results.push_back(nested(shape.deepest + more));
+    });
+    EXPECT_EQ(results, (std::vector<std::string>{"", "3001@", "3001@", "3001@"})) << shape.open;
+    run("DROP TABLE t");
+  }
 }
 
 // As programs make statements: nothing that is long only is refused.

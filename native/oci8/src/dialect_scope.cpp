@@ -8,9 +8,7 @@
 namespace oci8 {
 namespace {
 
-// Some 40 parentheses or 13 queries inside one another: less than 400 KB of the caller's stack,
-// and about what the engine's own parser takes.
-// The limit has to hold on the stack of whatever thread calls, a Java thread's among them.
+// Some 40 parentheses or 13 queries inside one another: about what the engine's own parser takes.
 constexpr int kMaxNesting = 120;
 
 // The engine's names are case-blind, also where ours are quoted: a quoted lower-case name would
@@ -63,7 +61,10 @@ StaticType ScopeColumn::type() const {
 }
 
 Nesting::Nesting(Context& context) : context_(context) {
-  if (context.depth >= kMaxNesting) context.tokens.fail_here(3001);
+  const auto here = reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0));
+  if (context.depth >= kMaxNesting || context.stack - here > kStackToRead) {
+    context.tokens.fail_here(3001);
+  }
   ++context.depth;
 }
 
