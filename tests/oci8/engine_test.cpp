@@ -9,6 +9,7 @@
 #include <csignal>
 #include <fstream>
 #include <map>
+#include <optional>
 #include <thread>
 
 #include "engine_fixture.h"
@@ -30,6 +31,23 @@ Failure read_on(const Prepared& open, std::string& rows) {
     while (open->step()) rows += ' ' + text_of(open->column(0));
   });
 }
+
+/// For its scope no file of this process grows beyond `most` bytes.
+class SmallFiles {
+ public:
+  explicit SmallFiles(rlim_t most) {
+    std::signal(SIGXFSZ, SIG_IGN);
+    getrlimit(RLIMIT_FSIZE, &former_);
+    const rlimit small = {most, former_.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &small);
+  }
+  ~SmallFiles() { setrlimit(RLIMIT_FSIZE, &former_); }
+  SmallFiles(const SmallFiles&) = delete;
+  SmallFiles& operator=(const SmallFiles&) = delete;
+
+ private:
+  rlimit former_;
+};
 
 class EngineTest : public DatabaseTest {
  protected:
@@ -249,6 +267,33 @@ TEST_F(EngineTest, ALostTransactionIsToldByTheNextCommit) {
   }
 }
 
+// Also where it cannot write what a query sorts, be it that a change reads the query out.
+TEST_F(EngineTest, ATransactionLostByAQueryIsToldByTheNextCommit) {
+  const ConnectionPtr one = connect_with_table(2048);
+  const std::string sorting = "SELECT MAX(A) FROM T GROUP BY RPAD(A, 4000, 'x')";
+  for (const bool by_change : {false, true}) {
+    query(*one, "INSERT INTO T(A) VALUES (5000)");
+    const Prepared open(*one, "SELECT 0 FROM DUAL UNION ALL " + sorting);
+    ASSERT_TRUE(open->step());
+    std::optional<SmallFiles> small(1 << 20);
+    std::string rows;
+    Failure raised;
+    if (!by_change) raised = read_on(open, rows);
+    EXPECT_EQ(code_of(*one, "INSERT INTO T(A) VALUES (5001)"), 0);
+    if (by_change) raised = read_on(open, rows);
+    small.reset();
+    EXPECT_THAT(raised.text, testing::HasSubstr(error_text(2091))) << by_change;
+    EXPECT_EQ(failure([&] { one->commit(); }).code, 2091) << by_change;
+    EXPECT_EQ(query(*one, "SELECT MAX(A) FROM T"), "2048") << by_change;
+  }
+  query(*one, "INSERT INTO T(A) VALUES (5000)");
+  const Prepared open(*one, "SELECT 0 FROM DUAL UNION ALL " + sorting);
+  ASSERT_TRUE(open->step());
+  const SmallFiles small(1 << 20);
+  EXPECT_EQ(code_of(*one, "ROLLBACK"), 0) << "reads the query out";
+  EXPECT_EQ(code_of(*one, "COMMIT"), 0) << "nothing that the client has not given up itself";
+}
+
 // The functions of an earlier version gave another value where the row was written.
 TEST_F(EngineTest, IndexesOfEarlierFunctionsAreMadeAnew) {
   const ConnectionPtr one = connect_with_table();
@@ -342,13 +387,9 @@ TEST_F(EngineTest, RowsBeyondTheMemoryOfAnOpenQueryAreKeptToo) {
   one->rollback();
   const Prepared cut(*one, sql);
   ASSERT_TRUE(cut->step());
-  std::signal(SIGXFSZ, SIG_IGN);
-  rlimit former;
-  getrlimit(RLIMIT_FSIZE, &former);
-  const rlimit small = {4 << 20, former.rlim_max};
-  setrlimit(RLIMIT_FSIZE, &small);
+  std::optional<SmallFiles> small(4 << 20);
   EXPECT_EQ(code_of(*one, "DELETE FROM T"), 0);
-  setrlimit(RLIMIT_FSIZE, &former);
+  small.reset();
   rows = text_of(cut->column(0));
   EXPECT_EQ(read_on(cut, rows).code, 1652) << "no place for the rest";
   EXPECT_TRUE(all.starts_with(rows) && rows.size() > 1 << 20);

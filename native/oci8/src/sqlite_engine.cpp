@@ -53,7 +53,7 @@ class SqliteConnection final : public Connection {
 
   std::unique_ptr<Statement> prepare(const SqlText& text) override {
     const SqliteSession::Operation running(*session_);
-    return std::make_unique<SqliteStatement>(session_, text);
+    return session_->attempt([&] { return std::make_unique<SqliteStatement>(session_, text); });
   }
 
   void commit() override { session_->commit(); }
@@ -66,7 +66,7 @@ class SqliteConnection final : public Connection {
     const SqliteSession::Operation running(*session_);
     LargeName made;
     SqliteSession::Change change(*session_);
-    change.run([&] { made = session_->large().create(unit); });
+    session_->attempt([&] { made = session_->large().create(unit); });
     change.keep();
     return made;
   }
@@ -74,14 +74,14 @@ class SqliteConnection final : public Connection {
   unsigned long long large_size(const LargeName& name) override {
     session_->require_open();
     const SqliteSession::Operation running(*session_);
-    return session_->large().size(name);
+    return session_->attempt([&] { return session_->large().size(name); });
   }
 
   size_t read_large(const LargeName& name, unsigned long long place, void* target,
                     size_t units) override {
     session_->require_open();
     const SqliteSession::Operation running(*session_);
-    return session_->large().read(name, place, target, units);
+    return session_->attempt([&] { return session_->large().read(name, place, target, units); });
   }
 
   // Each read of the body is an operation of its own, and they do not nest.
@@ -125,7 +125,7 @@ class SqliteConnection final : public Connection {
     SqliteSession::Change change(*session_);
     std::optional<SqliteSession::Whole> whole;
     if (as_a_whole) whole.emplace(*session_);
-    change.run([&] { body(session_->large()); });
+    session_->attempt([&] { body(session_->large()); });
     if (whole) whole->keep();
     change.keep();
   }

@@ -110,6 +110,7 @@ void SqliteSession::register_all() {
   // In the place of the plain timeout that open_file has set, which no break could end.
   check(db(), sqlite3_busy_handler(db(), on_busy, this));
   sqlite3_progress_handler(db(), kProgressSteps, on_progress, this);
+  sqlite3_rollback_hook(db(), on_rollback, this);
 }
 
 // Once for all transactions: they are most of the statements that run between small changes.
@@ -180,13 +181,19 @@ void SqliteSession::require_open() const {
 // Gives SQLite's result instead of raising, for callers that have to clean up first.
 int SqliteSession::run(Control control) {
   sqlite3_stmt* statement = controls_[static_cast<size_t>(control)].get();
+  const bool ends = control == Control::Commit || control == Control::Rollback;
+  const bool lost = lost_;
   // SQLite could still answer a break when the control has done its work.
   in_control_ = true;
   // Controls have no rows: anything but DONE is an error.
   const int stepped = sqlite3_step(statement);
   in_control_ = false;
   sqlite3_reset(statement);
-  if (control == Control::Commit || control == Control::Rollback) queue_->released();
+  if (ends) {
+    // What is given up here is the caller's to tell.
+    lost_ = lost;
+    queue_->released();
+  }
   return stepped == SQLITE_DONE ? SQLITE_OK : stepped;
 }
 
@@ -219,6 +226,7 @@ void SqliteSession::begin(bool wait) {
 int SqliteSession::begin_in_turn() {
   WriteQueue::Place place(*queue_);
   place_ = &place;
+  unkept_ = true;
   return await_turn() ? run(Control::Begin) : SQLITE_BUSY;
 }
 
@@ -248,12 +256,12 @@ void SqliteSession::commit() {
 }
 
 void SqliteSession::rollback() {
+  forget_savepoints();
+  if (in_transaction()) read_out_before_undo();
   lost_ = false;
   lost_at_mark_ = false;
-  forget_savepoints();
-  if (!in_transaction()) return;
-  read_out_before_undo();
-  check(db(), run(Control::Rollback));
+  // The reading may have cost the transaction.
+  if (in_transaction()) check(db(), run(Control::Rollback));
 }
 
 void SqliteSession::forget_savepoints() {
@@ -350,9 +358,9 @@ void SqliteSession::return_to_mark() noexcept {
   newest_savepoint_.clear();
   early_savepoints_.swap(early_at_mark_);
   const bool marked = std::exchange(marked_, false);
+  if (in_transaction()) read_out_before_undo();
   if (!marked) lost_ = lost_at_mark_;
   if (!in_transaction()) return;
-  read_out_before_undo();
   if (marked && run(Control::Return) == SQLITE_OK && run(Control::Release) == SQLITE_OK) return;
   // Without a savepoint to go back to: the transaction began behind the mark, or SQLite has given
   // the savepoint up, which the client has to be told.
@@ -402,6 +410,13 @@ int SqliteSession::on_progress(void* session) {
   return static_cast<SqliteSession*>(session)->must_stop() ? 1 : 0;
 }
 
+// SQLite gives up the whole transaction where even a read fails for want of memory or space. A
+// change that began it and fails itself is all that there was, and is told by its own error.
+void SqliteSession::on_rollback(void* session) {
+  auto& self = *static_cast<SqliteSession*>(session);
+  if (!self.unkept_) self.lost_ = true;
+}
+
 SqliteSession::Operation::Operation(SqliteSession& session) : session_(session) {
   session.state_.store(RunState::Running, std::memory_order_release);
   run_state_here = &session.state_;
@@ -425,12 +440,12 @@ SqliteSession::Change::Change(SqliteSession& session, bool wait)
 SqliteSession::Change::~Change() {
   session_.stop_listening();
   session_.gentle_ = false;
-  if (lost_transaction()) session_.lost_ = true;
   if (first_ && !kept_ && session_.in_transaction()) session_.run(Control::Rollback);
 }
 
 void SqliteSession::Change::keep() {
   session_.stop_listening();
+  session_.unkept_ = false;
   kept_ = true;
 }
 

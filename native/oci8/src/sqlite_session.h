@@ -75,6 +75,18 @@ class SqliteSession {
   /// or where a part of it was lost before; it is rolled back then.
   void commit();
   void rollback();
+  /// Runs a step that reads or changes; where its failure has cost the transaction, the error says
+  /// so.
+  template <class Step>
+  auto attempt(Step&& step) {
+    const bool lost_before = lost_;
+    try {
+      return step();
+    } catch (Failure& raised) {
+      if (lost_ && !lost_before) raised.text += error_text(2091);
+      throw;
+    }
+  }
 
   /// A query reads from the tables from here on.
   void enter(OpenQuery& query);
@@ -121,22 +133,10 @@ class SqliteSession {
     Change(const Change&) = delete;
     Change& operator=(const Change&) = delete;
 
-    /// Runs a step of the change; where its failure has cost the transaction, the error says so.
-    template <class Step>
-    void run(Step&& step) {
-      try {
-        step();
-      } catch (Failure& raised) {
-        if (lost_transaction()) raised.text += error_text(2091);
-        throw;
-      }
-    }
     /// Leaves the change to the transaction.
     void keep();
     /// Commits a transaction that this change has begun and that the client knows nothing of.
     void commit();
-    /// SQLite gave up the whole transaction, with changes that were made before this one.
-    bool lost_transaction() const { return !first_ && !session_.in_transaction(); }
 
    private:
     SqliteSession& session_;
@@ -195,6 +195,7 @@ class SqliteSession {
   void register_all();
   static int on_progress(void* session);
   static int on_busy(void* session, int waits);
+  static void on_rollback(void* session);
 
   std::string user_;  // read by SQL functions: before the connection
   SqliteOwner db_;
@@ -215,6 +216,7 @@ class SqliteSession {
   std::vector<EarlySavepoint> early_savepoints_, early_at_mark_;
   std::string newest_savepoint_;  // of those in the transaction, where no other is behind it
   WriteQueue::Place* place_ = nullptr;  // of a transaction that begins: its timeout runs already
+  bool unkept_ = false;  // the transaction has nothing yet that was kept
   bool lost_ = false;  // changes are gone that the client has not been told to repeat
   bool marked_ = false;  // a savepoint stands for the mark; else it is where no transaction was
   bool lost_at_mark_ = false;

@@ -296,7 +296,7 @@ void SqliteStatement::read_out() {
   rows->add(*this);
   rows->next();
   try {
-    while (next_row()) {
+    while (session_->attempt([&] { return next_row(); })) {
       if (session_->stopping()) fail(1013);
       rows->add(*this);
     }
@@ -328,7 +328,7 @@ bool SqliteStatement::step_query() {
     if (draws || (begins && now_.translation.locks)) {
       change.emplace(*session_, !now_.translation.nowait);
     }
-    row_stands_ = first ? start_query() : next_row();
+    row_stands_ = session_->attempt([&] { return first ? start_query() : next_row(); });
     if (draws) draw_rows();
     if (draws && begins && !now_.translation.locks) change->commit();
     if (first && row_stands_ && !draws) session_->enter(*this);
@@ -379,7 +379,7 @@ void SqliteStatement::run_change() {
   std::optional<SqliteSession::Whole> whole;
   if (now_.translation.large) whole.emplace(*session_);
   const ResetOnExit reset(now_.statement.get());
-  change.run([&] {
+  session_->attempt([&] {
     while (next_row()) {
     }
   });
