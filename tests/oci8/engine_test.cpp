@@ -3,16 +3,20 @@
 
 #include <gmock/gmock.h>
 #include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <climits>
 #include <csignal>
 #include <fstream>
+#include <latch>
 #include <map>
 #include <optional>
 #include <thread>
 
-#include "engine_fixture.h"
+#include "oci_fixture.h"
 #include "sqlite_functions.h"
 #include "sqlite_statement.h"
 
@@ -110,6 +114,65 @@ TEST_F(EngineTest, ConnectStringsNameDatabases) {
   const ConnectionPtr memory = open_database(":memory:");
   memory->log_in("anyone", "");
   EXPECT_EQ(query(*memory, "SELECT DUMMY FROM DUAL"), "X");
+}
+
+// What such a user's session makes beside the file would keep its owner from writing.
+TEST_F(EngineTest, AUserWhoMayNotWriteCannotLogInAndLeavesNothing) {
+  const auto login = [] { return failure([] { connect(); }).code; };
+  for (const char* suffix : {"-wal", "-shm"}) {
+    fs::create_directory(database_ + suffix);
+    EXPECT_EQ(login(), 16000) << suffix;
+    fs::remove(database_ + suffix);
+  }
+  if (geteuid() != 0) GTEST_SKIP() << "there is no other user to be";
+  for (const auto& [file, folder] : {std::pair(0644, 0777), std::pair(0666, 0755)}) {
+    fs::permissions(database_, fs::perms(file));
+    fs::permissions(folder_, fs::perms(folder));
+    const pid_t child = fork_between_threads(true);
+    if (child == 0) _exit(setuid(65534) == 0 && login() == 16000 ? 0 : 1);
+    int status = -1;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(std::distance(fs::directory_iterator(folder_), {}), 1);
+  }
+  EXPECT_EQ(login(), 0);
+}
+
+// A database that was not made by today's oci8db turns to the log at its first login.
+TEST_F(EngineTest, FirstLoginsMayComeTogether) {
+  setenv("OCI8_LOCK_TIMEOUT", "60000", 1);
+  constexpr int kSessions = 8;
+  std::atomic<int> failures{0};
+  for (int round = 0; round < 30; ++round) {
+    const std::string fresh = folder_ / ("FRESH" + std::to_string(round) + ".db");
+    fs::copy_file(database_, fresh);
+    std::latch all(kSessions);
+    std::vector<std::jthread> threads;
+    for (int i = 0; i < kSessions; ++i) {
+      threads.emplace_back([&] {
+        all.arrive_and_wait();
+        if (failure([&] { const SqliteSession first(fresh); }).code != 0) ++failures;
+      });
+    }
+  }
+  EXPECT_EQ(failures, 0);
+}
+
+// A log would bring the former database back, with its passwords.
+TEST_F(EngineTest, NothingIsCreatedBesideWhatADatabaseHasLeft) {
+  const std::string said = folder_ / "said", create = OCI8DB " create NEW a/b >" + said + " 2>&1";
+  for (const char* suffix : {"-wal", "-shm", "-journal"}) {
+    const std::string left = folder_ / ("NEW.db"s + suffix);
+    std::ofstream(left) << "left";
+    EXPECT_NE(std::system(create.c_str()), 0);
+    std::string text;
+    std::getline(std::ifstream(said), text);
+    EXPECT_THAT(text, testing::HasSubstr(left + ": "));
+    EXPECT_TRUE(fs::remove(left));
+    EXPECT_FALSE(fs::exists(folder_ / "NEW.db"));
+  }
+  EXPECT_EQ(std::system(create.c_str()), 0);
+  EXPECT_EQ(in_file(folder_ / "NEW.db", "PRAGMA journal_mode"), "wal");
 }
 
 TEST_F(EngineTest, FailedChangeIsUndoneAloneAndLeavesNoEmptyTransaction) {

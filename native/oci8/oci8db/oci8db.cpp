@@ -148,10 +148,20 @@ SqliteOwner open_existing(const std::string& name) {
   return db;
 }
 
+// SQLite would take a log of that name for the new file's own, and bring back from it what the
+// former database held, its accounts included.
+void refuse_remains(const std::string& path) {
+  for (const char* suffix : {"-wal", "-shm", "-journal"}) {
+    if (!fs::exists(path + suffix)) continue;
+    throw Complaint{path + suffix + ": left of a database that is gone, or in use"};
+  }
+}
+
 // The password is asked for before anything is made: nothing is left behind without one.
 void create(const std::string& name, const char* account) {
   const std::string path = database_path(name);
   if (fs::exists(path)) throw Complaint{path + ": already exists"};
+  refuse_remains(path);
   Credentials credentials;
   if (account != nullptr) credentials = read_credentials(account);
   // Before the mask below: a folder for several users' databases keeps its usual rights.
@@ -164,6 +174,9 @@ void create(const std::string& name, const char* account) {
     const SqliteOwner db = open_file(file.path(), SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
     create_system_objects(db.get());
     if (account != nullptr) add_account(db.get(), credentials.user, credentials.password);
+    // Here, as first logins that come together would contend for it; last, so that all is in the
+    // file itself.
+    execute_sql(db.get(), kUseLog);
   }
   file.appear();
   std::cout << "created " << path << '\n';

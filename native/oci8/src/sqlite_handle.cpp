@@ -2,6 +2,11 @@
 // prepared here: what SQLite reports becomes an Oracle error at the call that it comes from.
 #include "sqlite_handle.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <climits>
 
 namespace oci8 {
@@ -33,6 +38,24 @@ void configure(sqlite3* db) {
   execute_sql(db, kSettings);
 }
 
+/// Whether this user may write to what the path leads to, which may be gone at any time.
+bool may_write(const std::string& path, mode_t type) {
+  struct stat status;
+  if (stat(path.c_str(), &status) == 0 && (status.st_mode & S_IFMT) != type) return false;
+  return faccessat(AT_FDCWD, path.c_str(), W_OK, AT_EACCESS) == 0 || errno == ENOENT;
+}
+
+// SQLite would go on for reading only. The log and its index that a reader makes are its own, and
+// would be in the owner's way; with one that cannot be written each change would fail.
+bool read_only(sqlite3* db) {
+  if (sqlite3_db_readonly(db, "main") == 1) return true;
+  const char* file = sqlite3_db_filename(db, "main");
+  if (file == nullptr || *file == '\0') return false;  // in memory
+  const std::string path = file;
+  return !may_write(path.substr(0, path.rfind('/') + 1), S_IFDIR) ||
+         !may_write(path + "-wal", S_IFREG) || !may_write(path + "-shm", S_IFREG);
+}
+
 }  // namespace
 
 // Without SQLite's own mutex: one thread at a time uses a connection, and the break does not go
@@ -48,6 +71,8 @@ SqliteOwner open_file(const std::string& path, int flags) {
   SqliteOwner db(opened);
   if (opened == nullptr) throw std::bad_alloc();
   check(opened, result);
+  // Before the first statement: any of them reads the file, and makes what reading needs.
+  if (read_only(opened)) fail(16000);
   check(opened, sqlite3_busy_timeout(opened, kOpeningWaitMs));
   configure(opened);
   return db;

@@ -49,8 +49,13 @@ class ResetOnExit {
 };
 
 /// Opens a database file (SQLITE_OPEN_* in `flags`) with the settings that every connection has.
-/// Does not read the file yet: one that is no database is found out at its first use.
+/// ORA-16000, with nothing made beside the file, for a user who could not write to it or to what
+/// stands beside it. One that is no database may be found out at its first use only.
 SqliteOwner open_file(const std::string& path, int flags);
+
+/// Readers go on beside a writer then. Kept in the file; SQLite refuses it, without waiting, where
+/// another session is about to do the same.
+inline constexpr std::string_view kUseLog = "PRAGMA journal_mode = WAL";
 
 /// Prepares the first statement of `sql`; null for blanks and comments only. `rest`, where given,
 /// receives what follows it.

@@ -62,6 +62,25 @@ milliseconds lock_timeout() {
   return error == std::errc() && value >= 0 ? milliseconds(value) : kLockTimeout;
 }
 
+// What the clock's last digits say is as good as chance.
+microseconds pause_by_chance() {
+  const long long chance = std::chrono::steady_clock::now().time_since_epoch().count();
+  return kShortestPause + microseconds(chance % kPauseSpread);
+}
+
+// SQLite does not wait where each of two sessions could be waiting for the other.
+void use_log(sqlite3* db) {
+  const auto until = std::chrono::steady_clock::now() + lock_timeout();
+  for (;;) {
+    try {
+      return execute_sql(db, kUseLog);
+    } catch (const Failure& raised) {
+      if (raised.code != 54 || std::chrono::steady_clock::now() >= until) throw;
+    }
+    std::this_thread::sleep_for(pause_by_chance());
+  }
+}
+
 SqliteOwner open_database_file(const std::string& path) {
   const bool memory = path == ":memory:";
   // Never CREATE: attaching must not make a file.
@@ -73,10 +92,8 @@ SqliteOwner open_database_file(const std::string& path) {
   if (!has_system_objects(db.get())) {
     throw Failure{1251, error_text(1251) + path + " was not made by oci8db\n"};
   }
-  // A reader's log and its index would be in the owner's way.
-  if (sqlite3_db_readonly(db.get(), "main") == 1) fail(16000);
-  // Readers go on beside a writer. Kept in the file: not for one that is somebody else's.
-  execute_sql(db.get(), "PRAGMA journal_mode = WAL");
+  // Not before: the file of somebody else stays as it is.
+  use_log(db.get());
   LargeStore::create_tables(db.get());
   return db;
 }
@@ -377,9 +394,7 @@ void SqliteSession::interrupt() noexcept {
 
 bool SqliteSession::pause() {
   if (!may_wait()) return false;
-  // What the clock's last digits say is as good as chance.
-  const long long chance = Clock::now().time_since_epoch().count() % kPauseSpread;
-  const microseconds time = kShortestPause + microseconds(chance);
+  const microseconds time = pause_by_chance();
   if (place_ == nullptr) {
     std::this_thread::sleep_for(time);
   } else {
