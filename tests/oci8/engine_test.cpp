@@ -221,6 +221,28 @@ TEST_F(EngineTest, LockedDatabaseIsReportedAfterTheTimeout) {
   EXPECT_FALSE(open->step());
 }
 
+// Between its queries there is a moment, but never one that a commit meets by chance.
+TEST_F(EngineTest, TheLogDoesNotGrowWithoutEndWhileSomebodyReads) {
+  const ConnectionPtr one = connect_with_table(512);
+  query(*one, "CREATE TABLE U(A NUMBER, B VARCHAR2(4000))");
+  query(*one, "INSERT INTO U SELECT A, RPAD('x', 3900, 'x') FROM T");
+  one->commit();
+  const std::jthread reader([other = connect()](const std::stop_token& over) {
+    while (!over.stop_requested()) {
+      const Prepared open(*other, "SELECT A FROM U");
+      open->step();
+      std::this_thread::sleep_for(milliseconds(5));
+    }
+  });
+  uintmax_t most = 0;
+  for (int commits = 0; commits < 48; ++commits) {
+    query(*one, "UPDATE U SET A = A + 1");
+    one->commit();
+    most = std::max(most, fs::file_size(database_ + "-wal"));
+  }
+  EXPECT_LT(most, 50'000'000u) << "of 100 million that were written";
+}
+
 // Runs `sql` while another thread interrupts it; the time that it took to stop is bounded.
 Failure interrupted(Connection& connection, std::string_view sql) {
   const Prepared prepared(connection, sql);

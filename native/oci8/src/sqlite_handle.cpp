@@ -15,10 +15,10 @@ namespace {
 // Full synchronisation makes a commit survive a power failure as well as a killed process, as
 // callers of a database server expect. What is deleted is not written over where that costs writes
 // of its own (some builds of SQLite do by default): long values would take as long to go as to
-// come.
+// come. A log that was long gives its place back when it begins anew.
 constexpr std::string_view kSettings =
     "PRAGMA synchronous = FULL; PRAGMA foreign_keys = ON; PRAGMA case_sensitive_like = ON;"
-    "PRAGMA secure_delete = FAST";
+    "PRAGMA secure_delete = FAST; PRAGMA journal_size_limit = 16777216";
 
 // SQLite 3.40 reads a value from an index of its expression also where an outer join has the row of
 // the table without that index, and so finds another row's value. The number is that of the

@@ -24,6 +24,14 @@ void WriteQueue::released() {
   if (!places_.empty()) places_.front()->turn_.notify_one();
 }
 
+bool WriteQueue::log_is_long(int pages) {
+  const std::lock_guard lock(mutex_);
+  if (pages < kLongLog) long_log_ = kLongLog;
+  if (pages < long_log_) return false;
+  long_log_ = pages + kLongLog;
+  return true;
+}
+
 WriteQueue::Place::Place(WriteQueue& queue) : queue_(queue) {
   const std::lock_guard lock(queue_.mutex_);
   queue_.places_.push_back(this);

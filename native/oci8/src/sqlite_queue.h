@@ -24,6 +24,10 @@ class WriteQueue {
   /// Tells the first one that the lock may be free. Only saves it time: it asks by itself, too.
   void released();
 
+  /// Whether it is time to wait for those who read from a log of so many pages, so that it can
+  /// begin anew: once it is long, and each time that it has grown by as much again.
+  bool log_is_long(int pages);
+
   /// A place behind all others, until the scope ends.
   class Place {
    public:
@@ -44,8 +48,11 @@ class WriteQueue {
   };
 
  private:
+  static constexpr int kLongLog = 4000;
+
   std::mutex mutex_;
   std::deque<Place*> places_;
+  int long_log_ = kLongLog;
 };
 
 }  // namespace oci8

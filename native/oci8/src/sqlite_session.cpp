@@ -43,6 +43,12 @@ constexpr int kProgressSteps = 1000;
 // How long a change may take to notice by itself that it is to stop; see must_stop.
 constexpr milliseconds kGentleTime{300};
 
+// Pages of the log from which on a commit moves them into the file.
+constexpr int kShortLog = 1000;
+// How often and how long a commit waits for those who read from a long log, while nobody can write.
+constexpr int kReadersWaits = 4;
+constexpr int kReadersWaitMs = 25;
+
 // In the order of enum Control. The names are ones that no client chooses by accident.
 constexpr const char* kControls[] = {"BEGIN IMMEDIATE",
                                      "COMMIT",
@@ -128,6 +134,7 @@ void SqliteSession::register_all() {
   check(db(), sqlite3_busy_handler(db(), on_busy, this));
   sqlite3_progress_handler(db(), kProgressSteps, on_progress, this);
   sqlite3_rollback_hook(db(), on_rollback, this);
+  sqlite3_wal_hook(db(), on_log, this);
 }
 
 // Once for all transactions: they are most of the statements that run between small changes.
@@ -315,6 +322,26 @@ void SqliteSession::read_out_before_undo() noexcept {
   }
 }
 
+// What readers do not need any more goes into the file, and where they need nothing of it the next
+// change begins the log anew. Where one query of others follows another that moment never comes by
+// itself: now and then it has to be waited for, with the lock for writing. More than once, because
+// a reader's next query may take the place in the log that SQLite waits for; it reads the latest
+// state then, and is not waited for any more.
+void SqliteSession::empty_log(int pages) {
+  if (pages < kShortLog) return;
+  // The commit has succeeded, whatever becomes of this.
+  const auto move = [this](int mode) {
+    return sqlite3_wal_checkpoint_v2(db(), "main", mode, nullptr, nullptr);
+  };
+  move(SQLITE_CHECKPOINT_PASSIVE);
+  if (!queue_->log_is_long(pages)) return;
+  sqlite3_busy_timeout(db(), kReadersWaitMs);
+  int waits = 0;
+  while (move(SQLITE_CHECKPOINT_RESTART) == SQLITE_BUSY && ++waits < kReadersWaits) {
+  }
+  sqlite3_busy_handler(db(), on_busy, this);
+}
+
 // Without a transaction a name says it all, while one of SQLite's would keep others from writing.
 // The newest savepoint moves when it is set again: SQLite would keep each of them until the
 // transaction ends, and look at all with every page that is written.
@@ -430,6 +457,11 @@ int SqliteSession::on_progress(void* session) {
 void SqliteSession::on_rollback(void* session) {
   auto& self = *static_cast<SqliteSession*>(session);
   if (!self.unkept_) self.lost_ = true;
+}
+
+int SqliteSession::on_log(void* session, sqlite3*, const char*, int pages) {
+  static_cast<SqliteSession*>(session)->empty_log(pages);
+  return SQLITE_OK;
 }
 
 SqliteSession::Operation::Operation(SqliteSession& session) : session_(session) {

@@ -185,6 +185,7 @@ class SqliteSession {
   void forget_savepoints();
   void stop_listening() { state_.store(RunState::Idle, std::memory_order_release); }
   int run(Control control);
+  void empty_log(int pages);
   void start_waiting() { wait_until_ = Clock::now() + lock_timeout_; }
   bool pause();
   bool may_wait() const { return !stopping() && Clock::now() < wait_until_; }
@@ -196,6 +197,7 @@ class SqliteSession {
   static int on_progress(void* session);
   static int on_busy(void* session, int waits);
   static void on_rollback(void* session);
+  static int on_log(void* session, sqlite3* db, const char* name, int pages);
 
   std::string user_;  // read by SQL functions: before the connection
   SqliteOwner db_;
