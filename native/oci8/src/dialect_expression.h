@@ -1,8 +1,8 @@
 // Expressions and conditions, read by precedence and written in engine SQL with their types.
-// dialect_expression.cpp has the levels of precedence, dialect_comparison.cpp the comparisons,
-// dialect_function.cpp functions and aggregates. All of them read from the context's current token,
-// leave it behind what they have read, and raise ORA-00936 and its siblings, with the place, for
-// what does not fit.
+// dialect_expression.cpp has the levels of precedence, dialect_arithmetic.cpp what their operators
+// make of operands, dialect_comparison.cpp the comparisons, dialect_function.cpp functions and
+// aggregates. They read from the context's current token, leave it behind what they have read, and
+// raise ORA-00936 and its siblings, with the place, for what does not fit.
 #ifndef OCI8_DIALECT_EXPRESSION_H
 #define OCI8_DIALECT_EXPRESSION_H
 
