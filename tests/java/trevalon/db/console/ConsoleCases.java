@@ -4,7 +4,6 @@ import static trevalon.db.oci.TestRun.*;
 
 import java.io.BufferedReader;
 import java.io.ByteArrayOutputStream;
-import java.io.File;
 import java.io.IOException;
 import java.io.PrintStream;
 import java.io.StringReader;
@@ -37,11 +36,10 @@ public final class ConsoleCases {
 
     public static void addTo(TestRun tests) {
         tests.add("input is cut into statements", () -> statements());
-        tests.add("text is measured and cut in terminal cells", () -> cells());
-        tests.add("logins are taken apart", () -> logins());
+        tests.add("text is cut in terminal cells, and logins are taken apart", () -> texts());
         tests.add("a script that succeeds prints tables and exits with 0", () -> goodScript());
-        tests.add("a script stops at its first error and shows its place", () -> badScript());
-        tests.add("a script that cannot go on leaves nothing", () -> refusedScripts());
+        tests.add("a script stops at its first error, shows its place and leaves nothing",
+                () -> refusedScripts());
         tests.add("variables go into statements and come out of blocks", () -> variables());
         tests.add("a file is loaded whole or not at all", () -> load());
         tests.add("a break stops the work, and not what takes it back", () -> breaks());
@@ -84,14 +82,11 @@ public final class ConsoleCases {
         same(Arrays.asList(1, 1, 1, 2), prompts, "lines of the statement that are asked for");
     }
 
-    private static void cells() {
+    private static void texts() throws Exception {
         same(4, DisplayText.width("京都"), "wide characters");
         same(1, DisplayText.width("e\u0301"), "combining mark");
         same("京...", DisplayText.cut("京都大学", 6), "cut between wide characters");
         same("a b", DisplayText.printable("a\tb"), "control character");
-    }
-
-    private static void logins() throws Exception {
         LoginString login = LoginString.parse("u/p@ss/w@/path/to.db");
         same("u", login.user, "user");
         same("/", LoginString.parse("/@X").user, "external user");
@@ -108,18 +103,13 @@ public final class ConsoleCases {
                 "12345", "2 rows selected.", DisplayText.repeat('x', 77) + "...", "N     NUMBER(5)");
     }
 
-    private static void badScript() throws Exception {
-        Run run = script("PROMPT before\nSELECT COUNT(*)\n  FROM dual, nowhere n\n WHERE 1 = 1;\n"
-                + "PROMPT after\n");
-        run.ends(1, "before", "  FROM dual, nowhere n\n             *\nERROR at line 2:\nORA-00942",
-                "statement of line 2");
-        yes(!run.output.contains("after"), "the script went on");
-    }
-
     /** In this process, and on one connection: what a script has left would be seen at the end. */
     private static void refusedScripts() throws Exception {
         script("CREATE TABLE refused_rows (n NUMBER(5));").ends(0);
         String[][] scripts = {
+            {"PROMPT before\nSELECT COUNT(*)\n  FROM dual, nowhere n\n WHERE 1 = 1;\n",
+                "before\n", "  FROM dual, nowhere n\n             *\nERROR at line 2:\nORA-00942",
+                "statement of line 3"},
             {"LOAD refused_rows FROM a\0b\n", "No file can have this name"},
             {"LOAD " + DisplayText.repeat('x', 99_999) + " FROM a\n", "There is no file a"},
             {"GET " + DisplayText.repeat('x', 99_999) + " INTO a\n", "Usage: GET"},
@@ -128,15 +118,20 @@ public final class ConsoleCases {
             {"exec:x := 1", "The variable \"X\" is not declared"},
             {"\n/* DELETE FROM refused_rows;\nSELECT 1 FROM DUAL;\n", "statement of line 3"},
         };
-        try (OciConnection connection = OciConnection.open("tester", "secret", "TEST")) {
+        try (OciConnection connection = connect()) {
             for (String[] script : scripts) {
-                String shown = "INSERT INTO refused_rows VALUES (1);\n" + script[0];
+                String shown =
+                        "INSERT INTO refused_rows VALUES (1);\n" + script[0] + "\nPROMPT after\n";
                 ByteArrayOutputStream output = new ByteArrayOutputStream();
                 PrintStream out = new PrintStream(output, true, "UTF-8");
                 Script run =
                         new Script(connection, out, out, new BreakKey(), new Progress(null));
                 yes(!run.run(reader(shown), "script"), "no failure of " + shown);
-                yes(output.toString("UTF-8").contains(script[1]), output.toString("UTF-8"));
+                String found = output.toString("UTF-8");
+                for (int i = 1; i < script.length; i++) {
+                    yes(found.contains(script[i]), found);
+                }
+                yes(!found.contains("\nafter\n"), "the script went on");
             }
         }
         script("INSERT INTO refused_rows VALUES (2);\n/* not kept */ EXIT ROLLBACK -- bye\n")
@@ -169,43 +164,38 @@ public final class ConsoleCases {
     }
 
     private static void load() throws Exception {
-        Path csv = Files.createTempFile("load", ".csv");
-        try {
-            String good = "\uFEFF\"N\",d,\"t\",body,bytes\n1,1970-01-01,\"a \"\"b\"\", c\",,00fF\n\n"
-                    + "2.5,1999-12-31 23:59:58,\"two\nlines\",京都,\n,,,"
-                    + DisplayText.repeat('x', 70_000) + ",\n";
-            Files.write(csv, good.getBytes(StandardCharsets.UTF_8));
-            String load = "LOAD filled FROM " + csv + "\n";
-            Run run = script("CREATE TABLE filled (n NUMBER(5,1), d DATE, t VARCHAR2(20), body LONG,"
-                    + " bytes RAW(2));\n" + load + "SELECT n, d, t, bytes, body FROM filled;");
-            run.ends(0, "3 rows loaded.", "1970-01-01          a \"b\", c  00FF",
-                    "1999-12-31 23:59:58 two lines", "京都", "xxx...");
-            String[][] faults = {
-                {"9,1970-02-30,,,\n", "line 7: Text '1970-02-30'"},
-                {"9x,,,,\n", "line 7: <9x> is no number"},
-                {"9,,,\n", "line 7: 4 fields instead of 5"},
-                {"12345.6,,,,\n", "line 7: ORA-01438"},
-                {"1,,\"", "line 7: a quote is never closed"},
-                {"1,,5\" pipe,,\n2,,6\" pipe,,\n", "line 7: a quote inside a field"},
-                {"1,,\"x\"y\"z\",,\n", "line 7: a closing quote in the middle"},
-            };
-            for (String[] fault : faults) {
-                Files.write(csv, (good + fault[0]).getBytes(StandardCharsets.UTF_8));
-                Run piped = new Run("INSERT INTO filled (n) VALUES (0);\n" + load, LOGIN);
-                piped.ends(1, csv.getFileName() + ", " + fault[1]);
-            }
-            Files.write(csv, (good + faults[0][0]).getBytes(StandardCharsets.UTF_8));
-            try (OciConnection failed = OciConnection.open("tester", "secret", "TEST")) {
-                failed.setAutoCommit(true);
-                CsvLoader loader = new CsvLoader(failed, new Progress(null));
-                throwing(SQLException.class, () -> loader.load("filled", csv));
-                // Its session goes on, and keeps nobody from writing.
-                new Run("UPDATE filled SET n = n;\n", LOGIN).ends(0);
-            }
-            new Run("SELECT COUNT(*) || ' left' FROM filled;\n", LOGIN).ends(0, "3 left");
-        } finally {
-            Files.delete(csv);
+        String good = "\uFEFF\"N\",d,\"t\",body,bytes\n1,1970-01-01,\"a \"\"b\"\", c\",,00fF\n\n"
+                + "2.5,1999-12-31 23:59:58,\"two\nlines\",京都,\n,,,"
+                + DisplayText.repeat('x', 70_000) + ",\n";
+        Path csv = file("load.csv", good);
+        String load = "LOAD filled FROM " + csv + "\n";
+        Run run = script("CREATE TABLE filled (n NUMBER(5,1), d DATE, t VARCHAR2(20), body LONG,"
+                + " bytes RAW(2));\n" + load + "SELECT n, d, t, bytes, body FROM filled;");
+        run.ends(0, "3 rows loaded.", "1970-01-01          a \"b\", c  00FF",
+                "1999-12-31 23:59:58 two lines", "京都", "xxx...");
+        String[][] faults = {
+            {"9,1970-02-30,,,\n", "line 7: Text '1970-02-30'"},
+            {"9x,,,,\n", "line 7: <9x> is no number"},
+            {"9,,,\n", "line 7: 4 fields instead of 5"},
+            {"12345.6,,,,\n", "line 7: ORA-01438"},
+            {"1,,\"", "line 7: a quote is never closed"},
+            {"1,,5\" pipe,,\n2,,6\" pipe,,\n", "line 7: a quote inside a field"},
+            {"1,,\"x\"y\"z\",,\n", "line 7: a closing quote in the middle"},
+        };
+        for (String[] fault : faults) {
+            file("load.csv", good + fault[0]);
+            Run piped = new Run("INSERT INTO filled (n) VALUES (0);\n" + load, LOGIN);
+            piped.ends(1, csv.getFileName() + ", " + fault[1]);
         }
+        file("load.csv", good + faults[0][0]);
+        try (OciConnection failed = connect()) {
+            failed.setAutoCommit(true);
+            CsvLoader loader = new CsvLoader(failed, new Progress(null));
+            throwing(SQLException.class, () -> loader.load("filled", csv));
+            // Its session goes on, and keeps nobody from writing.
+            new Run("UPDATE filled SET n = n;\n", LOGIN).ends(0);
+        }
+        new Run("SELECT COUNT(*) || ' left' FROM filled;\n", LOGIN).ends(0, "3 left");
     }
 
     private static void breaks() throws Exception {
@@ -218,11 +208,10 @@ public final class ConsoleCases {
         same(Arrays.asList("broken", "idle"), done, "what a key does at a prompt");
         // Ctrl-C ends the tests again.
         new BreakKey();
-        Path csv = Files.createTempFile("load", ".csv");
-        Files.write(csv, "n\n1\n".getBytes(StandardCharsets.UTF_8));
+        Path csv = file("load.csv", "n\n1\n");
         ScheduledExecutorService key = Executors.newSingleThreadScheduledExecutor();
-        try (OciConnection holder = OciConnection.open("tester", "secret", "TEST");
-                OciConnection broken = OciConnection.open("tester", "secret", "TEST");
+        try (OciConnection holder = connect();
+                OciConnection broken = connect();
                 OciStatement insert = holder.createStatement();
                 OciStatement half = broken.createStatement()) {
             insert.execute("INSERT INTO digits VALUES (1)");
@@ -251,7 +240,6 @@ public final class ConsoleCases {
             }));
         } finally {
             key.shutdownNow();
-            Files.delete(csv);
         }
         new Run("SELECT COUNT(*) || ' left' FROM digits;\n", LOGIN).ends(0, "2 left");
     }
@@ -261,7 +249,7 @@ public final class ConsoleCases {
         Path text = folder.resolve("text");
         Path bytes = folder.resolve("bytes");
         String content = DisplayText.repeat('x', 32_767) + "😀京\n" + DisplayText.repeat('y', 40_000);
-        Files.write(text, content.getBytes(StandardCharsets.UTF_8));
+        file("two words/text", content);
         Files.write(bytes, new byte[] {(byte) 0x80, 1, 2});
         Files.setPosixFilePermissions(text, PosixFilePermissions.fromString("r--------"));
         String quoted = "'" + folder + "/";
@@ -342,13 +330,13 @@ public final class ConsoleCases {
     }
 
     private static Run script(String text) throws Exception {
-        Path file = Files.createTempFile("script", ".sql");
-        try {
-            Files.write(file, text.getBytes(StandardCharsets.UTF_8));
-            return new Run("", LOGIN, file.toString());
-        } finally {
-            Files.delete(file);
-        }
+        return new Run("", LOGIN, file("script.sql", text).toString());
+    }
+
+    /** A file with this text, in the folder that goes with the run. */
+    private static Path file(String name, String text) throws IOException {
+        Path file = Paths.get(System.getenv("OCI8_DATA"), name);
+        return Files.write(file, text.getBytes(StandardCharsets.UTF_8));
     }
 
     /** A console in a JVM of its own, with this one's class path and library. */
@@ -363,17 +351,14 @@ public final class ConsoleCases {
         /** @param before what the shell does before it becomes the console */
         Run(String terminals, String before, String input, String[] arguments)
                 throws IOException, InterruptedException {
-            List<String> command = new ArrayList<>();
-            command.addAll(Arrays.asList("sh", "-c", before + "; exec \"$@\"", "sh"));
-            command.add(System.getProperty("java.home") + File.separator + "bin/java");
-            command.add("-Xcheck:jni");
-            command.add("-Doralayer.sample.login=" + LOGIN);
-            command.add("-Doralayer.terminals=" + terminals);
+            List<String> command = new ArrayList<>(Arrays.asList(
+                    "sh", "-c", before + "; exec \"$@\"", "sh",
+                    System.getProperty("java.home") + "/bin/java", "-Xcheck:jni",
+                    "-cp", System.getProperty("java.class.path"),
+                    "-Doralayer.sample.login=" + LOGIN, "-Doralayer.terminals=" + terminals));
             for (String property : new String[] {"java.library.path", "oralayer.sample"}) {
                 command.add("-D" + property + "=" + System.getProperty(property));
             }
-            command.add("-cp");
-            command.add(System.getProperty("java.class.path"));
             command.add(Console.class.getName());
             command.addAll(Arrays.asList(arguments));
             Process process = new ProcessBuilder(command).redirectErrorStream(true).start();

@@ -99,7 +99,7 @@ public final class BindCases {
     }
 
     /** Every byte value, zero included. */
-    private static byte[] pattern(int length) {
+    static byte[] pattern(int length) {
         byte[] bytes = new byte[length];
         for (int i = 0; i < length; i++) {
             bytes[i] = (byte) (i + i / 256);
@@ -200,13 +200,9 @@ public final class BindCases {
         Throwable[] failures = {new IOException("disk gone"), new AssertionError("mine")};
         for (Throwable failure : failures) {
             InputStream in = slow(pattern(70_000), failure);
-            Throwable found = null;
-            try {
-                insert(c, "failing", s -> s.setBinaryStream(1, in));
-            } catch (SQLException | AssertionError e) {
-                found = e instanceof SQLException ? e.getCause() : e;
-            }
-            same(failure, found, "failure");
+            Throwable found = throwing(Throwable.class,
+                    () -> insert(c, "failing", s -> s.setBinaryStream(1, in)));
+            same(failure, found instanceof SQLException ? found.getCause() : found, "failure");
             same("0", value(c, "SELECT COUNT(*) FROM failing"), "rows");
         }
         insert(c, "failing", s -> s.setString(1, "good"));

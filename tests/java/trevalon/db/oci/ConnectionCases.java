@@ -2,14 +2,12 @@ package trevalon.db.oci;
 
 import static trevalon.db.oci.TestRun.*;
 
+import java.io.ByteArrayInputStream;
 import java.io.File;
-import java.io.IOException;
-import java.io.InputStream;
 import java.util.ArrayDeque;
 import java.util.ArrayList;
 import java.util.Deque;
 import java.util.List;
-import java.util.concurrent.ExecutionException;
 import java.util.concurrent.Executors;
 import java.util.concurrent.FutureTask;
 import java.util.concurrent.ScheduledExecutorService;
@@ -126,15 +124,10 @@ public final class ConnectionCases {
     }
 
     private static void twoThreads() throws Exception {
-        List<FutureTask<Void>> threads = new ArrayList<>();
-        for (String name : new String[] {"one", "two"}) {
-            FutureTask<Void> rounds = new FutureTask<>(() -> rounds(name));
-            threads.add(rounds);
-            new Thread(rounds).start();
-        }
-        for (FutureTask<Void> rounds : threads) {
-            rounds.get();
-        }
+        FutureTask<Void> other = new FutureTask<>(() -> rounds("two"));
+        new Thread(other).start();
+        rounds("one");
+        other.get();
     }
 
     private static Void rounds(String thread) throws Exception {
@@ -177,31 +170,28 @@ public final class ConnectionCases {
             () -> lob.substring(0, 1),
             lob::close,
         };
-        // While the stream is being read the insert is under way.
-        InputStream stream = new InputStream() {
-            private int left = calls.length;
-
-            @Override
-            public int read() throws IOException {
-                if (left == 0) {
-                    return -1;
-                }
-                FutureTask<OciException> other =
-                        new FutureTask<>(() -> oracleError(3127, calls[--left]));
-                new Thread(other).start();
-                try {
-                    other.get();
-                } catch (InterruptedException | ExecutionException e) {
-                    throw new IOException(e);
-                }
-                return 'z';
+        FutureTask<Void> others = new FutureTask<>(() -> {
+            for (TestRun.Case call : calls) {
+                oracleError(3127, call);
             }
-        };
-        insert.setAsciiStream(1, stream);
+            return null;
+        });
+        // While the stream is being read the insert is under way.
+        insert.setAsciiStream(1, new ByteArrayInputStream(new byte[] {'z'}) {
+            @Override
+            public synchronized int read(byte[] buffer, int offset, int length) {
+                new Thread(others).start();
+                while (!others.isDone()) {
+                    Thread.yield();
+                }
+                return super.read(buffer, offset, length);
+            }
+        });
         insert.execute();
+        others.get();
         same("x", lob.substring(0, 9), "the LOB afterwards");
         same("y", longs.getString(1), "the LONG of the row that stands");
-        same("zzzzzzzzzzzzzz", value(connection, "SELECT v FROM met WHERE c IS NULL"), "the value");
+        same("z", value(connection, "SELECT v FROM met WHERE c IS NULL"), "the value");
     }
 
     private static void breakCall(OciConnection connection, OciStatement unused) throws Exception {

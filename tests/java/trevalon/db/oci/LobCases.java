@@ -4,9 +4,7 @@ import static trevalon.db.oci.TestRun.*;
 
 import java.util.ArrayList;
 import java.util.Arrays;
-import java.util.Collections;
 import java.util.List;
-import java.util.Random;
 
 /** CLOB and BLOB values: whole ones, parts, copies, and what must be refused. */
 public final class LobCases {
@@ -35,13 +33,7 @@ public final class LobCases {
 
     /** Characters of one to four bytes in UTF-8; pairs lie across the borders of pieces. */
     private static String text(int length) {
-        return String.join("", Collections.nCopies(length / 5 + 1, "aé😀京")).substring(0, length);
-    }
-
-    private static byte[] bytes(int length) {
-        byte[] bytes = new byte[length];
-        new Random(length).nextBytes(bytes);
-        return bytes;
+        return BindCases.repeat("aé😀京", length / 5 + 1).substring(0, length);
     }
 
     private static void borders(OciConnection c, OciStatement unused) throws Exception {
@@ -56,12 +48,12 @@ public final class LobCases {
             int half = length / 2;
             byte[] found = new byte[length];
             try (OciLob lob = fresh(c, "b")) {
-                lob.write(half, bytes(length), half, length - half);
-                lob.write(0, bytes(length), 0, half);
+                lob.write(half, BindCases.pattern(length), half, length - half);
+                lob.write(0, BindCases.pattern(length), 0, half);
                 same(length - half, lob.read(half, found, half, length - half), "second half");
                 same(half, lob.read(0, found, 0, half), "first half");
             }
-            yes(Arrays.equals(bytes(length), found), "bytes of " + length);
+            yes(Arrays.equals(BindCases.pattern(length), found), "bytes of " + length);
         }
     }
 

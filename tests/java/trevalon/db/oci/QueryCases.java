@@ -6,13 +6,13 @@ import java.io.IOException;
 import java.io.InputStream;
 import java.math.BigDecimal;
 import java.nio.charset.StandardCharsets;
-import java.nio.file.Files;
 import java.nio.file.Paths;
 import java.time.LocalDateTime;
 import java.util.ArrayList;
 import java.util.Arrays;
 import java.util.List;
 import java.util.Random;
+import java.util.Scanner;
 
 /** Queries: describe, values, arrays, LONG columns, and errors of statements. */
 public final class QueryCases {
@@ -105,12 +105,10 @@ public final class QueryCases {
 
     /** The most that the process ever had in memory, in kB. */
     private static long peakMemory() throws IOException {
-        for (String line : Files.readAllLines(Paths.get("/proc/self/status"))) {
-            if (line.startsWith("VmHWM:")) {
-                return Long.parseLong(line.replaceAll("\\D", ""));
-            }
+        try (Scanner status = new Scanner(Paths.get("/proc/self/status"))) {
+            status.findWithinHorizon("VmHWM:", 0);
+            return status.nextLong();
         }
-        throw new AssertionError("no VmHWM");
     }
 
     /** What is read quickly has the value that it has when it is read thoroughly. */

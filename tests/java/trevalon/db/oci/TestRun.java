@@ -3,6 +3,8 @@ package trevalon.db.oci;
 import java.sql.SQLException;
 import java.util.Objects;
 
+import trevalon.db.console.ConsoleCases;
+
 /** Runs named cases one after the other, and remembers whether any failed. */
 public final class TestRun {
     /** A case; it fails by throwing. */
@@ -16,6 +18,19 @@ public final class TestRun {
     }
 
     private int failures;
+
+    /** Runs every case; exits with 1 when one failed. */
+    public static void main(String[] arguments) {
+        TestRun tests = new TestRun();
+        // The queries make the tables that the later cases use.
+        QueryCases.addTo(tests);
+        BindCases.addTo(tests);
+        LobCases.addTo(tests);
+        ConnectionCases.addTo(tests);
+        ConsoleCases.addTo(tests);
+        System.out.println(tests.failures + " failed");
+        System.exit(tests.failures == 0 ? 0 : 1);
+    }
 
     public void add(String name, Case test) {
         long start = System.nanoTime();
@@ -36,10 +51,6 @@ public final class TestRun {
                 test.run(connection, connection.createStatement());
             }
         });
-    }
-
-    public int failures() {
-        return failures;
     }
 
     public static void same(Object expected, Object found, String what) {
@@ -72,7 +83,7 @@ public final class TestRun {
         throw new AssertionError(expected + " was not thrown");
     }
 
-    static OciConnection connect() throws SQLException {
+    public static OciConnection connect() throws SQLException {
         return OciConnection.open("tester", "secret", "TEST");
     }
 
