@@ -12,6 +12,7 @@
 
 #include <jni.h>
 
+#include <cstdint>
 #include <functional>
 
 namespace jni_double {
@@ -34,18 +35,18 @@ bool fault_fired();
 /// What Java's getNextStreamBuffer does; without one, nothing.
 extern std::function<jint(jbyteArray buffer, jint position, jint length)> next_stream_buffer;
 
-/// The frame that a JVM makes for a native method: expects that it ends without pins, and that it
-/// never has more local references than a JVM promises.
+/// The frame that a JVM makes for a native method: expects that it ends without pins.
 class NativeCall {
  public:
   NativeCall();
   ~NativeCall();
   NativeCall(const NativeCall&) = delete;
   NativeCall& operator=(const NativeCall&) = delete;
-
- private:
-  std::size_t locals_;
 };
+
+/// Turns bytes into native calls on a few objects, with and without records, and into what the
+/// client library answers. The same bytes make the same calls. Nothing is left behind.
+void walk(const std::uint8_t* data, std::size_t size);
 
 }  // namespace jni_double
 

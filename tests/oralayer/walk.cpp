@@ -1,5 +1,4 @@
-#include "walk.h"
-
+// Walks over all native methods that bytes decide.
 #include <climits>
 #include <map>
 
@@ -25,14 +24,71 @@ const std::map<char, std::vector<jlong>> kNumbers = {
 
 class Walk : public Arguments {
  public:
-  Walk(const std::uint8_t* data, std::size_t size);
-  ~Walk() override;
+  Walk(const std::uint8_t* data, std::size_t size) : data_(data), end_(data + size) {
+    env_->PushLocalFrame(0);
+    for (const auto& [kind, name] : kPeers) {
+      const jclass peer = env_->FindClass(("trevalon/db/oci/" + name).c_str());
+      for (std::size_t i = 0; i < kEach; ++i) objects_[kind].push_back(env_->AllocObject(peer));
+    }
+    for (const jsize length : {0, 1, 20, 300}) {
+      objects_['B'].push_back(env_->NewByteArray(length));
+      objects_['H'].push_back(env_->NewCharArray(length));
+    }
+    for (std::size_t i = 0; i + 1 < kEach; ++i) {
+      CONNECTION(native_1initialize)(env_, objects_['C'][i], static_cast<jint>(i), nullptr, 0);
+      CURSOR(initialize)(env_, objects_['U'][i], 0);
+      CURSOR(open)(env_, objects_['U'][i], objects_['C'][i]);
+      env_->SetIntField(objects_['U'][i], selPieceLengthID, 5);
+      COLUMN(initialize)(env_, objects_['O'][i], 1, 0);
+      COLUMN(setPosition)(env_, objects_['O'][i], static_cast<jint>(i + 1));
+      COLUMN(setDbType)(env_, objects_['O'][i], i == 2 ? SQLT_CLOB : i == 1 ? SQLT_LNG : SQLT_CHR);
+      LOB(initialize)(env_, objects_['L'][i]);
+    }
+    state() = {};
+    state().transfers = true;
+    state().lob_data = "some LOB data";
+    state().columns = {{SQLT_CHR}, {SQLT_LNG}, {SQLT_CLOB}, {SQLT_NUM}};
+    jni_double::next_stream_buffer = [this](jbyteArray buffer, jint, jint) {
+      return stream(buffer);
+    };
+  }
+  // As careful Java code would end, whatever the walk has done.
+  ~Walk() override {
+    jni_double::next_stream_buffer = nullptr;
+    state() = {};
+    for (std::size_t i = 0; i < kEach; ++i) {
+      CURSOR(close)(env_, objects_['U'][i]);
+      env_->ExceptionClear();
+      CURSOR(native_1finalize)(env_, objects_['U'][i]);
+      COLUMN(deallocLobLocator)(env_, objects_['O'][i]);
+      env_->ExceptionClear();
+      COLUMN(native_1finalize)(env_, objects_['O'][i]);
+      LOB(native_1finalize)(env_, objects_['L'][i]);
+    }
+    env_->PopLocalFrame(nullptr);
+    state() = {};
+    oci_double::forget_handles();
+  }
   Walk(const Walk&) = delete;
   Walk& operator=(const Walk&) = delete;
 
   bool ended() const { return data_ == end_; }
   std::size_t next() { return ended() ? 0 : *data_++; }
-  void step();
+  void step() {
+    const std::size_t answer = next();
+    if (answer % 8 == 0) {
+      state().calls_to_fault = static_cast<int>(answer / 8 % 4 + 1);
+    } else if (answer % 8 == 1 && !state().defines.empty()) {
+      state().reply("OCIStmtFetch", OCI_NEED_DATA, 3130);
+      const auto piece = static_cast<ub1>(answer / 8 % 4);
+      state().pieces.push_back({next() % state().defines.size(), piece, "piece", {}});
+    } else if (answer % 8 == 2) {
+      state().stmt_type = static_cast<ub2>(answer / 8 % 4 + 1);
+    }
+    const jni_double::NativeCall frame;
+    call();
+    env_->ExceptionClear();
+  }
 
   jobject object(char kind) override {
     const std::size_t index = next() % (kEach + 1);
@@ -51,7 +107,19 @@ class Walk : public Arguments {
     const Native& native = natives()[next() % natives().size()];
     native.call(env_, *this, native.kinds);
   }
-  jint stream(jbyteArray buffer);
+  // What Java does when it is asked for a chunk: also calls of its own, also wrong answers.
+  jint stream(jbyteArray buffer) {
+    const std::size_t byte = next();
+    const jint length = env_->GetArrayLength(buffer);
+    if (byte % 16 == 0) {
+      env_->ThrowNew(env_->FindClass("java/io/IOException"), "broken stream");
+    } else if (byte % 16 < 4 && !std::exchange(streaming_, true)) {
+      call();
+      env_->ExceptionClear();
+      streaming_ = false;
+    }
+    return length - static_cast<jint>(byte / 16);
+  }
   // Java makes each record once.
   bool has_record(jobject object, char kind) {
     const jfieldID id = kind == 'c'   ? logondata32iD
@@ -68,83 +136,8 @@ class Walk : public Arguments {
   bool streaming_ = false;
 };
 
-Walk::Walk(const std::uint8_t* data, std::size_t size) : data_(data), end_(data + size) {
-  env_->PushLocalFrame(0);
-  for (const auto& [kind, name] : kPeers) {
-    const jclass peer = env_->FindClass(("trevalon/db/oci/" + name).c_str());
-    for (std::size_t i = 0; i < kEach; ++i) objects_[kind].push_back(env_->AllocObject(peer));
-  }
-  for (const jsize length : {0, 1, 20, 300}) {
-    objects_['B'].push_back(env_->NewByteArray(length));
-    objects_['H'].push_back(env_->NewCharArray(length));
-  }
-  for (std::size_t i = 0; i + 1 < kEach; ++i) {
-    CONNECTION(native_1initialize)(env_, objects_['C'][i], static_cast<jint>(i), nullptr, 0);
-    CURSOR(initialize)(env_, objects_['U'][i], 0);
-    CURSOR(open)(env_, objects_['U'][i], objects_['C'][i]);
-    env_->SetIntField(objects_['U'][i], selPieceLengthID, 5);
-    COLUMN(initialize)(env_, objects_['O'][i], 1, 0);
-    COLUMN(setPosition)(env_, objects_['O'][i], static_cast<jint>(i + 1));
-    COLUMN(setDbType)(env_, objects_['O'][i], i == 2 ? SQLT_CLOB : i == 1 ? SQLT_LNG : SQLT_CHR);
-    LOB(initialize)(env_, objects_['L'][i]);
-  }
-  state() = {};
-  state().transfers = true;
-  state().lob_data = "some LOB data";
-  state().columns = {{SQLT_CHR}, {SQLT_LNG}, {SQLT_CLOB}, {SQLT_NUM}};
-  jni_double::next_stream_buffer = [this](jbyteArray buffer, jint, jint) { return stream(buffer); };
-}
-
-// As careful Java code would end, whatever the walk has done.
-Walk::~Walk() {
-  jni_double::next_stream_buffer = nullptr;
-  state() = {};
-  for (std::size_t i = 0; i < kEach; ++i) {
-    CURSOR(close)(env_, objects_['U'][i]);
-    env_->ExceptionClear();
-    CURSOR(native_1finalize)(env_, objects_['U'][i]);
-    COLUMN(deallocLobLocator)(env_, objects_['O'][i]);
-    env_->ExceptionClear();
-    COLUMN(native_1finalize)(env_, objects_['O'][i]);
-    LOB(native_1finalize)(env_, objects_['L'][i]);
-  }
-  env_->PopLocalFrame(nullptr);
-  state() = {};
-  oci_double::forget_handles();
-}
-
-// What Java does when it is asked for a chunk: also calls of its own, also wrong answers.
-jint Walk::stream(jbyteArray buffer) {
-  const std::size_t byte = next();
-  const jint length = env_->GetArrayLength(buffer);
-  if (byte % 16 == 0) {
-    env_->ThrowNew(env_->FindClass("java/io/IOException"), "broken stream");
-  } else if (byte % 16 < 4 && !std::exchange(streaming_, true)) {
-    call();
-    env_->ExceptionClear();
-    streaming_ = false;
-  }
-  return length - static_cast<jint>(byte / 16);
-}
-
-void Walk::step() {
-  const std::size_t answer = next();
-  if (answer % 8 == 0) {
-    state().calls_to_fault = static_cast<int>(answer / 8 % 4 + 1);
-  } else if (answer % 8 == 1 && !state().defines.empty()) {
-    state().reply("OCIStmtFetch", OCI_NEED_DATA, 3130);
-    const auto piece = static_cast<ub1>(answer / 8 % 4);
-    state().pieces.push_back({next() % state().defines.size(), piece, "piece", {}});
-  } else if (answer % 8 == 2) {
-    state().stmt_type = static_cast<ub2>(answer / 8 % 4 + 1);
-  }
-  const jni_double::NativeCall frame;
-  call();
-  env_->ExceptionClear();
-}
-
 }  // namespace
 
-void walk(const std::uint8_t* data, std::size_t size) {
+void jni_double::walk(const std::uint8_t* data, std::size_t size) {
   for (Walk the_walk(data, size); !the_walk.ended();) the_walk.step();
 }
