@@ -102,19 +102,6 @@ TEST_F(Bridge, FirstMissingMemberEndsTheFillWithItsOwnException) {
   EXPECT_EQ(loberrcodeiD, nullptr);
 }
 
-TEST_F(Bridge, ResolvesEveryMemberOnce) {
-  const Watched table;
-  for (int call = 0; call < 2; ++call) {
-    CONNECTION(native_1initialize)(env, allocate("OciConnection"), 0, nullptr, JNI_FALSE);
-    EXPECT_EQ(seen.lookups, std::size(kMessages));
-    EXPECT_EQ(seen.globals_made, 5);
-  }
-  for (jclass cached :
-       {OciConnectionClass, OciColumnClass, OciCursorClass, OciSchemaClass, OciLobClass}) {
-    EXPECT_EQ(env->GetObjectRefType(cached), JNIGlobalRefType);
-  }
-}
-
 TEST_F(Bridge, MissingClassEndsTheFillAndACorrectedPathMendsIt) {
   connection = allocate("OciConnection");
   for (const std::string missing : {"OciColumn", "OciCursor", "OciSchema", "OciLob"}) {
@@ -173,21 +160,7 @@ TEST_F(Bridge, FindClassUsesTheLoaderOfTheObjectIfAnyAndLeavesNothingPending) {
   EXPECT_EQ(seen.helper_lookups, 0) << "the helper methods are looked up once per process";
 }
 
-TEST_F(Bridge, ThrowersRaiseTheirClassAndReplaceAPendingException) {
-  const std::pair<void (*)(JNIEnv*, const char*), std::string> cases[] = {
-      {TV_ThrowNullPointerException, "java.lang.NullPointerException"},
-      {TV_ThrowNoSuchFieldException, "java.lang.NoSuchFieldException"},
-      {TV_ThrowClassNotFoundException, "java.lang.ClassNotFoundException"},
-      {TV_ThrowNoSuchMethodError, "java.lang.NoSuchMethodError"},
-      {TV_ThrowInternalError, "java.lang.InternalError"},
-      {TV_ThrowOutOfMemoryError, "java.lang.OutOfMemoryError"},
-      {TV_ThrowSQLException, "java.sql.SQLException"}};
-  for (const auto& [thrower, name] : cases) {
-    env->FindClass("no/such/Class");
-    thrower(env, "!NewGlobalRef");
-    EXPECT_EQ(raised(), name + ": !NewGlobalRef") << "in place of the one that was pending";
-    thrower(nullptr, "no environment");
-  }
+TEST_F(Bridge, AnExceptionWithoutAClassIsThatOfItsLookup) {
   TV_ThrowByName(env, "no/such/Exception", "lost");
   EXPECT_THAT(raised(), HasSubstr("NoClassDefFoundError"));
 }

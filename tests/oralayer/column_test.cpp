@@ -1,4 +1,5 @@
-// The column record, the accessors of OciColumn, and the mapping of Oracle's types.
+// The column record, the accessors of OciColumn, and the mapping of Oracle's types; the chains and
+// pools of LONG pieces, and dumps.
 #include <algorithm>
 
 #include "jvm_test.h"
@@ -83,13 +84,10 @@ TEST_F(Column, LifeOfTheRecord) {
   COLUMN(native_1finalize)(env, column);
   const jobject unread = new_column();
   column_of(unread)->longbuf_head = column_of(unread)->longbuf_tail = new longdata_node;
-  EXPECT_THAT(traced([&] {
-                COLUMN(native_1finalize)
-                (env, unread);
-              }),
-              testing::EndsWith("\n\n\n\n ========== NOTE NOTE NOTE !!  in columndata destructor: "
-                                "longbuf_tail is NOT NULL\n\n\n\n"
-                                "\n===============  ~columndata destructor: done\n"));
+  expect_trace(
+      {"\n\n\n\n ========== NOTE NOTE NOTE !!  in columndata destructor: "
+       "longbuf_tail is NOT NULL\n\n\n\n\n===============  ~columndata destructor: done\n"},
+      [&] { return COLUMN(native_1finalize)(env, unread); });
 }
 
 TEST_F(Column, SettersStoreTheirWidthAndGettersReadItBack) {
@@ -140,11 +138,6 @@ TEST_F(Column, NamesAreCutToTheirRoom) {
     EXPECT_EQ(COLUMN(name)(env, column, array), result);
     EXPECT_EQ(contents(array), expected);
   }
-  EXPECT_EQ(traced([&] {
-              COLUMN(setName)(env, column, bytes("X"));
-              COLUMN(name)(env, column, bytes(".."));
-            }),
-            "*** setName ***\n*** OciColumn name ***\n");
 }
 
 TEST_F(Column, TypeMappingWithTheExternalTypeMappedUntilSet) {
@@ -180,6 +173,74 @@ TEST_F(Column, TypeMappingWithTheExternalTypeMappedUntilSet) {
     EXPECT_EQ(getParamLength(type, prec, scale, 10, 0), bind_length);
     EXPECT_STREQ(typeName(type), type_name);
   }
+}
+
+using Support = JvmTest;
+
+TEST_F(Support, ChainWithAHeadAloneCountsAsEmpty) {
+  const std::string text = "tail is NULL but head is NOT !!\n";
+  longcol_node column;
+  longdata_node piece;
+  LongdataBufPool pool;
+  longcol_node *columns = &column, *no_column = nullptr;
+  longdata_node *pieces = &piece, *no_piece = nullptr;
+  EXPECT_EQ(traced([&] {
+              EXPECT_EQ(longcol_node::dequeue(&columns, &no_column), nullptr);
+              EXPECT_EQ(std::exchange(columns, &column), nullptr);
+              longcol_node::destroychain(&columns, &no_column);
+              EXPECT_EQ(longdata_node::dequeue(&pieces, &no_piece), nullptr);
+              longdata_node::releasechain(&pieces, &no_piece, &pool);
+            }),
+            " --  longcol_node::dequeue:  " + text + " --  destroychain:  " + text +
+                " --  destroychain:  " + text);
+  EXPECT_TRUE(columns == nullptr && pieces == nullptr);
+  EXPECT_EQ(pool.bufPoolSP, 0);
+}
+
+TEST_F(Support, AFullPoolDestroysWhatItIsGiven) {
+  LongdataBufPool pool;
+  std::vector<longdata_node*> nodes;
+  for (int i = 0; i < 513; ++i) nodes.push_back(LongdataBufPool::getBuf(1, &pool));
+  for (int i = 0; i < 512; ++i) longdata_node::release(nodes[static_cast<std::size_t>(i)], &pool);
+  EXPECT_EQ(pool.bufPoolSP, 512);
+  EXPECT_EQ(traced([&] { LongdataBufPool::releaseBuf(nodes[512], &pool); }),
+            "-- longdata_node destructor, free buffer for buffer: =0\n");
+  LongdataBufPool::releaseBuf(nullptr, &pool);
+  EXPECT_EQ(pool.bufPoolSP, 512);
+}
+
+TEST_F(Support, DumpFormat) {
+  std::string all;
+  for (int i = 0; i < 71; ++i) all += static_cast<char>(i < 25 ? 'a' : 'b');
+  const std::string hex24 =
+      "\n    61 61 61 61 61 61 61 61 61 61 61 61 61 61 61 61 61 61 61 61 61 "
+      "61 61 61 ";
+  const std::tuple<const char*, int, std::string> cases[] = {
+      {nullptr, 7, "    sqlstr (7 bytes)\n    NULL\n"},
+      {"abc", 0, "    sqlstr (0 bytes)\n    bytes:\n    text:\n"},
+      {"\n\0\x7F\xE9 ~", 6,
+       "    sqlstr (6 bytes)\n    bytes:\n    0A 00 7F E9 20 7E \n    text:\n    ???? ~\n"},
+      {all.c_str(), 25,
+       "    sqlstr (25 bytes)\n    bytes:" + hex24 + "\n    61 \n    text:\n    " +
+           std::string(25, 'a') + "\n"},
+      {all.c_str(), 71, "    text:\n    " + all.substr(0, 70) + "\n    b\n"}};
+  for (const auto& [data, length, expected] : cases) {
+    const std::string output = captured([&, &bytes = data, &size = length] {
+      dump_bytes("sqlstr", reinterpret_cast<const text*>(bytes), size);
+    });
+    EXPECT_THAT(output, testing::EndsWith(expected));
+  }
+}
+
+TEST_F(Support, DumpOfUnits) {
+  const utext units[] = {'A', 0x0A, 0xE9, 0x20AC, 'z'};
+  const std::string output = captured([&] {
+    dump_utext("u", units, 5);
+    dump_utext("n", nullptr, 2);
+  });
+  EXPECT_THAT(output, testing::StartsWith("    u (5 bytes)\n    chars:\n    41 0A E9 20AC 7A \n"
+                                          "    text:\n    A??"));
+  EXPECT_THAT(output, testing::EndsWith("z\n    n (2 bytes)\n    NULL\n"));
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
 // Fetching rows and pieces, and reading the values.
-#include <limits>
+#include <climits>
 
 #include "natives.h"
 
@@ -156,12 +156,29 @@ TEST_F(Fetch, LongValueInThreePieces) {
 
   // The next row takes the buffers of this one, the last released first.
   const std::vector<const void*> first_row = std::exchange(state().piece_buffers, {});
-  fetch_row(cursor, {{0, OCI_FIRST_PIECE, "1234", kMore},
-                     {0, OCI_NEXT_PIECE, "5678", kMore},
-                     {0, OCI_LAST_PIECE, "", kDone}});
+  expect_trace({"--- longdata_node::releasechain release number: 0\n",
+                "BufPool:releaseBuf: bufPoolSP = 0, push char buf onto stack and add one\n",
+                "--- longdata_node::releasechain release number: 1\n",
+                "BufPool:releaseBuf: bufPoolSP = 1, push char buf onto stack and add one\n",
+                "BufPool:getbuf: bufPoolSP = 3, subtract one and return char buf from stack\n",
+                " longdata_node num=0   size=4", " longdata_node num=1   size=4"},
+               [&] {
+                 fetch_row(cursor, {{0, OCI_FIRST_PIECE, "1234", kMore},
+                                    {0, OCI_NEXT_PIECE, "5678", kMore},
+                                    {0, OCI_LAST_PIECE, "", kDone}});
+               });
   EXPECT_EQ(value_of(longs[0]), "1234|5678||");
   EXPECT_THAT(state().piece_buffers, ElementsAre(first_row[2], first_row[1], first_row[0]));
-  CURSOR(close)(env, cursor);
+  const columndata* column = column_of(longs[0]);
+  EXPECT_EQ(column->longbuf_head->prev, column->longbuf_tail->next);
+  expect_trace({"BufPool: checking bufPool entry: 0\nBufPool: deleteing bufPool entry: 0  PTR\n"
+                "-- longdata_node destructor, free buffer for buffer: =0\n",
+                "BufPool: now delete the bufPool object\n"},
+               [&] {
+                 CURSOR(close)
+                 (env, cursor);
+               });
+  EXPECT_EQ(column->longbuf_head, nullptr);
 }
 
 TEST_F(Fetch, SeveralLongColumnsInOrderOfDefinitionEvenWhenThatFails) {
@@ -185,6 +202,17 @@ TEST_F(Fetch, SeveralLongColumnsInOrderOfDefinitionEvenWhenThatFails) {
             JNI_FALSE)
       << "a request beyond the defined columns ends the row";
   EXPECT_EQ(value_of(longs[0]) + value_of(longs[1]), "1|2|");
+  // A chain that does not have what it should.
+  columndata* column = std::exchange(cda_of(cursor)->lc_tail->coldata, nullptr);
+  EXPECT_EQ(fetch_row(cursor, {{0, OCI_ONE_PIECE, "a", kDone}}), JNI_FALSE);
+  expect_raised("InternalError", "in LONG fetch, got NULL column data from longcol_node pointer !");
+  cda_of(cursor)->lc_tail->coldata = column;
+  cda_of(cursor)->long_count = 3;
+  EXPECT_EQ(fetch_row(cursor, {{0, OCI_ONE_PIECE, "a", kMore},
+                               {1, OCI_ONE_PIECE, "b", kMore},
+                               {0, OCI_ONE_PIECE, "c", kDone}}),
+            JNI_FALSE);
+  expect_raised("InternalError", "in LONG fetch, got NULL longcol_node pointer !");
   CURSOR(close)(env, cursor);
 }
 
@@ -214,25 +242,9 @@ TEST_F(Fetch, EndsOfThePieceLoop) {
   }
 }
 
-TEST_F(Fetch, ChainShorterThanTheRequests) {
-  jobject cursor = long_cursor(1);
-  cda_of(cursor)->long_count = 2;
-  EXPECT_EQ(fetch_row(cursor, {{0, OCI_ONE_PIECE, "a", kMore}, {0, OCI_ONE_PIECE, "b", kDone}}),
-            JNI_FALSE);
-  expect_raised("InternalError", "in LONG fetch, got NULL longcol_node pointer !");
-  CURSOR(close)(env, cursor);
-  state() = {};
-  cursor = long_cursor(1);
-  columndata* column = std::exchange(cda_of(cursor)->lc_tail->coldata, nullptr);
-  EXPECT_EQ(fetch_row(cursor, {{0, OCI_ONE_PIECE, "a", kDone}}), JNI_FALSE);
-  expect_raised("InternalError", "in LONG fetch, got NULL column data from longcol_node pointer !");
-  cda_of(cursor)->lc_tail->coldata = column;
-  CURSOR(close)(env, cursor);
-}
-
 TEST_F(Fetch, PieceLengthsMayChangeAndBeUseless) {
   const jobject cursor = long_cursor(1);
-  for (const int length : {4, 8 << 20, 16, 0, -1, std::numeric_limits<jint>::min()}) {
+  for (const int length : {4, 8 << 20, 16, 0, -1, INT_MIN}) {
     set_int(cursor, "selPieceLength", length);
     fetch_row(cursor, {{0, OCI_ONE_PIECE, std::string(4, 'x'), kDone}});
     raised();
@@ -246,20 +258,6 @@ TEST_F(Fetch, PieceLengthsMayChangeAndBeUseless) {
 
 class Values : public CursorTest {
  protected:
-  // A column as fetched: rows of `buflen` bytes.
-  static jobject fetched(const Lines& rows, sword buflen, int type = SQLT_CHR) {
-    const jobject column = new_column(static_cast<int>(rows.size()), type);
-    columndata* record = column_of(column);
-    record->buflen = buflen;
-    record->allocByteArray(buflen * static_cast<sword>(rows.size()));
-    for (std::size_t i = 0; i < rows.size(); ++i) {
-      std::copy(rows[i].begin(), rows[i].end(),
-                record->byte_arr + i * static_cast<std::size_t>(buflen));
-      record->retlenvect[i] = static_cast<ub2>(rows[i].size());
-    }
-    return column;
-  }
-
   using Getter = jint (*)(JNIEnv*, jobject, jobject, jint, jbyteArray);
   /// What a getter returns, and what an array that held `room` holds then: "3 abc...".
   std::string filled(Getter getter, jobject column, jint row, const std::string& room) {
@@ -274,9 +272,10 @@ class Values : public CursorTest {
 
 TEST_F(Values, TextFitsOrIsRefusedAndBytesAreCut) {
   const std::string raw(100, 'r'), dots(40, '.');
-  const jobject texts = fetched({"a", "bb", "ccc", ""}, 31);
-  const jobject bins = fetched({std::string("\0\1\2", 3), raw, "null"}, 100, SQLT_BIN);
-  const jobject just_below = fetched({"x"}, 65535, SQLT_BIN), empty = fetched({""}, 0, SQLT_BIN);
+  const jobject texts = fetched_column({"a", "bb", "ccc", ""}, 31);
+  const jobject bins = fetched_column({std::string("\0\1\2", 3), raw, "null"}, 100, SQLT_BIN);
+  const jobject just_below = fetched_column({"x"}, 65535, SQLT_BIN),
+                empty = fetched_column({""}, 0, SQLT_BIN);
   column_of(texts)->indpvect[1] = column_of(bins)->indpvect[2] = -1;
   const std::tuple<Getter, jobject, jint, std::string, std::string, const char*> cases[] = {
       {CURSOR(getStringValue), texts, 2, "..........", "3 ccc.......", ""},
@@ -295,7 +294,7 @@ TEST_F(Values, TextFitsOrIsRefusedAndBytesAreCut) {
     EXPECT_EQ(filled(getter, column, row, room), expected);
     EXPECT_EQ(exception, error);
   }
-  const jobject large = fetched({"x"}, 65536, SQLT_BIN);
+  const jobject large = fetched_column({"x"}, 65536, SQLT_BIN);
   EXPECT_EQ(CURSOR(getByteValue)(env, cursor, large, 0, bytes(std::string(70000, '.'))), 65536)
       << "a returned length has only 16 bits";
   expect_trace(
@@ -304,7 +303,7 @@ TEST_F(Values, TextFitsOrIsRefusedAndBytesAreCut) {
 }
 
 TEST_F(Values, NumbersDatesIndicatorsAndReturnCodes) {
-  const jobject column = fetched({"1234567", "7654321"}, 7, SQLT_DAT);
+  const jobject column = fetched_column({"1234567", "7654321"}, 7, SQLT_DAT);
   columndata* record = column_of(column);
   record->indpvect[1] = -1;
   record->indpvect[0] = 5;
@@ -336,31 +335,26 @@ TEST_F(Values, NumbersDatesIndicatorsAndReturnCodes) {
 }
 
 TEST_F(Values, RowsOutsideTheColumnAndColumnsWithoutABuffer) {
-  const jobject good = fetched({"a", "b"}, 10);
+  const jobject good = fetched_column({"a", "b"}, 10);
   const jobject of_long = new_column(2, SQLT_LNG);
   const jobject of_lob = new_column(2, SQLT_CLOB);
   const jobject without_rows = new_column(0);
   column_of(of_lob)->buflen = -1;
-  using Limits = std::numeric_limits<jint>;
-  const std::tuple<jobject, jint, bool> cases[] = {{good, -1, true},
-                                                   {good, 2, true},
-                                                   {good, Limits::max(), true},
-                                                   {good, Limits::min(), true},
-                                                   {without_rows, 0, true},
-                                                   {of_long, 0, false},
-                                                   {of_lob, 0, false},
-                                                   {of_lob, 1, false}};
-  for (const auto& [column, row, must_raise] : cases) {
-    for (const Native& getter : natives()) {
-      const std::string kinds = getter.kinds;
-      const bool is_getter = std::string(getter.name).starts_with("CURSOR(get");
-      if (!is_getter || (kinds != "UOrB" && (kinds != "UOr" || !must_raise))) continue;
-      SCOPED_TRACE(testing::Message() << getter.name << " " << row);
-      const jbyteArray array = bytes("..........");
-      Listed arguments({cursor, column, nullptr, array}, row);
-      const double result = getter.call(env, arguments, getter.kinds);
-      EXPECT_TRUE(raised() != "" || (!must_raise && result <= 0));
-      EXPECT_EQ(contents(array), "..........");
+  for (const Native& getter : natives()) {
+    const std::string kinds = getter.kinds;
+    if (!std::string(getter.name).starts_with("CURSOR(get")) continue;
+    for (const jobject column : {good, of_long, of_lob, without_rows}) {
+      for (const jint row : {-1, 0, 1, 2, INT_MAX, INT_MIN}) {
+        const bool outside = row < 0 || row >= column_of(column)->vectsize;
+        if (kinds != "UOrB" && (kinds != "UOr" || !outside)) continue;
+        if (column == good && !outside) continue;
+        SCOPED_TRACE(testing::Message() << getter.name << " " << row);
+        const jbyteArray array = bytes("..........");
+        Listed arguments({cursor, column, nullptr, array}, row);
+        const double result = getter.call(env, arguments, getter.kinds);
+        EXPECT_TRUE(raised() != "" || (!outside && result <= 0));
+        EXPECT_EQ(contents(array), "..........");
+      }
     }
   }
 }

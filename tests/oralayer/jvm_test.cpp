@@ -1,11 +1,5 @@
 #include "jvm_test.h"
 
-JavaVM* the_vm = nullptr;
-JNIEnv* env = nullptr;
-Lines load_calls;
-const JNINativeInterface_* JniTable::real = nullptr;
-std::vector<jint> PinWatch::releases;
-
 namespace {
 
 // Checked JNI, with its warnings on standard error, out of reach of captures. The JVM leaves
@@ -45,14 +39,6 @@ void expect_in_order(const std::string& output, const Lines& texts) {
     ASSERT_NE(found, std::string::npos) << "not found here: [" << wanted << "] in\n" << output;
     from = found + wanted.size();
   }
-}
-
-PinWatch::PinWatch() {
-  releases.clear();
-  copy.ReleaseByteArrayElements = [](JNIEnv* e, jbyteArray array, jbyte* elements, jint mode) {
-    releases.push_back(mode);
-    real->ReleaseByteArrayElements(e, array, elements, mode);
-  };
 }
 
 jobject allocate(const std::string& simple_name) {
@@ -109,6 +95,19 @@ jobject new_column(int rows, int internal_type, int position) {
   COLUMN(initialize)(env, column, rows, 0);
   COLUMN(setPosition)(env, column, position);
   COLUMN(setDbType)(env, column, internal_type);
+  return column;
+}
+
+jobject fetched_column(const Lines& rows, sword buflen, int internal_type) {
+  const jobject column = new_column(static_cast<int>(rows.size()), internal_type);
+  columndata* record = column_of(column);
+  record->buflen = buflen;
+  record->allocByteArray(buflen * static_cast<sword>(rows.size()));
+  for (std::size_t i = 0; i < rows.size(); ++i) {
+    rows[i].copy(reinterpret_cast<char*>(record->byte_arr) + i * static_cast<std::size_t>(buflen),
+                 rows[i].size());
+    record->retlenvect[i] = static_cast<ub2>(rows[i].size());
+  }
   return column;
 }
 

@@ -30,10 +30,10 @@ using oci_double::state;
 using testing::Contains, testing::Each, testing::ElementsAre, testing::HasSubstr, testing::IsEmpty;
 using testing::Not, oci_double::name;
 
-extern JavaVM* the_vm;
-extern JNIEnv* env;  // of the main thread
+inline JavaVM* the_vm = nullptr;
+inline JNIEnv* env = nullptr;  // of the main thread
 /// The calls that the library made while it was loaded.
-extern Lines load_calls;
+inline Lines load_calls;
 
 /// What the process writes to its standard output during `action`.
 template <typename Action>
@@ -69,7 +69,7 @@ class JniTable {
   JniTable& operator=(const JniTable&) = delete;
 
   JNINativeInterface_ copy;
-  static const JNINativeInterface_* real;
+  inline static const JNINativeInterface_* real = nullptr;
 };
 
 template <typename Array = jbyteArray, typename Element = jbyte>
@@ -80,9 +80,15 @@ Element* pin_nothing(JNIEnv*, Array, jboolean*) {
 /// Notes how each pin of a byte array was released.
 class PinWatch : public JniTable {
  public:
-  PinWatch();
+  PinWatch() {
+    releases.clear();
+    copy.ReleaseByteArrayElements = [](JNIEnv* e, jbyteArray array, jbyte* elements, jint mode) {
+      releases.push_back(mode);
+      real->ReleaseByteArrayElements(e, array, elements, mode);
+    };
+  }
 
-  static std::vector<jint> releases;
+  inline static std::vector<jint> releases;
 };
 
 /// An object of a class of the package, made without its constructor.
@@ -122,6 +128,8 @@ inline std::vector<jint> types(jobject column) {
 }
 /// A column object with a record of `rows` rows.
 jobject new_column(int rows = 1, int internal_type = SQLT_CHR, int position = 1);
+/// A column as fetched: rows of `buflen` bytes.
+jobject fetched_column(const Lines& rows, sword buflen, int internal_type = SQLT_CHR);
 /// A column with a stream of binary data for the placeholder.
 jobject new_stream(int position, jint piecelen = 4096);
 /// A cursor object, open on a new connection unless told otherwise.

@@ -16,11 +16,11 @@ inline const std::map<char, std::string> kPeers = {{'C', "OciConnection"},
                                                    {'L', "OciLob"},
                                                    {'S', "OciSchema"}};
 
-/// What a call is given, kind by kind; null and zero unless a class of it knows better.
+/// What a call is given, kind by kind.
 struct Arguments {
   virtual ~Arguments() = default;
-  virtual jobject object(char /*kind*/) { return nullptr; }
-  virtual jlong number(char /*kind*/) { return 0; }
+  virtual jobject object(char kind) = 0;
+  virtual jlong number(char kind) = 0;
 };
 
 /// Objects by their places, where numbers have a null; the numbers are all the same.
