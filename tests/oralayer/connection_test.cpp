@@ -348,29 +348,20 @@ TEST_F(Connection, BlockingModeIsNonBlockingOnlyForExactlyOne) {
 TEST_F(Connection, TraceOfASession) {
   expect_trace(
       // Five banners that come before any check.
-      {"*** loginwithblock ***\n",
-       "*** OciConnection getError ***\n",
+      {"*** loginwithblock ***\n*** OciConnection getError ***\n",
        "*** setName ***\n*** OciColumn name ***\n",
        "*** setValueWithStream ***\n    len=10, piecelen=5, stream_type=3, setnull=1\n",
        "*** loginnoblock ***\n      uses old OCI7 call orlon.  No replacement for OCI8 \n"
        "        quitting \n",
        "returning poolsize of =" + std::to_string(ldapool.get_pool_size()),
-       "\n*** loginwithblock ***\n    username=scott, password=tiger, server=db\n",
-       "LOGIN",
+       "\n*** loginwithblock ***\n    username=scott, password=tiger, server=db\n", "LOGIN",
        "---  in oralayer ldadata login: svchp is: ",
-       "    back from login, retvali=0\nLD->STATUS=0\n",
-       "ERRCODE=0\n",
-       "*** Setting autocommit flag to 1 ***\n",
-       "*** OCITransCommit ***\n",
+       "    back from login, retvali=0\nLD->STATUS=0\nERRCODE=0\n",
+       "*** Setting autocommit flag to 1 ***\n*** OCITransCommit ***\n",
        "*** OCITransRollback ***\nrollback result=0\n",
-       "*** Connection:  OCIBreak ***\n",
-       "*** OciConnection getError ***\n",
-       "ERRCODE=942\n",
-       "ERRMESG=ORA-00942: table or view does not exist\n",
-       "*** OciConnection builddate ***\n",
-       "LOGOFF",
-       "DETACH FROM SERVER\n",
-       "*** OCISessionBegin failed",
+       "*** Connection:  OCIBreak ***\n*** OciConnection getError ***\nERRCODE=942\n",
+       "ERRMESG=ORA-00942: table or view does not exist\n", "*** OciConnection builddate ***\n",
+       "LOGOFF", "DETACH FROM SERVER\n", "*** OCISessionBegin failed",
        "    back from login, retvali=-1\n"},
       [&] {
         CONNECTION(native_1loginwithblock)(env, nullptr, nullptr, nullptr, nullptr, 0);
