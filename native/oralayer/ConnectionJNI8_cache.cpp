@@ -1,5 +1,7 @@
 // The member cache: every Java class, field and method that the library uses.
 
+#include <iterator>
+
 #include "exceptions.h"
 #include "member_cache.h"
 #include "trace.h"
@@ -139,13 +141,19 @@ constexpr jclass* kClasses[] = {&OciConnectionClass, &OciColumnClass, &OciCursor
 
 int tv_init_fid(JNIEnv* env, jobject obj) {
   TRACE("*** tv_init_fid: initializing JNI IDs and Handles");
-  for (const Row& row : kTable) {
-    if (!resolve(env, obj, row)) {
-      row.raise(env, row.message);
+  static unsigned fills = 0;  // under the caller's lock
+  const int before = inited.load(std::memory_order_relaxed);
+  unsigned mine = ++fills;
+  for (const Row* row = std::begin(kTable); row != std::end(kTable);) {
+    if (!resolve(env, obj, *row)) {
+      row->raise(env, row->message);
       return -1;
     }
-    // A static initialiser that has run meanwhile may have called native_initialize.
-    if (inited.load(std::memory_order_relaxed) != 0) break;
+    // A static initialiser that has run meanwhile may have called native_initialize. Where that
+    // one did it all, this fill is done, too; where it failed, its references to classes are gone.
+    if (inited.load(std::memory_order_relaxed) != before) break;
+    row = fills == mine ? row + 1 : std::begin(kTable);
+    mine = fills;
   }
   for (jclass* cached : kClasses) {
     if (env->GetObjectRefType(*cached) == JNIGlobalRefType) continue;

@@ -173,11 +173,15 @@ void read_bind(const Bind& bind) {
   last.assign(static_cast<const char*>(bind.value), static_cast<std::size_t>(bind.size));
 }
 
-void transfer(const OCIStmt* statement, ub4 rows) {
+void bring_rows(const OCIStmt* statement, ub4 rows) {
   if (!state().transfers) return;
   for (const Define& define : state().defines) {
     if (define.statement == statement) write_rows(define, rows);
   }
+}
+
+void take_values(const OCIStmt* statement) {
+  if (!state().transfers) return;
   for (const Bind& bind : state().binds) {
     if (bind.statement == statement) read_bind(bind);
   }
@@ -378,7 +382,10 @@ sword OCIStmtExecute(OCISvcCtx* svchp, OCIStmt* stmtp, OCIError* errhp, ub4 iter
     state().error = 24343;  // ORA-24343: user defined callback error
     return OCI_ERROR;
   }
-  if (status == OCI_SUCCESS && mode != OCI_DESCRIBE_ONLY) transfer(stmtp, rows);
+  if (status == OCI_SUCCESS && mode != OCI_DESCRIBE_ONLY) {
+    take_values(stmtp);
+    bring_rows(stmtp, rows);
+  }
   return status;
 }
 
@@ -432,7 +439,7 @@ sword OCIStmtFetch(OCIStmt* stmtp, OCIError* errhp, ub4 nrows, ub2 orientation, 
   record("OCIStmtFetch", name(stmtp), name(errhp), nrows, orientation, mode);
   if (offered.buffer != nullptr) return fill_offer();
   const sword status = answer(stmtp, "OCIStmtFetch");
-  if (status == OCI_SUCCESS) transfer(stmtp, nrows);
+  if (status == OCI_SUCCESS) bring_rows(stmtp, nrows);
   return status;
 }
 

@@ -275,6 +275,8 @@ Query parenthesized_query(Context& context, Scope& scope) {
   return inner;
 }
 
+Fragment in_list(Fragment left, std::vector<Fragment> values, bool negated);
+
 // (a,b) IN ((1,2),(3,4)): the engine knows no list of rows there, but a table of them.
 Fragment rows_in_list(Fragment left_side, std::vector<Fragment> rows, bool negated) {
   std::vector<Fragment> left = std::move(left_side.row);
@@ -296,6 +298,25 @@ Fragment rows_in_list(Fragment left_side, std::vector<Fragment> rows, bool negat
   return as_condition(std::move(result), 6);
 }
 
+// Whether a column of the rows has members that are blank-padded, and others that are not.
+bool rows_pad_some(const Fragment& left, const std::vector<Fragment>& rows) {
+  for (size_t i = 0; i < left.row.size(); ++i) {
+    std::vector<Fragment> column;
+    for (const Fragment& row : rows) {
+      if (i < row.row.size()) column.push_back(row.row[i]);
+    }
+    if (pads_some(left.row[i], column)) return true;
+  }
+  return false;
+}
+
+// A list for each member.
+Fragment lists_of_one(const Fragment& left, const std::vector<Fragment>& values, bool negated) {
+  std::vector<Fragment> lists;
+  for (const Fragment& value : values) lists.push_back(in_list(left, {value}, negated));
+  return join_conditions(lists, negated ? " AND " : " OR ");
+}
+
 // All members and the left side are converted to one class together: with single conversions the
 // left side would have to be written once per member. Members that are blank-padded and members
 // that are not make two lists.
@@ -307,6 +328,7 @@ Fragment in_list(Fragment left, std::vector<Fragment> values, bool negated) {
                               in_list(left, {others, values.end()}, negated)};
     return join_conditions(lists, negated ? " AND " : " OR ");
   }
+  if (rows_pad_some(left, values)) return lists_of_one(left, values, negated);
   if (!left.row.empty()) return rows_in_list(std::move(left), std::move(values), negated);
   std::vector<Fragment*> compared = {&left};
   for (Fragment& value : values) {

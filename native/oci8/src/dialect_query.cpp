@@ -360,8 +360,8 @@ class SelectBlock {
   std::optional<size_t> ordered_item() {
     const bool ends = tokens().is_symbol(",", 1) || tokens().is_word("ASC", 1) ||
                       tokens().is_word("DESC", 1) || tokens().is_word("NULLS", 1) ||
-                      tokens().is_word("FOR", 1) || tokens().spelling(1).empty() ||
-                      tokens().is_symbol(")", 1);
+                      tokens().is_word("FOR", 1) || tokens().is_word("WITH", 1) ||
+                      tokens().spelling(1).empty() || tokens().is_symbol(")", 1);
     if (!ends) return std::nullopt;
     if (tokens().kind() == TokenKind::Number) {
       const long long position = tokens().integer(static_cast<long long>(items_.size()), 1785);

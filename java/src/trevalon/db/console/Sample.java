@@ -60,7 +60,9 @@ final class Sample {
 
     /** Loads the sample if it is missing, prints its tables, and checks it; true if all is well. */
     boolean run() throws IOException, SQLException {
-        loadOnce();
+        if (isLoaded() || !loadAlone()) {
+            out.println("The sample is loaded already.");
+        }
         if (!runScript("tour.sql", out)) {
             return false;
         }
@@ -70,18 +72,18 @@ final class Sample {
         return good;
     }
 
-    /** Of programs that start together one loads: it drops what another has half made. */
-    private void loadOnce() throws IOException, SQLException {
+    /** Of programs that start together one loads, as it drops what is half made: true for it. */
+    private boolean loadAlone() throws IOException, SQLException {
         Path lock = data.resolve("sample.lock");
         try (FileChannel channel =
                 FileChannel.open(lock, StandardOpenOption.CREATE, StandardOpenOption.WRITE)) {
             // Until the channel is closed.
             channel.lock();
             if (isLoaded()) {
-                out.println("The sample is loaded already.");
-            } else {
-                load();
+                return false;
             }
+            load();
+            return true;
         }
     }
 

@@ -276,8 +276,11 @@ public final class OciConnection implements AutoCloseable {
         statements.forEach(statement -> steps.add(statement::close));
         lobs.forEach(lob -> steps.add(lob::close));
         steps.add(columns::clear);
-        // The logout commits as well, but tells nothing.
-        steps.add(() -> check(native_commit()));
+        // The logout commits as well, but tells nothing. That of a distributed transaction's session
+        // does neither.
+        if (!isXA) {
+            steps.add(() -> check(native_commit()));
+        }
         steps.add(this::release);
         takeAll(steps.iterator());
     }
