@@ -100,44 +100,37 @@ TEST_F(BlockTest, EachRunTakesItsOwnBinds) {
 
 // Each step with its error, then what is in the table.
 TEST_F(BlockTest, FailedBlockIsUndoneAsAWholeBackToItsLastCommit) {
-  const std::string broken = "BEGIN INSERT INTO T(A) VALUES (3); UPDATE T SET A = 9 - A; ";
-  const std::tuple<std::string, int, const char*> steps[] = {
-      {broken + "INSERT INTO T(A) VALUES (1 / 0); END;", 1476, "1 2"},
-      {"INSERT INTO T(A) VALUES (4)", 0, "1 2 4"},
-      {broken + "SELECT A INTO :x FROM T WHERE A = 99; END;", 1403, "1 2 4"},
-      {broken + "SELECT A INTO :x FROM T; END;", 1422, "1 2 4"},
-      {"SAVEPOINT S", 0, "1 2 4"},
-      {"BEGIN DELETE FROM T; ROLLBACK TO S; DELETE FROM T WHERE A = 1; :x := 1 / 0; END;", 1476,
-       "1 2 4"},
-      {"BEGIN DELETE FROM T WHERE A = 1; SAVEPOINT P; DELETE FROM T; END;", 0, ""},
-      {"ROLLBACK TO P", 0, "2 4"},
-      {"BEGIN DELETE FROM T; ROLLBACK TO SAVEPOINT P; :x := 1 / 0; END;", 1476, "2 4"},
-      {"ROLLBACK", 0, "1 2"},
-      {"INSERT INTO T(A) VALUES (3)", 0, "1 2 3"},
-      {"BEGIN INSERT INTO T(A) VALUES (4); COMMIT; DELETE FROM T; :x := 1 / 0; END;", 1476,
-       "1 2 3 4"},
-      {"COMMIT", 0, "1 2 3 4"},
-      {"BEGIN DELETE FROM T; ROLLBACK; INSERT INTO T(A) VALUES (5); END;", 0, "1 2 3 4 5"},
-      {"BEGIN INSERT INTO T(A) VALUES (6); SAVEPOINT Q; END;", 0, "1 2 3 4 5 6"},
-      {"SAVEPOINT S", 0, "1 2 3 4 5 6"},
-      {"BEGIN SAVEPOINT A; SAVEPOINT S; ROLLBACK TO A; ROLLBACK TO S; DELETE FROM T; :x := 1 / 0; "
-       "END;",
-       1476, "1 2 3 4 5 6"},
-      {"BEGIN SAVEPOINT Z; :x := 1 / 0; END;", 1476, "1 2 3 4 5 6"},
-      {"SAVEPOINT Z", 0, "1 2 3 4 5 6"},
-      {"COMMIT", 0, "1 2 3 4 5 6"},
-      {"BEGIN SAVEPOINT E; DELETE FROM T; ROLLBACK TO E; DELETE FROM T; :x := 1 / 0; END;", 1476,
-       "1 2 3 4 5 6"},
-      {"ROLLBACK TO E", 1086, "1 2 3 4 5 6"},
-      {"SAVEPOINT E", 0, "1 2 3 4 5 6"},
-      {"DELETE FROM T WHERE A < 5", 0, "5 6"},
-      {"BEGIN DELETE FROM T; ROLLBACK TO E; SAVEPOINT F; DELETE FROM T; :x := 1 / 0; END;", 1476,
-       "1 2 3 4 5 6"},
-      {"ROLLBACK TO F", 1086, "1 2 3 4 5 6"},
-      {"ROLLBACK TO E", 0, "1 2 3 4 5 6"}};
-  for (const auto& [text, code, left] : steps) {
-    EXPECT_EQ(run(text).code, code) << text;
-    EXPECT_EQ(numbers(), left) << text;
+  for (const auto& [text, expected] : cases(R"(
+    BEGIN INSERT INTO T(A) VALUES (3); UPDATE T SET A = 9 - A; INSERT INTO T(A) VALUES (1 / 0);
+      END; -> 1476: 1 2
+    INSERT INTO T(A) VALUES (4) -> 0: 1 2 4
+    BEGIN DELETE FROM T WHERE A = 1; SELECT A INTO :x FROM T WHERE A = 99; END; -> 1403: 1 2 4
+    BEGIN DELETE FROM T WHERE A = 1; SELECT A INTO :x FROM T; END; -> 1422: 1 2 4
+    SAVEPOINT S -> 0: 1 2 4
+    BEGIN DELETE FROM T; ROLLBACK TO S; DELETE FROM T WHERE A = 1; :x := 1 / 0; END; -> 1476: 1 2 4
+    BEGIN DELETE FROM T WHERE A = 1; SAVEPOINT P; DELETE FROM T; END; -> 0
+    ROLLBACK TO P -> 0: 2 4
+    BEGIN DELETE FROM T; ROLLBACK TO SAVEPOINT P; :x := 1 / 0; END; -> 1476: 2 4
+    ROLLBACK -> 0: 1 2 | INSERT INTO T(A) VALUES (3) -> 0: 1 2 3
+    BEGIN INSERT INTO T(A) VALUES (4); COMMIT; DELETE FROM T; :x := 1 / 0; END; -> 1476: 1 2 3 4
+    COMMIT -> 0: 1 2 3 4
+    BEGIN DELETE FROM T; ROLLBACK; INSERT INTO T(A) VALUES (5); END; -> 0: 1 2 3 4 5
+    BEGIN INSERT INTO T(A) VALUES (6); SAVEPOINT Q; END; -> 0: 1 2 3 4 5 6
+    SAVEPOINT S -> 0: 1 2 3 4 5 6
+    BEGIN SAVEPOINT A; SAVEPOINT S; ROLLBACK TO A; ROLLBACK TO S; DELETE FROM T; :x := 1 / 0;
+      END; -> 1476: 1 2 3 4 5 6
+    BEGIN SAVEPOINT Z; :x := 1 / 0; END; -> 1476: 1 2 3 4 5 6
+    SAVEPOINT Z -> 0: 1 2 3 4 5 6 | COMMIT -> 0: 1 2 3 4 5 6
+    BEGIN SAVEPOINT E; DELETE FROM T; ROLLBACK TO E; DELETE FROM T; :x := 1 / 0;
+      END; -> 1476: 1 2 3 4 5 6
+    ROLLBACK TO E -> 1086: 1 2 3 4 5 6 | SAVEPOINT E -> 0: 1 2 3 4 5 6
+    DELETE FROM T WHERE A < 5 -> 0: 5 6
+    BEGIN DELETE FROM T; ROLLBACK TO E; SAVEPOINT F; DELETE FROM T; :x := 1 / 0;
+      END; -> 1476: 1 2 3 4 5 6
+    ROLLBACK TO F -> 1086: 1 2 3 4 5 6 | ROLLBACK TO E -> 0: 1 2 3 4 5 6)")) {
+    const int code = run(text).code;
+    const std::string left = numbers();
+    EXPECT_EQ(std::to_string(code) + (left.empty() ? "" : ": ") + left, expected) << text;
   }
 }
 
