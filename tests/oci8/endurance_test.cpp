@@ -1,6 +1,4 @@
 // Many sessions at once, processes that die, and the same work again and again.
-#include <sys/wait.h>
-
 #include <atomic>
 #include <csignal>
 #include <deque>
@@ -62,12 +60,6 @@ class Threads : public OciTest {
     return client.run("update t set amount = amount + " + change) == OCI_SUCCESS;
   }
 
-  template <class Body>
-  void on_all(Body body) {
-    std::vector<std::jthread> threads;
-    for (int i = 0; i < kSessions; ++i) threads.emplace_back([&, i] { body(i, clients_[i]); });
-  }
-
   std::deque<Client> clients_;
 };
 
@@ -81,7 +73,7 @@ TEST_F(Threads, SessionsChangeOneFileAndNothingIsLostOrSeenHalf) {
       std::this_thread::sleep_for(microseconds(random() % 1000));
     }
   });
-  on_all([&](int number, Client& client) {
+  const auto work = [&](int number, Client& client) {
     std::mt19937 random(static_cast<unsigned>(number));
     for (int round = scaled(4); round > 0; --round) {
       const int from = static_cast<int>(random() % kSessions), to = (from + number) % kSessions;
@@ -91,7 +83,10 @@ TEST_F(Threads, SessionsChangeOneFileAndNothingIsLostOrSeenHalf) {
       const int sum = client.number("select sum(amount) from t");
       if (sum != kSessions * kAmount && sum != -1013) ++torn;
     }
-  });
+  };
+  std::vector<std::thread> threads;
+  for (int i = 0; i < kSessions; ++i) threads.emplace_back(work, i, std::ref(clients_[i]));
+  for (std::thread& thread : threads) thread.join();
   over = true;
   breaker.join();
   std::printf("%d calls were broken off\n", broken.load());
@@ -141,9 +136,7 @@ class Crash : public oci8::DatabaseTest {
     int acknowledged = static_cast<int>(read(channel[0], &sign, 1));
     std::this_thread::sleep_for(life);
     kill(child, SIGKILL);
-    int status = 0;
-    waitpid(child, &status, 0);
-    EXPECT_TRUE(WIFSIGNALED(status)) << "the loading process failed by itself";
+    EXPECT_TRUE(WIFSIGNALED(end_of(child))) << "the loading process failed by itself";
     while (read(channel[0], &sign, 1) == 1) ++acknowledged;
     close(channel[0]);
     return acknowledged;
@@ -196,8 +189,7 @@ TEST_F(Soak, CursorsThatStreamAValueInAndFetchIt) {
   repeat(scaled(2000), [&] {
     Stream stream{std::string(9000, 'x'), 3000};
     OCIStmt* former = std::exchange(c.stmt, c.make<OCIStmt>(OCI_HTYPE_STMT));
-    ASSERT_EQ(c.prepare("update t set l = :1 where n = 1"), OCI_SUCCESS);
-    ASSERT_EQ(c.stream(SQLT_LNG, stream), OCI_SUCCESS);
+    ASSERT_EQ(c.stream("update t set l = :1 where n = 1", SQLT_LNG, stream), OCI_SUCCESS);
     ASSERT_EQ(c.execute(1), OCI_SUCCESS) << c.code();
     // Not each one: a commit waits for the disk, and is not what is looked at.
     if (++times % 1000 == 0) OCITransCommit(c.svc, c.err, 0);

@@ -234,8 +234,7 @@ TEST_F(Large, LongValuesStreamThroughTheStore) {
       return large && one.code == 24343 ? OCI_ERROR : OCI_CONTINUE;
     };
     const ub2 type = one.sql[12] == 't' ? SQLT_LNG : SQLT_LBI;
-    ASSERT_EQ(c.prepare(one.sql), OCI_SUCCESS);
-    ASSERT_EQ(c.stream(type, stream), OCI_SUCCESS);
+    ASSERT_EQ(c.stream(one.sql, type, stream), OCI_SUCCESS);
     EXPECT_EQ(c.error_of(c.execute(1)), one.code) << one.sql;
     EXPECT_EQ(kept(), one.kept) << one.sql;
   }

@@ -223,8 +223,8 @@ TEST_F(Bind, StreamsArePulledPieceByPiece) {
       return stream.asked.size() == failing ? OCI_ERROR : OCI_CONTINUE;
     };
     must("delete from l");
-    ASSERT_EQ(c.prepare("insert into l values (1, :x)"), OCI_SUCCESS);
-    ASSERT_EQ(c.stream(SQLT_LNG, stream, indicator), OCI_SUCCESS);
+    const char* const insert = "insert into l values (1, :x)";
+    ASSERT_EQ(c.stream(insert, SQLT_LNG, stream, indicator), OCI_SUCCESS);
     const int raised = failing != 0 ? 24343 : breaking != 0 ? 1013 : 0;
     EXPECT_EQ(c.error_of(c.execute(1)), raised);
     EXPECT_EQ(c.row_count(), raised != 0 ? 0u : 1u);

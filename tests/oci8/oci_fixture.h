@@ -2,6 +2,7 @@
 #ifndef OCI8_TESTS_OCI_FIXTURE_H
 #define OCI8_TESTS_OCI_FIXTURE_H
 
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -102,8 +103,9 @@ struct Client {
     return OCIBindByPos(stmt, &bound, err, position, const_cast<void*>(value),
                         static_cast<sb4>(size), type, indicator, length, code, 0, nullptr, mode);
   }
-  /// Binds the first variable to a stream.
-  sword stream(ub2 type, Stream& from, sb2* indicator = nullptr) {
+  /// Prepares, and binds the first variable to a stream.
+  sword stream(const std::string& sql, ub2 type, Stream& from, sb2* indicator = nullptr) {
+    EXPECT_EQ(prepare(sql), OCI_SUCCESS);
     bind(1, nullptr, 0x7fffffff, type, indicator, nullptr, nullptr, OCI_DATA_AT_EXEC);
     return OCIBindDynamic(bound, err, &from, Stream::next, nullptr, nullptr);
   }
@@ -154,6 +156,13 @@ inline pid_t fork_between_threads(bool alone) {
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
   } while (alone && threads() > 1 && ++waits < 50);
   return fork();
+}
+
+/// How a child process has ended.
+inline int end_of(pid_t child) {
+  int status = -1;
+  waitpid(child, &status, 0);
+  return status;
 }
 
 class OciTest : public oci8::DatabaseTest {

@@ -1,5 +1,3 @@
-#include <sys/wait.h>
-
 #include <atomic>
 
 #include "oci_fixture.h"
@@ -183,11 +181,6 @@ TEST_F(Session, ATextThatWasPreparedBeforeIsReadAnewForAnotherSchemaOrUser) {
   EXPECT_EQ(width(own), 1u) << "what the open query sees";
   OCIHandleFree(open_query, OCI_HTYPE_STMT);
   EXPECT_EQ(width(own), 2u);
-  ASSERT_EQ(other.run("drop table t"), OCI_SUCCESS) << other.code();
-  EXPECT_EQ(width(own), 0u);
-  EXPECT_EQ(c.code(), 942);
-  must("create table t (n number(3))");
-  EXPECT_EQ(width(own), 1u);
   oci8::add_account(oci8::open_file(database_, SQLITE_OPEN_READWRITE).get(), "mary", "tiger");
   OCIServerDetach(c.srv, c.err, 0);
   ASSERT_EQ(c.log_in(database_, "mary"), OCI_SUCCESS) << c.code();
@@ -215,14 +208,16 @@ TEST_F(LeftFile, IsRefusedToAChildWhileItIsInUse) {
     Client own;
     _exit(own.log_in(database_) == OCI_SUCCESS ? 0 : own.code() % 256);
   }
-  int status = 0;
-  waitpid(child, &status, 0);
-  EXPECT_EQ(WEXITSTATUS(status), 3113 % 256);
+  EXPECT_EQ(WEXITSTATUS(end_of(child)), 3113 % 256);
 }
 
 // Replaced while it is in use or left, or with a relative name that leads elsewhere by then.
 TEST_F(LeftFile, IsCompleteAndNotTakenForAnother) {
-  const auto add_row = [this] { must("begin insert into t values (1); commit; end;"); };
+  const auto add_row = [this](const std::string& file) {
+    ASSERT_EQ(c.log_in(file), OCI_SUCCESS);
+    must("begin insert into t values (1); commit; end;");
+    leave();
+  };
   const char* const sum = "SELECT SUM(n) FROM t";
   const std::string copy = folder_ / "copy.db", here = folder_ / "here.db";
   std::filesystem::copy_file(database_, copy);
@@ -230,14 +225,10 @@ TEST_F(LeftFile, IsCompleteAndNotTakenForAnother) {
   log_in();
   std::filesystem::rename(copy, database_);
   leave();
-  log_in();
-  add_row();
-  leave();
+  add_row(database_);
   EXPECT_EQ(oci8::in_file(database_, sum), "8");
   std::filesystem::copy_file(here, copy);
-  log_in();
-  add_row();
-  leave();
+  add_row(database_);
   EXPECT_EQ(rows(), 9);
   std::filesystem::rename(copy, database_);
   EXPECT_EQ(rows(), 7);
@@ -249,9 +240,7 @@ TEST_F(LeftFile, IsCompleteAndNotTakenForAnother) {
   ASSERT_EQ(c.log_in("./here.db"), OCI_SUCCESS);
   std::filesystem::current_path("other");
   leave();
-  ASSERT_EQ(c.log_in("./here.db"), OCI_SUCCESS);
-  add_row();
-  leave();
+  add_row("./here.db");
   std::filesystem::current_path(before);
   EXPECT_EQ(oci8::in_file(here, sum), "7");
 }
@@ -274,9 +263,7 @@ TEST_F(LeftFile, IsOpenedAnewByAChild) {
   EXPECT_EQ(rows(), 7);
   std::this_thread::sleep_for(std::chrono::milliseconds(300));  // until the file is closed here
   ASSERT_EQ(write(to_child[1], &sign, 1), 1);
-  int status = 0;
-  waitpid(child, &status, 0);
-  EXPECT_EQ(status, 0);
+  EXPECT_EQ(end_of(child), 0);
   for (const int end : {to_child[0], to_child[1], to_parent[0]}) close(end);
   EXPECT_EQ(rows(), 8);
 }
