@@ -45,25 +45,20 @@ class BlockTest : public testing::Test {
 
 // :1 starts as 5 and :2 as "five"; what they end with, in order of appearance.
 TEST_F(BlockTest, ValuesGoInAndOut) {
-  const std::pair<const char*, const char*> kCases[] = {
-      {"BEGIN :1 := :1 + 1; :1 := :1 * 2; :2 := :2 || ';END'; END;", "12 five;END"},
-      {"begin :1 := (:1 - 10) / 2; :2 := TO_CHAR(:1); end;", "-2.5 -2.5"},
-      {"BEGIN SELECT :1, :2 INTO :2, :1 FROM DUAL; END;", "five 5"},
-      {"BEGIN SELECT B /* INTO :1; */ INTO :2 FROM T WHERE A = :1 - 4; END;", "one -"},
-      {"BEGIN SELECT MAX(A), '' INTO :1, :2 FROM T UNION SELECT 2, NULL FROM T; END;", "2 NULL"},
-      {"BEGIN :1 := CASE WHEN :1 = 5 THEN 1 ELSE 0 END; END;", "1"},
-      {"BEGIN INSERT INTO T VALUES (:1, :2); SELECT B||A INTO :2 FROM T WHERE A = :1; END;",
-       "- five5"},
-      {"<<o>> BEGIN NULL; BEGIN :1 := 7; END; <<i>> BEGIN :2 := 'x'; END i; END o;", "7 x"},
-      {"DECLARE a NUMBER(3) := 41; s VARCHAR2(9); BEGIN s := 'A'; a := a + '1'; :1 := a; SELECT s "
-       "|| MAX(A) INTO s FROM T; :2 := s; END;",
-       "42 A2"},
-      {R"(DECLARE "a""b" NUMBER(4); BEGIN "a""b" := 1; :1 := "a""b" + 1; END;)", "2"},
-      {"DECLARE dummy PLS_INTEGER DEFAULT :1; BEGIN DECLARE dummy DATE; BEGIN dummy := DATE "
-       "'1999-12-31'; :2 := dummy + 1; END; :1 := dummy + 1; END;",
-       "6 \x78\x64\x01\x01\x01\x01\x01"},
-  };
-  for (const auto& [text, wanted] : kCases) {
+  for (const auto& [text, wanted] : cases(R"(
+    BEGIN :1 := :1 + 1; :1 := :1 * 2; :2 := :2 || ';END'; END; -> 12 five;END
+    begin :1 := (:1 - 10) / 2; :2 := TO_CHAR(:1); end; -> -2.5 -2.5
+    BEGIN SELECT :1, :2 INTO :2, :1 FROM DUAL; END; -> five 5
+    BEGIN SELECT B /* INTO :1; */ INTO :2 FROM T WHERE A = :1 - 4; END; -> one -
+    BEGIN SELECT MAX(A), '' INTO :1, :2 FROM T UNION SELECT 2, NULL FROM T; END; -> 2 NULL
+    BEGIN :1 := CASE WHEN :1 = 5 THEN 1 ELSE 0 END; END; -> 1
+    BEGIN INSERT INTO T VALUES (:1, :2); SELECT B||A INTO :2 FROM T WHERE A = :1; END; -> - five5
+    <<o>> BEGIN NULL; BEGIN :1 := 7; END; <<i>> BEGIN :2 := 'x'; END i; END o; -> 7 x
+    DECLARE a NUMBER(3) := 41; s VARCHAR2(9); BEGIN s := 'A'; a := a + '1'; :1 := a;
+      SELECT s || MAX(A) INTO s FROM T; :2 := s; END; -> 42 A2
+    DECLARE "a""b" NUMBER(4); BEGIN "a""b" := 1; :1 := "a""b" + 1; END; -> 2
+    DECLARE dummy PLS_INTEGER DEFAULT :1; BEGIN DECLARE dummy DATE; BEGIN dummy := DATE '1999-12-31';
+      :2 := TO_CHAR(dummy + 1, 'DD.MM.YYYY'); END; :1 := dummy + 1; END; -> 6 01.01.2000)")) {
     TestBlock block(*one_, text);
     const std::vector<Placeholder>& placeholders = block.source.placeholders;
     std::string results;

@@ -233,7 +233,6 @@ TEST_F(DialectTest, APlaceholderInASumIsADateOrANumber) {
 
 TEST_F(DialectTest, RowsAreNumberedBeforeTheyAreSortedOrGrouped) {
   expect(R"(
-    SELECT empno FROM emp WHERE ROWNUM <= 2 -> 1/2
     SELECT empno FROM emp WHERE sal > 0 AND 3 > ROWNUM ORDER BY ename DESC -> 1/2
     SELECT empno FROM (SELECT * FROM emp WHERE ROWNUM < 3) ORDER BY ename DESC -> 1/2
     SELECT (SELECT MAX(ename) FROM emp WHERE deptno = d.deptno AND ROWNUM
