@@ -102,19 +102,17 @@ class DialectTest : public testing::Test {
  protected:
   DialectTest() {
     db_->log_in("scott", "");
-    for (const char* sql :
-         {"CREATE TABLE dept (deptno NUMBER(2) CONSTRAINT pk PRIMARY KEY, dname VARCHAR2(10),"
-          " loc CHAR(8)) TABLESPACE users STORAGE (INITIAL 10K)",
-          "CREATE TABLE emp (empno NUMBER(4), ename VARCHAR2(10), hired DATE, sal NUMBER(7,2),"
-          " deptno NUMBER(2) REFERENCES dept ON DELETE CASCADE, photo RAW(4),"
-          " CONSTRAINT pk_emp PRIMARY KEY (empno), CHECK (sal > 0))",
-          "INSERT INTO dept VALUES (10, 'SALES', 'DALLAS')",
-          "INSERT INTO dept (dname, deptno) VALUES ('OPS', '20')",
-          "INSERT INTO emp VALUES (1, 'SMITH', DATE '1999-12-17', 800, 10, 'FF00')",
-          "INSERT INTO emp VALUES (2, 'ALLEN', DATE '2001-02-03', 1600.555, 10, NULL)",
-          "INSERT INTO emp (empno, ename, sal) SELECT 3, 'FORD', '3000' FROM dual"}) {
-      EXPECT_EQ(run(sql), "") << sql;
-    }
+    expect(R"(
+      CREATE TABLE dept (deptno NUMBER(2) CONSTRAINT pk PRIMARY KEY, dname VARCHAR2(10), loc CHAR(8))
+        TABLESPACE users STORAGE (INITIAL 10K) ->
+      CREATE TABLE emp (empno NUMBER(4), ename VARCHAR2(10), hired DATE, sal NUMBER(7,2),
+        deptno NUMBER(2) REFERENCES dept ON DELETE CASCADE, photo RAW(4),
+        CONSTRAINT pk_emp PRIMARY KEY (empno), CHECK (sal > 0)) ->
+      INSERT INTO dept VALUES (10, 'SALES', 'DALLAS') ->
+      INSERT INTO dept (dname, deptno) VALUES ('OPS', '20') ->
+      INSERT INTO emp VALUES (1, 'SMITH', DATE '1999-12-17', 800, 10, 'FF00') ->
+      INSERT INTO emp VALUES (2, 'ALLEN', DATE '2001-02-03', 1600.555, 10, NULL) ->
+      INSERT INTO emp (empno, ename, sal) SELECT 3, 'FORD', '3000' FROM dual ->)");
   }
 
   // Rows as "a,b/c,d"; an error as its code and offset: "942@14". What is bound is a date where it
@@ -127,19 +125,16 @@ class DialectTest : public testing::Test {
       const bool integer = bound.starts_with('#');
       const Value value = integer ? number(bound[1] - '0') : words(bound, kind);
       for (ub4 i = 1; i <= prepared.source.placeholders.size(); ++i) prepared->bind(i, value);
-      while (prepared->step()) rows += (rows.empty() ? "" : "/") + row(*prepared.statement);
+      while (prepared->step()) {
+        rows += rows.empty() ? "" : "/";
+        for (ub4 i = 0; i < prepared->columns().size(); ++i) {
+          const std::string text = text_of(prepared->column(i));
+          rows += (i > 0 ? "," : "") + (text == "NULL" ? "-" : text);
+        }
+      }
     });
     return raised.code == 0 ? rows
                             : std::to_string(raised.code) + "@" + std::to_string(raised.offset);
-  }
-
-  static std::string row(Statement& statement) {
-    std::string result;
-    for (ub4 i = 0; i < statement.columns().size(); ++i) {
-      const std::string text = text_of(statement.column(i));
-      result += (i > 0 ? "," : "") + (text == "NULL" ? "-" : text);
-    }
-    return result;
   }
 
   void expect(const char* table, std::string_view bound = "10") {
