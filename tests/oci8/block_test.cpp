@@ -57,8 +57,9 @@ TEST_F(BlockTest, ValuesGoInAndOut) {
     DECLARE a NUMBER(3) := 41; s VARCHAR2(9); BEGIN s := 'A'; a := a + '1'; :1 := a;
       SELECT s || MAX(A) INTO s FROM T; :2 := s; END; -> 42 A2
     DECLARE "a""b" NUMBER(4); BEGIN "a""b" := 1; :1 := "a""b" + 1; END; -> 2
-    DECLARE dummy PLS_INTEGER DEFAULT :1; BEGIN DECLARE dummy DATE; BEGIN dummy := DATE '1999-12-31';
-      :2 := TO_CHAR(dummy + 1, 'DD.MM.YYYY'); END; :1 := dummy + 1; END; -> 6 01.01.2000)")) {
+    DECLARE dummy PLS_INTEGER DEFAULT :1; BEGIN DECLARE dummy DATE; BEGIN
+      dummy := DATE '1999-12-31'; :2 := TO_CHAR(dummy + 1, 'DD.MM.YYYY'); END;
+      :1 := dummy + 1; END; -> 6 01.01.2000)")) {
     TestBlock block(*one_, text);
     const std::vector<Placeholder>& placeholders = block.source.placeholders;
     std::string results;

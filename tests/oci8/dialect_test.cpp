@@ -103,8 +103,8 @@ class DialectTest : public testing::Test {
   DialectTest() {
     db_->log_in("scott", "");
     expect(R"(
-      CREATE TABLE dept (deptno NUMBER(2) CONSTRAINT pk PRIMARY KEY, dname VARCHAR2(10), loc CHAR(8))
-        TABLESPACE users STORAGE (INITIAL 10K) ->
+      CREATE TABLE dept (deptno NUMBER(2) CONSTRAINT pk PRIMARY KEY, dname VARCHAR2(10),
+        loc CHAR(8)) TABLESPACE users STORAGE (INITIAL 10K) ->
       CREATE TABLE emp (empno NUMBER(4), ename VARCHAR2(10), hired DATE, sal NUMBER(7,2),
         deptno NUMBER(2) REFERENCES dept ON DELETE CASCADE, photo RAW(4),
         CONSTRAINT pk_emp PRIMARY KEY (empno), CHECK (sal > 0)) ->

@@ -39,14 +39,13 @@ TEST(FirstCall, MayComeFromTwoThreadsAtOnce) {
   EXPECT_EXIT(race(), testing::ExitedWithCode(0), "");
 }
 
-class Threads : public OciTest {
+class Threads : public LoggedInTest {
  protected:
   static constexpr int kSessions = 64, kAmount = 100;
 
   // A writer waits for all others in turn, on a machine that may be busy with something else.
   Threads() {
     setenv("OCI8_LOCK_TIMEOUT", "120000", 0);
-    log_in();
     must("create table t (id number primary key, amount number)");
     for (int i = 0; i < kSessions; ++i) {
       must("insert into t values (" + std::to_string(i) + ", " + std::to_string(kAmount) + ")");
