@@ -172,6 +172,7 @@ TEST_F(DialectTest, OperatorsMeanWhatTheyMeanOnTheServer) {
     SELECT DECODE(deptno, 9, 1/0, :1, 0, NULL, 1, 1/(deptno-10)) FROM emp -> 0/0/1
     SELECT DECODE(deptno+1, 9, 1/0, :1+1, 0, NULL, 1, 1/(deptno-10)) FROM emp -> 0/0/1
     SELECT deptno FROM dept WHERE loc NOT IN ('DALLAS', dname) ->
+    SELECT deptno FROM dept WHERE (loc, deptno) IN (('DALLAS', 10), (dname, 7)) -> 10
     SELECT deptno FROM dept WHERE loc IN (dname, 'DALLAS') AND loc BETWEEN TRIM('D') AND
       'DALLAS' AND CASE loc WHEN dname THEN 1 WHEN 'DALLAS' THEN 2 END = 2 -> 10
     SELECT deptno FROM dept WHERE loc NOT BETWEEN TRIM('D') AND 'DALLAS' ->
@@ -471,6 +472,7 @@ TEST_F(DialectTest, ErrorsNameTheirPlace) {
     SELECT hired + hired FROM emp -> 975@7 | SELECT 1 FROM emp WHERE hired = 5 -> 932@32
     SELECT 1 FROM dual UNION SELECT 1, 2 FROM dual -> 1789@25 | WITH a AS (SELECT :b FROM c) -> 3001@0
     SELECT 1 FROM dual UNION SELECT 'a' FROM dual -> 1790@25
+    CREATE VIEW q AS SELECT 1 n FROM emp ORDER BY 2 WITH READ ONLY -> 1785@46
     SELECT 1 FROM emp ORDER BY 2 -> 1785@27
     SELECT DECODE(1, 2, s.NEXTVAL, s.NEXTVAL) FROM dual -> 3001@33
     INSERT INTO dept (deptno, dname) VALUES (s.CURRVAL, s.NEXTVAL) -> 3001@54
