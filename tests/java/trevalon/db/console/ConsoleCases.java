@@ -302,13 +302,13 @@ public final class ConsoleCases {
         }
     }
 
-    /** The script has come as far as its file, and waits for more of its input. */
+    /** The script has come as far as its file, and tells of it or waits for more of its input. */
     private static void terminated() throws Exception {
         String ready = System.getenv("OCI8_DATA") + "/ready";
         String signal = "mkfifo " + ready + ".in; exec 3<>" + ready + ".in; cat >&3; exec <&3;"
                 + " (while kill -0 $$ && ! test -e " + ready + "; do sleep 0.1; done; kill $$) & :";
         String script = "SELECT 'shown' FROM DUAL;\nGET filed.b INTO '" + ready + "' WHERE n = 2\n";
-        new Run("", signal, script, new String[] {LOGIN}).ends(143, "shown", "3 bytes written.");
+        new Run("", signal, script, new String[] {LOGIN}).ends(143, "1 row selected.");
     }
 
     private static void sample() throws Exception {
