@@ -313,6 +313,7 @@ bool rows_pad_some(const Fragment& left, const std::vector<Fragment>& rows) {
 // A list for each member.
 Fragment lists_of_one(const Fragment& left, const std::vector<Fragment>& values, bool negated) {
   std::vector<Fragment> lists;
+  lists.reserve(values.size());
   for (const Fragment& value : values) lists.push_back(in_list(left, {value}, negated));
   return join_conditions(lists, negated ? " AND " : " OR ");
 }
