@@ -119,10 +119,8 @@ sword read_characters(const LobCall& call, ub4 offset, utext* buffer, ub4 capaci
   const ub4 bytes = capacity * static_cast<ub4>(sizeof(utext));
   amount = capacity;
   trace_transfer(amount, offset, bytes, OCI_UCS2ID);
-  const sword status =
-      OCILobRead(call.ld->svchp, call.ld->errhp, call.lob->lobloc, &amount, offset, buffer, bytes,
-                 nullptr, nullptr, OCI_UCS2ID, static_cast<ub1>(form));
-  return status;
+  return OCILobRead(call.ld->svchp, call.ld->errhp, call.lob->lobloc, &amount, offset, buffer,
+                    bytes, nullptr, nullptr, OCI_UCS2ID, static_cast<ub1>(form));
 }
 
 }  // namespace

@@ -239,7 +239,8 @@ Fragment aggregate_argument(Context& context, Scope& scope, std::string_view nam
   const bool numeric = name == "SUM" || name == "AVG";
   if (numeric) value = coerce(value, ValueClass::Number);
   refuse_large(value);
-  if (value.sources != 0 || value.integer || scope.outer == nullptr) return value;
+  const bool own_query = value.sources != 0 || scope.outer == nullptr || scope.sources.empty();
+  if (own_query || value.integer) return value;
   // The engine would take a group function of outer columns only for one of the query around this
   // one, and group that: an operand that is NULL reads a column of this query as well.
   const Fragment own = fragment(scope.sources.front().columns.front().sql, value.offset);

@@ -81,7 +81,9 @@ class SqliteConnection final : public Connection {
                     size_t units) override {
     session_->require_open();
     const SqliteSession::Operation running(*session_);
-    return session_->attempt([&] { return session_->large().read(name, place, target, units); });
+    return session_->attempt([&] {
+      return session_->large().read(name, place, target, units, session_->has_open_query());
+    });
   }
 
   // Each read of the body is an operation of its own, and they do not nest.

@@ -212,8 +212,8 @@ unsigned long long LargeStore::size(const LargeName& name) {
   return units_of(row);
 }
 
-size_t LargeStore::read(const LargeName& name, unsigned long long place, void* target,
-                        size_t units) {
+size_t LargeStore::read(const LargeName& name, unsigned long long place, void* target, size_t units,
+                        bool viewed) {
   sqlite3_stmt* row = find(name);
   const ResetOnExit reset(row);
   // The row stands until the read is done, so that size and chunks are of one moment, also outside
@@ -225,7 +225,7 @@ size_t LargeStore::read(const LargeName& name, unsigned long long place, void* t
   const unsigned long long begin = place * width;
   const unsigned long long end = begin + units * width;
   auto* out = static_cast<char*>(target);
-  if (viewed_ && name.unit == Unit::Byte && read_in_place(name.id, begin, end, out)) return units;
+  if (viewed && name.unit == Unit::Byte && read_in_place(name.id, begin, end, out)) return units;
   unsigned long long at = begin;  // up to where the target is filled
   sqlite3_stmt* chunk = chunks(name.id, begin / kChunkSize, (end - 1) / kChunkSize);
   const ResetOnExit reset_chunk(chunk);
@@ -274,11 +274,6 @@ bool LargeStore::read_in_place(long long id, unsigned long long begin, unsigned 
     target += size;
   }
   return true;
-}
-
-void LargeStore::view_closed() noexcept {
-  viewed_ = false;
-  let_go();
 }
 
 // Without a row there is no value to read either.

@@ -62,16 +62,14 @@ class LargeStore {
   LargeName name_of(long long id, LargeName::Unit unit);
   unsigned long long size(const LargeName& name);
   /// Reads up to `units` units from `place` on into `target`; returns how many there were, 0 beyond
-  /// the end. ORA-22275 for the empty name, ORA-22922 for a value that is gone, as all that take a
-  /// name.
-  size_t read(const LargeName& name, unsigned long long place, void* target, size_t units);
+  /// the end. `viewed` says that a query is open: its view of the database is also that of a chunk
+  /// that the read leaves open for the next one. ORA-22275 for the empty name, ORA-22922 for a
+  /// value that is gone, as all that take a name.
+  size_t read(const LargeName& name, unsigned long long place, void* target, size_t units,
+              bool viewed);
   /// Returns a statement that stands on a row: all reads see one moment until the caller resets it.
   sqlite3_stmt* view();
-  /// A query of the session has opened a view of the database, which reads may hold as well; or the
-  /// last one has closed it.
-  void view_opened() noexcept { viewed_ = true; }
-  void view_closed() noexcept;
-  /// Lets go of what reads have left open, before a change.
+  /// Lets go of what reads have left open: before a change, and with the last open query.
   void let_go() noexcept { shown_.reset(); }
   /// ORA-22925 for a value of more units than an ub4 can count.
   void write(const LargeName& name, unsigned long long place, const void* source, size_t units);
@@ -101,7 +99,6 @@ class LargeStore {
   SqliteStatementOwner chunks_;
   SqliteStatementOwner put_;
   SqliteBlobOwner shown_;  // the chunk that was read last, while a query is open
-  bool viewed_ = false;
   std::unique_ptr<char[]> scratch_;  // a chunk, from the first that is written in part on
   std::unique_ptr<char[]> narrow_;  // a chunk of characters, from the first one on
 };

@@ -294,14 +294,9 @@ void SqliteSession::forget_savepoints() {
   early_at_mark_.clear();
 }
 
-void SqliteSession::enter(OpenQuery& query) {
-  open_.push_back(&query);
-  large_.view_opened();
-}
-
 void SqliteSession::leave(const OpenQuery& query) noexcept {
   std::erase(open_, &query);
-  if (open_.empty()) large_.view_closed();
+  if (open_.empty()) large_.let_go();
 }
 
 void SqliteSession::read_out() {

@@ -89,8 +89,9 @@ class SqliteSession {
   }
 
   /// A query reads from the tables from here on.
-  void enter(OpenQuery& query);
+  void enter(OpenQuery& query) { open_.push_back(&query); }
   void leave(const OpenQuery& query) noexcept;
+  bool has_open_query() const { return !open_.empty(); }
   /// Has all open queries read to their end, so that what they give is the state that they began
   /// with: to be called before anything that changes a table. ORA-01013 after a break, which may
   /// end a query, too.
