@@ -58,7 +58,7 @@ void run_statement(Connection& connection, const SqlText& source) {
   const std::unique_ptr<Statement> statement = connection.prepare(source);
   for (ub4 i = 1; i <= source.placeholders.size(); ++i) statement->bind(i, {});
   for (int row = 0; row < 50 && statement->step(); ++row) {
-    for (ub4 i = 0; i < statement->columns().size(); ++i) touch(statement->column(i));
+    for (const Value& value : statement->row()) touch(value);
   }
 }
 

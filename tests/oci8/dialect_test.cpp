@@ -128,7 +128,7 @@ class DialectTest : public testing::Test {
       while (prepared->step()) {
         rows += rows.empty() ? "" : "/";
         for (ub4 i = 0; i < prepared->columns().size(); ++i) {
-          const std::string text = text_of(prepared->column(i));
+          const std::string text = text_of(prepared->row()[i]);
           rows += (i > 0 ? "," : "") + (text == "NULL" ? "-" : text);
         }
       }

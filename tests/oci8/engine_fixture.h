@@ -54,7 +54,7 @@ inline std::string text_of(const Value& value) {
 /// The first column of all rows, blank between.
 inline std::string rows_of(Statement& statement) {
   std::string rows;
-  while (statement.step()) rows += (rows.empty() ? "" : " ") + text_of(statement.column(0));
+  while (statement.step()) rows += (rows.empty() ? "" : " ") + text_of(statement.row()[0]);
   return rows;
 }
 

@@ -29,7 +29,7 @@ using ConnectionPtr = std::unique_ptr<Connection>;
 /// Adds the rows that are left to `rows`; what ends them.
 Failure read_on(const Prepared& open, std::string& rows) {
   return failure([&] {
-    while (open->step()) rows += ' ' + text_of(open->column(0));
+    while (open->step()) rows += ' ' + text_of(open->row()[0]);
   });
 }
 
@@ -407,7 +407,7 @@ TEST_F(EngineTest, OpenQueriesOutliveTheirConnection) {
   ASSERT_TRUE(open->step());
   one.reset();
   for (const Prepared* each : {&kept, &open}) {
-    EXPECT_EQ(text_of((*each)->column(0)), "1");
+    EXPECT_EQ(text_of((*each)->row()[0]), "1");
     EXPECT_EQ(failure([&] { (*each)->step(); }).code, 3114);
   }
 }
@@ -440,7 +440,7 @@ TEST_F(EngineTest, OpenQueriesGiveTheStateThatTheyBeganWith) {
     const Prepared open(*one, sql);
     ASSERT_TRUE(open->step());
     EXPECT_EQ(code_of(*one, change), 0) << sql;
-    std::string rows = text_of(open->column(0));
+    std::string rows = text_of(open->row()[0]);
     EXPECT_EQ(read_on(open, rows).code, code) << sql << ", " << change;
     EXPECT_EQ(rows, expected) << sql << ", " << change;
     for (const char* table : {"TABLE T", "TABLE U", "SEQUENCE Q"}) {
@@ -457,7 +457,7 @@ TEST_F(EngineTest, RowsBeyondTheMemoryOfAnOpenQueryAreKeptToo) {
   const Prepared open(*one, sql);
   ASSERT_TRUE(open->step());
   query(*one, "DELETE FROM T");
-  std::string rows = text_of(open->column(0)) + ' ';
+  std::string rows = text_of(open->row()[0]) + ' ';
   rows += rows_of(*open.statement);
   EXPECT_EQ(rows.size(), 128 * 40 * 4001 - 1);
   EXPECT_TRUE(rows == all);
@@ -466,7 +466,7 @@ TEST_F(EngineTest, RowsBeyondTheMemoryOfAnOpenQueryAreKeptToo) {
   const Prepared cut(*one, sql);
   ASSERT_TRUE(cut->step());
   with_small_files(4 << 20, [&] { EXPECT_EQ(code_of(*one, "DELETE FROM T"), 0); });
-  rows = text_of(cut->column(0));
+  rows = text_of(cut->row()[0]);
   EXPECT_EQ(read_on(cut, rows).code, 1652) << "no place for the rest";
   EXPECT_TRUE(all.starts_with(rows) && rows.size() > 1 << 20);
 }
@@ -517,7 +517,7 @@ TEST_F(EngineTest, BoundValuesAreStoredAsAllOthersAre) {
     });
     const Prepared select(*db, "SELECT V FROM " + std::string(table));
     const bool row = select->step();
-    const Value stored = row ? select->column(0) : Value();
+    const Value stored = row ? select->row()[0] : Value();
     return std::tuple(raised.code, row, stored.kind, text_of(stored));
   };
   for (const std::string type :
@@ -608,7 +608,7 @@ TEST_F(EngineTest, SequencesCountForAllSessions) {
     query(*one, before);
     const Prepared drawing(*one, "SELECT S.NEXTVAL FROM T");
     ASSERT_TRUE(drawing->step());
-    const std::string next = std::to_string(drawing->column(0).integer + 1);
+    const std::string next = std::to_string(drawing->row()[0].integer + 1);
     one->commit();
     EXPECT_EQ(code_of(*other, "UPDATE T SET B = 'x'"), 0) << "behind " << before;
     other->commit();

@@ -31,7 +31,7 @@ class Large : public LoggedInTest {
   }
   LargeName cell(std::string_view query) {
     const Prepared prepared(*db_, query);
-    return prepared->step() ? prepared->column(0).large : LargeName();
+    return prepared->step() ? prepared->row()[0].large : LargeName();
   }
   std::string content(const LargeName& name) {
     std::string bytes(static_cast<size_t>(db_->large_size(name)), '#');
@@ -130,8 +130,8 @@ TEST_F(Large, AnOpenQueryGoesOnNamingItsValues) {
   const Prepared open(*db_, "select n, b from t");
   for (int n = '1'; open->step(); ++n) {
     ASSERT_EQ(run("update t set n = n + 10, c = 'new'"), 0);
-    EXPECT_EQ(open->column(0).integer, n - '0');
-    EXPECT_TRUE(content(open->column(1).large) == pattern(2 * kChunk, n));
+    EXPECT_EQ(open->row()[0].integer, n - '0');
+    EXPECT_TRUE(content(open->row()[1].large) == pattern(2 * kChunk, n));
   }
 }
 
@@ -142,7 +142,7 @@ TEST_F(Large, ReadsHoldNoViewBehindTheirQuery) {
   db_->commit();
   const Prepared open(*db_, "select b from t order by n");
   ASSERT_TRUE(open->step());
-  const LargeName name = open->column(0).large;
+  const LargeName name = open->row()[0].large;
   EXPECT_EQ(content(name), "before");
   const auto other = open_database(database_);
   query(*other, "select b from t where n = 1 for update");

@@ -47,7 +47,7 @@ class OpenedQuery final : public Statement {
   }
   ub2 takes_large(ub4 position) const override { return query_->takes_large(position); }
   bool step() override { return query_->step(); }
-  Value column(ub4 index) override { return query_->column(index); }
+  std::span<const Value> row() override { return query_->row(); }
   ub4 rows_changed() const override { return query_->rows_changed(); }
   void reset() override { query_->reset(); }
 
@@ -264,7 +264,7 @@ void Block::Program::select_into(Step& step) {
     bind_inputs(step, *step.run);
     const ResetAfter reset(*step.run);
     if (!step.run->step()) fail(1403);
-    for (size_t i = 0; i < row.size(); ++i) row[i].copy(step.run->column(static_cast<ub4>(i)));
+    for (size_t i = 0; i < row.size(); ++i) row[i].copy(step.run->row()[i]);
     if (step.run->step()) fail(1422);
   }
   for (size_t i = 0; i < row.size(); ++i) assign(step.targets[i], std::move(row[i]));
@@ -301,7 +301,7 @@ void Block::Program::convert(Variable& variable, OwnedValue& value) {
     if (std::ranges::count(kConversionErrors, failure.code) == 0) throw;
     throw Failure{6502, error_text(6502) + failure.text};
   }
-  converted.copy(variable.run->column(0));
+  converted.copy(variable.run->row()[0]);
   value.take(std::move(converted));
 }
 

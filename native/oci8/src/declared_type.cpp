@@ -121,10 +121,6 @@ bool take_name(std::string_view& from, std::string& name) {
 
 }  // namespace
 
-bool may_be_large(ub2 type) {
-  return type == SQLT_LNG || type == SQLT_LBI || type == SQLT_CLOB || type == SQLT_BLOB;
-}
-
 bool takes_any_number(const ColumnInfo& column) {
   return column.precision == 0 ||
          (column.scale == kNoScale && column.precision >= kBinaryDigitsOfAny);

@@ -14,7 +14,9 @@
 namespace oci8 {
 
 /// Whether cells of a column of this type may name large values: LONG, LONG RAW, CLOB, BLOB.
-bool may_be_large(ub2 type);
+inline bool may_be_large(ub2 type) {
+  return type == SQLT_LNG || type == SQLT_LBI || type == SQLT_CLOB || type == SQLT_BLOB;
+}
 
 /// Whether a NUMBER column has no precision, or a binary one that rounds none of the digits that
 /// are kept.

@@ -44,10 +44,16 @@ struct BlankPadded {
   }
 };
 
+constexpr Placed refused(int code) { return {0, 0, code}; }
+
+Placed cut_to(size_t length, size_t full) {
+  return {length, static_cast<ub4>(std::min<size_t>(full, std::numeric_limits<ub4>::max())), 0};
+}
+
 Placed put_bytes(const char* data, size_t size, ub1* target, size_t limit) {
   const size_t length = std::min(size, limit);
   if (length > 0) std::memcpy(target, data, length);
-  return {length, size, 0};
+  return cut_to(length, size);
 }
 
 // An odd limit may end between the two digits of a byte: the cut is reported like any other.
@@ -59,47 +65,48 @@ Placed put_hex(const Value& value, ub1* target, size_t limit) {
     const auto byte = static_cast<ub1>(value.data[i / 2]);
     target[i] = static_cast<ub1>(kDigits[i % 2 == 0 ? byte >> 4 : byte & 15]);
   }
-  return {length, full, 0};
+  return cut_to(length, full);
 }
 
 template <class Number>
 Placed put_number(Number number, ub1* target, size_t limit) {
+  if (limit >= kNumberTextSize) {
+    const size_t length = number_to_text(number, reinterpret_cast<char*>(target));
+    return cut_to(length, length);
+  }
   char digits[kNumberTextSize];
   return put_bytes(digits, number_to_text(number, digits), target, limit);
 }
 
+Placed put_date(const Value& value, ub1* target, size_t limit) {
+  const auto* bytes = reinterpret_cast<const ub1*>(value.data);
+  if (value.size != kDateSize || !valid_date(bytes)) return put_hex(value, target, limit);
+  // Nine characters, which fit the string's own memory: no row costs an allocation.
+  const std::string written = format_date(unpack_date(bytes), kDefaultDateFormat);
+  return put_bytes(written.data(), written.size(), target, limit);
+}
+
 // Expressions may give another kind of value than their column was described with, so the kind
 // decides and not the column's type.
-Placed put_any(const Value& value, ub1* target, size_t limit) {
+template <Placed (*put_binary)(const Value&, ub1*, size_t)>
+Placed put_text(const Value& value, ub1* target, size_t limit) {
   switch (value.kind) {
     case Value::Kind::Integer:
       return put_number(value.integer, target, limit);
     case Value::Kind::Real:
       return put_number(value.real, target, limit);
     case Value::Kind::Bytes:
-      return put_hex(value, target, limit);
+      return put_binary(value, target, limit);
     case Value::Kind::Large:
-      return {0, 0, 932};
+      return refused(932);
     default:
       return put_bytes(value.data, value.size, target, limit);
   }
 }
 
-Placed put_date(const Value& value, ub1* target, size_t limit) {
-  const auto* bytes = reinterpret_cast<const ub1*>(value.data);
-  if (value.kind != Value::Kind::Bytes || value.size != kDateSize || !valid_date(bytes)) {
-    return put_any(value, target, limit);
-  }
-  // Nine characters, which fit the string's own memory: no row costs an allocation.
-  const std::string written = format_date(unpack_date(bytes), kDefaultDateFormat);
-  return put_bytes(written.data(), written.size(), target, limit);
-}
-
-template <class Shape, Placed (*put)(const Value&, ub1*, size_t)>
+template <class Shape, Placed (*put_binary)(const Value&, ub1*, size_t)>
 Placed to_text(const Value& value, ub1* target, size_t room) {
-  const size_t limit = Shape::limit(room);
-  Placed placed = value.kind == Value::Kind::Text ? put_bytes(value.data, value.size, target, limit)
-                                                  : put(value, target, limit);
+  Placed placed = put_text<put_binary>(value, target, Shape::limit(room));
   placed.length = Shape::finish(target, placed.length, room);
   return placed;
 }
@@ -141,16 +148,16 @@ Placed store_native(Native native, ub1* target) {
 template <class Integer>
 Placed to_integer(const Value& value, ub1* target, size_t) {
   Number number;
-  if (const int code = read_number(value, number)) return {0, 0, code};
+  if (const int code = read_number(value, number)) return refused(code);
   if (!number.is_integer) {
     // 2^63 is the first double beyond the range; the comparison also turns NaN away.
     constexpr double kLimit = 9223372036854775808.0;
-    if (!(number.real >= -kLimit && number.real < kLimit)) return {0, 0, 1455};
+    if (!(number.real >= -kLimit && number.real < kLimit)) return refused(1455);
     number.integer = static_cast<long long>(number.real);
   }
   if (number.integer < std::numeric_limits<Integer>::min() ||
       number.integer > std::numeric_limits<Integer>::max()) {
-    return {0, 0, 1455};
+    return refused(1455);
   }
   return store_native(static_cast<Integer>(number.integer), target);
 }
@@ -158,10 +165,10 @@ Placed to_integer(const Value& value, ub1* target, size_t) {
 template <class Float>
 Placed to_float(const Value& value, ub1* target, size_t) {
   Number number;
-  if (const int code = read_number(value, number)) return {0, 0, code};
+  if (const int code = read_number(value, number)) return refused(code);
   const double wide = number.as_real();
   if (wide > std::numeric_limits<Float>::max() || wide < std::numeric_limits<Float>::lowest()) {
-    return {0, 0, 1457};
+    return refused(1457);
   }
   return store_native(static_cast<Float>(wide), target);
 }
@@ -171,7 +178,7 @@ Placed to_float(const Value& value, ub1* target, size_t) {
 // RAW, LONG RAW and DATE: the bytes as they are kept, which for a DATE are the seven of the
 // interface.
 Placed to_bytes(const Value& value, ub1* target, size_t room) {
-  if (value.kind != Value::Kind::Bytes) return {0, 0, 932};
+  if (value.kind != Value::Kind::Bytes) return refused(932);
   return put_bytes(value.data, value.size, target, room);
 }
 
@@ -180,8 +187,10 @@ Placed to_bytes(const Value& value, ub1* target, size_t room) {
 // The element is the address of a locator, which comes to name the value.
 template <LargeName::Unit unit>
 Placed to_locator(const Value& value, ub1* target, size_t room) {
-  if (value.kind != Value::Kind::Large || value.large.unit != unit) return {0, 0, 932};
-  return {room, room, fill_variable(target, value.large)};
+  if (value.kind != Value::Kind::Large || value.large.unit != unit) return refused(932);
+  Placed placed = cut_to(room, room);
+  placed.code = fill_variable(target, value.large);
+  return placed;
 }
 
 // --- The choice --------------------------------------------------------------------------------
@@ -212,7 +221,7 @@ template <class Shape>
 Converter text_converter(Family family) {
   if (family == Family::None) return nullptr;
   // A placeholder's date may come where the describe has said VARCHAR2 or NUMBER.
-  return family == Family::Bytes ? to_text<Shape, put_any> : to_text<Shape, put_date>;
+  return family == Family::Bytes ? to_text<Shape, put_hex> : to_text<Shape, put_date>;
 }
 
 Converter integer_converter(size_t room) {
@@ -289,39 +298,27 @@ int store_null(sb2* indicator, ub2* length, ub2* code) noexcept {
   return 0;
 }
 
-void store_fine(sb2* indicator, ub2* length, ub2* code, size_t size) noexcept {
-  // The interface's length arrays have 16 bits. A longer value in a large LONG buffer is there in
-  // full, and only its reported length stops at the limit.
-  if (length != nullptr) *length = static_cast<ub2>(std::min<size_t>(size, 65535));
-  if (code != nullptr) *code = 0;
-  if (indicator != nullptr) *indicator = 0;
-}
-
 // ORA-24345 gives way to any other code because it goes with a status that is no failure.
 void keep_worst(int& kept, int code) noexcept {
   if (code != 0 && (kept == 0 || kept == kCutWithInfo)) kept = code;
 }
 
-// Who can be told about a value that is NULL or was cut decides what the call reports: with a
-// return code the value's fate is known from its element, without one the call has to fail.
-int HostVariable::store(const Value& value, size_t row) const noexcept {
-  sb2* indicator = indicators == nullptr ? nullptr : indicators + row;
-  ub2* length = lengths == nullptr ? nullptr : lengths + row;
-  ub2* code = codes == nullptr ? nullptr : codes + row;
-  if (value.kind == Value::Kind::Null) {
-    // A locator must not go on naming the value of the row before.
-    if (is_locator(type)) fill_variable(buffer + row * room, {});
-    return store_null(indicator, length, code);
-  }
+int HostVariable::store_nothing(size_t row) const noexcept {
+  // A locator must not go on naming the value of the row before.
+  if (is_locator(type)) fill_variable(buffer + row * room, {});
+  return store_null(element(indicators, row), element(lengths, row), element(codes, row));
+}
 
-  const Placed placed = convert(value, buffer + row * room, room);
-  store_fine(indicator, length, code, placed.length);
-  if (placed.code == 0 && placed.full <= placed.length) return 0;
-  if (code != nullptr) *code = static_cast<ub2>(placed.code != 0 ? placed.code : kCut);
+// Who can be told about a value that was cut decides what the call reports: with a return code the
+// value's fate is known from its element, without one the call has to fail.
+int HostVariable::tell(Placed placed, size_t row) const noexcept {
+  if (codes != nullptr) codes[row] = static_cast<ub2>(placed.code != 0 ? placed.code : kCut);
   if (placed.code != 0) return placed.code;
   // -2: the full length does not fit the indicator.
-  if (indicator != nullptr) *indicator = static_cast<sb2>(placed.full <= 32767 ? placed.full : -2);
-  return code != nullptr ? kCutWithInfo : kCut;
+  if (indicators != nullptr) {
+    indicators[row] = static_cast<sb2>(placed.full <= 32767 ? placed.full : -2);
+  }
+  return codes != nullptr ? kCutWithInfo : kCut;
 }
 
 }  // namespace oci8

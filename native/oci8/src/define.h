@@ -5,6 +5,7 @@
 #ifndef OCI8_DEFINE_H
 #define OCI8_DEFINE_H
 
+#include <algorithm>
 #include <cstddef>
 
 #include "engine.h"
@@ -20,7 +21,7 @@ inline constexpr int kCutWithInfo = 24345;
 /// What a conversion did. The value was cut when `full` is greater than `length`.
 struct Placed {
   size_t length = 0;  // bytes written, without a terminator
-  size_t full = 0;  // bytes that the whole value has
+  ub4 full = 0;  // bytes that the whole value has, or the greatest ub4
   int code = 0;  // Oracle error: nothing usable was written
 };
 
@@ -38,6 +39,12 @@ bool definable(ub2 external, size_t room);
 /// that it is made of.
 bool fetchable_in_pieces(ub2 external, ub2 internal);
 
+/// An element of an array that may be missing: null then.
+template <class T>
+T* element(T* array, size_t row) {
+  return array == nullptr ? nullptr : array + row;
+}
+
 /// A variable of the caller; the arrays have one element for each row and are the caller's.
 /// Indicators, lengths and return codes are null where the caller gave none. Elements stand side by
 /// side: the next one begins `room` bytes further on.
@@ -53,6 +60,10 @@ struct HostVariable {
   /// Stores a value as element `row`. Returns 0, or the Oracle code that the call reports:
   /// kCutWithInfo for a value that was cut and has that in its return code.
   int store(const Value& value, size_t row) const noexcept;
+
+ private:
+  int store_nothing(size_t row) const noexcept;
+  int tell(Placed placed, size_t row) const noexcept;
 };
 
 /// Where a column's values go.
@@ -61,6 +72,7 @@ struct DefineHandle : HostVariable {
   ub4 position = 0;
   // Set by OCI_DYNAMIC_FETCH: the buffer stays unused and every value is asked for piece by piece.
   bool in_pieces = false;
+  ub2 internal = 0;  // type of the column that the conversion was chosen for; 0 for none
 };
 
 /// Keeps the code that a call with several values reports: the first error, or else that one of
@@ -70,7 +82,21 @@ void keep_worst(int& kept, int code) noexcept;
 /// The code that NULL is reported with: 0 with an indicator, which is set, else 1405.
 int store_null(sb2* indicator, ub2* length, ub2* code) noexcept;
 /// Marks a whole value of `size` bytes.
-void store_fine(sb2* indicator, ub2* length, ub2* code, size_t size) noexcept;
+inline void store_fine(sb2* indicator, ub2* length, ub2* code, size_t size) noexcept {
+  // The interface's length arrays have 16 bits. A longer value in a large LONG buffer is there in
+  // full, and only its reported length stops at the limit.
+  if (length != nullptr) *length = static_cast<ub2>(std::min<size_t>(size, 65535));
+  if (code != nullptr) *code = 0;
+  if (indicator != nullptr) *indicator = 0;
+}
+
+// In the header, as it is what a fetch does for each value.
+inline int HostVariable::store(const Value& value, size_t row) const noexcept {
+  if (value.kind == Value::Kind::Null) return store_nothing(row);
+  const Placed placed = convert(value, buffer + row * room, room);
+  store_fine(element(indicators, row), element(lengths, row), element(codes, row), placed.length);
+  return placed.code == 0 && placed.full <= placed.length ? 0 : tell(placed, row);
+}
 
 }  // namespace oci8
 

@@ -9,6 +9,7 @@
 
 #include <functional>
 #include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -94,9 +95,9 @@ class Statement {
   /// is then done, and has taken effect as a whole or, having raised, not at all).
   virtual bool step() = 0;
 
-  /// A value of the current row, column from 0. It can be asked for until the next step or reset;
-  /// its bytes stay in place until then or until anything else runs on the connection.
-  virtual Value column(ub4 index) = 0;
+  /// The values of the current row, one for each column. They can be asked for until the next step
+  /// or reset, and stay in place until then or until the session changes something.
+  virtual std::span<const Value> row() = 0;
 
   /// Rows that the last run inserted, updated or deleted.
   virtual ub4 rows_changed() const = 0;

@@ -59,7 +59,10 @@ void StatementHandle::arm() {
   for (DefineHandle* define : defines_) {
     if (define->position > all.size()) fail(1007);
     const ub2 internal = all[define->position - 1].type;
-    define->convert = find_converter(define->type, define->room, internal);
+    if (define->internal != internal) {
+      define->convert = find_converter(define->type, define->room, internal);
+      define->internal = internal;
+    }
     const bool possible = define->in_pieces ? fetchable_in_pieces(define->type, internal)
                                             : define->convert != nullptr;
     if (!possible) fail(932);
@@ -119,11 +122,14 @@ sword StatementHandle::fetch_rows(ub4 rows, ErrorRecord& record) {
 // The first error of the row, or else the code of a column that was cut, or 0.
 int StatementHandle::store_row(size_t row) {
   int result = 0;
+  const std::span<const Value> values = run_->row();
   for (const DefineHandle* define : defines_) {
     if (define->in_pieces) continue;
-    Value value = run_->column(define->position - 1);
-    if (value.kind == Value::Kind::Large) value = begin_of_long(*define, value);
-    keep_worst(result, define->store(value, row));
+    const Value& value = values[define->position - 1];
+    const int code = value.kind == Value::Kind::Large
+                         ? define->store(begin_of_long(*define, value), row)
+                         : define->store(value, row);
+    if (code != 0) keep_worst(result, code);
   }
   return result;
 }
@@ -169,7 +175,7 @@ sword StatementHandle::begin_pieces(size_t define, ErrorRecord& record) {
   piece_ = PieceState();
   while (define < defines_.size() && !defines_[define]->in_pieces) ++define;
   if (define == defines_.size()) return told(record, row_information_);
-  const Value value = run_->column(defines_[define]->position - 1);
+  const Value& value = run_->row()[defines_[define]->position - 1];
   piece_.null = value.kind == Value::Kind::Null;
   // A text column of the engine may hold a number in some row, of which there are no bytes to hand
   // over. Large characters would be counted where bytes are.
@@ -194,7 +200,7 @@ void StatementHandle::copy_piece(size_t length) {
   ub1* target = piece_.buffer.data;
   const size_t place = piece_.total - piece_.left;
   if (piece_.large.id == 0) {
-    const Value value = run_->column(defines_[piece_.define]->position - 1);
+    const Value& value = run_->row()[defines_[piece_.define]->position - 1];
     std::memcpy(target, value.data + place, length);
     return;
   }

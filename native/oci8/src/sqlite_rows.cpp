@@ -46,7 +46,7 @@ void transfer(Part&& part, int code, std::FILE* file, Byte* bytes, size_t size, 
 void KeptRows::add(Statement& query) {
   const size_t before = added_.size();
   try {
-    for (ub4 i = 0; i < row_.size(); ++i) put(query.column(i));
+    for (const Value& value : query.row()) put(value);
   } catch (...) {
     added_.resize(before);
     throw;

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <exception>
 #include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -24,9 +25,9 @@ class KeptRows {
   void end_with(std::exception_ptr failure) { failure_ = std::move(failure); }
   /// Takes the next row; false at the end.
   bool next();
-  /// A value of the row that was taken last. The bytes stay in place until the next one is taken,
-  /// also when rows are added.
-  const Value& column(ub4 index) const { return row_[index]; }
+  /// The row that was taken last. It stays in place until the next one is taken, also when rows are
+  /// added.
+  std::span<const Value> row() const { return row_; }
 
  private:
   struct CloseFile {

@@ -55,6 +55,36 @@ bool assigns(const SqlText& text, std::string_view column) {
   return false;
 }
 
+// The value's own type decides, not the column's: text and bytes are handed out where they stand.
+void read_value(sqlite3_value* held, Value& value) {
+  value = Value();
+  switch (sqlite3_value_type(held)) {
+    case SQLITE_INTEGER:
+      value.kind = Value::Kind::Integer;
+      value.integer = sqlite3_value_int64(held);
+      return;
+    case SQLITE_FLOAT:
+      value.kind = Value::Kind::Real;
+      value.real = sqlite3_value_double(held);
+      return;
+    case SQLITE_TEXT:
+      value.kind = Value::Kind::Text;
+      value.data = reinterpret_cast<const char*>(sqlite3_value_text(held));
+      break;
+    case SQLITE_BLOB:
+      value.kind = Value::Kind::Bytes;
+      value.data = static_cast<const char*>(sqlite3_value_blob(held));
+      break;
+    default:
+      return;
+  }
+  value.size = static_cast<size_t>(sqlite3_value_bytes(held));
+  // Empty text and bytes are NULL for the server.
+  if (value.size == 0) value = Value();
+  // Bytes without an address: SQLite had no memory to bring them into place.
+  if (value.data == nullptr && value.size > 0) throw std::bad_alloc();
+}
+
 ub4 rows_of(sqlite3* db) {
   const sqlite3_int64 most = std::numeric_limits<ub4>::max();
   return static_cast<ub4>(std::min(sqlite3_changes64(db), most));
@@ -178,6 +208,7 @@ ub2 SqliteStatement::takes_large(ub4 position) const {
 
 void SqliteStatement::reset() {
   sqlite3_reset(now_.statement.get());
+  row_read_ = false;
   if (row_stands_) session_->leave(*this);
   rows_.reset();
   row_stands_ = false;
@@ -272,6 +303,7 @@ bool SqliteStatement::start_query() {
 }
 
 bool SqliteStatement::next_row() {
+  row_read_ = false;
   const int result = sqlite3_step(now_.statement.get());
   if (result == SQLITE_ROW) return true;
   if (result == SQLITE_DONE) return false;
@@ -432,45 +464,23 @@ void SqliteStatement::name_large(ub2 type, Value& value) {
       value.integer, characters ? LargeName::Unit::Character : LargeName::Unit::Byte);
 }
 
-// The value's own type decides, not the column's, but for the names of large values: text and bytes
-// are handed out where they stand. Asked for once: each sqlite3_column_ call would find the value
-// anew. SQLite lets such a value be read where one thread at a time uses the connection.
-Value SqliteStatement::row_value(ub4 index) {
-  sqlite3_value* held = sqlite3_column_value(now_.statement.get(), static_cast<int>(index));
-  Value value;
-  switch (sqlite3_value_type(held)) {
-    case SQLITE_INTEGER:
-      value.integer = sqlite3_value_int64(held);
-      value.kind = Value::Kind::Integer;
-      if (may_be_large(columns()[index].type)) name_large(columns()[index].type, value);
-      return value;
-    case SQLITE_FLOAT:
-      value.kind = Value::Kind::Real;
-      value.real = sqlite3_value_double(held);
-      return value;
-    case SQLITE_TEXT:
-      value.kind = Value::Kind::Text;
-      value.data = reinterpret_cast<const char*>(sqlite3_value_text(held));
-      break;
-    case SQLITE_BLOB:
-      value.kind = Value::Kind::Bytes;
-      value.data = static_cast<const char*>(sqlite3_value_blob(held));
-      break;
-    default:
-      return value;
+// All at once, because nearly all are asked for, and with one call of SQLite for each, because every
+// sqlite3_column_ call would find the value anew. SQLite lets such a value be read where one thread
+// at a time uses the connection. Large values are in their cells by name.
+std::span<const Value> SqliteStatement::row() {
+  if (rows_ != nullptr) return rows_->row();
+  if (row_read_) return row_;
+  const std::vector<ColumnInfo>& all = columns();
+  row_.resize(all.size());
+  for (size_t i = 0; i < all.size(); ++i) {
+    Value& value = row_[i];
+    read_value(sqlite3_column_value(now_.statement.get(), static_cast<int>(i)), value);
+    if (value.kind == Value::Kind::Integer && may_be_large(all[i].type)) {
+      name_large(all[i].type, value);
+    }
   }
-  value.size = static_cast<size_t>(sqlite3_value_bytes(held));
-  // Empty text and bytes are NULL for the server. One variable is returned everywhere, so that it
-  // is filled in the caller's place: a copy made right after its fields were written stalls on
-  // those writes.
-  if (value.size == 0) value = Value();
-  // Bytes without an address: SQLite had no memory to bring them into place.
-  if (value.data == nullptr && value.size > 0) throw std::bad_alloc();
-  return value;
-}
-
-Value SqliteStatement::column(ub4 index) {
-  return rows_ != nullptr ? rows_->column(index) : row_value(index);
+  row_read_ = true;
+  return row_;
 }
 
 }  // namespace oci8

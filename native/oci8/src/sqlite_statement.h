@@ -27,7 +27,7 @@ class SqliteStatement final : public Statement, private OpenQuery {
   void bind(ub4 position, const Value& value) override;
   ub2 takes_large(ub4 position) const override;
   bool step() override;
-  Value column(ub4 index) override;
+  std::span<const Value> row() override;
   ub4 rows_changed() const override { return changed_; }
   void reset() override;
 
@@ -39,7 +39,6 @@ class SqliteStatement final : public Statement, private OpenQuery {
   /// Makes the translation fit for the run that comes: for the schema of the transaction, and with
   /// all values checked where one that was bound needs it.
   void prepare_change();
-  Value row_value(ub4 index);
   bool bound_fit() const;
   void bind_value(ub4 position, const Value& value);
   int bind_large(ub4 position);
@@ -71,6 +70,8 @@ class SqliteStatement final : public Statement, private OpenQuery {
   std::vector<LargeInput> large_;  // by position, from the first large value that is bound on
   Checks checks_ = Checks::ButBound;  // until a value comes that does not fit its column
   ub4 changed_ = 0;
+  std::vector<Value> row_;  // the row that stands, once somebody has asked for it
+  bool row_read_ = false;
   std::unique_ptr<KeptRows> rows_;  // of a query that was read out, with the row that stands
   bool row_stands_ = false;
   bool at_end_ = false;
