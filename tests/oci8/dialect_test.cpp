@@ -387,6 +387,7 @@ TEST_F(DialectTest, ChangesStoreWhatTheColumnDeclares) {
       'N_' -> N1A
     CREATE TABLE n4 AS SELECT 1 FROM dual -> 998@26 | CREATE VIEW n4 AS SELECT a, SUM(a) FROM n -> 937@25
     CREATE VIEW n4 AS SELECT a, a + 1 FROM n -> 998@28 | CREATE TABLE n4 AS SELECT '' f FROM n -> 1723@37
+    CREATE TABLE n4 AS SELECT CAST('' AS RAW(2)) f FROM n -> | SELECT f FROM n4 ->
     RENAME c TO c2 -> | TRUNCATE TABLE c2 -> | SELECT COUNT(*) FROM c2 -> 0
     CREATE INDEX i ON emp (UPPER(ename) DESC, ename) -> | COMMENT ON COLUMN emp.sal IS 'a month' ->
     ALTER SESSION SET NLS_DATE_FORMAT = 'DD-MON-YY' ->
@@ -559,6 +560,8 @@ TEST_F(DialectTest, DescribesSelectLists) {
       SELECT :2, :3, :4, 'c', NULL FROM dual UNION ALL SELECT NULL, NULL, NULL, 'd', 1 FROM
       dual -> A:1(4000,0,0) B:1(4000,0,0) C:23(2000,0,0) D:1(2,0,0) E:2(22,0,-127)
     HEXTORAW('414') A, UPPER('ab') B FROM dual -> A:23(2,0,0) B:96(2,0,0)
+    CAST(NULL AS DATE) - 1 A, CAST('' AS NUMBER(3)) B, CAST(NULL AS CHAR(4)) C FROM
+      dual -> A:12(7,0,0) B:2(22,3,0) C:96(4,0,0)
     TABLE_NAME, COLUMN_ID FROM USER_TAB_COLUMNS -> TABLE_NAME:1(30,0,0) COLUMN_ID:2(22,0,-127)
     SUBSTRB('abcd', 1, 2) A, ROWIDTOCHAR(ROWID) B, CHARTOROWID(ename) C FROM
       emp -> A:1(2,0,0) B:1(18,0,0) C:11(18,0,0)

@@ -44,7 +44,9 @@ struct BlankPadded {
   }
 };
 
-constexpr Placed refused(int code) { return {0, 0, code}; }
+constexpr Placed refused(int code) {
+  return {0, 0, code};
+}
 
 Placed cut_to(size_t length, size_t full) {
   return {length, static_cast<ub4>(std::min<size_t>(full, std::numeric_limits<ub4>::max())), 0};

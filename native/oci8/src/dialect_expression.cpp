@@ -322,9 +322,15 @@ Fragment cast_expression(Context& context, Scope& scope) {
   if (type.type == SQLT_CLOB || type.type == SQLT_BLOB) {
     fail(3001, {}, static_cast<int>(value.offset));
   }
+  // Of its own a NULL has no type.
+  if (value.null) {
+    value.null = false;
+    value.type = type_of(type);
+    return value;
+  }
   value.type.inexact = false;
   const bool cuts = type.type == SQLT_CHR || type.type == SQLT_AFC;
-  if (cuts && !value.null && !is_placeholder(value)) {
+  if (cuts && !is_placeholder(value)) {
     const StaticType whole = value.type;
     const Fragment size = fragment(std::to_string(type.size), value.offset);
     value = call("ora_cut", {value, size}, value.offset);
