@@ -374,6 +374,7 @@ TEST_F(DialectTest, ChangesStoreWhatTheColumnDeclares) {
     CREATE TABLE b (f FLOAT(10), g FLOAT(50)) -> | INSERT INTO b VALUES (1024.5, 1024.5) ->
     UPDATE b SET f = -f - g / 9 -> | SELECT f, g FROM b -> -1139,1024.5
     ALTER TABLE b ADD h FLOAT(4) DEFAULT 1049 -> | SELECT h FROM b -> 1000
+    ALTER TABLE b ADD j DATE DEFAULT CAST(NULL AS DATE) -> | SELECT j FROM b -> -
     ALTER TABLE t ADD (n NUMBER(5) DEFAULT 7 NOT NULL, c CHAR(2) DEFAULT 'x') ->
     SELECT n, c || '.' FROM t -> 7,x .
     CREATE OR REPLACE VIEW v (a, b) AS SELECT UPPER(l), i + 1 FROM t -> 932@48

@@ -393,6 +393,7 @@ bool pads_some(const Fragment& left, const std::vector<Fragment>& values) {
 }
 
 // The one way into a typed column: INSERT, UPDATE, CREATE TABLE AS, DEFAULT and CAST end here.
+// Without a type a NULL fits any; CAST gives it one itself.
 Fragment store(const Fragment& value, const ColumnInfo& column) {
   if (value.null) return value;
   if (value.type.inexact) fail(1438, {}, static_cast<int>(value.offset));

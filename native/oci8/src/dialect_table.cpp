@@ -376,7 +376,8 @@ class TableReader {
   Fragment constant(const ColumnInfo& column) {
     const Fragment& value = default_literal_;
     const ValueClass target = type_of(column).value_class();
-    if (value.null) return value;
+    // With or without a type.
+    if (value.sql == "NULL") return value;
     if (value.text && (target == ValueClass::Text || column.type == SQLT_LNG)) {
       // Checked and padded as store() would have it at run time, for values that no statement
       // stores.

@@ -52,7 +52,8 @@ void StatementHandle::check_fetch() {
   if (!armed_) arm();
 }
 
-// Once for all rows of a run: each variable is matched with its column, and gets its conversion.
+// Once for all rows of a run: each variable is matched with its column, and gets its conversion
+// where the column's type is not that of the run before.
 void StatementHandle::arm() {
   const std::vector<ColumnInfo>& all = columns();
   has_pieces_ = false;

@@ -464,9 +464,10 @@ void SqliteStatement::name_large(ub2 type, Value& value) {
       value.integer, characters ? LargeName::Unit::Character : LargeName::Unit::Byte);
 }
 
-// All at once, because nearly all are asked for, and with one call of SQLite for each, because every
-// sqlite3_column_ call would find the value anew. SQLite lets such a value be read where one thread
-// at a time uses the connection. Large values are in their cells by name.
+// All at once, because nearly all are asked for, and with one sqlite3_column_ call for each,
+// because every such call would find the value anew. SQLite lets a value of it be read where one
+// thread at a time uses the connection. Large values are looked up, whether or not the caller will
+// read them.
 std::span<const Value> SqliteStatement::row() {
   if (rows_ != nullptr) return rows_->row();
   if (row_read_) return row_;

@@ -87,7 +87,7 @@ void StatementHandle::enter(Attachment& attachment) {
 }
 
 // Descriptors go with the run, because they point into its select list. Defines stay: they are the
-// caller's wishes for the text, and get their conversions anew in the next database.
+// caller's wishes for the text, and are matched with the columns of the next database.
 void StatementHandle::drop_run() noexcept {
   abandon_streams();
   cursor_ = Cursor::Closed;
