@@ -63,18 +63,16 @@ JNIEXPORT jint JNICALL Java_trevalon_db_oci_OciConnection_native_1getError(JNIEn
 
 namespace {
 
-// A class may call native_initialize from its static initialiser, while it is resolved.
-std::recursive_mutex initialisation;
-
 // Runs once per process, whichever thread comes first; a failed run is repeated by the next call.
 // An exception of the NLS setup does not stop it: it is set aside for the end of the native method.
 bool initialise_once(JNIEnv* env, jobject obj, jbyteArray nls_lang, bool debug,
                      PendingException& pending) {
   if (inited.load(std::memory_order_acquire) != 0) return true;
-  const std::lock_guard lock(initialisation);
-  if (inited.load(std::memory_order_relaxed) != 0) return true;
   if (debug) oci_debug.store(1, std::memory_order_relaxed);
   if (tv_init_fid(env, obj) != 0) return false;
+  // Recursive: a class loader that is asked for the class of an exception may call, too.
+  static std::recursive_mutex initialisation;
+  const std::lock_guard lock(initialisation);
   if (inited.load(std::memory_order_relaxed) != 0) return true;
   tv_init_nls(env, obj, nls_lang);
   pending.set_aside();

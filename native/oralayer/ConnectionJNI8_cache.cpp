@@ -1,6 +1,8 @@
 // The member cache: every Java class, field and method that the library uses.
 
+#include <array>
 #include <iterator>
+#include <mutex>
 
 #include "exceptions.h"
 #include "member_cache.h"
@@ -18,6 +20,7 @@ jfieldID AsciiStreamID, UnicodeStreamID, BinaryStreamID, CharacterStreamID;
 jmethodID OciColumnCons, OciCursorCons, getNextStreamBuffer, hasBlobColumn, addColumn;
 
 std::atomic<int> inited{0};
+bool member_cache_complete = false;
 
 namespace {
 
@@ -117,51 +120,99 @@ constexpr Row kTable[] = {
     field(&OciLobClass, "loberrcode", "I", &loberrcodeiD, "loberrcodeiD"),
 };
 
-// Stores what was found, null included, before the caller looks at it.
-bool resolve(JNIEnv* env, jobject obj, const Row& row) {
+// The class or member of a row; null where there is none. `owner` is the class found last.
+void* look_up(JNIEnv* env, jobject obj, const Row& row, jclass owner) {
   switch (row.kind) {
     case Row::Kind::ObjectClass:
-      return (*row.owner = env->GetObjectClass(obj)) != nullptr;
+      return env->GetObjectClass(obj);
     case Row::Kind::LoadedClass:
-      return (*row.owner = TV_FindClass(env, obj, row.name)) != nullptr;
+      return TV_FindClass(env, obj, row.name);
     case Row::Kind::Field:
-      return (*row.field = env->GetFieldID(*row.owner, row.name, row.signature)) != nullptr;
+      return env->GetFieldID(owner, row.name, row.signature);
     case Row::Kind::StaticField:
-      return (*row.field = env->GetStaticFieldID(*row.owner, row.name, row.signature)) != nullptr;
+      return env->GetStaticFieldID(owner, row.name, row.signature);
     case Row::Kind::Method:
-      return (*row.method = env->GetMethodID(*row.owner, row.name, row.signature)) != nullptr;
+      return env->GetMethodID(owner, row.name, row.signature);
   }
-  return false;
+  return nullptr;
+}
+
+bool is_class(const Row& row) {
+  return row.field == nullptr && row.method == nullptr;
+}
+
+void store(const Row& row, void* found) {
+  if (is_class(row)) {
+    *row.owner = static_cast<jclass>(found);
+  } else if (row.field != nullptr) {
+    *row.field = static_cast<jfieldID>(found);
+  } else {
+    *row.method = static_cast<jmethodID>(found);
+  }
+}
+
+// What the rows name, in their order; null from the first on that is missing.
+using Found = std::array<void*, std::size(kTable)>;
+
+// The row that is missing; the table's end where none is.
+const Row* look_up_all(JNIEnv* env, jobject obj, Found& found) {
+  jclass owner = nullptr;
+  void** at = found.data();
+  for (const Row& row : kTable) {
+    *at = look_up(env, obj, row, owner);
+    if (*at == nullptr) return &row;
+    if (is_class(row)) owner = static_cast<jclass>(*at);
+    ++at;
+  }
+  return std::end(kTable);
+}
+
+// Up to the missing row, which is stored, too.
+void store_all(const Found& found, const Row* missing) {
+  void* const* at = found.data();
+  for (const Row& row : kTable) {
+    store(row, *at++);
+    if (&row == missing) return;
+  }
 }
 
 constexpr jclass* kClasses[] = {&OciConnectionClass, &OciColumnClass, &OciCursorClass,
                                 &OciSchemaClass, &OciLobClass};
 
+bool make_global(JNIEnv* env) {
+  for (jclass* cached : kClasses) {
+    *cached = static_cast<jclass>(env->NewGlobalRef(*cached));
+    if (*cached == nullptr) return false;
+  }
+  return true;
+}
+
+// False where there is no memory for the references.
+bool keep(JNIEnv* env, const Found& found, const Row* missing) {
+  static std::mutex keeping;
+  const std::lock_guard lock(keeping);
+  // Another fill, on this thread or another, may have been faster.
+  if (member_cache_complete) return true;
+  store_all(found, missing);
+  if (missing != std::end(kTable)) return true;
+  member_cache_complete = make_global(env);
+  return member_cache_complete;
+}
+
 }  // namespace
 
 int tv_init_fid(JNIEnv* env, jobject obj) {
   TRACE("*** tv_init_fid: initializing JNI IDs and Handles");
-  static unsigned fills = 0;  // under the caller's lock
-  const int before = inited.load(std::memory_order_relaxed);
-  unsigned mine = ++fills;
-  for (const Row* row = std::begin(kTable); row != std::end(kTable);) {
-    if (!resolve(env, obj, *row)) {
-      row->raise(env, row->message);
-      return -1;
-    }
-    // A static initialiser that has run meanwhile may have called native_initialize. Where that
-    // one did it all, this fill is done, too; where it failed, its references to classes are gone.
-    if (inited.load(std::memory_order_relaxed) != before) break;
-    row = fills == mine ? row + 1 : std::begin(kTable);
-    mine = fills;
+  // Looking up runs static initialisers, which may call native_initialize, or wait for one that
+  // does so on another thread: no lock is held, and the cache is not touched.
+  Found found{};
+  const Row* missing = look_up_all(env, obj, found);
+  const bool kept = keep(env, found, missing);
+  if (missing != std::end(kTable)) {
+    missing->raise(env, missing->message);
+    return -1;
   }
-  for (jclass* cached : kClasses) {
-    if (env->GetObjectRefType(*cached) == JNIGlobalRefType) continue;
-    *cached = static_cast<jclass>(env->NewGlobalRef(*cached));
-    if (*cached == nullptr) {
-      TV_ThrowInternalError(env, "!NewGlobalRef");
-      return -1;
-    }
-  }
-  return 0;
+  if (kept) return 0;
+  TV_ThrowInternalError(env, "!NewGlobalRef");
+  return -1;
 }

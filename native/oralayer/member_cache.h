@@ -22,6 +22,9 @@ extern jmethodID OciColumnCons, OciCursorCons, getNextStreamBuffer, hasBlobColum
 /// 1 once the cache, the NLS setup and OCIInitialize have all run.
 extern std::atomic<int> inited;
 
+/// True once tv_init_fid has stored all, with references that last; guarded by its lock.
+extern bool member_cache_complete;
+
 /// Fills the cache from the classes that obj's loader sees. Returns 0, or -1 with the exception of
 /// the first entry that could not be resolved pending; a later call starts again.
 int tv_init_fid(JNIEnv* env, jobject obj);

@@ -1,6 +1,7 @@
 // Session records, pools, and the entry points of OciConnection.
 #include <climits>
 #include <cstdlib>
+#include <future>
 
 #include "jvm_test.h"
 
@@ -112,22 +113,41 @@ TEST_F(Connection, TwoFirstInitializeCallsInitializeOnce) {
 }
 
 TEST_F(Connection, AClassMayInitialiseWhileItIsResolved) {
-  forget_initialisation();
-  connection = allocate("OciConnection");
-  static jobject of_class;
-  of_class = allocate("OciConnection");
-  JniTable table;
-  table.copy.GetStaticFieldID = [](JNIEnv* e, jclass c, const char* name, const char* sig) {
-    if (const jobject object = std::exchange(of_class, nullptr)) {
-      CONNECTION(native_1initialize)(e, object, 2, nullptr, JNI_FALSE);
-      EXPECT_EQ(session_of(object), &ldapool[2]);
-    }
-    return JniTable::real->GetStaticFieldID(e, c, name, sig);
+  static const auto initialise = [](JNIEnv* own) {
+    const jobject object = own->AllocObject(own->FindClass("trevalon/db/oci/OciConnection"));
+    CONNECTION(native_1initialize)(own, object, 2, nullptr, JNI_FALSE);
+    EXPECT_NE(own->GetIntField(object, logondata32iD), 0);
   };
-  CONNECTION(native_1initialize)(env, connection, 1, nullptr, JNI_FALSE);
-  EXPECT_THAT(calls(), ElementsAre("OCIInitialize(1,-)"));
-  EXPECT_EQ(session_of(connection), &ldapool[1]);
-  EXPECT_EQ(env->GetObjectRefType(OciLobClass), JNIGlobalRefType);
+  static std::promise<void> done;
+  static std::thread other;
+  using Resolve = decltype(JNINativeInterface_::GetStaticFieldID);
+  const Resolve initialisers[] = {
+      [](JNIEnv* e, jclass c, const char* name, const char* sig) {
+        static bool running = false;
+        if (!std::exchange(running, true)) initialise(e);
+        return JniTable::real->GetStaticFieldID(e, c, name, sig);
+      },
+      // Another thread is in the class's initialiser: this one waits for it.
+      [](JNIEnv* e, jclass c, const char* name, const char* sig) {
+        if (!other.joinable()) {
+          other = on_a_thread([](JNIEnv* own) { initialise(own), done.set_value(); });
+          const auto seen = done.get_future().wait_for(std::chrono::seconds(20));
+          EXPECT_EQ(seen, std::future_status::ready) << "both wait";
+        }
+        return JniTable::real->GetStaticFieldID(e, c, name, sig);
+      }};
+  for (const Resolve resolve : initialisers) {
+    forget_initialisation();
+    connection = allocate("OciConnection");
+    JniTable table;
+    table.copy.GetStaticFieldID = resolve;
+    table.copy.GetObjectRefType = nullptr;  // JVMs before 1.6 have none
+    CONNECTION(native_1initialize)(env, connection, 1, nullptr, JNI_FALSE);
+    EXPECT_THAT(calls(), ElementsAre("OCIInitialize(1,-)"));
+    EXPECT_EQ(session_of(connection), &ldapool[1]);
+    EXPECT_EQ(table.real->GetObjectRefType(env, OciLobClass), JNIGlobalRefType);
+  }
+  other.join();
 }
 
 TEST_F(Connection, AnElementOutsideThePoolIsRefused) {

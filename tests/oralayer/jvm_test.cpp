@@ -144,6 +144,7 @@ void forget_initialisation() {
     *cached = nullptr;
   }
   inited = 0;
+  member_cache_complete = false;
 }
 
 Lines calls() {
