@@ -81,12 +81,12 @@ JNIEXPORT void JNICALL Java_trevalon_db_oci_OciColumn_native_1finalize(JNIEnv* e
   if (!env_and_object(env, obj)) return;
   auto* col = record_of<columndata>(env, obj, coldata32iD);
   if (col == nullptr) return;
-  // Pieces that Java did not read would have no owner any more. The record still has their
-  // addresses, so that its destructor tells that there were some.
+  // Pieces that Java did not read have no owner any more. After the record's end, which tells that
+  // there were some.
   longdata_node* head = col->longbuf_head;
   longdata_node* tail = col->longbuf_tail;
-  longdata_node::releasechain(&head, &tail, nullptr);
   delete col;
+  longdata_node::releasechain(&head, &tail, nullptr);
   store_record<columndata>(env, obj, coldata32iD, nullptr);
 }
 
