@@ -32,7 +32,7 @@ void set_lob(columndata& col, const lobdata& lob, bool null) {
   if (col.lobloc != nullptr && !has_lender(&col)) touch_record(&col);
   col.indpvect[0] = null ? -1 : 0;
   borrow_locator(col, &lob);
-  if (!null) trace_pointer("    lobloc", col.lobloc);
+  if (!null) TRACE("    lobloc", "=", col.lobloc);
 }
 
 // The setters with a fixed type: a refused LOB object leaves the column as it was, and NULL needs

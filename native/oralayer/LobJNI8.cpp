@@ -22,7 +22,7 @@ sword allocate_locator(const ldadata& ld, OCILobLocator*& locator) {
   free_locator(locator);
   const sword status =
       OCIDescriptorAlloc(ld.envhp, reinterpret_cast<void**>(&locator), OCI_DTYPE_LOB, 0, nullptr);
-  trace_pointer("    lobloc", locator);
+  TRACE("    lobloc", "=", locator);
   return status;
 }
 
@@ -109,8 +109,8 @@ JNIEXPORT jboolean JNICALL Java_trevalon_db_oci_OciLob_assignLobFromColumn(JNIEn
     TV_ThrowInternalError(env, "in assignLobFromColumn: OCIDescriptorAlloc FAILED");
     pending.set_aside();
   }
-  trace_pointer("    source lobloc", col->lobloc);
-  trace_pointer("    dest lobloc", lob->lobloc);
+  TRACE("    source lobloc", "=", col->lobloc);
+  TRACE("    dest lobloc", "=", lob->lobloc);
   const sword status = OCILobAssign(ld->envhp, ld->errhp, col->lobloc, &lob->lobloc);
   return lob_result(env, obj, connobj, status);
 }
@@ -119,7 +119,7 @@ JNIEXPORT void JNICALL Java_trevalon_db_oci_OciLob_native_1finalize(JNIEnv* env,
   if (!env_and_object(env, obj)) return;
   auto* lob = record_of<lobdata>(env, obj, lobdata32iD);
   if (lob == nullptr) return;
-  if (lob->lobloc != nullptr) trace_pointer("    free lobloc", lob->lobloc);
+  if (lob->lobloc != nullptr) TRACE("    free lobloc", "=", lob->lobloc);
   free_locator(lob->lobloc);
   delete lob;
   store_record<lobdata>(env, obj, lobdata32iD, nullptr);

@@ -95,7 +95,7 @@ void dump_units(const char* msg, const char* heading, const Unit* buf, int len) 
   write_line();
 }
 
-/// A value line for a pointer that may be null.
+/// A value line for a buffer that may be missing.
 inline void trace_pointer(const char* label, const void* value) {
   if (!trace_on()) return;
   if (value != nullptr) {

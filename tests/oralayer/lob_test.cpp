@@ -76,7 +76,9 @@ TEST_F(Lob, AColumnOwnsTheLocatorThatItAllocated) {
   EXPECT_THAT(calls(), ElementsAre(kAlloc, "OCIDescriptorFree(lob1,50)", kAlloc,
                                    "OCIDescriptorFree(lob2,50)"));
   state().reply("OCIDescriptorAlloc", OCI_ERROR);
-  COLUMN(allocLobLocator)(env, column, connection, SQLT_BLOB);
+  expect_trace({"    lobloc=0\n"}, [&] {
+    COLUMN(allocLobLocator)(env, column, connection, SQLT_BLOB);
+  });
   expect_raised("InternalError", "in OciColumn_allocLobLocator: OCIDescriptorAlloc FAILED");
   EXPECT_EQ(column_of(column)->internal_dbtype, SQLT_BLOB);
   COLUMN(allocLobLocator)(env, column, connection, -999);
@@ -117,6 +119,8 @@ TEST_F(Lob, SettersBorrowTheLocator) {
     EXPECT_EQ(calls().size(), 1U) << "only the column's own locator is freed";
     LOB(allocLob)(env, lob, connection);
     EXPECT_EQ(column_of(column)->lobloc, nullptr);
+    expect_trace({indicator == 0 ? "    lobloc=0\n" : ""},
+                 [&, &act = set] { act(column, new_lob(false)); });
   }
 }
 
