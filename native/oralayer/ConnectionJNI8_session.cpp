@@ -1,9 +1,7 @@
 // The session record and the two fixed pools of them.
 
-#include <algorithm>
 #include <cstdlib>
 #include <cstring>
-#include <limits>
 
 #include "oralayer8.h"
 #include "trace.h"
@@ -122,9 +120,9 @@ int ldapool_holder::pool_size_from_str(const char* name) {
   if (name == nullptr) return kDefaultPoolSize;
   const char* value = std::getenv(name);
   if (value == nullptr || *value == '\0') return kDefaultPoolSize;
-  const long size = std::strtol(value, nullptr, 10);
-  if (size < 1) return kDefaultPoolSize;
-  return static_cast<int>(std::min<long>(size, std::numeric_limits<int>::max()));
+  // What atoi does, which leaves open what becomes of a number that an int has no room for.
+  const auto size = static_cast<int>(std::strtol(value, nullptr, 10));
+  return size < 1 ? kDefaultPoolSize : size;
 }
 
 ldapool_holder::ldapool_holder(const char* env_string)

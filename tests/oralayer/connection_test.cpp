@@ -44,9 +44,13 @@ TEST_F(Connection, LoadBuildsBothPoolsBeforeAnythingElse) {
 }
 
 TEST_F(Connection, PoolSizeRule) {
-  const std::pair<const char*, int> cases[] = {{"", 512},    {"0", 512}, {"-3", 512}, {"abc", 512},
-                                               {"x16", 512}, {"1", 1},   {"+7", 7},   {"16abc", 16},
-                                               {"  16", 16}, {"2", 2}};
+  const std::pair<const char*, int> cases[] = {
+      {"", 512},    {"0", 512},
+      {"-3", 512},  {"abc", 512},
+      {"x16", 512}, {"1", 1},
+      {"+7", 7},    {"16abc", 16},
+      {"  16", 16}, {"4294967312", sizeof(long) == 8 ? 16 : INT_MAX},
+      {"2", 2}};
   for (const auto& [value, size] : cases) {
     setenv("ORALAYER_TEST_SIZE", value, 1);
     EXPECT_EQ(ldapool_holder::pool_size_from_str("ORALAYER_TEST_SIZE"), size) << value;
