@@ -74,7 +74,8 @@ inline statement_memory* memory_of(const cdadata& cda) {
   return static_cast<statement_memory*>(cda.tmp);
 }
 
-/// A column and its context point to each other, or neither points anywhere.
+/// The context names its column no more. A column that streams at several placeholders points to
+/// the context of one of them, and by this to another.
 void unlink_column(colctx& ctx);
 
 /// A column's first indicator; without rows that of a value.

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <limits>
 #include <new>
+#include <utility>
 
 #include "ColumnJNI8.h"
 #include "CursorJNI8.h"
@@ -15,8 +16,14 @@
 // --- Streaming contexts --------------------------------------------------------------------------
 
 void unlink_column(colctx& ctx) {
-  if (ctx.col != nullptr) ctx.col->ctx = nullptr;
-  ctx.col = nullptr;
+  columndata* col = std::exchange(ctx.col, nullptr);
+  if (col == nullptr || col->ctx != &ctx) return;
+  col->ctx = nullptr;
+  const statement_memory* memory = ctx.cda != nullptr ? memory_of(*ctx.cda) : nullptr;
+  if (memory == nullptr) return;
+  for (stream_context* other = memory->contexts; other != nullptr; other = other->next) {
+    if (other->col == col) col->ctx = other;
+  }
 }
 
 namespace {
@@ -43,7 +50,7 @@ void unpin(JNIEnv* env, colctx& ctx) {
 }
 
 // Ends the context's part in an execution, whatever became of it. A context that holds no chunk
-// stays its column's, spent, until the next bind or the statement's end.
+// stays its column's, spent, until the next bind or the statement's end: one for each column.
 void retire(JNIEnv* env, colctx& ctx) {
   if (ctx.buf != nullptr) {
     TRACE("+++ exec  - UNPIN ctx->buf from ctx->jbytes +++  col:");
@@ -53,6 +60,7 @@ void retire(JNIEnv* env, colctx& ctx) {
     TRACE("+++ exec  - DELETE col->ctx");
     unlink_column(ctx);
   }
+  if (ctx.col != nullptr && ctx.col->ctx != &ctx) ctx.col = nullptr;
   if (ctx.jbytes != nullptr) env->DeleteLocalRef(ctx.jbytes);
   ctx.jbytes = nullptr;
   ctx.env = nullptr;
@@ -65,6 +73,12 @@ void retire_all(JNIEnv* env, const cdadata& cda) {
   if (memory == nullptr) return;
   for (stream_context* ctx = memory->contexts; ctx != nullptr; ctx = ctx->next) {
     if (ctx->cda != nullptr) retire(env, *ctx);
+  }
+}
+
+void take_off_chain(const cdadata& cda, const columndata& col) {
+  for (longcol_node* node = cda.li_tail; node != nullptr; node = node->next) {
+    if (node->coldata == &col) node->coldata = nullptr;
   }
 }
 
@@ -87,13 +101,9 @@ void clean_longinsert_chain(JNIEnv* env, cdadata* cd) {
 }
 
 void forget_streamed_column(columndata& col) {
-  colctx* ctx = col.ctx;
-  if (ctx == nullptr) return;
-  unlink_column(*ctx);
-  if (ctx->cda == nullptr) return;
-  for (longcol_node* node = ctx->cda->li_tail; node != nullptr; node = node->next) {
-    if (node->coldata == &col) node->coldata = nullptr;
-  }
+  const cdadata* cda = col.ctx != nullptr ? col.ctx->cda : nullptr;
+  while (col.ctx != nullptr) unlink_column(*col.ctx);
+  if (cda != nullptr) take_off_chain(*cda, col);
 }
 
 // --- Insert callback -----------------------------------------------------------------------------
@@ -184,12 +194,11 @@ sb4 ocbfp(void*, OCIBind*, ub4, ub4, void**, ub4**, ub1*, void**, ub2**) {
 }
 
 sword execute_statement(JNIEnv* env, cdadata& cda, ub4 iterations, ub4 mode) {
-  for (longcol_node* node = cda.li_tail; node != nullptr; node = node->next) {
-    colctx* ctx = node->coldata != nullptr ? node->coldata->ctx : nullptr;
-    if (ctx != nullptr && ctx->cda == &cda) ctx->env = env;
-  }
   statement_memory* memory = memory_of(cda);
-  if (memory != nullptr) memory->running = true;
+  if (memory != nullptr) {
+    memory->running = true;
+    for (stream_context* ctx = memory->contexts; ctx != nullptr; ctx = ctx->next) ctx->env = env;
+  }
   const sword retvali =
       OCIStmtExecute(cda.svchp, cda.stmthp, cda.errhp, iterations, 0, nullptr, nullptr, mode);
   if (memory != nullptr) memory->running = false;
@@ -284,11 +293,13 @@ colctx* start_stream(JNIEnv* env, jobject obj, cdadata& cda, columndata& col) {
     TV_ThrowOutOfMemoryError(env, "Out of memory");
     return nullptr;
   }
-  // Bound again on the same cursor, the column stays on its earlier nodes too. A column that loses
-  // its context to this one goes from the chain: nothing would lead from its end to the nodes.
-  const bool again = col.ctx != nullptr && col.ctx->cda == &cda;
-  again ? unlink_column(*col.ctx) : forget_streamed_column(col);
-  if (ctx->col != nullptr) forget_streamed_column(*ctx->col);
+  // Bound again on the same cursor, the column keeps its earlier contexts and nodes, too. A column
+  // that loses its last context to this one goes from the chain: nothing would lead from its end to
+  // the nodes.
+  if (col.ctx != nullptr && col.ctx->cda != &cda) forget_streamed_column(col);
+  const columndata* former = ctx->col;
+  unlink_column(*ctx);
+  if (former != nullptr && former != &col && former->ctx == nullptr) take_off_chain(cda, *former);
   ctx->env = env;
   ctx->col = &col;
   ctx->cda = &cda;

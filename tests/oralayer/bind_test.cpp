@@ -328,6 +328,11 @@ TEST_F(Stream, EndsAndFailuresOfTheJavaMethod) {
   EXPECT_THAT(java_calls, Each("4100,1,4096,3"));
 }
 
+void bind_at_2(jobject cursor, jobject column) {
+  COLUMN(setPosition)(env, column, 2);
+  CURSOR(bindVariableByPosition)(env, cursor, column);
+}
+
 // A step on the cursor `c` or the value's column `v`.
 #define STEP(...) []([[maybe_unused]] jobject c, [[maybe_unused]] jobject v) { __VA_ARGS__; }
 
@@ -340,13 +345,15 @@ TEST_F(Stream, WhatHappensBetweenBindAndExecution) {
       {"set again", kStreamed, STEP(java_values[2] = "value"; COLUMN(setPosition)(env, v, 2),
             COLUMN(setValueWithStream)(env, v, 9, 2, 1, JNI_TRUE);
             COLUMN(setValueWithInt)(env, v, 1, JNI_TRUE))},
-      {"bound to another placeholder too", kRefused,
-       STEP(COLUMN(setPosition)(env, v, 2), CURSOR(bindVariableByPosition)(env, c, v))},
+      {"bound to another placeholder too", kStreamed,
+       STEP(java_values[2] = "value"; bind_at_2(c, v))},
+      {"bound to another placeholder, which is bound again", kStreamed,
+       STEP(java_values[2] = "value"; bind_at_2(c, v), bind_at_2(c, new_stream(2)))},
       {"bound on another cursor", kRefused,
        STEP(const jobject other = new_cursor(); CURSOR(bindVariableByPosition)(env, other, v);
             CURSOR(close)(env, other))},
       {"executed already", kRefused, STEP(CURSOR(exec)(env, c))},
-      {"column gone", kRefused, STEP(COLUMN(native_1finalize)(env, v))},
+      {"column gone", kRefused, STEP(bind_at_2(c, v), COLUMN(native_1finalize)(env, v))},
       {"parsed", kNoValue, STEP(CURSOR(parse)(env, c, bytes("INSERT"), 0))},
       {"closed", kRefused, STEP(CURSOR(close)(env, c))},
       {"reopened", kNoValue, STEP(CURSOR(close)(env, c), CURSOR(open)(env, c, new_connection()))},
