@@ -165,6 +165,18 @@ TEST_F(EngineTest, NothingIsCreatedBesideWhatADatabaseHasLeft) {
   EXPECT_EQ(in_file(folder_ / "NEW.db", "PRAGMA journal_mode"), "wal");
 }
 
+TEST_F(EngineTest, OnlyAnAccountOfTheSystemHasNoPassword) {
+  const auto tool = [this](const std::string& arguments) {
+    return std::system((OCI8DB " " + arguments + " 2>" + folder_.string() + "/said").c_str());
+  };
+  for (const char* refused : {"create NEW bob/", "set-password TEST scott/", "add-user TEST a/"}) {
+    EXPECT_NE(tool(refused), 0) << refused;
+  }
+  EXPECT_FALSE(fs::exists(folder_ / "NEW.db"));
+  EXPECT_EQ(failure([] { connect(); }).code, 0);
+  EXPECT_EQ(tool("add-user TEST 'OPS$ME/'"), 0);
+}
+
 TEST_F(EngineTest, FailedChangeIsUndoneAloneAndLeavesNoEmptyTransaction) {
   expect(R"(
     1 UPDATE T SET A = A + 1 WHERE A > 4 -> ORA-1 | 2 UPDATE T SET B = 'x' WHERE A = 8 ->

@@ -274,14 +274,14 @@ TEST_F(Functions, AnyArgumentsGiveAValueOrAnOracleError) {
 TEST_F(Functions, AccountsLetInWithTheirPasswordOnly) {
   create_accounts_table(db_.get());
   add_account(db_.get(), "scott", "Tiger");
-  add_account(db_.get(), "Locked", "");
+  add_account(db_.get(), "Ops$Locked", "");
   EXPECT_EQ(check_password(db_.get(), "ScOtT", "Tiger"), "SCOTT");
   EXPECT_EQ(value("uid() > 0"), "1");
   const auto login = [this](const std::string& user, std::string_view password) {
     return failure([&] { check_password(db_.get(), user, password); }).code;
   };
-  const char* const kRefused[][2] = {{"scott", "tiger"}, {"scott", ""},  {"nobody", "Tiger"},
-                                     {"", ""},           {"locked", ""}, {"scott", "Tiger "}};
+  const char* const kRefused[][2] = {{"scott", "tiger"}, {"scott", ""},      {"nobody", "Tiger"},
+                                     {"", ""},           {"ops$locked", ""}, {"scott", "Tiger "}};
   for (const auto& [user, password] : kRefused) EXPECT_EQ(login(user, password), 1017);
   EXPECT_NE(login("scott", {"Tiger\0x", 7}), 0);
   set_password(db_.get(), "SCOTT", "other");
@@ -294,7 +294,7 @@ TEST_F(Functions, AccountsLetInWithTheirPasswordOnly) {
   EXPECT_EQ(added(std::string(31, 'a'), "x"), 972);
   EXPECT_EQ(added("a;b", "x"), 911);
   EXPECT_EQ(added("ab", std::string(31, 'x')), 988);
-  EXPECT_EQ(list_accounts(db_.get()), (std::vector<std::string>{"LOCKED", "SCOTT"}));
+  EXPECT_EQ(list_accounts(db_.get()), (std::vector<std::string>{"OPS$LOCKED", "SCOTT"}));
   drop_account(db_.get(), "scott");
   EXPECT_EQ(failure([&] { drop_account(db_.get(), "scott"); }).text,
             "ORA-01918: user 'SCOTT' does not exist\n");

@@ -88,6 +88,7 @@ Credentials read_credentials(const std::string& argument) {
   Credentials credentials{argument.substr(0, slash), {}};
   if (credentials.user.empty()) throw Complaint{"no user name given"};
   credentials.password = slash == std::string::npos ? read_password() : argument.substr(slash + 1);
+  checked_account(credentials.user, credentials.password);
   return credentials;
 }
 
@@ -157,7 +158,7 @@ void refuse_remains(const std::string& path) {
   }
 }
 
-// The password is asked for before anything is made: nothing is left behind without one.
+// The password is asked for and checked before anything is made: nothing is left behind without it.
 void create(const std::string& name, const char* account) {
   const std::string path = database_path(name);
   if (fs::exists(path)) throw Complaint{path + ": already exists"};

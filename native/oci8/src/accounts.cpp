@@ -100,7 +100,6 @@ std::string new_salt() {
 // An empty hash equals no password's hash: such an account is the operating system's to let in.
 std::string stored_hash(std::string_view password) {
   if (password.empty()) return {};
-  if (!usable(password)) fail(988);
   return hash(password, new_salt().c_str());
 }
 
@@ -163,8 +162,17 @@ void create_accounts_table(sqlite3* db) {
               "AUTOINCREMENT, name TEXT NOT NULL UNIQUE, hash TEXT NOT NULL)");
 }
 
+std::string checked_account(std::string_view user, std::string_view password) {
+  std::string name = checked_name(user);
+  // The operating system vouches for names with the prefix only: every other account would be
+  // locked without a password.
+  const bool external = password.empty() && name.starts_with(kExternalPrefix);
+  if (!external && !usable(password)) fail(988);
+  return name;
+}
+
 void add_account(sqlite3* db, std::string_view user, std::string_view password) {
-  const std::string name = checked_name(user);
+  const std::string name = checked_account(user, password);
   const std::string hashed = stored_hash(password);
   if (!change(db, "INSERT OR IGNORE INTO \"OCI8$ACCOUNTS\"(name, hash) VALUES(?1, ?2)", name,
               hashed)) {
@@ -173,7 +181,7 @@ void add_account(sqlite3* db, std::string_view user, std::string_view password) 
 }
 
 void set_password(sqlite3* db, std::string_view user, std::string_view password) {
-  const std::string name = checked_name(user);
+  const std::string name = checked_account(user, password);
   const std::string hashed = stored_hash(password);
   if (!change(db, "UPDATE \"OCI8$ACCOUNTS\" SET hash = ?2 WHERE name = ?1", name, hashed)) {
     fail(1918, name);

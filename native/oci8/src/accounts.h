@@ -18,10 +18,13 @@ namespace oci8 {
 /// Creates the (empty) table of accounts, OCI8$ACCOUNTS, if it is not there.
 void create_accounts_table(sqlite3* db);
 
-/// Adds an account, or sets the password of an existing one (set_password: ORA-01918 without one).
-/// An empty password makes an account that only the operating system can log in to.
-/// ORA-01920 for a name that is there already, ORA-00987, ORA-00972 or ORA-00911 for what cannot be
-/// a name, ORA-00988 for a password that is too long or holds a zero byte.
+/// The name in upper case, where an account may have it and the password: ORA-00987, ORA-00972 or
+/// ORA-00911 for what cannot be a name, ORA-00988 for a password that is too long or holds a zero
+/// byte, and for an empty one where the name does not begin with OPS$.
+std::string checked_account(std::string_view user, std::string_view password);
+/// Adds an account, or sets the password of an existing one (set_password: ORA-01918 without one),
+/// after the same checks. An empty password makes an account that only the operating system can
+/// let in. ORA-01920 for a name that is there already.
 void add_account(sqlite3* db, std::string_view user, std::string_view password);
 void set_password(sqlite3* db, std::string_view user, std::string_view password);
 void drop_account(sqlite3* db, std::string_view user);  // ORA-01918
