@@ -202,6 +202,33 @@ TEST_F(EngineTest, TransactionsAreSeenByOthersWhenCommittedAndDdlCommitsBeforeIt
          connect_with_table());
 }
 
+TEST_F(EngineTest, DefinitionsThatFailByANameCommitAndThoseThatCannotBeReadDoNot) {
+  const ConnectionPtr one = connect_with_table();
+  query(*one, "CREATE VIEW V AS SELECT A FROM T");
+  query(*one, "INSERT INTO T(A) VALUES (3)");
+  { const Prepared described(*one, "DROP TABLE N"); }
+  one->rollback();
+  for (const auto& [sql, expected] : cases(R"(
+           DROP TABLE N -> 942 1 | DROP VIEW N -> 942 1 | DROP INDEX N -> 1418 1
+           DROP SEQUENCE N -> 2289 1 | TRUNCATE TABLE N -> 942 1 | RENAME N TO M -> 942 1
+           ALTER TABLE N ADD (A NUMBER) -> 942 1 | ALTER TABLE T ADD (A NUMBER) -> 1430 1
+           ALTER TABLE T DROP COLUMN N -> 904 1 | CREATE INDEX I ON N(A) -> 942 1
+           CREATE INDEX I ON T(N) -> 904 1 | CREATE VIEW W AS SELECT N FROM T -> 904 1
+           CREATE VIEW V AS SELECT 1 A FROM DUAL -> 955 1 | CREATE TABLE T(A NUMBER) -> 955 1
+           CREATE TABLE M(A NOTYPE) -> 902 1 | CREATE TABLE M(A DATE, A DATE) -> 957 1
+           CREATE TABLE M AS SELECT * FROM N -> 942 1 | CREATE TABLE -> 903 0
+           CREATE TABLE M(A DATE -> 907 0 | CREATE TABLE M(1 DATE) -> 904 0
+           DROP TABLE T N -> 922 0 | CREATE TRIGGER N -> 3001 0 | CREATE VIEW W AS -> 928 0)")) {
+    query(*one, "INSERT INTO T(A) VALUES (2)");
+    const int code = code_of(*one, sql);
+    one->rollback();
+    const std::string kept = query(*one, "SELECT COUNT(*) - 1 FROM T");
+    EXPECT_EQ(std::to_string(code) + ' ' + kept, expected) << sql;
+    query(*one, "DELETE FROM T WHERE A = 2");
+    one->commit();
+  }
+}
+
 TEST_F(EngineTest, LockedDatabaseIsReportedAfterTheTimeout) {
   const ConnectionPtr one = connect_with_table();
   const ConnectionPtr other = connect();

@@ -97,14 +97,31 @@ Translation change(Context& context, Fragment (*read)(Context&)) {
   return finish(Action::Change, std::move(sql), context);
 }
 
+// Whether a name is missing, ambiguous, or there already. ORA-00904 also says that something else
+// stands in a name's place; it quotes real names only.
+bool is_about_a_name(const Failure& raised) {
+  static constexpr int kCodes[] = {902, 918, 942, 957, 1430, 1731};
+  if (raised.code == 904) return raised.text.find('"') != std::string::npos;
+  return std::ranges::find(kCodes, raised.code) != std::end(kCodes);
+}
+
 // A definition is kept as text by the engine, where no value could be bound to it later.
+// The server commits before it looks at a definition's names: what is wrong with them waits for
+// the run.
 Translation define(Context& context, const SqlText& sql) {
   if (!sql.placeholders.empty()) {
     fail(1027, {}, static_cast<int>(sql.placeholders.front().offset));
   }
-  Fragment translated = define_statement(context);
-  if (!context.tokens.at_end()) context.tokens.fail_here(922);
-  return finish(Action::Define, std::move(translated), context);
+  try {
+    Fragment translated = define_statement(context);
+    if (!context.tokens.at_end()) context.tokens.fail_here(922);
+    return finish(Action::Define, std::move(translated), context);
+  } catch (const Failure& raised) {
+    if (!is_about_a_name(raised)) throw;
+    Translation result = finish(Action::Define, {}, context);
+    result.failure = raised;
+    return result;
+  }
 }
 
 // --- Transaction control -------------------------------------------------------------------------

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "engine.h"
+#include "error.h"
 #include "sql_text.h"
 
 namespace oci8 {
@@ -75,10 +76,12 @@ struct Translation {
   bool locks = false;  // a query FOR UPDATE
   bool draws = false;  // NEXTVAL is in it
   bool nowait = false;  // fails where another session has the lock
+  std::optional<Failure> failure;  // that a run of the definition comes to
 };
 
 /// Translates one statement. Raises Failure with a source offset for text that is no statement
-/// (ORA-00900 and its siblings) or not supported. An anonymous block is not translated here.
+/// (ORA-00900 and its siblings) or not supported. A definition's wrong names are no such failure.
+/// An anonymous block is not translated here.
 Translation translate(const SqlText& text, Schema& schema, Checks checks = Checks::All);
 
 }  // namespace oci8

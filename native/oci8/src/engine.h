@@ -117,7 +117,8 @@ class Connection {
   virtual void log_in_external() = 0;
 
   /// Prepares a statement; data changes begin a transaction when they run, DDL commits before and
-  /// after itself. `text` stays the caller's and outlives the statement.
+  /// after itself, and raises what is wrong with its names when it runs. `text` stays the caller's
+  /// and outlives the statement.
   /// Errors have an offset into `text` where there is a place to point at.
   virtual std::unique_ptr<Statement> prepare(const SqlText& text) = 0;
 

@@ -438,6 +438,9 @@ void SqliteStatement::remove_untaken() {
 void SqliteStatement::run_define() {
   session_->commit();
   const SqliteSession::Operation running(*session_);
+  // What was missing at the time may be there now.
+  if (now_.translation.failure) translate_again();
+  if (now_.translation.failure) throw *now_.translation.failure;
   SqliteSession::Change change(*session_);
   ErrorContext context{&now_.translation};
   context.foreign_key = 2449;  // DROP TABLE of a table that others refer to
