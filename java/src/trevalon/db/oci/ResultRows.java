@@ -23,6 +23,7 @@ final class ResultRows {
 
     private static final int NO_MORE_ROWS = 1403;
     private static final int NO_SUCH_POSITION = 24334;
+    private static final int NO_SUCH_VALUE = 22922;
     private static final DateTimeFormatter DATE_TEXT = OciDates.formatter(" HH:mm:ss");
 
     private final OciConnection connection;
@@ -188,7 +189,10 @@ final class ResultRows {
             if (arrayRows < mostRows) {
                 defineArrays(mostRows);
             }
-            take(cursor.arrayFetch(arrayRows));
+            boolean failed = cursor.arrayFetch(arrayRows);
+            // A LONG value that is gone costs its own row only: more may follow.
+            lastArray = !failed || cursor.errorCode() != NO_SUCH_VALUE;
+            take(failed);
         } finally {
             connection.leave();
         }

@@ -4,6 +4,7 @@ import static trevalon.db.oci.TestRun.*;
 
 import java.io.IOException;
 import java.io.InputStream;
+import java.io.StringReader;
 import java.math.BigDecimal;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Paths;
@@ -285,11 +286,33 @@ public final class QueryCases {
         query.next();
         throwing(IOException.class, () -> old.read());
         compareLong(query, 2, last);
+        goneValues(connection, query);
         // The second column cannot be defined: the first one would be so twice.
         query.prepare("SELECT body, HEXTORAW('00') FROM longs");
         query.columns().get(1).setLength(0);
         oracleError(24328, query::execute);
         oracleError(24337, query::execute);
+    }
+
+    /** Streamed values that the session takes away below its query. */
+    private static void goneValues(OciConnection connection, OciStatement query) throws Exception {
+        execute(connection, "CREATE TABLE gone (id NUMBER(3), body LONG)");
+        OciStatement insert = connection.createStatement();
+        insert.prepare("INSERT INTO gone VALUES (:1, :2)");
+        for (int id = 0; id < 5; id++) {
+            insert.setInt(1, id);
+            insert.setCharacterStream(2, new StringReader(longText(id, 40_000)));
+            insert.execute();
+        }
+        query.execute("SELECT id, body FROM gone ORDER BY id");
+        readRows(query, 2);
+        execute(connection, "DELETE FROM gone WHERE id = 2",
+                "UPDATE gone SET body = 'x' WHERE id = 3");
+        oracleError(22922, query::next);
+        oracleError(22922, query::next);
+        yes(query.next(), "the row behind");
+        same(longText(4, 40_000), query.getString(2), "its value");
+        yes(!query.next(), "no row after the last");
     }
 
     private static void compareLong(OciStatement query, int column, int id) throws Exception {
