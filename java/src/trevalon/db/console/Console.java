@@ -11,7 +11,6 @@ import java.io.PrintStream;
 import java.io.UnsupportedEncodingException;
 import java.nio.charset.CharacterCodingException;
 import java.nio.charset.StandardCharsets;
-import java.nio.file.Files;
 import java.nio.file.InvalidPathException;
 import java.nio.file.Path;
 import java.nio.file.Paths;
@@ -210,7 +209,7 @@ public final class Console {
     }
 
     private static BufferedReader open(Path file) throws IOException {
-        return Files.newBufferedReader(file, StandardCharsets.UTF_8);
+        return new BufferedReader(CsvFile.text(CsvFile.channel(file)));
     }
 
     /** Standard input of a script: malformed bytes are an error, which ends it. */

@@ -8,6 +8,8 @@ import java.nio.channels.Channels;
 import java.nio.channels.FileChannel;
 import java.nio.charset.CharacterCodingException;
 import java.nio.charset.StandardCharsets;
+import java.nio.file.FileSystemException;
+import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.ArrayList;
 import java.util.List;
@@ -55,13 +57,21 @@ final class CsvFile implements Closeable {
 
     /** Opens a file and reads its heading. */
     static CsvFile open(Path path) throws IOException {
-        FileChannel channel = FileChannel.open(path);
+        FileChannel channel = channel(path);
         try {
             return new CsvFile(path, channel);
         } catch (IOException | RuntimeException e) {
             channel.close();
             throw e;
         }
+    }
+
+    /** Opens a file to read. A folder could be opened, too, and would fail without its name. */
+    static FileChannel channel(Path path) throws IOException {
+        if (Files.isDirectory(path)) {
+            throw new FileSystemException(path.toString(), null, "Is a directory");
+        }
+        return FileChannel.open(path);
     }
 
     /** The text of a file, of which bytes that are not UTF-8 are an error. */

@@ -32,6 +32,8 @@ import trevalon.db.oci.OciType;
 final class LobFile {
     /** As much as one call moves. */
     private static final int PIECE = 32 * 1024;
+    /** As many as the system follows; there may be a circle of them. */
+    private static final int MOST_LINKS = 40;
     private static final FileAttribute<?>[] OWNER_ONLY = {
         PosixFilePermissions.asFileAttribute(PosixFilePermissions.fromString("rw-------"))
     };
@@ -78,8 +80,7 @@ final class LobFile {
      * @return how much it was, in words
      */
     String get(String column, String table, String condition) throws SQLException, IOException {
-        // The file behind a symbolic link is replaced, and not the link.
-        Path target = Files.exists(file) ? file.toRealPath() : file.toAbsolutePath();
+        Path target = target();
         if (Files.exists(target) && !Files.isRegularFile(target)) {
             throw new SQLException(file + " is not an ordinary file");
         }
@@ -101,6 +102,18 @@ final class LobFile {
         } finally {
             progress.clear();
         }
+    }
+
+    /** The file behind a symbolic link is written, not the link, also where there is none yet. */
+    private Path target() throws SQLException, IOException {
+        Path target = file.toAbsolutePath();
+        for (int links = 0; Files.isSymbolicLink(target); links++) {
+            if (links == MOST_LINKS) {
+                throw new SQLException(file + " has too many symbolic links");
+            }
+            target = target.resolveSibling(Files.readSymbolicLink(target));
+        }
+        return target;
     }
 
     /** Runs a query, the last column of which must be a LOB. */
@@ -180,7 +193,7 @@ final class LobFile {
      * @return how much it was, in words
      */
     String put(String column, String table, String condition) throws SQLException, IOException {
-        try (FileChannel channel = FileChannel.open(file)) {
+        try (FileChannel channel = CsvFile.channel(file)) {
             return AllOrNothing.run(connection, () -> {
                 String row = lockRow(column, table, condition);
                 try (OciLob lob = emptied(column, table, row)) {

@@ -111,6 +111,7 @@ public final class ConsoleCases {
                 "before\n", "  FROM dual, nowhere n\n             *\nERROR at line 2:\nORA-00942",
                 "statement of line 3"},
             {"LOAD refused_rows FROM a\0b\n", "No file can have this name"},
+            {"LOAD refused_rows FROM /tmp\n", "/tmp: Is a directory"},
             {"LOAD " + DisplayText.repeat('x', 99_999) + " FROM a\n", "There is no file a"},
             {"GET " + DisplayText.repeat('x', 99_999) + " INTO a\n", "Usage: GET"},
             {"DESC refused_rows -- c\n", "Usage: DESCRIBE table"},
@@ -272,17 +273,22 @@ public final class ConsoleCases {
         prompt.ends(0, "bytes is not UTF-8 text", "There is no file", "several such rows",
                 "N is a NUMBER(2), and no CLOB or BLOB", "Usage: GET table.column INTO file",
                 "There is no such row", "ORA-00942", "half a surrogate pair");
-        script("GET filed.t INTO " + quoted + "text' WHERE n = 2");
+        Path dangling = Files.createSymbolicLink(folder.resolve("link"), Paths.get("new"));
+        script("GET filed.t INTO " + quoted + "text' WHERE n = 2\n"
+                + "GET filed.b INTO " + quoted + "link' WHERE n = 2").ends(0);
+        yes(Files.isSymbolicLink(dangling), "the link stays");
+        same(3L, Files.size(folder.resolve("new")), "what it leads to");
         same(99L, Files.size(text), "a failed PUT has changed the value");
         same("r--------", PosixFilePermissions.toString(Files.getPosixFilePermissions(text)),
                 "who may read it");
-        same(3, folder.toFile().list().length, "files are left over");
+        same(5, folder.toFile().list().length, "files are left over");
     }
 
     private static void pipeAndLogin() throws Exception {
         new Run("SELECT 6 * 7 answer FROM DUAL", LOGIN).ends(0, "ANSWER", "42", "1 row selected.");
         new Run("", "tester/wrong@TEST").ends(1, "ORA-01017");
         new Run("", "nonsense").ends(2);
+        new Run("", LOGIN, "/tmp").ends(1, "/tmp: Is a directory");
     }
 
     /** The output, and the rows where no file may become as long as their log. */
