@@ -223,12 +223,11 @@ Object& object(Environment& self, jobject reference, const char* of_class = "jav
   return *nothing;
 }
 
-// The member behind an identifier, which must be one of the object's class and of these types.
-const Member& member_of(Environment& self, const Object& of, const void* id, const char* types) {
+// The member behind an identifier, which must be one of the object's class, its signature of this
+// beginning.
+const Member& member_of(Environment& self, const Object& of, const void* id, char type) {
   const auto* m = static_cast<const Member*>(id);
-  const bool fits = m != nullptr && is_a(of.its_class, m->owner) &&
-                    std::strchr(types, m->signature.front()) != nullptr;
-  if (fits) return *m;
+  if (m != nullptr && is_a(of.its_class, m->owner) && m->signature.front() == type) return *m;
   if (name_of(of) != "nothing") {
     report(self, m == nullptr ? "null identifier" : m->name + " of a " + name_of(of));
   }
@@ -236,7 +235,7 @@ const Member& member_of(Environment& self, const Object& of, const void* id, con
   return nothing;
 }
 
-std::atomic<jint>& field(Environment& self, jobject reference, jfieldID id, const char* type) {
+std::atomic<jint>& field(Environment& self, jobject reference, jfieldID id, char type) {
   Object& of = object(self, reference);
   const std::size_t index = member_of(self, of, id, type).index;
   static std::atomic<jint> nowhere;
@@ -283,54 +282,45 @@ void unpin(Environment& self, Object& array, const void* address, jint mode) {
 constexpr char kCursor[] = "trevalon/db/oci/OciCursor";
 constexpr char kString[] = "java/lang/String";
 
-// Members of a class only for their form: each is one entry of the table.
+// Members of a class only for their form: each is one entry of the table, or more.
 struct Jni {
-  static jclass FindClass(JNIEnv* e, const char* name) {
-    Environment& self = enter(e, __func__);
+  static jclass FindClass(Environment& self, const char* name) {
     constexpr char kMissing[] = "java/lang/NoClassDefFoundError";
     if (fails(self, Fault::Raising, kMissing)) return nullptr;
     if (class_named(name) == nullptr) raise(self, kMissing, name);
     return local<jclass>(self, shared(class_named(name)));
   }
-  static jclass GetObjectClass(JNIEnv* e, jobject reference) {
-    Environment& self = enter(e, __func__);
+  static jclass GetObjectClass(Environment& self, jobject reference) {
     return local<jclass>(self, shared(object(self, reference).its_class));
   }
-  static jint Throw(JNIEnv* e, jthrowable exception) {
-    Environment& self = enter(e, __func__);
+  static jint Throw(Environment& self, jthrowable exception) {
     self.pending = shared(&object(self, exception, "java/lang/Throwable"));
     return 0;
   }
-  static jint ThrowNew(JNIEnv* e, jclass c, const char* message) {
-    Environment& self = enter(e, __func__);
+  static jint ThrowNew(Environment& self, jclass c, const char* message) {
     if (fails(self, Fault::Raising)) return -1;
     const auto& thrown = static_cast<Class&>(object(self, c, "java/lang/Class"));
     if (!is_a(&thrown, class_named("java/lang/Throwable"))) report(self, "a " + thrown.name);
     raise(self, thrown.name.c_str(), message);
     return 0;
   }
-  static jthrowable ExceptionOccurred(JNIEnv* e) {
-    Environment& self = enter_pending(e, __func__);
+  static jthrowable ExceptionOccurred(Environment& self) {
     return local<jthrowable>(self, self.pending);
   }
-  static void ExceptionClear(JNIEnv* e) { enter_pending(e, __func__).pending = nullptr; }
-  static jboolean ExceptionCheck(JNIEnv* e) {
-    return enter_pending(e, __func__).pending != nullptr;
-  }
+  static void ExceptionClear(Environment& self) { self.pending = nullptr; }
+  static jboolean ExceptionCheck(Environment& self) { return self.pending != nullptr; }
 
-  static jint PushLocalFrame(JNIEnv* e, jint) {
-    enter_pending(e, __func__).frames.emplace_back();
+  static jint PushLocalFrame(Environment& self, jint) {
+    self.frames.emplace_back();
     return 0;
   }
-  static jobject PopLocalFrame(JNIEnv* e, jobject result) {
-    Environment& self = enter_pending(e, __func__);
+  static jobject PopLocalFrame(Environment& self, jobject result) {
     const ObjectPtr kept = result == nullptr ? nullptr : shared(&object(self, result));
     for (const std::uintptr_t id : self.frames.back()) self.locals.erase(id);
     self.frames.pop_back();
     return local(self, kept);
   }
-  static jobject NewGlobalRef(JNIEnv* e, jobject reference) {
-    Environment& self = enter(e, __func__);
+  static jobject NewGlobalRef(Environment& self, jobject reference) {
     if (fails(self)) return nullptr;
     const std::uintptr_t id = next_reference.fetch_add(2) + 1;
     const ObjectPtr target = shared(&object(self, reference));
@@ -338,26 +328,23 @@ struct Jni {
     globals[id] = target;
     return reinterpret_cast<jobject>(id);
   }
-  static void DeleteGlobalRef(JNIEnv* e, jobject reference) {
-    Environment& self = enter_pending(e, __func__);
+  static void DeleteGlobalRef(Environment& self, jobject reference) {
     const std::unique_lock held(globals_lock);
     if (reference != nullptr && globals.erase(number(reference)) == 0) report(self, "none such");
   }
-  static void DeleteLocalRef(JNIEnv* e, jobject reference) {
-    Environment& self = enter_pending(e, __func__);
+  static void DeleteLocalRef(Environment& self, jobject reference) {
     if (reference != nullptr && self.locals.erase(number(reference)) == 0) report(self, "no such");
   }
-  static jboolean IsSameObject(JNIEnv* e, jobject one, jobject other) {
-    return find(enter(e, __func__), one) == find(enter(e, __func__), other);
+  static jboolean IsSameObject(Environment& self, jobject one, jobject other) {
+    return find(self, one) == find(self, other);
   }
-  static jobjectRefType GetObjectRefType(JNIEnv* e, jobject reference) {
-    if (find(enter(e, __func__), reference) == nullptr) return JNIInvalidRefType;
+  static jobjectRefType GetObjectRefType(Environment& self, jobject reference) {
+    if (find(self, reference) == nullptr) return JNIInvalidRefType;
     return number(reference) % 2 != 0 ? JNIGlobalRefType : JNILocalRefType;
   }
 
   template <typename Id>
-  static Id find_member(JNIEnv* e, jclass c, const char* name, const char* signature) {
-    Environment& self = enter(e, "Get[Static]FieldID or MethodID");
+  static Id find_member(Environment& self, jclass c, const char* name, const char* signature) {
     constexpr bool kField = std::is_same_v<Id, jfieldID>;
     const char* missing = kField ? "java/lang/NoSuchFieldError" : "java/lang/NoSuchMethodError";
     if (fails(self, Fault::Raising, missing)) return nullptr;
@@ -371,26 +358,23 @@ struct Jni {
     return nullptr;
   }
   template <typename Value, char kType>
-  static Value get_field(JNIEnv* e, jobject o, jfieldID id) {
-    constexpr char kTypes[] = {kType, 0};
-    return static_cast<Value>(field(enter(e, "Get<Type>Field"), o, id, kTypes).load(kRelaxed));
+  static Value get_field(Environment& self, jobject o, jfieldID id) {
+    return static_cast<Value>(field(self, o, id, kType).load(kRelaxed));
   }
   template <typename Value, char kType>
-  static void set_field(JNIEnv* e, jobject o, jfieldID id, Value value) {
-    constexpr char kTypes[] = {kType, 0};
-    field(enter(e, "Set<Type>Field"), o, id, kTypes).store(value, kRelaxed);
+  static void set_field(Environment& self, jobject o, jfieldID id, Value value) {
+    field(self, o, id, kType).store(value, kRelaxed);
   }
-  static jint GetStaticIntField(JNIEnv* e, jclass c, jfieldID id) {
-    Environment& self = enter(e, __func__);
+  static jint GetStaticIntField(Environment& self, jclass c, jfieldID id) {
     const auto* m = reinterpret_cast<const Member*>(id);
     if (m == nullptr || m->owner != &object(self, c)) report(self, "another class's field");
     return m == nullptr ? 0 : m->value;
   }
 
-  static jobject CallObjectMethodV(JNIEnv* e, jobject reference, jmethodID id, va_list arguments) {
-    Environment& self = enter(e, __func__);
+  static jobject CallObjectMethodV(Environment& self, jobject reference, jmethodID id,
+                                   va_list arguments) {
     Object& of = object(self, reference);
-    const std::string& name = member_of(self, of, id, "(").name;
+    const std::string& name = member_of(self, of, id, '(').name;
     if (fails(self, Fault::Raising)) return nullptr;
     if (name == "getClass") return local(self, shared(of.its_class));
     if (name == "getMessage") return local(self, made(kString, of.data));
@@ -408,42 +392,36 @@ struct Jni {
     return local(self, shared(found));
   }
   // getNextStreamBuffer
-  static jint CallIntMethodV(JNIEnv* e, jobject reference, jmethodID id, va_list arguments) {
-    Environment& self = enter(e, __func__);
-    member_of(self, object(self, reference, kCursor), id, "(");
+  static jint CallIntMethodV(Environment& self, jobject reference, jmethodID id,
+                             va_list arguments) {
+    member_of(self, object(self, reference, kCursor), id, '(');
     const auto buffer = va_arg(arguments, jbyteArray);
     const jint position = va_arg(arguments, jint);
     if (fails(self, Fault::Raising, "java/io/IOException") || next_stream_buffer == nullptr)
       return 0;
     return next_stream_buffer(buffer, position, va_arg(arguments, jint));
   }
-  static jobject AllocObject(JNIEnv* e, jclass c) {
-    Environment& self = enter(e, __func__);
+  static jobject AllocObject(Environment& self, jclass c) {
     if (fails(self)) return nullptr;
     const auto& its_class = static_cast<Class&>(object(self, c, "java/lang/Class"));
     return local(self, made(its_class.name.c_str()));
   }
-  static jstring NewStringUTF(JNIEnv* e, const char* text) {
-    Environment& self = enter(e, __func__);
+  static jstring NewStringUTF(Environment& self, const char* text) {
     return fails(self) ? nullptr : local<jstring>(self, made(kString, text));
   }
   // ASCII is all that tests look at.
-  static jstring NewString(JNIEnv* e, const jchar* units, jsize length) {
-    Environment& self = enter(e, __func__);
+  static jstring NewString(Environment& self, const jchar* units, jsize length) {
     if (fails(self, Fault::Raising)) return nullptr;
     return local<jstring>(self, made(kString, std::string(units, units + length)));
   }
-  static const char* GetStringUTFChars(JNIEnv* e, jstring reference, jboolean*) {
-    Environment& self = enter(e, __func__);
+  static const char* GetStringUTFChars(Environment& self, jstring reference, jboolean*) {
     Object& text = object(self, reference, kString);
     return static_cast<const char*>(pin(self, text, text.data.size() + 1));
   }
-  static void ReleaseStringUTFChars(JNIEnv* e, jstring text, const char* chars) {
-    Environment& self = enter_pending(e, __func__);
+  static void ReleaseStringUTFChars(Environment& self, jstring text, const char* chars) {
     unpin(self, object(self, text, kString), chars, JNI_ABORT);
   }
-  static jsize GetArrayLength(JNIEnv* e, jarray reference) {
-    Environment& self = enter(e, __func__);
+  static jsize GetArrayLength(Environment& self, jarray reference) {
     const Object* found = find(self, reference);
     const bool of_chars = found != nullptr && name_of(*found) == "[C";
     const std::size_t size = object(self, reference, of_chars ? "[C" : "[B").data.size();
@@ -458,25 +436,22 @@ template <typename Array, typename Element>
 struct ArrayFunctions {
   static constexpr const char* kClass = sizeof(Element) == 1 ? "[B" : "[C";
 
-  static Array make(JNIEnv* e, jsize length) {
-    Environment& self = enter(e, "New<Type>Array");
+  static Array make(Environment& self, jsize length) {
     if (length < 0) report(self, "negative length");
     if (length < 0 || fails(self)) return nullptr;
     return local<Array>(self, made(kClass, std::string(std::size_t(length) * sizeof(Element), 0)));
   }
-  static Element* get(JNIEnv* e, Array reference, jboolean*) {
-    Environment& self = enter(e, "Get<Type>ArrayElements");
+  static Element* get(Environment& self, Array reference, jboolean*) {
     Object& array = object(self, reference, kClass);
     return static_cast<Element*>(fails(self) ? nullptr : pin(self, array, array.data.size()));
   }
-  static void release(JNIEnv* e, Array reference, Element* elements, jint mode) {
-    Environment& self = enter_pending(e, "Release<Type>ArrayElements");
+  static void release(Environment& self, Array reference, Element* elements, jint mode) {
     unpin(self, object(self, reference, kClass), elements, mode);
   }
   // Copies between a region and a buffer, whichever way.
   template <typename Buffer>
-  static void region(JNIEnv* e, Array reference, jsize start, jsize length, Buffer* buffer) {
-    Environment& self = enter(e, "Get or Set<Type>ArrayRegion");
+  static void region(Environment& self, Array reference, jsize start, jsize length,
+                     Buffer* buffer) {
     std::string& data = object(self, reference, kClass).data;
     const auto from = std::size_t(start) * sizeof(Element);
     const auto size = std::size_t(length) * sizeof(Element);
@@ -498,24 +473,33 @@ using Chars = ArrayFunctions<jcharArray, jchar>;
 // All other functions are null: a call of one ends the process.
 JNINativeInterface_ made_table() {
   JNINativeInterface_ t{};
-#define OWN(name) t.name = Jni::name
+#define ENTRY(enters, entry, ...) \
+  t.entry = [](JNIEnv* e, auto... given) { return __VA_ARGS__(enters(e, #entry), given...); }
+#define OWN(entry) ENTRY(enter, entry, Jni::entry)
+#define PENDING(entry) ENTRY(enter_pending, entry, Jni::entry)
   // clang-format off
-  OWN(FindClass), OWN(GetObjectClass), OWN(Throw), OWN(ThrowNew), OWN(ExceptionOccurred),
-  OWN(ExceptionClear), OWN(ExceptionCheck), OWN(PushLocalFrame), OWN(PopLocalFrame),
-  OWN(NewGlobalRef), OWN(DeleteGlobalRef), OWN(DeleteLocalRef), OWN(IsSameObject),
-  OWN(GetObjectRefType), OWN(GetStaticIntField), OWN(CallObjectMethodV), OWN(CallIntMethodV),
-  OWN(AllocObject), OWN(NewStringUTF), OWN(NewString), OWN(GetStringUTFChars),
-  OWN(ReleaseStringUTFChars), OWN(GetArrayLength);
-  t.GetFieldID = t.GetStaticFieldID = Jni::find_member<jfieldID>;
-  t.GetMethodID = t.GetStaticMethodID = Jni::find_member<jmethodID>;
-  t.GetIntField = Jni::get_field<jint, 'I'>, t.SetIntField = Jni::set_field<jint, 'I'>;
-  t.GetBooleanField = Jni::get_field<jboolean, 'Z'>;
-  t.SetBooleanField = Jni::set_field<jboolean, 'Z'>;
-  t.NewByteArray = Bytes::make, t.NewCharArray = Chars::make;
-  t.GetByteArrayElements = Bytes::get, t.GetCharArrayElements = Chars::get;
-  t.ReleaseByteArrayElements = Bytes::release, t.ReleaseCharArrayElements = Chars::release;
-  t.GetByteArrayRegion = Bytes::region<jbyte>, t.GetCharArrayRegion = Chars::region<jchar>;
-  t.SetByteArrayRegion = Bytes::region<const jbyte>;
+  // These may be called with an exception pending.
+  PENDING(ExceptionOccurred), PENDING(ExceptionClear), PENDING(ExceptionCheck);
+  PENDING(PushLocalFrame), PENDING(PopLocalFrame), PENDING(DeleteGlobalRef);
+  PENDING(DeleteLocalRef), PENDING(ReleaseStringUTFChars);
+  ENTRY(enter_pending, ReleaseByteArrayElements, Bytes::release);
+  ENTRY(enter_pending, ReleaseCharArrayElements, Chars::release);
+  OWN(FindClass), OWN(GetObjectClass), OWN(Throw), OWN(ThrowNew), OWN(NewGlobalRef);
+  OWN(IsSameObject), OWN(GetObjectRefType), OWN(GetStaticIntField), OWN(CallObjectMethodV);
+  OWN(CallIntMethodV), OWN(AllocObject), OWN(NewStringUTF), OWN(NewString);
+  OWN(GetStringUTFChars), OWN(GetArrayLength);
+  ENTRY(enter, GetFieldID, Jni::find_member<jfieldID>);
+  ENTRY(enter, GetMethodID, Jni::find_member<jmethodID>);
+  t.GetStaticFieldID = t.GetFieldID, t.GetStaticMethodID = t.GetMethodID;
+  ENTRY(enter, GetIntField, Jni::get_field<jint, 'I'>);
+  ENTRY(enter, SetIntField, Jni::set_field<jint, 'I'>);
+  ENTRY(enter, GetBooleanField, Jni::get_field<jboolean, 'Z'>);
+  ENTRY(enter, SetBooleanField, Jni::set_field<jboolean, 'Z'>);
+  ENTRY(enter, NewByteArray, Bytes::make), ENTRY(enter, NewCharArray, Chars::make);
+  ENTRY(enter, GetByteArrayElements, Bytes::get), ENTRY(enter, GetCharArrayElements, Chars::get);
+  ENTRY(enter, GetByteArrayRegion, Bytes::region<jbyte>);
+  ENTRY(enter, GetCharArrayRegion, Chars::region<jchar>);
+  ENTRY(enter, SetByteArrayRegion, Bytes::region<const jbyte>);
   // clang-format on
   return t;
 }
@@ -535,13 +519,13 @@ jint detach(JavaVM*) {
 // What a test leaves behind fails it.
 class Watch : public testing::EmptyTestEventListener {
   void OnTestStart(const testing::TestInfo&) override {
-    Jni::PushLocalFrame(&own(), 0);
+    Jni::PushLocalFrame(own(), 0);
     before_ = globals_held();
   }
   void OnTestEnd(const testing::TestInfo&) override {
     EXPECT_EQ(own().pins.size(), 0u) << "left pinned";
     EXPECT_EQ(globals_held(), before_) << "global references";
-    Jni::PopLocalFrame(&own(), nullptr);
+    Jni::PopLocalFrame(own(), nullptr);
   }
   std::size_t before_ = 0;
 };
@@ -573,7 +557,7 @@ bool fault_fired() {
 }
 
 NativeCall::NativeCall() {
-  Jni::PushLocalFrame(&own(), 0);
+  Jni::PushLocalFrame(own(), 0);
   ++own().native_calls;
 }
 
@@ -582,7 +566,7 @@ NativeCall::~NativeCall() {
   --self.native_calls;
   self.function = "native method";
   if (!self.pins.empty()) report(self, "returns with pins");
-  Jni::PopLocalFrame(&self, nullptr);
+  Jni::PopLocalFrame(self, nullptr);
 }
 
 }  // namespace jni_double
