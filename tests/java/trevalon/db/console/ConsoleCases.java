@@ -44,7 +44,7 @@ public final class ConsoleCases {
         tests.add("a file is loaded whole or not at all", () -> load());
         tests.add("a break stops the work, and not what takes it back", () -> breaks());
         tests.add("LOB values are shown short, and move to and from files", () -> lobFiles());
-        tests.add("a script from a pipe, and a login that fails", () -> pipeAndLogin());
+        tests.add("a login that fails ends the console", () -> refusedLogins());
         tests.add("what is lost at the end is told", () -> lostAtTheEnd());
         tests.add("a signal ends a script, and not what it has shown", () -> terminated());
         tests.add("the sample loads once, and its checks notice a change", () -> sample());
@@ -284,8 +284,7 @@ public final class ConsoleCases {
         same(5, folder.toFile().list().length, "files are left over");
     }
 
-    private static void pipeAndLogin() throws Exception {
-        new Run("SELECT 6 * 7 answer FROM DUAL", LOGIN).ends(0, "ANSWER", "42", "1 row selected.");
+    private static void refusedLogins() throws Exception {
         new Run("", "tester/wrong@TEST").ends(1, "ORA-01017");
         new Run("", "nonsense").ends(2);
         new Run("", LOGIN, "/tmp").ends(1, "/tmp: Is a directory");

@@ -227,8 +227,7 @@ public final class BindCases {
             s.setAsciiStream(2, new FilterInputStream(new ByteArrayInputStream(text.getBytes())) {
                 @Override
                 public int read(byte[] buffer, int offset, int length) throws IOException {
-                    Case refused = () -> deed.set(s);
-                    same(3127, throwing(OciException.class, refused).code(), "error");
+                    oracleError(3127, () -> deed.set(s));
                     return super.read(buffer, offset, length);
                 }
             });

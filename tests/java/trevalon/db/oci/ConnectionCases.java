@@ -8,10 +8,7 @@ import java.util.ArrayDeque;
 import java.util.ArrayList;
 import java.util.Deque;
 import java.util.List;
-import java.util.concurrent.Executors;
 import java.util.concurrent.FutureTask;
-import java.util.concurrent.ScheduledExecutorService;
-import java.util.concurrent.TimeUnit;
 
 /** Sessions: login, transactions, slots, threads, and the ends of things. */
 public final class ConnectionCases {
@@ -25,8 +22,6 @@ public final class ConnectionCases {
         tests.add("two sessions on two threads do not meet", () -> twoThreads());
         tests.add("a call that meets one of another thread is refused",
                 ConnectionCases::meetingThreads);
-        tests.add("a break from another thread stops the statement alone",
-                ConnectionCases::breakCall);
     }
 
     private static void loginErrors() throws Exception {
@@ -155,20 +150,11 @@ public final class ConnectionCases {
         OciStatement insert = connection.createStatement();
         insert.prepare("INSERT INTO met VALUES (NULL, :1)");
         TestRun.Case[] calls = {
-            connection::commit,
-            connection::rollback,
-            connection::close,
-            () -> connection.setAutoCommit(true),
-            () -> connection.createStatement(),
-            () -> query.next(),
-            () -> longs.next(),
-            () -> query.prepare("SELECT 1 FROM DUAL"),
-            query::execute,
-            query::close,
-            lob::length,
-            () -> lob.read(0, new char[1], 0, 1),
-            () -> lob.substring(0, 1),
-            lob::close,
+            connection::commit, connection::rollback, connection::close,
+            () -> connection.setAutoCommit(true), () -> connection.createStatement(),
+            () -> query.next(), () -> longs.next(), () -> query.prepare("SELECT 1 FROM DUAL"),
+            query::execute, query::close, lob::length, lob::close,
+            () -> lob.read(0, new char[1], 0, 1), () -> lob.substring(0, 1),
         };
         FutureTask<Void> others = new FutureTask<>(() -> {
             for (TestRun.Case call : calls) {
@@ -192,19 +178,5 @@ public final class ConnectionCases {
         same("x", lob.substring(0, 9), "the LOB afterwards");
         same("y", longs.getString(1), "the LONG of the row that stands");
         same("z", value(connection, "SELECT v FROM met WHERE c IS NULL"), "the value");
-    }
-
-    private static void breakCall(OciConnection connection, OciStatement unused) throws Exception {
-        // Again and again, since a break that comes before the call starts stops nothing.
-        ScheduledExecutorService breaker = Executors.newSingleThreadScheduledExecutor();
-        breaker.scheduleWithFixedDelay(connection::breakCall, 0, 50, TimeUnit.MILLISECONDS);
-        try {
-            String endless = "SELECT COUNT(*) FROM big a, big b WHERE a.n + b.n < 0";
-            oracleError(1013, () -> value(connection, endless));
-        } finally {
-            breaker.shutdown();
-            yes(breaker.awaitTermination(9, TimeUnit.SECONDS), "the break came to its end");
-        }
-        same("100000", value(connection, "SELECT COUNT(*) FROM big"), "the session afterwards");
     }
 }

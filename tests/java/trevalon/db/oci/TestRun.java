@@ -66,7 +66,7 @@ public final class TestRun {
     }
 
     /** Runs a case that must fail with this Oracle error, and returns the error. */
-    public static OciException oracleError(int code, Case test) throws Exception {
+    public static OciException oracleError(int code, Case test) {
         OciException error = throwing(OciException.class, test);
         same(code, error.code(), "error of <" + error.getMessage() + ">");
         return error;
