@@ -174,10 +174,7 @@ TEST_F(Fetch, LongValueInThreePieces) {
   expect_trace({"BufPool: checking bufPool entry: 0\nBufPool: deleteing bufPool entry: 0  PTR\n"
                 "-- longdata_node destructor, free buffer for buffer: =0\n",
                 "BufPool: now delete the bufPool object\n"},
-               [&] {
-                 CURSOR(close)
-                 (env, cursor);
-               });
+               [&] { return CURSOR(close)(env, cursor); });
   EXPECT_EQ(column->longbuf_head, nullptr);
 }
 

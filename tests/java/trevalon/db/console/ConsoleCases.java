@@ -15,13 +15,10 @@ import java.nio.file.attribute.PosixFilePermissions;
 import java.sql.SQLException;
 import java.util.ArrayList;
 import java.util.Arrays;
-import java.util.Collections;
 import java.util.List;
 import java.util.Scanner;
-import java.util.concurrent.Callable;
-import java.util.concurrent.ExecutorService;
 import java.util.concurrent.Executors;
-import java.util.concurrent.Future;
+import java.util.concurrent.FutureTask;
 import java.util.concurrent.ScheduledExecutorService;
 import java.util.concurrent.TimeUnit;
 import java.util.concurrent.atomic.AtomicBoolean;
@@ -317,14 +314,13 @@ public final class ConsoleCases {
     }
 
     private static void sample() throws Exception {
-        ExecutorService both = Executors.newFixedThreadPool(2);
+        FutureTask<Run> beside = new FutureTask<>(() -> new Run(""));
+        new Thread(beside).start();
         String outputs = "";
-        for (Future<Run> run :
-                both.invokeAll(Collections.<Callable<Run>>nCopies(2, () -> new Run("")))) {
-            run.get().ends(0, "All checks passed.");
-            outputs += run.get().output;
+        for (Run run : new Run[] {new Run(""), beside.get()}) {
+            run.ends(0, "All checks passed.");
+            outputs += run.output;
         }
-        both.shutdown();
         yes(outputs.contains("Loaded 11,323 days") && outputs.contains("loaded already"), outputs);
         new Run("UPDATE calendar SET iso_week = 99 WHERE remark IS NOT NULL;\nDELETE FROM exhibit;",
                 LOGIN).ends(0);

@@ -157,6 +157,17 @@ public final class BindCases {
         };
     }
 
+    /** Does something before each read. */
+    static InputStream during(String text, Runnable deed) {
+        return new FilterInputStream(new ByteArrayInputStream(text.getBytes())) {
+            @Override
+            public int read(byte[] buffer, int offset, int length) throws IOException {
+                deed.run();
+                return super.read(buffer, offset, length);
+            }
+        };
+    }
+
     private static void streams(OciConnection c, OciStatement used) throws Exception {
         int piece = OciStatement.DEFAULT_PIECE_LENGTH;
         execute(c, "CREATE TABLE st_long (v LONG)", "CREATE TABLE st_raw (v LONG RAW)",
@@ -224,13 +235,7 @@ public final class BindCases {
         s.setInt(1, 1);
         s.setCursor(3, rows);
         for (Setter deed : deeds) {
-            s.setAsciiStream(2, new FilterInputStream(new ByteArrayInputStream(text.getBytes())) {
-                @Override
-                public int read(byte[] buffer, int offset, int length) throws IOException {
-                    oracleError(3127, () -> deed.set(s));
-                    return super.read(buffer, offset, length);
-                }
-            });
+            s.setAsciiStream(2, during(text, () -> oracleError(3127, () -> deed.set(s))));
             s.execute();
             yes(rows.next() && rows.getInt(1) == 1 && text.equals(rows.getString(2)), "the row");
         }

@@ -2,7 +2,6 @@ package trevalon.db.oci;
 
 import static trevalon.db.oci.TestRun.*;
 
-import java.io.ByteArrayInputStream;
 import java.io.File;
 import java.util.ArrayDeque;
 import java.util.ArrayList;
@@ -163,16 +162,12 @@ public final class ConnectionCases {
             return null;
         });
         // While the stream is being read the insert is under way.
-        insert.setAsciiStream(1, new ByteArrayInputStream(new byte[] {'z'}) {
-            @Override
-            public synchronized int read(byte[] buffer, int offset, int length) {
-                new Thread(others).start();
-                while (!others.isDone()) {
-                    Thread.yield();
-                }
-                return super.read(buffer, offset, length);
+        insert.setAsciiStream(1, BindCases.during("z", () -> {
+            new Thread(others).start();
+            while (!others.isDone()) {
+                Thread.yield();
             }
-        });
+        }));
         insert.execute();
         others.get();
         same("x", lob.substring(0, 9), "the LOB afterwards");
