@@ -30,7 +30,6 @@ class Bind : public CursorTest {
 };
 
 TEST_F(Bind, EverySetterLaysDownWhatItsBindHandsOver) {
-  // clang-format off
   // capacity: asked for; 0: no byte buffer; seen: by the interface.
   const std::tuple<Setter, int, int, jint, sb4, std::string> cases[] = {
       {SET(Int, -42, n), 0, 3, 0, 0, raw(-42)},
@@ -50,7 +49,6 @@ TEST_F(Bind, EverySetterLaysDownWhatItsBindHandsOver) {
       {SET(Date, INT_MAX, -1, 257, 255, 256, INT_MIN, -1, n), 0, 12, 7, 7,
        "\x63\x63\x01\xFF\x00\x00\xFF"s},
   };
-  // clang-format on
   for (const jboolean null : {JNI_FALSE, JNI_TRUE}) {
     for (const auto& [set, min_bind_size, type, dbsize, capacity, seen] : cases) {
       SCOPED_TRACE(testing::Message() << type << " of " << seen.size());

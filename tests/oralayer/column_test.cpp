@@ -218,9 +218,8 @@ TEST_F(Support, AFullPoolDestroysWhatItIsGiven) {
 TEST_F(Support, DumpFormat) {
   std::string all;
   for (int i = 0; i < 71; ++i) all += static_cast<char>(i < 25 ? 'a' : 'b');
-  const std::string hex24 =
-      "\n    61 61 61 61 61 61 61 61 61 61 61 61 61 61 61 61 61 61 61 61 61 "
-      "61 61 61 ";
+  std::string hex24 = "\n    ";
+  for (int i = 0; i < 24; ++i) hex24 += "61 ";
   const std::tuple<const char*, int, std::string> cases[] = {
       {nullptr, 7, "    sqlstr (7 bytes)\n    NULL\n"},
       {"abc", 0, "    sqlstr (0 bytes)\n    bytes:\n    text:\n"},

@@ -477,7 +477,6 @@ JNINativeInterface_ made_table() {
   t.entry = [](JNIEnv* e, auto... given) { return __VA_ARGS__(enters(e, #entry), given...); }
 #define OWN(entry) ENTRY(enter, entry, Jni::entry)
 #define PENDING(entry) ENTRY(enter_pending, entry, Jni::entry)
-  // clang-format off
   // These may be called with an exception pending.
   PENDING(ExceptionOccurred), PENDING(ExceptionClear), PENDING(ExceptionCheck);
   PENDING(PushLocalFrame), PENDING(PopLocalFrame), PENDING(DeleteGlobalRef);
@@ -500,7 +499,6 @@ JNINativeInterface_ made_table() {
   ENTRY(enter, GetByteArrayRegion, Bytes::region<jbyte>);
   ENTRY(enter, GetCharArrayRegion, Chars::region<jchar>);
   ENTRY(enter, SetByteArrayRegion, Bytes::region<const jbyte>);
-  // clang-format on
   return t;
 }
 

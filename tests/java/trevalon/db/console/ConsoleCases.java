@@ -61,8 +61,7 @@ public final class ConsoleCases {
             {"select 1\ndesc\n;", "select 1\ndesc"},
             {"exec :x := 'a;b';\nset autocommit on;\nset role none;",
                 "exec :x := 'a;b'", "set autocommit on", "set role none"},
-            {"exit; -- x\ncommit; /* y */\nrollback\nto a;",
-                "exit", "commit", "rollback\nto a"},
+            {"exit; -- x\ncommit; /* y */\nrollback\nto a;", "exit", "commit", "rollback\nto a"},
             {"/* c */ load t from f\n/* */ exit;\n\"exit\";", "load t from f", "exit", "\"exit\""},
         };
         for (String[] input : inputs) {
@@ -122,8 +121,7 @@ public final class ConsoleCases {
                         "INSERT INTO refused_rows VALUES (1);\n" + script[0] + "\nPROMPT after\n";
                 ByteArrayOutputStream output = new ByteArrayOutputStream();
                 PrintStream out = new PrintStream(output, true, "UTF-8");
-                Script run =
-                        new Script(connection, out, out, new BreakKey(), new Progress(null));
+                Script run = new Script(connection, out, out, new BreakKey(), new Progress(null));
                 yes(!run.run(reader(shown), "script"), "no failure of " + shown);
                 String found = output.toString("UTF-8");
                 for (int i = 1; i < script.length; i++) {
@@ -216,8 +214,7 @@ public final class ConsoleCases {
             CsvLoader waiting = new CsvLoader(broken, new Progress(null));
             // Repeated, since it may find the load between two calls.
             key.scheduleWithFixedDelay(waiting::stop, 200, 50, TimeUnit.MILLISECONDS);
-            SQLException error =
-                    throwing(SQLException.class, () -> waiting.load("digits", csv));
+            SQLException error = throwing(SQLException.class, () -> waiting.load("digits", csv));
             yes(error.getErrorCode() != 54, "the load has waited to the end: " + error);
             holder.rollback();
             key.shutdown();

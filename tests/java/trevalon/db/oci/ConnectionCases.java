@@ -24,8 +24,7 @@ public final class ConnectionCases {
     }
 
     private static void loginErrors() throws Exception {
-        OciException error =
-                oracleError(1017, () -> OciConnection.open("tester", "wrong", "TEST"));
+        OciException error = oracleError(1017, () -> OciConnection.open("tester", "wrong", "TEST"));
         yes(error.getMessage().startsWith("ORA-01017: "), error.getMessage());
         oracleError(12154, () -> OciConnection.open("tester", "secret", "not a name"));
         oracleError(1017, () -> OciConnection.open("tester\0x", "secret", "TEST"));

@@ -37,8 +37,7 @@ public final class QueryCases {
         tests.add("LONG values of all lengths are read, or passed over", QueryCases::longValues);
     }
 
-    private static void describe(OciConnection connection, OciStatement statement)
-            throws Exception {
+    private static void describe(OciConnection c, OciStatement statement) throws Exception {
         String[][] types = {
             {"VARCHAR2(30)", "VARCHAR2(30)"}, {"CHAR(5)", "CHAR(5)"}, {"CHAR", "CHAR(1)"},
             {"NUMBER", "NUMBER"}, {"NUMBER(7)", "NUMBER(7)"}, {"NUMBER(9,2)", "NUMBER(9,2)"},
@@ -50,7 +49,7 @@ public final class QueryCases {
         OciColumn column = null;
         for (int i = 0; i < types.length; i++) {
             String table = "described_" + i;
-            execute(connection, "CREATE TABLE " + table + " (c_" + i + " " + types[i][0] + ")");
+            execute(c, "CREATE TABLE " + table + " (c_" + i + " " + types[i][0] + ")");
             statement.prepare("SELECT * FROM " + table);
             if (column != null) {
                 // What was its record may be that of the next column.
@@ -63,18 +62,17 @@ public final class QueryCases {
     }
 
     /** 100,000 rows made by the database; what each must hold follows from its number. */
-    private static void arrays(OciConnection connection, OciStatement query) throws Exception {
-        execute(connection, "CREATE TABLE digit (d NUMBER(1))",
+    private static void arrays(OciConnection c, OciStatement query) throws Exception {
+        execute(c, "CREATE TABLE digit (d NUMBER(1))",
                 "CREATE TABLE big (n NUMBER(6), label VARCHAR2(20), odd NUMBER(1))");
         for (int d = 0; d < 10; d++) {
-            execute(connection, "INSERT INTO digit VALUES (" + d + ")");
+            execute(c, "INSERT INTO digit VALUES (" + d + ")");
         }
-        execute(connection,
-                "INSERT INTO big SELECT a.d * 10000 + b.d * 1000 + c.d * 100 + d.d * 10 + e.d,"
-                        + " 'label ' || a.d || b.d || c.d || d.d || e.d,"
-                        + " DECODE(e.d, 1, 1, 3, 3, 5, 5, 7, 7, 9, 9, NULL)"
-                        + " FROM digit a, digit b, digit c, digit d, digit e");
-        connection.commit();
+        execute(c, "INSERT INTO big SELECT a.d * 10000 + b.d * 1000 + c.d * 100 + d.d * 10 + e.d,"
+                + " 'label ' || a.d || b.d || c.d || d.d || e.d,"
+                + " DECODE(e.d, 1, 1, 3, 3, 5, 5, 7, 7, 9, 9, NULL)"
+                + " FROM digit a, digit b, digit c, digit d, digit e");
+        c.commit();
         for (int fetchSize : new int[] {1, 7, 1000}) {
             query.setFetchSize(fetchSize);
             query.execute("SELECT n, label, odd FROM big ORDER BY n");
@@ -90,9 +88,8 @@ public final class QueryCases {
         }
     }
 
-    private static void narrowRows(OciConnection connection, OciStatement query)
-            throws Exception {
-        execute(connection, "CREATE TABLE narrow (r RAW(1))",
+    private static void narrowRows(OciConnection c, OciStatement query) throws Exception {
+        execute(c, "CREATE TABLE narrow (r RAW(1))",
                 "INSERT INTO narrow SELECT HEXTORAW('0A') FROM big WHERE n < 50");
         long before = peakMemory();
         query.setFetchSize(Integer.MAX_VALUE);
@@ -146,8 +143,7 @@ public final class QueryCases {
         }
     }
 
-    private static void numbersOfTexts(OciConnection connection, OciStatement query)
-            throws Exception {
+    private static void numbersOfTexts(OciConnection c, OciStatement query) throws Exception {
         Object[][] values = {
             {" 12.0 ", 12L}, {"9223372036854775807", Long.MAX_VALUE}, {null, 0L},
             {"-9223372036854775808", Long.MIN_VALUE}, {"9223372036854775808", 1455},
@@ -167,7 +163,7 @@ public final class QueryCases {
                 oracleError(1455, () -> query.getInt(1));
             }
         }
-        execute(connection, "CREATE TABLE bytes (r RAW(2), l LONG RAW, b BLOB)",
+        execute(c, "CREATE TABLE bytes (r RAW(2), l LONG RAW, b BLOB)",
                 "INSERT INTO bytes VALUES (HEXTORAW('41'), HEXTORAW('42'), HEXTORAW('43'))");
         query.execute("SELECT * FROM bytes");
         query.next();
@@ -178,9 +174,9 @@ public final class QueryCases {
     }
 
     /** Lengths around those of the buffers, longer and shorter by turns; 0 stands for NULL. */
-    private static void lengths(OciConnection connection, OciStatement query) throws Exception {
+    private static void lengths(OciConnection c, OciStatement query) throws Exception {
         int[] lengths = {1, 255, 0, 256, 257, 2, 1024, 1025, 0, 4000, 3};
-        execute(connection, "CREATE TABLE lengths (v VARCHAR2(4000), r RAW(2000), d DATE)");
+        execute(c, "CREATE TABLE lengths (v VARCHAR2(4000), r RAW(2000), d DATE)");
         query.prepare("INSERT INTO lengths VALUES (:1, :2, :3)");
         for (int length : lengths) {
             query.setString(1, longText(length, length));
@@ -197,9 +193,8 @@ public final class QueryCases {
         }
     }
 
-    private static void outsideTheRow(OciConnection connection, OciStatement query)
-            throws Exception {
-        oracleError(942, () -> connection.createStatement().prepare("SELECT 1 FROM nowhere"));
+    private static void outsideTheRow(OciConnection c, OciStatement query) throws Exception {
+        oracleError(942, () -> c.createStatement().prepare("SELECT 1 FROM nowhere"));
         yes(!query.next(), "a row of no query");
         query.execute("SELECT 1 / (150 - n) FROM big");
         throwing(IllegalStateException.class, () -> query.getString(1));
@@ -252,14 +247,13 @@ public final class QueryCases {
         return new String(text);
     }
 
-    private static void longValues(OciConnection connection, OciStatement unused)
-            throws Exception {
-        execute(connection, "CREATE TABLE longs (id NUMBER(3), body LONG)");
+    private static void longValues(OciConnection c, OciStatement unused) throws Exception {
+        execute(c, "CREATE TABLE longs (id NUMBER(3), body LONG)");
         for (int id = 0; id < LENGTHS.length; id++) {
-            execute(connection, "INSERT INTO longs VALUES (" + id + ", '"
-                    + longText(id, LENGTHS[id]) + "')");
+            String text = longText(id, LENGTHS[id]);
+            execute(c, "INSERT INTO longs VALUES (" + id + ", '" + text + "')");
         }
-        OciStatement query = connection.createStatement(PIECE);
+        OciStatement query = c.createStatement(PIECE);
         // With itself in the other order, so that each length meets each kind of length.
         query.execute("SELECT a.id, a.body, b.body, 'end ' || a.id FROM longs a, longs b"
                 + " WHERE a.id + b.id = " + (LENGTHS.length - 1) + " ORDER BY a.id");
