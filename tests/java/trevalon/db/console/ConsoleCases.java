@@ -35,8 +35,7 @@ public final class ConsoleCases {
         tests.add("input is cut into statements", () -> statements());
         tests.add("text is cut in terminal cells, and logins are taken apart", () -> texts());
         tests.add("a script that succeeds prints tables and exits with 0", () -> goodScript());
-        tests.add("a script stops at its first error, shows its place and leaves nothing",
-                () -> refusedScripts());
+        tests.add("a script stops at its first error and leaves nothing", () -> refusedScripts());
         tests.add("variables go into statements and come out of blocks", () -> variables());
         tests.add("a file is loaded whole or not at all", () -> load());
         tests.add("a break stops the work, and not what takes it back", () -> breaks());

@@ -29,8 +29,7 @@ public final class BindCases {
         tests.add("values that cannot go in are refused", BindCases::refusals);
         tests.add("bytes and streams of each kind and length come back", BindCases::streams);
         tests.add("what a stream throws comes out, nothing goes in", BindCases::failingStream);
-        tests.add("a stream changes nothing of the execution that reads it",
-                BindCases::meddlingStream);
+        tests.add("a stream cannot change the execution that reads it", BindCases::meddlingStream);
         tests.add("a block's outputs and inputs", BindCases::outputs);
         tests.add("queries run again with other values, as cursor variables too", BindCases::again);
     }

@@ -13,14 +13,12 @@ import java.util.concurrent.FutureTask;
 public final class ConnectionCases {
     public static void addTo(TestRun tests) {
         tests.add("login errors carry Oracle's code and leave no slot taken", () -> loginErrors());
-        tests.add("autocommit keeps each change until it is switched off",
-                ConnectionCases::autoCommit);
+        tests.add("autocommit keeps each change while it is on", ConnectionCases::autoCommit);
         tests.add("a close comes once, whatever is called after it", () -> closeTwice());
         tests.add("a close tells of a commit that fails", () -> unkept());
         tests.add("session and cursor slots run out, and come back", () -> slots());
         tests.add("two sessions on two threads do not meet", () -> twoThreads());
-        tests.add("a call that meets one of another thread is refused",
-                ConnectionCases::meetingThreads);
+        tests.add("a call that meets another thread's is refused", ConnectionCases::meetingThreads);
     }
 
     private static void loginErrors() throws Exception {

@@ -32,8 +32,7 @@ public final class QueryCases {
         tests.add("numbers of every form are read alike", () -> numbers());
         tests.add("numbers that have no such value are refused", QueryCases::numbersOfTexts);
         tests.add("values of all lengths follow each other", QueryCases::lengths);
-        tests.add("no value is outside the row, and an error comes with its row",
-                QueryCases::outsideTheRow);
+        tests.add("no value is outside the row, errors come with it", QueryCases::outsideTheRow);
         tests.add("LONG values of all lengths are read, or passed over", QueryCases::longValues);
     }
 
