@@ -279,7 +279,7 @@ public final class QueryCases {
         query.next();
         throwing(IOException.class, () -> old.read());
         compareLong(query, 2, last);
-        goneValues(connection, query);
+        goneValues(c, query);
         // The second column cannot be defined: the first one would be so twice.
         query.prepare("SELECT body, HEXTORAW('00') FROM longs");
         query.columns().get(1).setLength(0);
@@ -288,9 +288,9 @@ public final class QueryCases {
     }
 
     /** Streamed values that the session takes away below its query. */
-    private static void goneValues(OciConnection connection, OciStatement query) throws Exception {
-        execute(connection, "CREATE TABLE gone (id NUMBER(3), body LONG)");
-        OciStatement insert = connection.createStatement();
+    private static void goneValues(OciConnection c, OciStatement query) throws Exception {
+        execute(c, "CREATE TABLE gone (id NUMBER(3), body LONG)");
+        OciStatement insert = c.createStatement();
         insert.prepare("INSERT INTO gone VALUES (:1, :2)");
         for (int id = 0; id < 5; id++) {
             insert.setInt(1, id);
@@ -299,7 +299,7 @@ public final class QueryCases {
         }
         query.execute("SELECT id, body FROM gone ORDER BY id");
         readRows(query, 2);
-        execute(connection, "DELETE FROM gone WHERE id = 2",
+        execute(c, "DELETE FROM gone WHERE id = 2",
                 "UPDATE gone SET body = 'x' WHERE id = 3");
         oracleError(22922, query::next);
         oracleError(22922, query::next);
