@@ -48,14 +48,14 @@ constexpr Placed refused(int code) {
   return {0, 0, code};
 }
 
-Placed cut_to(size_t length, size_t full) {
+Placed placed_of(size_t length, size_t full) {
   return {length, static_cast<ub4>(std::min<size_t>(full, std::numeric_limits<ub4>::max())), 0};
 }
 
 Placed put_bytes(const char* data, size_t size, ub1* target, size_t limit) {
   const size_t length = std::min(size, limit);
   if (length > 0) std::memcpy(target, data, length);
-  return cut_to(length, size);
+  return placed_of(length, size);
 }
 
 // An odd limit may end between the two digits of a byte: the cut is reported like any other.
@@ -67,14 +67,14 @@ Placed put_hex(const Value& value, ub1* target, size_t limit) {
     const auto byte = static_cast<ub1>(value.data[i / 2]);
     target[i] = static_cast<ub1>(kDigits[i % 2 == 0 ? byte >> 4 : byte & 15]);
   }
-  return cut_to(length, full);
+  return placed_of(length, full);
 }
 
 template <class Number>
 Placed put_number(Number number, ub1* target, size_t limit) {
   if (limit >= kNumberTextSize) {
     const size_t length = number_to_text(number, reinterpret_cast<char*>(target));
-    return cut_to(length, length);
+    return placed_of(length, length);
   }
   char digits[kNumberTextSize];
   return put_bytes(digits, number_to_text(number, digits), target, limit);
@@ -190,7 +190,7 @@ Placed to_bytes(const Value& value, ub1* target, size_t room) {
 template <LargeName::Unit unit>
 Placed to_locator(const Value& value, ub1* target, size_t room) {
   if (value.kind != Value::Kind::Large || value.large.unit != unit) return refused(932);
-  Placed placed = cut_to(room, room);
+  Placed placed = placed_of(room, room);
   placed.code = fill_variable(target, value.large);
   return placed;
 }
