@@ -186,6 +186,7 @@ class SqliteSession {
   void forget_savepoints();
   void stop_listening() { state_.store(RunState::Idle, std::memory_order_release); }
   int run(Control control);
+  void open_savepoint(Control savepoint);
   void empty_log(int pages);
   void start_waiting() { wait_until_ = Clock::now() + lock_timeout_; }
   bool pause();
