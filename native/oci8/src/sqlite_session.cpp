@@ -223,8 +223,8 @@ int SqliteSession::run(Control control) {
 
 // Of each page that was changed before a savepoint and has to leave memory behind it, SQLite puts a
 // copy into another file. Once that may have been done to as many as fit in memory, those in memory
-// go into the log before the next savepoint: a transaction beyond it costs no more than twice what
-// it would without the copies, and one of long values hardly any more.
+// go into the log before the next savepoint, where they cost no copy. Not before each: pages that
+// change with every row would go there every time.
 void SqliteSession::open_savepoint(Control savepoint) {
   constexpr int kPagesInMemory = 500;  // 2 MB, SQLite's default
   int written = 0;
