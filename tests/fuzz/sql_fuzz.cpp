@@ -1,5 +1,6 @@
 // Statement texts, one a line: split into tokens, translated, and run on a database in memory, with
 // a limit on the engine's steps in the place of the break.
+#include <algorithm>
 #include <cstdint>
 #include <memory>
 #include <numeric>
@@ -47,7 +48,7 @@ void touch(const Value& value) {
 void run_block(Connection& connection, const SqlText& source) {
   Block block(source, connection);
   const auto count = static_cast<ub4>(source.placeholders.size());
-  for (ub4 i = 1; i <= count; ++i) block.bind(i, {Value::Kind::Text, 0, 0, "7", 1});
+  std::ranges::fill(block.inputs(), Value{Value::Kind::Text, 0, 0, "7", 1});
   block.run();
   for (ub4 i = 1; i <= count; ++i) {
     if (const Value* value = block.assigned(i)) touch(*value);
@@ -56,7 +57,6 @@ void run_block(Connection& connection, const SqlText& source) {
 
 void run_statement(Connection& connection, const SqlText& source) {
   const std::unique_ptr<Statement> statement = connection.prepare(source);
-  for (ub4 i = 1; i <= source.placeholders.size(); ++i) statement->bind(i, {});
   for (int row = 0; row < 50 && statement->step(); ++row) {
     for (const Value& value : statement->row()) touch(value);
   }

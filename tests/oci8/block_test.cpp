@@ -64,7 +64,7 @@ TEST_F(BlockTest, ValuesGoInAndOut) {
     const std::vector<Placeholder>& placeholders = block.source.placeholders;
     std::string results;
     for (ub4 i = 1; i <= placeholders.size(); ++i) {
-      block->bind(i, placeholders[i - 1].name == "1" ? number(5) : words("five"));
+      block->inputs()[i - 1] = placeholders[i - 1].name == "1" ? number(5) : words("five");
     }
     EXPECT_EQ(failure([&] { block->run(); }).text, "") << text;
     for (ub4 i = 1; i <= placeholders.size(); ++i) {
@@ -79,8 +79,8 @@ TEST_F(BlockTest, EachRunTakesItsOwnBinds) {
   TestBlock block(*one_, "BEGIN INSERT INTO T(A, B) VALUES (:a, :b); :n := :a; :b := :b; END;");
   for (long long a = 3; a < 6; ++a) {
     const std::string long_text = "text " + std::to_string(a) + " beyond";
-    block->bind(1, number(a));
-    block->bind(2, words(long_text));
+    block->inputs()[0] = number(a);
+    block->inputs()[1] = words(long_text);
     block->run();
     EXPECT_EQ(block.assigned(2), long_text);
     EXPECT_EQ(block.assigned(3), std::to_string(a));
@@ -88,10 +88,9 @@ TEST_F(BlockTest, EachRunTakesItsOwnBinds) {
   EXPECT_EQ(numbers(), "1 2 3 4 5");
   block->run();
   EXPECT_EQ(block.assigned(3), "NULL");
-  block->bind(1, number(3));
+  block->inputs()[0] = number(3);
   EXPECT_EQ(failure([&] { block->run(); }).code, 1);
   EXPECT_EQ(block->assigned(3), nullptr) << "a failed run assigns nothing";
-  EXPECT_EQ(failure([&] { block->bind(4, {}); }).code, 1036);
 }
 
 // Each step with its error, then what is in the table.
@@ -138,8 +137,8 @@ TEST_F(BlockTest, CursorsLiveOnTheirOwn) {
                     "BEGIN OPEN :c FOR SELECT :s FROM DUAL; :s := 'o'; OPEN :c FOR SELECT A FROM T "
                     "WHERE B LIKE :s || '%' OR A = :n; OPEN :d FOR SELECT :s || :t FROM DUAL; "
                     "INSERT INTO T VALUES (3, 'other'); :s := 'changed'; END;");
-    block->bind(3, number(2));
-    block->bind(5, words(start));
+    block->inputs()[2] = number(2);
+    block->inputs()[4] = words(start);
     block->run();
     start.assign(start.size(), 'X');
     cursors = block->take_cursors();

@@ -124,7 +124,7 @@ class DialectTest : public testing::Test {
       const auto kind = bound.size() == kDateSize ? Value::Kind::Bytes : Value::Kind::Text;
       const bool integer = bound.starts_with('#');
       const Value value = integer ? number(bound[1] - '0') : words(bound, kind);
-      for (ub4 i = 1; i <= prepared.source.placeholders.size(); ++i) prepared->bind(i, value);
+      std::ranges::fill(prepared->inputs(), value);
       while (prepared->step()) {
         rows += rows.empty() ? "" : "/";
         for (ub4 i = 0; i < prepared->columns().size(); ++i) {

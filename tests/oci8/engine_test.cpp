@@ -515,8 +515,8 @@ TEST_F(EngineTest, StatementFollowsChangesOfItsTable) {
   const ConnectionPtr other = connect();
   const Prepared insert(*one, "INSERT INTO T(A, B) VALUES (:1, :2)");
   const auto add = [&](long long a, std::string_view b) {
-    insert->bind(1, number(a));
-    insert->bind(2, words(b));
+    insert->inputs()[0] = number(a);
+    insert->inputs()[1] = words(b);
     return failure([&] { insert->step(); }).code;
   };
   EXPECT_EQ(add(2, "short"), 0);
@@ -551,7 +551,7 @@ TEST_F(EngineTest, BoundValuesAreStoredAsAllOthersAre) {
   const auto outcome = [&](std::string_view table, std::string_view insert, const Value& value) {
     const Failure raised = failure([&] {
       const Prepared prepared(*db, insert);
-      prepared->bind(1, value);
+      prepared->inputs()[0] = value;
       prepared->step();
     });
     const Prepared select(*db, "SELECT V FROM " + std::string(table));
@@ -582,8 +582,9 @@ TEST_F(EngineTest, AStatementGoesOnAfterValuesThatDoNotFit) {
   const Prepared insert(*db, "INSERT INTO U VALUES (:1, :2, :3)");
   const Prepared update(*db, "UPDATE U SET A = :1, B = B + :2 WHERE C = :3");
   const auto put = [](const Prepared& to, std::string_view text, const std::string& b) {
-    for (const ub4 position : {1U, 3U}) to->bind(position, words(text));
-    to->bind(2, b.size() == 2 ? number(std::stoi(b)) : words(b));
+    const std::span<Value> inputs = to->inputs();
+    inputs[0] = inputs[2] = words(text);
+    inputs[1] = b.size() == 2 ? number(std::stoi(b)) : words(b);
     return failure([&] { to->step(); }).code;
   };
   EXPECT_EQ(put(insert, "abc", "10"), 0);

@@ -24,7 +24,7 @@ class Large : public LoggedInTest {
     const auto body = [&] {
       const Prepared prepared(*db_, sql);
       const Value value{Value::Kind::Large, 0, 0, nullptr, 0, name, given};
-      if (!prepared.source.placeholders.empty()) prepared->bind(1, value);
+      if (!prepared.source.placeholders.empty()) prepared->inputs()[0] = value;
       prepared->step();
     };
     return failure(body).code;

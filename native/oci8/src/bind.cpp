@@ -28,47 +28,38 @@ Native load(const ub1* data) {
   return native;
 }
 
-Value integer_value(long long integer) {
-  Value value;
+// The functions below find the value NULL, and set what it is otherwise.
+
+void set_integer(long long integer, Value& value) {
   value.kind = Value::Kind::Integer;
   value.integer = integer;
-  return value;
 }
 
-Value real_value(double real) {
-  Value value;
-  value.kind = Value::Kind::Real;
-  value.real = real;
-  return value;
-}
-
-Value view_of(Value::Kind kind, const void* data, size_t size) {
-  Value value;
+void set_view(Value::Kind kind, const void* data, size_t size, Value& value) {
   // Empty is NULL for the server.
-  if (size == 0) return value;
+  if (size == 0) return;
   value.kind = kind;
   value.data = static_cast<const char*>(data);
   value.size = size;
-  return value;
 }
 
 // The default stands for eight bytes: bind_error has turned every other size away.
-Value read_integer(const ub1* data, size_t room) {
+void read_integer(const ub1* data, size_t room, Value& value) {
   switch (room) {
     case 1:
-      return integer_value(load<signed char>(data));
+      return set_integer(load<signed char>(data), value);
     case 2:
-      return integer_value(load<short>(data));
+      return set_integer(load<short>(data), value);
     case 4:
-      return integer_value(load<int>(data));
+      return set_integer(load<int>(data), value);
     default:
-      return integer_value(load<long long>(data));
+      return set_integer(load<long long>(data), value);
   }
 }
 
 // Integral values go as integers, which are compared and kept without any rounding; that also
 // takes the sign off a negative zero.
-Value read_real(const ub1* data, size_t room) {
+void read_real(const ub1* data, size_t room, Value& value) {
   // NUMBER's range as the server has it, 1E-130 up to below 1E126. A double outside of it is no
   // NUMBER that could be kept.
   constexpr double kTooLarge = 1e126;
@@ -79,39 +70,39 @@ Value read_real(const ub1* data, size_t room) {
   const double magnitude = std::abs(real);
   // Also true for what is not a number at all.
   if (!(magnitude < kTooLarge) || (magnitude < kSmallest && magnitude > 0)) fail(1426);
-  if (magnitude < kIntegers && std::trunc(real) == real) {
-    return integer_value(static_cast<long long>(real));
+  if (magnitude < kIntegers) {
+    const auto integer = static_cast<long long>(real);
+    if (static_cast<double>(integer) == real) return set_integer(integer, value);
   }
-  return real_value(real);
+  value.kind = Value::Kind::Real;
+  value.real = real;
 }
 
 // A length that leaves out the terminator is as good as the terminator.
 // OCI reads a null-terminated bind by its terminator. A length array may say less, but an element
 // that is full up to the last byte has none: ORA-01480, because what follows in memory is not the
 // caller's value.
-Value read_string(const ub1* data, size_t length, size_t room) {
+void read_string(const ub1* data, size_t length, size_t room, Value& value) {
   const void* end = std::memchr(data, 0, length);
   if (end == nullptr && length == room) fail(1480);
   if (end != nullptr) length = static_cast<size_t>(static_cast<const ub1*>(end) - data);
-  return view_of(Value::Kind::Text, data, length);
+  set_view(Value::Kind::Text, data, length, value);
 }
 
-Value read_date(const ub1* data) {
+void read_date(const ub1* data, Value& value) {
   if (!valid_date(data)) {
     // Finds the field that is wrong. Fields that are right by themselves may still be an encoding
     // that the server never makes.
     pack_date(unpack_date(data));
     fail(1841);
   }
-  return view_of(Value::Kind::Bytes, data, kDateSize);
+  set_view(Value::Kind::Bytes, data, kDateSize, value);
 }
 
 // The column gets a copy of what the locator names.
-Value read_locator(const ub1* variable, ub2 type) {
-  Value value;
-  value.kind = Value::Kind::Large;
+void read_locator(const ub1* variable, ub2 type, Value& value) {
   value.large = name_in_variable(variable, type);
-  return value;
+  value.kind = Value::Kind::Large;
 }
 
 // ROWIDs and numbers are bound as text as well: the dialect converts at the column, see store() in
@@ -212,27 +203,29 @@ bool arrives_in_pieces(ub2 type) noexcept {
   return is_text(type) || type == SQLT_BIN || type == SQLT_LBI;
 }
 
-Value read_value(const BindHandle& bind, size_t row) {
-  if (bound_null(bind, row)) return {};
+void read_value(const BindHandle& bind, size_t row, Value& value) {
+  value = Value();
+  if (bound_null(bind, row)) return;
+  const ub1* data = bind.buffer + row * bind.room;
   // A length says nothing about a locator.
-  if (is_locator(bind.type)) return read_locator(bind.buffer + row * bind.room, bind.type);
+  if (is_locator(bind.type)) return read_locator(data, bind.type, value);
   const size_t length = bind.lengths == nullptr ? bind.room : bind.lengths[row];
   if (length > bind.room) fail(1458);
-  if (length == 0) return {};
-  const ub1* data = bind.buffer + row * bind.room;
+  if (length == 0) return;
   switch (bind.type) {
     case SQLT_INT:
-      return read_integer(data, bind.room);
+      return read_integer(data, bind.room, value);
     case SQLT_FLT:
-      return read_real(data, bind.room);
+      return read_real(data, bind.room, value);
     case SQLT_STR:
-      return read_string(data, length, bind.room);
+      return read_string(data, length, bind.room, value);
     case SQLT_DAT:
-      return read_date(data);
+      return read_date(data, value);
     case SQLT_RSET:
-      return {};
+      return;
     default:
-      return view_of(is_text(bind.type) ? Value::Kind::Text : Value::Kind::Bytes, data, length);
+      return set_view(is_text(bind.type) ? Value::Kind::Text : Value::Kind::Bytes, data, length,
+                      value);
   }
 }
 
@@ -262,8 +255,10 @@ bool streams_into(ub2 external, ub2 internal) noexcept {
 }
 
 Value held_value(const BindHandle& bind, const HeldBytes& held) {
-  return view_of(is_text(bind.type) ? Value::Kind::Text : Value::Kind::Bytes, held.data(),
-                 held.size());
+  Value value;
+  set_view(is_text(bind.type) ? Value::Kind::Text : Value::Kind::Bytes, held.data(), held.size(),
+           value);
+  return value;
 }
 
 int store_output(const BindHandle& bind, const Value& value, size_t row) noexcept {

@@ -63,11 +63,11 @@ int bind_error(ub2 type, size_t size) noexcept;
 /// True for the external types whose values may come in pieces.
 bool arrives_in_pieces(ub2 type) noexcept;
 
-/// Element `row`, text and bytes where they stand in the caller's memory. ORA-01426 for a number
-/// outside of NUMBER's range, ORA-01458 for a length beyond the element, ORA-01480 for a string
-/// that does not end in it, ORA-01841 and its siblings for bytes that are no date, ORA-22275 for a
-/// variable that holds no locator, or an empty one.
-Value read_value(const BindHandle& bind, size_t row);
+/// Sets `value` to element `row`, text and bytes where they stand in the caller's memory. ORA-01426
+/// for a number outside of NUMBER's range, ORA-01458 for a length beyond the element, ORA-01480 for
+/// a string that does not end in it, ORA-01841 and its siblings for bytes that are no date,
+/// ORA-22275 for a variable that holds no locator, or an empty one.
+void read_value(const BindHandle& bind, size_t row, Value& value);
 
 /// Where the pieces of a value go.
 class PieceSink {

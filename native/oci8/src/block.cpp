@@ -35,16 +35,17 @@ struct OwnedValue {
 /// because the block's own ones change and end before it.
 class OpenedQuery final : public Statement {
  public:
-  OpenedQuery(std::unique_ptr<Statement> query, size_t binds)
-      : values_(binds), query_(std::move(query)) {}
+  explicit OpenedQuery(std::unique_ptr<Statement> query)
+      : values_(query->inputs().size()), query_(std::move(query)) {
+    const std::span<Value> inputs = query_->inputs();
+    for (size_t i = 0; i < inputs.size(); ++i) {
+      values_[i].copy(inputs[i]);
+      inputs[i] = values_[i].value;
+    }
+  }
 
   const std::vector<ColumnInfo>& columns() const override { return query_->columns(); }
-  void bind(ub4 position, const Value& value) override {
-    if (position == 0 || position > values_.size()) fail(1036);
-    OwnedValue& own = values_[position - 1];
-    own.copy(value);
-    query_->bind(position, own.value);
-  }
+  std::span<Value> inputs() override { return query_->inputs(); }
   ub2 takes_large(ub4 position) const override { return query_->takes_large(position); }
   bool step() override { return query_->step(); }
   std::span<const Value> row() override { return query_->row(); }
@@ -93,8 +94,8 @@ struct Block::Program {
       : text(block),
         connection(on),
         code(read_block(block)),
-        bound(block.placeholders.size()),
-        slots(bound.size() + code.variables.size()) {}
+        inputs(block.placeholders.size()),
+        slots(inputs.size() + code.variables.size()) {}
 
   void run(const BlockCalls& calls, bool marked);
   ub2 takes_large(size_t index);
@@ -106,7 +107,7 @@ struct Block::Program {
   void select_into(Step& step);
   void open(const Step& step);
   void note_transaction(const Step& step);
-  void bind_inputs(const Step& step, Statement& statement);
+  void give_inputs(const Step& step, Statement& statement);
   void assign(size_t index, OwnedValue&& value);
   void convert(Variable& variable, OwnedValue& value);
   [[noreturn]] void raise_at(const Step& step, Failure failure) const;
@@ -123,9 +124,9 @@ struct Block::Program {
   const SqlText& text;
   Connection& connection;
   BlockCode code;
-  // The binds of the next run, of placeholders only. They move into the slots when it starts, so
-  // that a run without new binds reads NULL and never bytes that are gone.
-  std::vector<Value> bound;
+  // Of the next run, of placeholders only. They move into the slots when it starts, so that a run
+  // without new ones reads NULL and never bytes that are gone.
+  std::vector<Value> inputs;
   std::vector<Slot> slots;
   std::vector<OpenedCursor> cursors;
   std::vector<std::string> savepoints;  // that the run has set since the mark and that still stand
@@ -173,7 +174,7 @@ ub2 Block::Program::takes_large(size_t index) {
 void Block::Program::start() {
   forget_results();
   for (size_t i = 0; i < slots.size(); ++i) {
-    slots[i].owned.value = i < bound.size() ? std::exchange(bound[i], {}) : Value{};
+    slots[i].owned.value = i < inputs.size() ? std::exchange(inputs[i], {}) : Value{};
   }
 }
 
@@ -232,7 +233,7 @@ void Block::Program::perform(Step& step) {
 }
 
 void Block::Program::execute(Step& step) {
-  bind_inputs(step, *step.run);
+  give_inputs(step, *step.run);
   const ResetAfter reset(*step.run);
   // Steps of this kind have no rows to keep. A query without INTO is refused by the reader.
   while (step.run->step()) {
@@ -249,11 +250,10 @@ void Block::Program::note_transaction(const Step& step) {
   if (savepoints.empty()) connection.mark();
 }
 
-// Before each run of a step: the bytes that it was bound to the last time may be gone.
-void Block::Program::bind_inputs(const Step& step, Statement& statement) {
-  for (size_t i = 0; i < step.inputs.size(); ++i) {
-    statement.bind(static_cast<ub4>(i + 1), slots[step.inputs[i]].owned.value);
-  }
+// Before each run of a step: the bytes of the last time may be gone.
+void Block::Program::give_inputs(const Step& step, Statement& statement) {
+  std::ranges::transform(step.inputs, statement.inputs().begin(),
+                         [&](size_t slot) { return slots[slot].owned.value; });
 }
 
 // All values are taken before one is assigned: the row may be made of the very values that are
@@ -261,7 +261,7 @@ void Block::Program::bind_inputs(const Step& step, Statement& statement) {
 void Block::Program::select_into(Step& step) {
   std::vector<OwnedValue> row(step.targets.size());
   {
-    bind_inputs(step, *step.run);
+    give_inputs(step, *step.run);
     const ResetAfter reset(*step.run);
     if (!step.run->step()) fail(1403);
     for (size_t i = 0; i < row.size(); ++i) row[i].copy(step.run->row()[i]);
@@ -276,8 +276,9 @@ void Block::Program::open(const Step& step) {
   OpenedCursor cursor;
   cursor.position = static_cast<ub4>(step.targets.front() + 1);
   cursor.text = std::make_unique<SqlText>(step.text);
-  cursor.run = std::make_unique<OpenedQuery>(connection.prepare(*cursor.text), step.inputs.size());
-  bind_inputs(step, *cursor.run);
+  std::unique_ptr<Statement> query = connection.prepare(*cursor.text);
+  give_inputs(step, *query);
+  cursor.run = std::make_unique<OpenedQuery>(std::move(query));
   // The older query has not been given to the client yet, so nobody misses it.
   std::erase_if(cursors, [&](const OpenedCursor& old) { return old.position == cursor.position; });
   cursors.push_back(std::move(cursor));
@@ -285,7 +286,7 @@ void Block::Program::open(const Step& step) {
 
 // The type of a placeholder is that of its value; converting it to the client's is the bind's part.
 void Block::Program::assign(size_t index, OwnedValue&& value) {
-  if (index >= bound.size()) convert(code.variables[index - bound.size()], value);
+  if (index >= inputs.size()) convert(code.variables[index - inputs.size()], value);
   slots[index].owned.take(std::move(value));
   slots[index].assigned = true;
 }
@@ -293,7 +294,7 @@ void Block::Program::assign(size_t index, OwnedValue&& value) {
 // By the engine's rules for storing into a column: lengths are checked, CHAR is padded.
 void Block::Program::convert(Variable& variable, OwnedValue& value) {
   OwnedValue converted;
-  variable.run->bind(1, value.value);
+  variable.run->inputs()[0] = value.value;
   const ResetAfter reset(*variable.run);
   try {
     variable.run->step();
@@ -310,13 +311,12 @@ Block::Block(const SqlText& source, Connection& connection)
 
 Block::~Block() = default;
 
-void Block::bind(ub4 position, const Value& value) {
-  if (position == 0 || position > program_->bound.size()) fail(1036);
-  program_->bound[position - 1] = value;
+std::span<Value> Block::inputs() {
+  return program_->inputs;
 }
 
 ub2 Block::takes_large(ub4 position) {
-  if (position == 0 || position > program_->bound.size()) fail(1036);
+  if (position == 0 || position > program_->inputs.size()) fail(1036);
   return program_->takes_large(position - 1);
 }
 
@@ -325,7 +325,7 @@ void Block::run(const BlockCalls& calls, bool marked) {
 }
 
 const Value* Block::assigned(ub4 position) const {
-  if (position == 0 || position > program_->bound.size()) fail(1036);
+  if (position == 0 || position > program_->inputs.size()) fail(1036);
   const Program::Slot& slot = program_->slots[position - 1];
   return slot.assigned ? &slot.owned.value : nullptr;
 }

@@ -9,6 +9,7 @@
 
 #include <functional>
 #include <memory>
+#include <span>
 #include <vector>
 
 #include "engine.h"
@@ -39,9 +40,9 @@ class Block {
   Block(const SqlText& text, Connection& connection);
   ~Block();
 
-  /// The value that placeholder `position` has when the next run starts, and for that run only; its
-  /// bytes stay the caller's until run() has returned. Without a bind it is NULL.
-  void bind(ub4 position, const Value& value);
+  /// The values that the placeholders have when the next run starts, and for that run only, for the
+  /// caller to set; NULL where it does not. Bytes stay the caller's until run() has returned.
+  std::span<Value> inputs();
 
   /// As Statement::takes_large, for a placeholder that the block uses once and does not assign to;
   /// 0 for all of a block with COMMIT, ROLLBACK or SAVEPOINT. Errors of the block's statements come

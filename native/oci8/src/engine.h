@@ -80,11 +80,12 @@ class Statement {
   /// prepared again: parameter descriptors point into it.
   virtual const std::vector<ColumnInfo>& columns() const = 0;
 
-  /// Binds a value to the placeholder at `position` (from 1). The bytes stay the caller's and must
-  /// stay in place until the statement has been stepped to its end or reset.
-  /// ORA-01036 for a position without a placeholder, ORA-00932 for a large value at a place that
-  /// takes none, ORA-22275 for one that names nothing.
-  virtual void bind(ub4 position, const Value& value) = 0;
+  /// Ends the current run and gives the values of the next one, one for each placeholder and NULL
+  /// at first, for the caller to set. They keep their place until the statement ends. Bytes stay
+  /// the caller's and must stay in place until the statement has been stepped to its end or reset.
+  /// What is wrong with a value comes up at the first step: ORA-00932 for a large one at a place
+  /// that takes none, ORA-22275 for one that names nothing.
+  virtual std::span<Value> inputs() = 0;
 
   /// The type of the LONG, LONG RAW, CLOB or BLOB column that the placeholder's value goes into as
   /// it is, so that a large value may be bound to it: a LONG takes given ones only. 0 for every
@@ -102,7 +103,7 @@ class Statement {
   /// Rows that the last run inserted, updated or deleted.
   virtual ub4 rows_changed() const = 0;
 
-  /// Ends the current run and gives back what it holds; binds are kept.
+  /// Ends the current run and gives back what it holds; the inputs are kept.
   virtual void reset() = 0;
 };
 

@@ -21,13 +21,10 @@ Value given_value(const LargeName& name) {
 
 // Text and bytes are views of the caller's memory. That is the caller's again after the execute,
 // while a query goes on reading its values: those are copied.
-Value copied_value(const BindHandle& bind, ub4 row, HeldBytes& held) {
-  Value value = read_value(bind, row);
-  if (value.data != nullptr) {
-    held.assign(value.data, value.size);
-    value.data = held.data();
-  }
-  return value;
+void hold(Value& value, HeldBytes& held) {
+  if (value.data == nullptr) return;
+  held.assign(value.data, value.size);
+  value.data = held.data();
 }
 
 }  // namespace
@@ -271,24 +268,20 @@ void StatementHandle::pull_streams(StreamUnit& unit, ub4 row) {
   }
 }
 
-Value StatementHandle::input(size_t index, ub4 row) {
-  const BindHandle& bind = *binds_[index];
-  // A variable that the block only assigns to may be uninitialised, or hold bytes that are no value
-  // of its type.
-  if (block_ != nullptr && !uses_[index].read) return {};
-  if (bind.at_execution && streamed_[index].id != 0) return given_value(streamed_[index]);
-  if (bind.at_execution) return held_value(bind, held_[index]);
-  if (text_->type == OCI_STMT_SELECT) return copied_value(bind, row, held_[index]);
-  return read_value(bind, row);
-}
-
 void StatementHandle::give_inputs(ub4 row) {
+  const std::span<Value> inputs = block_ != nullptr ? block_->inputs() : run_->inputs();
+  const bool query = text_->type == OCI_STMT_SELECT;
   for (size_t i = 0; i < binds_.size(); ++i) {
-    const auto position = static_cast<ub4>(i + 1);
-    if (block_ != nullptr) {
-      block_->bind(position, input(i, row));
+    const BindHandle& bind = *binds_[i];
+    if (block_ != nullptr && !uses_[i].read) {
+      // A variable that the block only assigns to may be uninitialised, or hold bytes that are no
+      // value of its type.
+      inputs[i] = Value();
+    } else if (bind.at_execution) {
+      inputs[i] = streamed_[i].id != 0 ? given_value(streamed_[i]) : held_value(bind, held_[i]);
     } else {
-      run_->bind(position, input(i, row));
+      read_value(bind, row, inputs[i]);
+      if (query) hold(inputs[i], held_[i]);
     }
   }
 }

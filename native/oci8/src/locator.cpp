@@ -23,10 +23,6 @@ const LargeName& Locator::named() const {
   return name;
 }
 
-bool is_locator(ub2 external) noexcept {
-  return external == SQLT_CLOB || external == SQLT_BLOB;
-}
-
 size_t element_size(ub2 external, size_t announced) noexcept {
   return external == SQLT_RSET || is_locator(external) ? sizeof(void*) : announced;
 }

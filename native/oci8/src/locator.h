@@ -19,7 +19,9 @@ struct Locator : Handle {
 };
 
 /// True for the external types whose variables hold a locator's address.
-bool is_locator(ub2 external) noexcept;
+inline bool is_locator(ub2 external) noexcept {
+  return external == SQLT_CLOB || external == SQLT_BLOB;
+}
 
 /// Bytes of an element of a caller's array of variables, of which the caller announced a size.
 /// Callers announce four bytes for an address on every platform, which is what it has on some of

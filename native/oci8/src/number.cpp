@@ -451,7 +451,7 @@ bool fits_as_it_is(const Number& value, int precision, int scale) {
   long long digits = 0;
   return scale > 0 && scale <= kDoubleDigits && take_places(std::abs(value.real), scale, digits) &&
          static_cast<double>(digits) < kExactPowers[std::min(precision, kDoubleDigits)] &&
-         std::trunc(value.real) != value.real;
+         static_cast<double>(static_cast<long long>(value.real)) != value.real;
 }
 
 bool fit_number(Number& value, int precision, int scale) {

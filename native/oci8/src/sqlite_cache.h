@@ -18,6 +18,7 @@ struct Translated {
   Translation translation;
   SqliteStatementOwner statement;  // of a query or a change
   int schema_version = 0;  // that the translation belongs to
+  ub4 placeholders = 0;  // of SQLite's statement
 };
 
 /// The statements of one session that nobody uses. They are reset and hold no values, so that they

@@ -198,10 +198,6 @@ void SqliteSession::resume() {
   closed_ = false;
 }
 
-void SqliteSession::require_open() const {
-  if (closed_) fail(3114);
-}
-
 // Gives SQLite's result instead of raising, for callers that have to clean up first.
 int SqliteSession::run(Control control) {
   sqlite3_stmt* statement = controls_[static_cast<size_t>(control)].get();

@@ -56,7 +56,9 @@ class SqliteSession {
   void log_in(std::string user);
   /// Rolls back what is open and refuses all further work with ORA-03114.
   void close() noexcept;
-  void require_open() const;
+  void require_open() const {
+    if (closed_) fail(3114);
+  }
   bool closed() const { return closed_; }
   /// Makes a closed session ready to wait for its next use: false where it cannot be, because
   /// others use the file.

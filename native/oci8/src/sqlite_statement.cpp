@@ -95,7 +95,7 @@ ub4 rows_of(sqlite3* db) {
 SqliteStatement::SqliteStatement(std::shared_ptr<SqliteSession> session, const SqlText& source)
     : session_(std::move(session)),
       text_(source),
-      bound_(source.placeholders.size() + source.variables.size()) {
+      inputs_(source.placeholders.size() + source.variables.size()) {
   const int version = session_->schema().version();
   std::optional<Translated> kept;
   // What the variables of a block stand for is not in the text.
@@ -108,7 +108,7 @@ SqliteStatement::~SqliteStatement() {
   SqliteStatement::reset();
   sqlite3_stmt* statement = now_.statement.get();
   if (statement == nullptr || !text_.variables.empty() || session_->closed()) return;
-  // They are the caller's memory.
+  // The inputs are the caller's memory.
   sqlite3_clear_bindings(statement);
   session_->cache().keep(text_.text, std::move(now_));
 }
@@ -125,6 +125,7 @@ Translated SqliteStatement::translate_text(int schema_version) const {
   made.statement = prepare_sql(session_->db(), translation.sql, {&translation});
   // Only blanks and comments were left of the text.
   if (made.statement == nullptr) fail(900);
+  made.placeholders = static_cast<ub4>(sqlite3_bind_parameter_count(made.statement.get()));
   const auto width = static_cast<size_t>(sqlite3_column_count(made.statement.get()));
   if (translation.action == Action::Query && translation.columns.size() != width) {
     fail(600, "select list");
@@ -145,58 +146,51 @@ void SqliteStatement::translate_again() {
   made.translation.columns = std::move(described);
   now_ = std::move(made);
   suspect_ = false;
-  // A new engine statement knows nothing of the binds of the former one.
-  for (ub4 i = 0; i < bound_.size(); ++i) bind_value(i + 1, bound_[i]);
 }
 
-// A bind after the end of a run begins the next one, so that arrays need no reset between rows.
-void SqliteStatement::bind(ub4 position, const Value& value) {
-  if (position == 0 || position > bound_.size()) fail(1036);
+std::span<Value> SqliteStatement::inputs() {
   session_->require_open();
-  if (at_end_) reset();
-  if (value.kind == Value::Kind::Large) {
-    if (value.large.id == 0) fail(22275);
-    large_.resize(bound_.size());
-    large_[position - 1] = {value.large, value.given};
-  }
-  bind_value(position, value);
-  // Stored last: a copy made right after its fields were written stalls on those writes.
-  bound_[position - 1] = value;
+  reset();
+  return inputs_;
 }
 
-void SqliteStatement::bind_value(ub4 position, const Value& value) {
+// For each run anew: a former run's values are gone.
+void SqliteStatement::bind_inputs() {
+  for (size_t i = 0; i < inputs_.size(); ++i) {
+    if (inputs_[i].kind == Value::Kind::Large) note_large(i);
+    // The dialect may have left out the expression that the placeholder stood in.
+    if (i < now_.placeholders) check(session_->db(), bind_input(i));
+  }
+}
+
+int SqliteStatement::bind_input(size_t index) {
   sqlite3_stmt* statement = now_.statement.get();
-  // The dialect may have left out the expression that the placeholder stood in.
-  if (position > static_cast<ub4>(sqlite3_bind_parameter_count(statement))) return;
-  const int index = static_cast<int>(position);
-  int result = SQLITE_OK;
+  const int position = static_cast<int>(index) + 1;
+  const Value& value = inputs_[index];
   switch (value.kind) {
     case Value::Kind::Null:
-      result = sqlite3_bind_null(statement, index);
       break;
     case Value::Kind::Integer:
-      result = sqlite3_bind_int64(statement, index, value.integer);
-      break;
+      return sqlite3_bind_int64(statement, position, value.integer);
     case Value::Kind::Real:
-      result = sqlite3_bind_double(statement, index, value.real);
-      break;
+      return sqlite3_bind_double(statement, position, value.real);
     case Value::Kind::Text:
     case Value::Kind::Bytes:
-      result = bind_bytes(statement, index, value);
-      break;
+      return bind_bytes(statement, position, value);
     case Value::Kind::Large:
-      result = bind_large(position);
-      break;
+      if (takes_large(static_cast<ub4>(position)) == 0) fail(932);
+      // As a pointer, which is NULL to everything but the function that stores it. The object is
+      // this statement's, as SQLite's may be made again.
+      return sqlite3_bind_pointer(statement, position, &large_[index], kLargeInput, nullptr);
   }
-  check(session_->db(), result);
+  return sqlite3_bind_null(statement, position);
 }
 
-// As a pointer, which is NULL to everything but the function that stores it. The object is this
-// statement's, as SQLite's may be made again.
-int SqliteStatement::bind_large(ub4 position) {
-  if (takes_large(position) == 0) fail(932);
-  return sqlite3_bind_pointer(now_.statement.get(), static_cast<int>(position),
-                              &large_[position - 1], kLargeInput, nullptr);
+void SqliteStatement::note_large(size_t index) {
+  const Value& value = inputs_[index];
+  if (value.large.id == 0) fail(22275);
+  large_.resize(inputs_.size());
+  large_[index] = {value.large, value.given};
 }
 
 ub2 SqliteStatement::takes_large(ub4 position) const {
@@ -206,7 +200,9 @@ ub2 SqliteStatement::takes_large(ub4 position) const {
   return 0;
 }
 
+// Everything but a query is over, and reset, within its step.
 void SqliteStatement::reset() {
+  if (now_.translation.action != Action::Query) return;
   sqlite3_reset(now_.statement.get());
   row_read_ = false;
   if (row_stands_) session_->leave(*this);
@@ -296,6 +292,7 @@ std::optional<bool> SqliteStatement::first_step() {
 
 bool SqliteStatement::start_query() {
   for (;;) {
+    bind_inputs();
     if (const std::optional<bool> row = first_step()) return *row;
     sqlite3_reset(now_.statement.get());
     translate_again();
@@ -378,9 +375,9 @@ bool SqliteStatement::step_query() {
   return false;
 }
 
-bool SqliteStatement::bound_fit() const {
+bool SqliteStatement::inputs_fit() const {
   return std::ranges::all_of(now_.translation.stored_places, [&](const StoredPlace& place) {
-    return stored_unchanged(bound_[place.position - 1], place.column);
+    return stored_unchanged(inputs_[place.position - 1], place.column);
   });
 }
 
@@ -389,10 +386,11 @@ bool SqliteStatement::bound_fit() const {
 void SqliteStatement::prepare_change() {
   // Under the lock for writing, where the schema cannot change any more.
   if (session_->transaction_schema() != now_.schema_version) translate_again();
-  if (!bound_fit()) {
+  if (!inputs_fit()) {
     checks_ = Checks::All;
     translate_again();
   }
+  bind_inputs();
   // A break is otherwise noticed at the first call of a function, and here may be none.
   if (session_->stopping()) fail(1013);
 }
@@ -400,7 +398,6 @@ void SqliteStatement::prepare_change() {
 // SQLite undoes a failed statement as a whole by itself, errors of SQL functions included; only
 // where it gives up the transaction with it does the client have to be told.
 void SqliteStatement::run_change() {
-  sqlite3_reset(now_.statement.get());
   changed_ = 0;
   const SqliteSession::Operation running(*session_);
   session_->read_out();
@@ -427,7 +424,7 @@ void SqliteStatement::run_change() {
 void SqliteStatement::remove_untaken() {
   for (size_t i = 0; i < large_.size(); ++i) {
     LargeInput& input = large_[i];
-    if (bound_[i].kind != Value::Kind::Large || !input.given || input.taken) continue;
+    if (inputs_[i].kind != Value::Kind::Large || !input.given || input.taken) continue;
     input.taken = true;
     session_->large().remove(input.name);
   }

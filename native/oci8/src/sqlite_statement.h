@@ -24,7 +24,7 @@ class SqliteStatement final : public Statement, private OpenQuery {
   SqliteStatement& operator=(const SqliteStatement&) = delete;
 
   const std::vector<ColumnInfo>& columns() const override { return now_.translation.columns; }
-  void bind(ub4 position, const Value& value) override;
+  std::span<Value> inputs() override;
   ub2 takes_large(ub4 position) const override;
   bool step() override;
   std::span<const Value> row() override;
@@ -39,9 +39,11 @@ class SqliteStatement final : public Statement, private OpenQuery {
   /// Makes the translation fit for the run that comes: for the schema of the transaction, and with
   /// all values checked where one that was bound needs it.
   void prepare_change();
-  bool bound_fit() const;
-  void bind_value(ub4 position, const Value& value);
-  int bind_large(ub4 position);
+  bool inputs_fit() const;
+  /// Binds all values for the run that comes.
+  void bind_inputs();
+  int bind_input(size_t index);
+  void note_large(size_t index);
   /// Ends large values that were given to the statement and that no cell has taken.
   void remove_untaken();
   void name_large(ub2 type, Value& value);
@@ -66,8 +68,8 @@ class SqliteStatement final : public Statement, private OpenQuery {
   const SqlText& text_;
   Translated now_;
   bool suspect_ = false;  // now_ of a query may be outdated: to be found out before its next run
-  std::vector<Value> bound_;  // by position, for a translation that has to be made again
-  std::vector<LargeInput> large_;  // by position, from the first large value that is bound on
+  std::vector<Value> inputs_;
+  std::vector<LargeInput> large_;  // for each input, from the first large value on
   Checks checks_ = Checks::ButBound;  // until a value comes that does not fit its column
   ub4 changed_ = 0;
   std::vector<Value> row_;  // the row that stands, once somebody has asked for it

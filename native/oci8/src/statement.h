@@ -156,7 +156,6 @@ class StatementHandle : public Handle {
   bool check_binds(ub4 iterations) const;
   bool streams_large(size_t index);
   void pull_streams(StreamUnit& unit, ub4 row);
-  Value input(size_t index, ub4 row);
   void give_inputs(ub4 row);
   int store_outputs(ub4 row);
   void hand_over_cursors(ub4 row);
