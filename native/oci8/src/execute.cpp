@@ -235,12 +235,14 @@ bool StatementHandle::check_binds(ub4 iterations) const {
   for (size_t i = 0; i < binds_.size(); ++i) {
     const BindHandle* bind = binds_[i];
     if (bind == nullptr) fail(1008);
-    if (bind->at_execution && bind->callback == nullptr) fail(3129);
+    if (bind->at_execution) {
+      if (bind->callback == nullptr) fail(3129);
+      streams = true;
+    }
     const bool opened = block_ != nullptr && uses_[i].opened;
     const bool cursor = bind->type == SQLT_RSET;
     if (cursor != opened) fail(932);
     for (ub4 row = 0; cursor && row < iterations; ++row) cursor_variable(*bind, row);
-    streams = streams || bind->at_execution;
   }
   return streams;
 }

@@ -95,9 +95,8 @@ bool free_handle(Handle& handle) noexcept {
   return true;
 }
 
-void ErrorRecord::clear() noexcept {
-  // The text stays: every call clears, few have something to say, and its memory is reused.
-  if (code_.load(std::memory_order_relaxed) == 0) return;
+// The text stays: its memory is used again.
+void ErrorRecord::forget() noexcept {
   const std::lock_guard lock(latch_);
   code_ = 0;
 }

@@ -59,7 +59,10 @@ struct Handle {
 /// afterwards meet the call that is running with the same error handle.
 class ErrorRecord {
  public:
-  void clear() noexcept;
+  void clear() noexcept {
+    // Nearly all calls have nothing to say, and clear for the next one.
+    if (code_.load(std::memory_order_relaxed) != 0) forget();
+  }
   void set(const Failure& failure) noexcept;
   void set(int code) noexcept;
 
@@ -68,6 +71,8 @@ class ErrorRecord {
   bool read(sb4* code, text* buffer, size_t size) const noexcept;
 
  private:
+  void forget() noexcept;
+
   mutable Latch latch_;
   // Read without the latch where there is nothing to say, as after nearly every call.
   std::atomic<int> code_{0};

@@ -92,7 +92,8 @@ class HandlePool {
       const uintptr_t distance = wanted - start;
       if (distance <
           reinterpret_cast<uintptr_t>(slab.end.load(std::memory_order_acquire)) - start) {
-        return distance % sizeof(Slot) == 0 ? begin + distance / sizeof(Slot) : nullptr;
+        auto* slot = static_cast<Slot*>(const_cast<void*>(address));
+        return distance % sizeof(Slot) == 0 ? slot : nullptr;
       }
     }
     return nullptr;
